@@ -1,0 +1,3 @@
+#include "document/VrVersion.h"
+
+const char* vornLibraryVersion() { return VORN_VERSION_STRING; }

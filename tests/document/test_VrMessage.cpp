@@ -1,0 +1,113 @@
+#include "document/VrMessage.h"
+
+#include "support/CaptureLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+
+using vrutil::VrMessage;
+
+TEST(VrMessage, ShellLineFormats) {
+  const char esc = '\x1b';
+  const std::string reset = std::string(1, esc) + "[0m\n";
+  EXPECT_EQ(VrMessage::formatLine(vrmsg::Error, "", 0, "boom", "12:34:56"),
+            std::string(1, esc) + "[31m12:34:56 Vorn Error:       boom  " + reset);
+  EXPECT_EQ(VrMessage::formatLine(vrmsg::Warning | 2, "a/b/c", 12, "careful", "01:02:03"),
+            std::string(1, esc) + "[33m01:02:03 Vorn Warning(2):  careful  (c:12)" + reset);
+  EXPECT_EQ(VrMessage::formatLine(vrmsg::Stats | 1, "file.cpp", 0, "n", "00:00:00"),
+            std::string(1, esc) + "[34m00:00:00 Vorn Stats(1):    n  (file.cpp:0)" + reset);
+  EXPECT_EQ(VrMessage::formatLine(vrmsg::Debug | vrmsg::CatFile | 5, "", 0, "d", "00:00:00"),
+            std::string(1, esc) + "[32m00:00:00 Vorn Debug(5):    d  " + reset);
+  EXPECT_EQ(VrMessage::formatLine(0x20000000, "", 0, "h", "00:00:00"),
+            std::string(1, esc) + "00:00:00 Vorn Helph  " + reset);
+}
+
+TEST(VrMessage, ShellLoggerWritesTimeStampedLineToStandardError) {
+  ASSERT_LE(vrutil::msg::numLoggers(), 1u);
+  testing::internal::CaptureStderr();
+  vrmessage(vrmsg::Warning | 1, "dir/x.cpp", 7, "hello");
+  const std::string out = testing::internal::GetCapturedStderr();
+  // "<ESC>[33mHH:MM:SS Vorn Warning(1):  hello  (x.cpp:7)<ESC>[0m\n", the time checked by shape.
+  const std::string head = "\x1b[33m";
+  const std::string tail = " Vorn Warning(1):  hello  (x.cpp:7)\x1b[0m\n";
+  ASSERT_EQ(out.size(), head.size() + 8 + tail.size()) << out;
+  EXPECT_EQ(out.substr(0, head.size()), head);
+  EXPECT_EQ(out.substr(head.size() + 8), tail);
+  const std::string time = out.substr(head.size(), 8);
+  for (size_t i : {0, 1, 3, 4, 6, 7}) EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(time[i]))) << time;
+  EXPECT_EQ(time[2], ':');
+  EXPECT_EQ(time[5], ':');
+}
+
+TEST(VrMessage, HostLoggerGetsEachMessageOnceAndSilencesShell) {
+  vrtest::CaptureLogger host("host");
+  vrtest::CaptureLogger duplicate("host");  // same name: refused silently
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(vrmessage(vrmsg::Error, "", 0, "one"), 1);
+  const std::string shellOut = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(shellOut, "");
+  ASSERT_EQ(host.messages.size(), 1u);
+  EXPECT_EQ(host.messages[0].text, "one");
+  EXPECT_EQ(duplicate.messages.size(), 0u);
+}
+
+TEST(VrMessage, QtLoggerIsReplaced) {
+  vrtest::CaptureLogger first("qt");
+  {
+    vrtest::CaptureLogger second("qt");
+    vrmessage(vrmsg::Error, "", 0, "to second");
+    EXPECT_EQ(first.messages.size(), 0u);
+    EXPECT_EQ(second.messages.size(), 1u);
+  }
+}
+
+TEST(VrMessage, CallSiteGatesAndFilter) {
+  vrtest::CaptureLogger log;
+  const unsigned savedWarning = VRWarningLevel, savedDebug = VRDebugLevel,
+                 savedFilter = VRMessageFilter;
+  int built = 0;
+  auto text = [&built] {
+    ++built;
+    return std::string("t");
+  };
+  VRWarningLevel = 1;
+  VR_WARNING(2, text());
+  VR_WARNING(1, text());
+  VRDebugLevel = 0;
+  VR_DEBUG(1, vrmsg::CatFile, text());
+  EXPECT_EQ(built, 1);  // suppressed messages never build their text
+  VRDebugLevel = 3;
+  VRMessageFilter = vrmsg::CatPatch;
+  VR_DEBUG(1, vrmsg::CatFile, text());   // filtered out
+  VR_DEBUG(1, vrmsg::CatPatch, text());  // passes
+  EXPECT_EQ(log.messages.size(), 2u);
+  EXPECT_EQ(log.messages.back().flags, vrmsg::Debug | vrmsg::CatPatch | 1);
+  VRWarningLevel = savedWarning;
+  VRDebugLevel = savedDebug;
+  VRMessageFilter = savedFilter;
+}
+
+TEST(VrMessage, LocalisedTextsComeFromTheOrloLogger) {
+  EXPECT_EQ(vrLocName("rNoKey"), "");
+  struct Orlo : vrtest::CaptureLogger {
+    Orlo() : CaptureLogger("orlo") {}
+    std::string getLocalized(const std::string& key, const std::string& a1, const std::string&,
+                             const std::string&, const std::string&, const std::string&,
+                             const std::string&, const std::string&, const std::string&,
+                             const std::string&, const std::string&) const override {
+      return key + "/" + a1;
+    }
+  } orlo;
+  EXPECT_EQ(vrLocName("rKey", "x"), "rKey/x");
+}
+
+TEST(VrMessageDeathTest, QuitOnErrorEndsTheProcessAfterItsText) {
+  EXPECT_EXIT(
+      {
+        vrutil::msg::clearLogger();
+        VRQuitOnError = true;
+        vrmessage(vrmsg::Error, "", 0, "fatal");
+      },
+      testing::ExitedWithCode(255), "fatal.*\n(.|\n)*Vorn set to quit on error. Bye.\n\n$");
+}

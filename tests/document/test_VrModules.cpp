@@ -1,0 +1,66 @@
+#include "document/VrModules.h"
+
+#include "document/VrObject.h"
+#include "support/CaptureLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace {
+const std::vector<std::string> builtinNames = {
+    "RandomGenerator", "GuideGenerator", "UniformGenerator", "PointGenerator", "FileGenerator",
+    "CardPrimitive", "SpherePrimitive", "ArchivePrimitive", "SplinePrimitive",
+    "GLRenderer", "GeometryRenderer", "GuideRenderer", "FileRenderer", "PointRenderer",
+    "NullRenderer", "OrmRenderer", "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
+    "SculptRenderer", "NurbsPatch", "SubdPatch",
+    "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule", "ClumpingFXModule",
+    "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
+    "MeshCutFXModule", "NoiseFXModule", "ParticleFXModule", "PlaneAnimFXModule",
+    "PreserveClumpsFXModule", "SnapshotFXModule", "WindFXModule", "ApplyNetForceFXModule",
+    "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
+    "SphereForceFXModule"};
+
+void* createMarker(VrDescription*) { return nullptr; }
+}  // namespace
+
+TEST(VrModules, EveryBuiltinNameCreatesAnObjectOfThatWord) {
+  for (const std::string& name : builtinNames) {
+    std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject(name, nullptr)));
+    ASSERT_NE(object, nullptr) << name;
+    EXPECT_EQ(object->typeName(), name);
+  }
+  std::vector<std::string> listed;
+  VrGetRegisteredModules(listed);
+  for (const std::string& name : builtinNames) {
+    const bool isListed = std::find(listed.begin(), listed.end(), name) != listed.end();
+    EXPECT_EQ(isListed, name != "SculptRenderer") << name;
+  }
+}
+
+TEST(VrModules, UnknownAndDoubleRegistration) {
+  vrtest::CaptureLogger log;
+  EXPECT_EQ(VrCreateObject("NoSuchModule", nullptr), nullptr);
+  EXPECT_EQ(log.errors(), std::vector<std::string>{
+                              "Trying to use the NoSuchModule module but it is not registered."});
+  EXPECT_FALSE(VrRegisterModule("Anything", nullptr));
+  EXPECT_FALSE(VrRegisterModule("RandomGenerator", &createMarker));  // first creator stays
+  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("RandomGenerator", nullptr)));
+  ASSERT_NE(object, nullptr);
+
+  EXPECT_TRUE(VrRegisterModule("SculptPrimitive", &createMarker));
+  std::vector<std::string> listed;
+  VrGetRegisteredModules(listed);
+  EXPECT_EQ(std::count(listed.begin(), listed.end(), "SculptPrimitive"), 0);
+}
+
+TEST(VrModules, DataOnlyObjectsKeepTheirAttributes) {
+  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("WindFXModule", nullptr)));
+  object->setAttr("strength", "0.5");
+  object->setAttr("direction", "[1,0,0]");
+  std::string value;
+  EXPECT_TRUE(object->getAttr("direction", value));
+  EXPECT_EQ(value, "[1,0,0]");
+  EXPECT_EQ(object->numAttrs(), 2u);
+}

@@ -1,0 +1,288 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "document/vrutilCodec.h"
+#include "support/CaptureLogger.h"
+
+using namespace vrutil;
+using Vec = SgVec3T<double>;
+
+namespace {
+const std::string kPrefix = "Array attribute format error: ";
+}
+
+TEST(VrutilCodec, VectorText) {
+  EXPECT_EQ(vtoa(Vec(1, 2.5, -3)), "[1.00000,2.50000,-3.00000]");
+  EXPECT_EQ(vtoa(Vec(0.123456, 0, 10)), "[0.12346,0.00000,10.00000]");
+  EXPECT_EQ(vtoa(Vec(1, 2.5, -3), "%g %g %g"), "1 2.5 -3");
+  EXPECT_EQ(vtoa(SgVec3T<float>(0.5f, 1, 2)), "[0.50000,1.00000,2.00000]");
+
+  Vec v(7, 7, 7);
+  EXPECT_TRUE(stov("[1,2.5,-3]", v));
+  EXPECT_EQ(v, Vec(1, 2.5, -3));
+  EXPECT_TRUE(stov(vtoa(Vec(0.25, -0.5, 4)), v));
+  EXPECT_EQ(v, Vec(0.25, -0.5, 4));
+  const Vec before = v;
+  EXPECT_FALSE(stov("[1,2]", v));
+  EXPECT_FALSE(stov("1,2,3", v));
+  EXPECT_FALSE(stov("", v));
+  EXPECT_EQ(v, before);
+}
+
+TEST(VrutilCodec, NumberAndBoolText) {
+  EXPECT_EQ(ftoa(1.5), "1.500000");
+  EXPECT_EQ(ftoa(-0.25, "%.2f"), "-0.25");
+  EXPECT_EQ(ftoa(1e20), "100000000000000000000.000000");
+  EXPECT_EQ(itoa(-7), "-7");
+  EXPECT_EQ(itoa(5, "%03d"), "005");
+  EXPECT_EQ(btoa(true), "true");
+  EXPECT_EQ(btoa(false), "false");
+  EXPECT_EQ(btoa(false, "[%s]"), "[false]");
+}
+
+TEST(VrutilCodec, FloatArrays) {
+  vrtest::CaptureLogger log;
+  std::vector<double> out{9.0};
+  EXPECT_TRUE(stofs("array(3:1:2.5:-4)", out));
+  EXPECT_EQ(out, (std::vector<double>{1, 2.5, -4}));
+  EXPECT_TRUE(stofs("array(1:7)", out, true));
+  EXPECT_EQ(out, (std::vector<double>{1, 2.5, -4, 7}));
+  EXPECT_TRUE(stofs("array(0:)", out));
+  EXPECT_TRUE(out.empty());
+  // Elements past the count are not read.
+  EXPECT_TRUE(stofs("array(2:1:2:3)", out));
+  EXPECT_EQ(out, (std::vector<double>{1, 2}));
+  EXPECT_TRUE(log.errors().empty());
+
+  // No keyword: a silent false.
+  EXPECT_FALSE(stofs("list(3:1:2:3)", out));
+  EXPECT_FALSE(stofs("ptArray(1:1,2,3)", out));
+  EXPECT_TRUE(log.messages.empty());
+}
+
+TEST(VrutilCodec, MalformedArraysReportTheirFault) {
+  struct Case {
+    const char* text;
+    std::string error;
+  };
+  const Case cases[] = {
+      {"array(3)", kPrefix + "Unable to find the number of elements in array."},
+      {"array(x:1)", kPrefix + "Unable to read the number of elements in array."},
+      {"array(:1)", kPrefix + "Unable to read the number of elements in array."},
+      {"array(2:1:abc)", kPrefix + "Failed to read #1 element."},
+      {"array(2:)", kPrefix + "Failed to read #0 element."},
+      {"array(3:1:2)", kPrefix + "Didnt find enough elements. Found 2 but needed 3."},
+      {"array(4000000000:1)",
+       kPrefix + "Didnt find enough elements. Found 1 but needed 4000000000."},
+  };
+  for (const Case& c : cases) {
+    vrtest::CaptureLogger log;
+    std::vector<double> out{42.0};
+    EXPECT_FALSE(stofs(c.text, out)) << c.text;
+    EXPECT_EQ(log.errors(), std::vector<std::string>{c.error}) << c.text;
+    EXPECT_EQ(out, std::vector<double>{42.0}) << c.text;
+  }
+}
+
+TEST(VrutilCodec, VectorArrays) {
+  vrtest::CaptureLogger log;
+  std::vector<Vec> out;
+  EXPECT_TRUE(stovs("ptArray(2:1,2,3:4.5,-5,6)", out));
+  EXPECT_EQ(out, (std::vector<Vec>{Vec(1, 2, 3), Vec(4.5, -5, 6)}));
+  EXPECT_TRUE(stovs("ptArray(1:0,0,1)", out, true));
+  EXPECT_EQ(out.size(), 3u);
+  EXPECT_EQ(out[2], Vec(0, 0, 1));
+  EXPECT_TRUE(log.errors().empty());
+
+  EXPECT_FALSE(stovs("array(1:1)", out));
+  EXPECT_TRUE(log.errors().empty());
+  EXPECT_FALSE(stovs("ptArray(2:1,2,3:4,5)", out));
+  EXPECT_FALSE(stovs("ptArray(2:1,2,3)", out));
+  EXPECT_FALSE(stovs("ptArray(two:1,2,3)", out));
+  EXPECT_EQ(log.errors(),
+            (std::vector<std::string>{
+                kPrefix + "Failed to read #1 element.",
+                kPrefix + "Didnt find enough elements. Found 1 but needed 2.",
+                kPrefix + "Unable to read the number of elements in array."}));
+  EXPECT_EQ(out.size(), 3u);
+}
+
+TEST(VrutilCodec, NestedArrays) {
+  vrtest::CaptureLogger log;
+  std::vector<std::vector<double>> floats;
+  EXPECT_TRUE(stovvs("array(3:array(2:1:2):array(1:3):array(0:))", floats));
+  EXPECT_EQ(floats, (std::vector<std::vector<double>>{{1, 2}, {3}, {}}));
+  EXPECT_TRUE(stovvs("array(1:array(1:4))", floats, true));
+  EXPECT_EQ(floats.size(), 4u);
+  EXPECT_EQ(floats[3], std::vector<double>{4});
+
+  std::vector<std::vector<Vec>> vectors;
+  EXPECT_TRUE(stovvs("array(2:ptArray(1:1,2,3):ptArray(2:4,5,6:7,8,9))", vectors));
+  ASSERT_EQ(vectors.size(), 2u);
+  EXPECT_EQ(vectors[0], std::vector<Vec>{Vec(1, 2, 3)});
+  EXPECT_EQ(vectors[1], (std::vector<Vec>{Vec(4, 5, 6), Vec(7, 8, 9)}));
+  EXPECT_TRUE(log.errors().empty());
+
+  EXPECT_FALSE(stovvs("ptArray(1:1,2,3)", floats));
+  EXPECT_FALSE(stovvs("nothing here", vectors));
+  EXPECT_FALSE(stovvs("array(3:array(1:1):array(1:2))", floats));
+  EXPECT_FALSE(stovvs("array(2:array(1:1):list(1:2))", floats));
+  EXPECT_FALSE(stovvs("array(2:ptArray(1:1,2,3):array(1:1))", vectors));
+  EXPECT_FALSE(stovvs("array(x ptArray(1:1,2,3))", vectors));
+  EXPECT_EQ(log.errors(),
+            (std::vector<std::string>{
+                kPrefix + "No Array found in attribute.",
+                kPrefix + "No Array found in attribute.",
+                kPrefix + "Didnt find enough elements. Found 2 but needed 3.",
+                kPrefix + "Failed to read #1 element.",
+                kPrefix + "Failed to read #1 element.",
+                kPrefix + "Unable to read the number of elements in array."}));
+  EXPECT_EQ(floats.size(), 4u);
+  EXPECT_EQ(vectors.size(), 2u);
+}
+
+TEST(VrutilCodec, FrameArrayPicksTheEntryOfTheFrame) {
+  vrtest::CaptureLogger log;
+  const std::string list = "frameArray(10,1,2,3)";
+  EXPECT_EQ(checkFrameArray(list, 10), "1");
+  EXPECT_EQ(checkFrameArray(list, 11), "2");
+  EXPECT_EQ(checkFrameArray(list, 12), "3");
+  EXPECT_EQ(checkFrameArray(list, 99), "3");
+  EXPECT_EQ(checkFrameArray(list, 9), "1");
+  EXPECT_EQ(checkFrameArray(list, -1000), "1");
+  EXPECT_EQ(checkFrameArray("frameArray(-2, a , b )", -1), "b");
+
+  // Commas inside parentheses do not split entries.
+  const std::string matrices = "frameArray(1,matrix(1,2),matrix(3,4))";
+  EXPECT_EQ(checkFrameArray(matrices, 1), "matrix(1,2)");
+  EXPECT_EQ(checkFrameArray(matrices, 2), "matrix(3,4)");
+
+  // Not a frame array: the text as given.
+  EXPECT_EQ(checkFrameArray("0.5", 3), "0.5");
+  EXPECT_EQ(checkFrameArray("frameArray", 3), "frameArray");
+  EXPECT_EQ(checkFrameArray("frameArray(1,2", 3), "frameArray(1,2");
+  EXPECT_TRUE(log.errors().empty());
+
+  for (const char* unbalanced : {"frameArray(1,(a,b)", "frameArray(1,a),b)"}) {
+    log.clear();
+    EXPECT_EQ(checkFrameArray(unbalanced, 1), unbalanced);
+    EXPECT_EQ(log.errors(),
+              std::vector<std::string>{"FrameArray attribute format error: Unbalanced parentheses."});
+  }
+}
+
+TEST(VrutilCodec, MatrixText) {
+  SgXform3T<double> x;
+  EXPECT_TRUE(stox("matrix(1,0,0,0, 0,1,0,0, 0,0,1,0, 5,6,7,1)", x));
+  EXPECT_EQ(x.m[3][0], 5.0);
+  EXPECT_EQ(x.m[3][2], 7.0);
+  Vec p(1, 2, 3);
+  x.apply(p);
+  EXPECT_EQ(p, Vec(6, 8, 10));
+
+  const std::string animated =
+      "frameArray(1,matrix(1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1),"
+      "matrix(2,0,0,0,0,2,0,0,0,0,2,0,1,1,1,1))";
+  EXPECT_TRUE(stox(animated, x, 1));
+  EXPECT_EQ(x, SgXform3T<double>());
+  EXPECT_TRUE(stox(animated, x, 5));
+  EXPECT_EQ(x.m[0][0], 2.0);
+  EXPECT_EQ(x.m[3][1], 1.0);
+
+  SgXform3T<float> f;
+  EXPECT_TRUE(stox("matrix(1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16)", f));
+  EXPECT_EQ(f.m[1][2], 7.0f);
+
+  const SgXform3T<double> before = x;
+  EXPECT_FALSE(stox("matrix(1,2,3)", x));
+  EXPECT_FALSE(stox("mat(1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1)", x));
+  EXPECT_FALSE(stox("", x));
+  EXPECT_EQ(x, before);
+}
+
+TEST(VrutilCodec, HashString) {
+  EXPECT_EQ(hashString(""), 0u);
+  EXPECT_EQ(hashString("a"), 97u);
+  EXPECT_EQ(hashString("ab"), 173u);         // 97 * 16 + 98 = 1650
+  EXPECT_EQ(hashString("abcdefg"), 37u);     // the high nibble folds in at the 7th byte
+  EXPECT_EQ(hashString("vornHairDescription"), 67u);
+  EXPECT_EQ(hashString("\xff"), 171u);       // bytes are signed: 0x0FFFFF0F % 211
+}
+
+TEST(VrutilCodec, IdColourCodes) {
+  unsigned char rgb[3];
+  encodeId2RGB(0, rgb);
+  EXPECT_EQ(rgb[0], 0xFF);
+  EXPECT_EQ(rgb[1], 0xFF);
+  EXPECT_EQ(rgb[2], 0xFF);
+  encodeId2RGB(1, rgb);  // bit 0 lands in the top bit of channel 0
+  EXPECT_EQ(rgb[0], 0x7F);
+  EXPECT_EQ(rgb[1], 0xFF);
+  EXPECT_EQ(rgb[2], 0xFF);
+  encodeId2RGB(8, rgb);  // bit 3 is the second bit of channel 0
+  EXPECT_EQ(rgb[0], 0xBF);
+  encodeId2RGB(0xFFFFFF, rgb);
+  EXPECT_EQ(rgb[0], 0);
+  EXPECT_EQ(rgb[1], 0);
+  EXPECT_EQ(rgb[2], 0);
+  encodeId2RGB(0x1000000, rgb);  // only the low 24 bits count
+  EXPECT_EQ(rgb[0], 0xFF);
+
+  EXPECT_EQ(decodeRGB2Id(255, 255, 255), 0u);
+  EXPECT_EQ(decodeRGB2Id(127.9, 255.2, 255.99), 1u);
+  EXPECT_EQ(decodeRGB2Id(0, 0, 0), 0u);
+  EXPECT_EQ(decodeRGB2Id(Vec(191, 255, 255)), 8u);
+  for (unsigned id : {1u, 2u, 3u, 12345u, 0xABCDEFu, 0x7FFFFEu}) {
+    encodeId2RGB(id, rgb);
+    EXPECT_EQ(decodeRGB2Id(rgb[0], rgb[1], rgb[2]), id) << id;
+  }
+  // Wild channel values do not upset the decoder.
+  EXPECT_LE(decodeRGB2Id(1e30, -1e30, std::nan("")), 0xFFFFFFu);
+}
+
+TEST(VrutilMathTypes, VectorBasics) {
+  Vec a(1, 2, 3), b(4, 5, 6);
+  EXPECT_EQ(a + b, Vec(5, 7, 9));
+  EXPECT_EQ(b - a, Vec(3, 3, 3));
+  EXPECT_EQ(a * 2.0, Vec(2, 4, 6));
+  EXPECT_EQ(2.0 * a, Vec(2, 4, 6));
+  EXPECT_EQ(a.dot(b), 32.0);
+  EXPECT_EQ(Vec(1, 0, 0).cross(Vec(0, 1, 0)), Vec(0, 0, 1));
+  EXPECT_EQ(a[0], 1.0);
+  EXPECT_EQ(a[2], 3.0);
+  a[1] = 9;
+  EXPECT_EQ(a.y, 9.0);
+
+  Vec n(3, 0, 4);
+  EXPECT_DOUBLE_EQ(n.length(), 5.0);
+  EXPECT_DOUBLE_EQ(n.normalize(), 5.0);
+  EXPECT_DOUBLE_EQ(n.x, 0.6);
+  EXPECT_DOUBLE_EQ(n.z, 0.8);
+  Vec tiny(1e-7, 0, 0);
+  EXPECT_EQ(tiny.normalize(), 0.0);
+  EXPECT_EQ(tiny, Vec());
+}
+
+TEST(VrutilMathTypes, XformAppliesToRowVectorsAndUndoesRigidMotion) {
+  // 90 degrees about z (row-vector convention: x axis goes to y) and a translation.
+  const double values[16] = {0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 10, 20, 30, 1};
+  const SgXform3T<double> x(values);
+  Vec p(1, 0, 0);
+  x.apply(p);
+  EXPECT_EQ(p, Vec(10, 21, 30));
+  x.apply(p, false, true);
+  EXPECT_EQ(p, Vec(1, 0, 0));
+
+  Vec d(1, 0, 0);
+  x.apply(d, true);
+  EXPECT_EQ(d, Vec(0, 1, 0));
+  x.apply(d, true, true);
+  EXPECT_EQ(d, Vec(1, 0, 0));
+
+  Vec q(1, 2, 3);
+  SgXform3T<double>().apply(q);
+  EXPECT_EQ(q, Vec(1, 2, 3));
+}

@@ -1,0 +1,32 @@
+#pragma once
+// Runs a shell command line and collects its standard output and exit status.
+
+#include <array>
+#include <cstdio>
+#include <string>
+#include <sys/wait.h>
+
+namespace vrtest {
+
+struct CommandResult {
+  int exitCode = -1;
+  std::string output;
+};
+
+/// Runs `commandLine` through the shell; standard error is merged into the output.
+inline CommandResult runCommand(const std::string& commandLine) {
+  CommandResult result;
+  FILE* pipe = popen((commandLine + " 2>&1").c_str(), "r");
+  if (!pipe) return result;
+  std::array<char, 4096> buffer;
+  size_t n;
+  while ((n = fread(buffer.data(), 1, buffer.size(), pipe)) > 0) result.output.append(buffer.data(), n);
+  const int status = pclose(pipe);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return result;
+}
+
+/// The command-line tool of this build.
+inline std::string vornCli() { return VORN_CLI_PATH; }
+
+}  // namespace vrtest
