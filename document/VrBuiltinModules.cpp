@@ -1,26 +1,42 @@
 // Registers every built-in module name at library load. Modules whose classes this build does
-// not yet provide are registered as data-only objects that keep their attributes.
+// not yet provide are registered as data-only objects of their family, which keep their
+// attributes.
 
 #include "document/VrDataObject.h"
 #include "document/VrModules.h"
+#include "fxmodules/VrFXModule.h"
+#include "geometry/VrPatch.h"
+#include "primitives/VrPrimitive.h"
 
 #include <cstddef>
 #include <utility>
 
 namespace {
 
-constexpr const char* dataOnlyModules[] = {
-    // generators
-    "RandomGenerator", "GuideGenerator", "UniformGenerator", "PointGenerator", "FileGenerator",
-    // primitives
-    "CardPrimitive", "SpherePrimitive", "ArchivePrimitive", "SplinePrimitive",
-    // renderers
+template <class Base, const char* const* Names>
+struct Family {
+  template <size_t I>
+  static void* create(VrDescription* description) {
+    return new VrDataModule<Base>(Names[I], description);
+  }
+  template <size_t... I>
+  static bool registerAll(std::index_sequence<I...>) {
+    bool all = true;
+    ((all = VrRegisterModule(Names[I], &create<I>) && all), ...);
+    return all;
+  }
+};
+
+constexpr const char* generators[] = {"RandomGenerator", "GuideGenerator", "UniformGenerator",
+                                      "PointGenerator", "FileGenerator"};
+constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive",
+                                      "SplinePrimitive"};
+constexpr const char* renderers[] = {
     "GLRenderer", "GeometryRenderer", "GuideRenderer", "FileRenderer", "PointRenderer",
     "NullRenderer", "OrmRenderer", "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
-    "SculptRenderer",
-    // patches
-    "NurbsPatch", "SubdPatch",
-    // FX modules
+    "SculptRenderer"};
+constexpr const char* patches[] = {"NurbsPatch", "SubdPatch"};
+constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule", "ClumpingFXModule",
     "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
     "MeshCutFXModule", "NoiseFXModule", "ParticleFXModule", "PlaneAnimFXModule",
@@ -28,19 +44,15 @@ constexpr const char* dataOnlyModules[] = {
     "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
     "SphereForceFXModule"};
 
-template <size_t I>
-void* createDataObject(VrDescription* description) {
-  return new VrDataObject(dataOnlyModules[I], description);
+template <class Base, const char* const* Names, size_t N>
+bool registerFamily(const char* const (&)[N]) {
+  return Family<Base, Names>::registerAll(std::make_index_sequence<N>());
 }
 
-template <size_t... I>
-bool registerAll(std::index_sequence<I...>) {
-  bool all = true;
-  ((all = VrRegisterModule(dataOnlyModules[I], &createDataObject<I>) && all), ...);
-  return all;
-}
-
-const bool registered =
-    registerAll(std::make_index_sequence<sizeof(dataOnlyModules) / sizeof(dataOnlyModules[0])>());
+const bool registered = registerFamily<VrObject, generators>(generators) &&
+                        registerFamily<VrPrimitive, primitives>(primitives) &&
+                        registerFamily<VrObject, renderers>(renderers) &&
+                        registerFamily<VrPatch, patches>(patches) &&
+                        registerFamily<VrFXModule, fxModules>(fxModules);
 
 }  // namespace

@@ -6,9 +6,11 @@
 #include "document/vrutilCodec.h"
 #include "document/vrutilName.h"
 #include "geometry/VrPatch.h"
+#include "primitives/VrPrimitive.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <ostream>
 
 namespace {
 
@@ -163,6 +165,25 @@ void VrDescription::getExternalContext(ExternalContext& pairs, const std::string
   if (previewer && previewer != renderer) previewer->getExternalContext(pairs, prefix);
 }
 
+bool VrDescription::removeSample(const VrDescription* sample) {
+  auto found = std::find(samples.begin(), samples.end(), sample);
+  if (found == samples.end()) return false;
+  samples.erase(found);
+  return true;
+}
+
+bool VrDescription::exportExtraAttr(std::ostream& out) const {
+  std::string projectPath;
+  if (collection) collection->getAttr("vrProjectPath", projectPath);
+  out << "\tvrDataPath\t\t" << (collection ? collection->vrDataPathStr() : std::string()) << '\n';
+  out << "\tvrProjectPath\t\t" << projectPath << '\n';
+  return true;
+}
+
+bool VrDescription::isExtraAttr(const std::string& name) const {
+  return name == "vrDataPath" || name == "vrProjectPath";
+}
+
 VrObject* VrDescription::addObject(const std::string& module) {
   if (VrObject** existing = objects.find(module)) {
     VR_DEBUG(5, vrmsg::CatDescription,
@@ -199,7 +220,17 @@ bool VrDescription::setActive(const std::string& module) {
   if (!object) return false;
 
   if (module.find("Primitive") != std::string::npos) {
-    primitive = object;
+    auto* newPrimitive = dynamic_cast<VrPrimitive*>(object);
+    if (!newPrimitive) {
+      VR_ERROR("Object: " + module + " is not a primitive.");
+      return false;
+    }
+    // Guides follow the active primitive.
+    if (primitive && primitive != newPrimitive) {
+      newPrimitive->newCopiedGuides(primitive);
+      primitive->setGuideCount(0);
+    }
+    primitive = newPrimitive;
   } else if (module.find("Generator") != std::string::npos) {
     generator = object;
   } else if (module.find("Renderer") != std::string::npos) {
@@ -244,7 +275,8 @@ void VrDescription::cleanObjects(bool deletePreviewer) {
 void VrDescription::clearObjects() {
   for (auto it = objects.begin(); it != objects.end(); ++it) delete it.value();
   objects.clear();
-  primitive = generator = renderer = previewer = nullptr;
+  primitive = nullptr;
+  generator = renderer = previewer = nullptr;
 }
 
 void VrDescription::addPatch(VrPatch* patch) {
@@ -266,6 +298,7 @@ bool VrDescription::removePatch(const std::string& patchName) {
     VR_WARNING(1, "Failed to find patch " + patchName + " in description " + name());
     return false;
   }
+  if (primitive) primitive->stripGuidePatch(found->second);
   delete found->second;
   patchMap.erase(found);
   return true;
@@ -282,7 +315,10 @@ bool VrDescription::changePatchName(const std::string& oldName, const std::strin
 }
 
 void VrDescription::clearPatches() {
-  for (auto& entry : patchMap) delete entry.second;
+  for (auto& entry : patchMap) {
+    if (primitive) primitive->stripGuidePatch(entry.second);
+    delete entry.second;
+  }
   patchMap.clear();
 }
 

@@ -14,6 +14,7 @@
 
 class VrPalette;
 class VrPatch;
+class VrPrimitive;
 
 class VrDescription : public VrObject {
  public:
@@ -26,6 +27,11 @@ class VrDescription : public VrObject {
   /// The base's pairs, then those of the active primitive, generator, renderer, and of the
   /// previewer when it differs from the renderer.
   void getExternalContext(ExternalContext& pairs, const std::string& prefix) const override;
+  /// Writes the collection's `vrDataPath` and `vrProjectPath`, for readers of a single
+  /// description.
+  bool exportExtraAttr(std::ostream& out) const override;
+  /// `vrDataPath` and `vrProjectPath` lines are skipped on reading: the collection has them.
+  bool isExtraAttr(const std::string& name) const override;
 
   /// @name Objects
   /// @{
@@ -42,7 +48,7 @@ class VrDescription : public VrObject {
   bool setPreviewer(const std::string& module);
   /// Deletes every object that is not active; the previewer too when `deletePreviewer`.
   void cleanObjects(bool deletePreviewer);
-  VrObject* activePrimitive() const { return primitive; }
+  VrPrimitive* activePrimitive() const { return primitive; }
   VrObject* activeGenerator() const { return generator; }
   /// The previewer when `preview` is set and there is one, else the renderer.
   VrObject* activeRenderer(bool preview = false) const;
@@ -63,6 +69,25 @@ class VrDescription : public VrObject {
   void clearPatches();
   const std::map<std::string, VrPatch*>& patches() const { return patchMap; }
   unsigned numPatches() const { return static_cast<unsigned>(patchMap.size()); }
+  /// @}
+
+  /// @name Persistence (collection file blocks)
+  /// @{
+  /// Writes every object's block (a primitive followed by its FX modules), the texture block and
+  /// the "Active" and "Preview" lines. False when an object cannot be written.
+  bool exportObjects(std::ostream& out) const;
+  /// Writes the "MapTextures" block when any attribute has a texture linked.
+  bool exportTexMap(std::ostream& out) const;
+  /// Writes the "Patches" block: every patch with its guides.
+  bool exportPatches(std::ostream& out) const;
+  /// Writes one patch with its guides; false when there is no patch of that name.
+  bool exportPatch(const std::string& name, std::ostream& out) const;
+  /// Reads patch blocks up to "endPatches"; false on an unknown token or a broken patch.
+  bool importPatches(std::istream& in);
+  /// Reads one "Patch" block (the token itself already read); false when it is broken.
+  bool importPatch(std::istream& in);
+  /// Reads the lines of a "MapTextures" block up to "endAttrs".
+  bool importTexMap(std::istream& in);
   /// @}
 
   /// @name Level of detail and stray primitives
@@ -98,6 +123,8 @@ class VrDescription : public VrObject {
   void setPalette(VrPalette* palette) { collection = palette; }
   /// Motion samples: descriptions of later time samples of this one (not owned).
   void addSample(VrDescription* sample) { samples.push_back(sample); }
+  /// Forgets a sample; false when it is not one of this description's.
+  bool removeSample(const VrDescription* sample);
   VrDescription* sample(unsigned index) const {
     return index < samples.size() ? samples[index] : nullptr;
   }
@@ -131,7 +158,7 @@ class VrDescription : public VrObject {
 
   VrPalette* collection = nullptr;
   VrDict<VrObject*> objects;
-  VrObject* primitive = nullptr;
+  VrPrimitive* primitive = nullptr;
   VrObject* generator = nullptr;
   VrObject* renderer = nullptr;
   VrObject* previewer = nullptr;

@@ -120,6 +120,13 @@ VrPalette* VrPalette::palette(const std::string& name) {
 
 const VrDict<VrPalette*>& VrPalette::palettes() { return registeredPalettes(); }
 
+bool VrPalette::removeSample(const VrPalette* sample) {
+  auto found = std::find(samples.begin(), samples.end(), sample);
+  if (found == samples.end()) return false;
+  samples.erase(found);
+  return true;
+}
+
 void VrPalette::setSnapshot(VrPalette* snapshot) {
   if (snapshot == snapshotCollection) return;
   delete snapshotCollection;

@@ -48,6 +48,8 @@ class VrPalette : public VrObject {
   /// @name Motion samples and snapshot (owned)
   /// @{
   void addSample(VrPalette* sample) { samples.push_back(sample); }
+  /// Releases (does not delete) a sample; false when it is not held.
+  bool removeSample(const VrPalette* sample);
   VrPalette* sample(unsigned index) const { return index < samples.size() ? samples[index] : nullptr; }
   unsigned numSamples() const { return static_cast<unsigned>(samples.size()); }
   /// Takes ownership of the snapshot, deleting the previous one.

@@ -31,6 +31,10 @@ class VrExpression {
   VrDescription* description() const { return owner; }
   void setDescription(VrDescription* description) { owner = description; }
 
+  /// True when the text calls the function `funcName`: the name followed by '(' outside
+  /// comments and string literals.
+  bool usesFunc(const std::string& funcName) const;
+
   /// Adds (prefix, path) for each file the expression reads; none while expressions are text.
   void getExternalContext(std::vector<std::pair<std::string, std::string>>& pairs,
                           const std::string& prefix) const;

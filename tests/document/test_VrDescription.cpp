@@ -2,6 +2,7 @@
 
 #include "document/VrPalette.h"
 #include "geometry/VrPatch.h"
+#include "primitives/VrPrimitive.h"
 #include "support/CaptureLogger.h"
 
 #include <gtest/gtest.h>

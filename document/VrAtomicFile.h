@@ -1,0 +1,27 @@
+#pragma once
+// Writes a file under a temporary name beside its target and renames it into place on commit,
+// so that a failed or interrupted save never leaves a half-written file where the old one was.
+
+#include <fstream>
+#include <string>
+
+class VrAtomicFile {
+ public:
+  /// Opens "<path>.tmp<pid>" for writing; `ok()` tells whether that worked.
+  explicit VrAtomicFile(const std::string& path);
+  /// Removes the temporary file unless `commit` succeeded.
+  ~VrAtomicFile();
+  VrAtomicFile(const VrAtomicFile&) = delete;
+  VrAtomicFile& operator=(const VrAtomicFile&) = delete;
+
+  bool ok() const { return stream.is_open() && stream.good(); }
+  std::ostream& out() { return stream; }
+  /// Flushes, closes and renames the file into place; false (target untouched) on any failure.
+  bool commit();
+
+ private:
+  std::string target;
+  std::string temporary;
+  std::ofstream stream;
+  bool committed = false;
+};

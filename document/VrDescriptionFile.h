@@ -1,0 +1,30 @@
+#pragma once
+// Description files and FX module files: one description (with its active objects, the global
+// expressions it uses and optionally its guides and patches), or one FX module, written on its
+// own so that it can be brought into another collection. Main thread only.
+
+#include <iosfwd>
+#include <string>
+
+class VrDescription;
+class VrFXModule;
+class VrPalette;
+
+/// Writes a description file: the description's block, its active primitive with its FX
+/// modules, generator, renderer and previewer, its textures, the collection expressions its
+/// attributes call, then with `withGuides` the guide shapes and with `withPatches` the patches.
+bool VrExportDescription(VrDescription* description, std::ostream& out, bool withGuides,
+                         bool withPatches);
+/// Path form: atomic, never with patches.
+bool VrExportDescription(VrDescription* description, const std::string& path, bool withGuides);
+
+/// Reads a description file into `palette`. A name taken in the collection is replaced when
+/// `replace`, otherwise made unique with the smallest positive number. The new description, or
+/// null with an Error (nothing is kept then).
+VrDescription* VrImportDescription(VrPalette* palette, std::istream& in, bool replace);
+VrDescription* VrImportDescription(VrPalette* palette, const std::string& path, bool replace);
+
+/// Writes an FX module file (atomic); false with an Error when it cannot be written.
+bool VrExportFXModule(const VrFXModule* module, const std::string& path);
+/// Adds the FX module of the file to the description's active primitive; null with an Error.
+VrFXModule* VrImportFXModule(VrDescription* description, const std::string& path);

@@ -1,0 +1,153 @@
+#include "primitives/VrBasePrimitive.h"
+
+#include "document/VrDescription.h"
+#include "document/VrMessage.h"
+#include "document/VrPalette.h"
+#include "document/vrutilString.h"
+#include "geometry/VrPatch.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <istream>
+#include <ostream>
+
+namespace {
+
+// Old files wrote CVs as "[x,y,z]"; each is read as three numbers separated by one character.
+bool readBracketCV(std::istream& in, SgVec3T<double>& cv) {
+  char c = 0;
+  while (in.get(c) && c != '[') {
+  }
+  if (!in) return false;
+  char separator = 0;
+  in >> cv.x;
+  in.get(separator);
+  in >> cv.y;
+  in.get(separator);
+  in >> cv.z;
+  in.ignore(2);
+  return !in.fail();
+}
+
+}  // namespace
+
+const VrGuide* VrBasePrimitive::guide(const std::string& id) const {
+  for (const VrGuide& g : guides)
+    if (g.id() == id) return &g;
+  return nullptr;
+}
+
+void VrBasePrimitive::stripGuidePatch(const VrPatch* patch) {
+  guides.erase(std::remove_if(guides.begin(), guides.end(),
+                              [patch](const VrGuide& g) { return g.patch() == patch; }),
+               guides.end());
+}
+
+bool VrBasePrimitive::newCopiedGuides(const VrBasePrimitive* other) {
+  if (!other) {
+    VR_ERROR("Cant add copied guides with no other primitive.");
+    return false;
+  }
+  guides.insert(guides.end(), other->guides.begin(), other->guides.end());
+  return true;
+}
+
+unsigned VrBasePrimitive::numGuidesOn(const VrPatch* patch) const {
+  return static_cast<unsigned>(
+      std::count_if(guides.begin(), guides.end(), [patch](const VrGuide& g) { return g.patch() == patch; }));
+}
+
+bool VrBasePrimitive::exportGuides(std::ostream& out, const VrPatch* patch) const {
+  const unsigned count = numGuidesOn(patch);
+  if (count == 0) return out.good();
+  const std::string word = typeName();
+  out << "Guides\t" << word.substr(0, word.size() >= 9 ? word.size() - 9 : 0) << '\t' << count
+      << '\n';
+  for (const VrGuide& g : guides) {
+    if (g.patch() != patch) continue;
+    const auto& cvs = g.iOrigGuideGeom();
+    out << "\tid\t\t\t" << g.id() << '\n';
+    out << "\tloc\t\t\t" << g.patchU() << ' ' << g.patchV() << ' ' << g.faceId() << '\n';
+    out << "\tblend\t\t\t" << g.blend() << '\n';
+    out << "\tinterp\t\t\t" << g.interpolation() << '\n';
+    out << "\tCVs\t\t\t" << cvs.size() << '\n';
+    // The root is not written: it comes back from the binding. An unbound patch has no frame,
+    // so the CVs are written as they stand.
+    for (size_t i = 1; i < cvs.size(); ++i)
+      out << '\t' << cvs[i].x << ' ' << cvs[i].y << ' ' << cvs[i].z << '\n';
+  }
+  return out.good();
+}
+
+bool VrBasePrimitive::importGuides(std::istream& in, const VrPatch* patch, unsigned fileVersion) {
+  int count = 0;
+  if (!(in >> count) || count < 0) return false;
+  VrPalette* palette = description() ? description()->palette() : nullptr;
+  std::string token, line;
+  for (int n = 0; n < count; ++n) {
+    VrGuide g;
+    g.setPatch(patch);
+    bool sawCVs = false;
+    while (in >> token) {
+      if (token[0] == '#') {
+        vrutil::safeGetline(in, line);
+      } else if (token == "CVs") {
+        sawCVs = true;
+        break;
+      } else if (token == "id") {
+        std::string id;
+        in >> id;
+        g.setId(id);
+      } else if (token == "loc") {
+        double u = 0.0, v = 0.0;
+        int face = 0;
+        in >> u >> v >> face;
+        g.setU(u);
+        g.setV(v);
+        g.setFaceId(face);
+      } else if (token == "blend") {
+        double blend = 0.0;
+        in >> blend;
+        g.setBlend(blend);
+      } else if (token == "interp") {
+        vrutil::safeGetline(in, line);
+        g.setInterpolation(vrutil::stripWhitespace(line));
+      } else if (token == "u" || token == "v") {
+        double value = 0.0;
+        in >> value;
+        token == "u" ? g.setU(value) : g.setV(value);
+      } else if (token == "faceId") {
+        int face = 0;
+        in >> face;
+        g.setFaceId(face);
+      } else {
+        vrutil::safeGetline(in, line);
+        VR_ERROR("Unrecognized token: " + token + " in Guide import. Trying to read and continue.");
+      }
+      if (in.fail()) break;
+    }
+    if (!sawCVs) {
+      VR_ERROR("No CVs found for guide during import.");
+      return false;
+    }
+    vrutil::safeGetline(in, line);
+    int cvCount = 0;
+    if (std::sscanf(line.c_str(), "%d", &cvCount) != 1 || cvCount < 0) cvCount = 0;
+    std::vector<SgVec3T<double>> cvs;
+    if (cvCount > 0) cvs.emplace_back(0.0, 0.0, 0.0);
+    for (int i = 1; i < cvCount; ++i) {
+      SgVec3T<double> cv;
+      const bool ok = fileVersion >= 15 ? static_cast<bool>(in >> cv.x >> cv.y >> cv.z)
+                                        : readBracketCV(in, cv);
+      if (!ok) {
+        VR_ERROR("No CVs found for guide during import.");
+        return false;
+      }
+      cvs.push_back(cv);
+    }
+    g.setOrigIGeom(std::move(cvs));
+    if (fileVersion < 16) g.setId(palette);
+    guides.push_back(std::move(g));
+  }
+  return true;
+}
