@@ -89,7 +89,7 @@ class CollectionReader {
         return false;
       }
       std::string module;
-      if (!(in >> module)) return false;
+      if (!(in >> module)) return vrfile::reportEndInside("an " + token + " line");
       if (token == "Active")
         description->setActive(module);
       else
@@ -193,8 +193,7 @@ void discard(VrPalette* palette, bool attachedSample) {
       if (VrDescription* base = state.base->description(palette->description(i)->name()))
         base->removeSample(palette->description(i));
   }
-  if (state.base == palette) state.base = nullptr;
-  delete palette;
+  delete palette;  // which also drops it from the import state
 }
 
 }  // namespace
@@ -250,12 +249,18 @@ bool VrExportPalette(VrPalette* palette, const std::string& path) {
 
 VrDescription* VrImportPatches(std::istream& in, VrPalette* palette, bool skipToken) {
   std::string token;
-  if (skipToken && !(in >> token)) return nullptr;
-  if (!palette || !(in >> token)) return nullptr;
+  if (!palette) return nullptr;
+  if ((skipToken && !(in >> token)) || !(in >> token)) {
+    vrfile::reportEndInside("the head of a Patches block");
+    return nullptr;
+  }
   const std::string name = vrutil::objNameSpace(palette->name()) + vrutil::stripNameSpace(token);
   VrDescription* description = palette->description(name);
   unsigned guideCount = 0;
-  if (VRImportFileVersion > 14 && !(in >> guideCount)) return nullptr;
+  if (VRImportFileVersion > 14 && !(in >> guideCount)) {
+    vrfile::reportEndInside("the head of a Patches block");
+    return nullptr;
+  }
   VR_DEBUG(2, vrmsg::CatFile, "Importing patches for: " + name);
   if (!description) {
     VR_ERROR("No description found named " + name + " to match Patches token.");
@@ -299,6 +304,20 @@ VrPalette* VrImport(const std::string& path, const std::string& nameSpace, unsig
 }
 
 const std::map<std::string, std::vector<VrPatch*>>& VrImportedPatches() { return importState().patches; }
+
+void VrForgetImported(const VrPalette* palette) {
+  ImportState& state = importState();
+  if (state.base == palette) state.base = nullptr;
+  for (auto it = state.patches.begin(); it != state.patches.end();) {
+    auto& patches = it->second;
+    patches.erase(std::remove_if(patches.begin(), patches.end(),
+                                 [palette](const VrPatch* patch) {
+                                   return patch->description() && patch->description()->palette() == palette;
+                                 }),
+                  patches.end());
+    it = patches.empty() ? state.patches.erase(it) : std::next(it);
+  }
+}
 
 namespace {
 void collectAttr(const VrObject* object, const std::string& attribute, std::vector<std::string>& values) {

@@ -42,6 +42,9 @@ VrDescription* VrImportPatches(std::istream& in, VrPalette* palette, bool skipTo
 /// geometry.
 const std::map<std::string, std::vector<VrPatch*>>& VrImportedPatches();
 
+/// Forgets what the import state holds of a collection that is being destroyed.
+void VrForgetImported(const VrPalette* palette);
+
 /// Reads `file` and returns the values of `attribute` on every object that `object` names: a
 /// module word ("RandomGenerator"), "Description", "Palette", or an FX module's name. Nothing
 /// read is kept.

@@ -153,6 +153,7 @@ class VrDescription : public VrObject {
   void clearObjects();
 
  private:
+  void writePatchWithGuides(std::ostream& out, const VrPatch* patch) const;
   bool setClampedFloat(const std::string& name, const std::string& value, double& member,
                        double low, double high);
 

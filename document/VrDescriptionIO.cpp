@@ -3,6 +3,7 @@
 
 #include "document/VrDescription.h"
 
+#include "document/VrFileReaderImpl.h"
 #include "document/VrMessage.h"
 #include "document/VrModules.h"
 #include "document/vrutilName.h"
@@ -80,18 +81,22 @@ bool VrDescription::importTexMap(std::istream& in) {
   return false;
 }
 
-namespace {
-void writePatchWithGuides(std::ostream& out, const VrPatch* patch, const VrPrimitive* primitive) {
+// The guides rooted on a patch: the active primitive's first, then those that other primitives
+// still hold (a file may give guides to a primitive that is not active), so that none are lost.
+void VrDescription::writePatchWithGuides(std::ostream& out, const VrPatch* patch) const {
   patch->exportObj(out);
   if (primitive) primitive->exportGuides(out, patch);
+  for (auto it = objects.begin(); it != objects.end(); ++it) {
+    const auto* other = dynamic_cast<const VrBasePrimitive*>(it.value());
+    if (other && other != primitive) other->exportGuides(out, patch);
+  }
   out << "endObject\n";
 }
-}  // namespace
 
 bool VrDescription::exportPatches(std::ostream& out) const {
   out << "\nPatches\t" << vrutil::stripNameSpace(name()) << '\t'
       << (primitive ? primitive->numGuides() : 0u) << '\n';
-  for (const auto& entry : patchMap) writePatchWithGuides(out, entry.second, primitive);
+  for (const auto& entry : patchMap) writePatchWithGuides(out, entry.second);
   out << "endPatches\n";
   return out.good();
 }
@@ -99,13 +104,13 @@ bool VrDescription::exportPatches(std::ostream& out) const {
 bool VrDescription::exportPatch(const std::string& patchName, std::ostream& out) const {
   const VrPatch* found = patch(patchName);
   if (!found) return false;
-  writePatchWithGuides(out, found, primitive);
+  writePatchWithGuides(out, found);
   return out.good();
 }
 
 bool VrDescription::importPatch(std::istream& in) {
   std::string type;
-  if (!(in >> type)) return false;
+  if (!(in >> type)) return vrfile::reportEndInside("a Patch line");
   VR_DEBUG(3, vrmsg::CatDescription, "Patchtype: " + type);
   // Patches are made only by the patch families; anything else is refused before creation.
   std::unique_ptr<VrPatch> created;
@@ -141,5 +146,5 @@ bool VrDescription::importPatches(std::istream& in) {
       return false;
     }
   }
-  return false;
+  return vrfile::reportEndInside("a Patches block");
 }

@@ -39,6 +39,11 @@ void reportCutShort(const std::string& token) {
   VR_ERROR("The " + token + " block ends before its endAttrs line.");
 }
 
+bool reportEndInside(const std::string& where) {
+  VR_ERROR("The file ends, or holds an unreadable value, inside " + where + ".");
+  return false;
+}
+
 VrObject* importObjectBlock(VrDescription* description, const std::string& token, std::istream& in,
                             const std::string& nameSpace, VrPrimitive*& currentPrimitive) {
   VR_DEBUG(1, vrmsg::CatFile, "Importing " + token);

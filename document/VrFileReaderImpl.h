@@ -34,4 +34,8 @@ bool importFXModuleBlock(VrPrimitive* primitive, const std::string& token, std::
 /// The Error for a block that ended before its "endAttrs".
 void reportCutShort(const std::string& token);
 
+/// Sends the Error for a file that ends inside `where` (or holds an unreadable value there) and
+/// returns false.
+bool reportEndInside(const std::string& where);
+
 }  // namespace vrfile

@@ -1,5 +1,6 @@
 #include "document/VrPalette.h"
 
+#include "document/VrCollectionFile.h"
 #include "document/VrDescription.h"
 #include "document/VrMessage.h"
 #include "document/vrutilFiles.h"
@@ -27,6 +28,7 @@ VrPalette::VrPalette() : VrObject(nullptr) {
 }
 
 VrPalette::~VrPalette() {
+  VrForgetImported(this);
   for (VrPalette* sample : samples) delete sample;
   samples.clear();
   // Each description releases itself from this collection as it is destroyed.

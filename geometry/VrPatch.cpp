@@ -67,7 +67,12 @@ bool VrPatch::importObj(std::istream& in) {
       VR_ERROR("Unrecognized token: " + token + " in Patch import.");
       return false;
     }
+    if (in.fail()) {
+      VR_ERROR("Unable to read the value of " + token + " in Patch import.");
+      return false;
+    }
   }
+  VR_ERROR("The file ends inside the patch " + patchName + ".");
   return false;
 }
 

@@ -81,7 +81,10 @@ bool VrBasePrimitive::exportGuides(std::ostream& out, const VrPatch* patch) cons
 
 bool VrBasePrimitive::importGuides(std::istream& in, const VrPatch* patch, unsigned fileVersion) {
   int count = 0;
-  if (!(in >> count) || count < 0) return false;
+  if (!(in >> count) || count < 0) {
+    VR_ERROR("Unable to read the number of guides in Guide import.");
+    return false;
+  }
   VrPalette* palette = description() ? description()->palette() : nullptr;
   std::string token, line;
   for (int n = 0; n < count; ++n) {

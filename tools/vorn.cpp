@@ -1,4 +1,5 @@
-// vorn: the command-line front of the library, for scripts and render farms.
+// vorn: the command-line front of the library, for scripts and render farms. This file wires the
+// commands to their functions (commands.h).
 // Exit codes: 0 success, 1 the command ran and failed, 2 bad usage.
 
 #include "document/VrConfig.h"
@@ -7,6 +8,7 @@
 #include "document/VrTaskManager.h"
 #include "document/VrVersion.h"
 #include "document/vrutilPath.h"
+#include "tools/commands.h"
 
 #include <CLI/CLI.hpp>
 
@@ -66,6 +68,38 @@ int main(int argc, char** argv) {
   app.fallthrough();
   CLI::App* info = app.add_subcommand("info", "print the version, configuration, thread count and modules");
 
+  std::string file, output, attribute, value;
+  vorncli::Address address;
+
+  CLI::App* check = app.add_subcommand("check", "read a collection file and report whether it is sound");
+  check->add_option("file", file, "collection file (.vorn)")->required();
+
+  CLI::App* ls = app.add_subcommand("ls", "list the descriptions of a collection file and what they hold");
+  ls->add_option("file", file, "collection file (.vorn)")->required();
+  CLI::Option* lsDescription = ls->add_option("description", address.description, "only this description");
+
+  CLI::App* get = app.add_subcommand("get", "print an attribute of the collection, a description or an object");
+  get->add_option("file", file, "collection file (.vorn)")->required();
+  get->add_option("attribute", attribute, "attribute name")->required();
+  CLI::Option* getDescription = get->add_option("description", address.description,
+                                                "description (none: the collection)");
+  CLI::Option* getObject = get->add_option("object", address.object,
+                                           "module word or FX module name (none: the description)");
+
+  CLI::App* set = app.add_subcommand("set", "set an attribute and save the collection file");
+  set->add_option("file", file, "collection file (.vorn)")->required();
+  set->add_option("attribute", attribute, "attribute name")->required();
+  set->add_option("value", value, "new value (an empty argument clears it)")->required();
+  CLI::Option* setDescription = set->add_option("description", address.description,
+                                                "description (none: the collection)");
+  CLI::Option* setObject = set->add_option("object", address.object,
+                                           "module word or FX module name (none: the description)");
+  set->add_option("-o,--output", output, "write here instead of back onto the file");
+
+  CLI::App* resave = app.add_subcommand("resave", "read a collection file and write it out again");
+  resave->add_option("input", file, "collection file to read")->required();
+  resave->add_option("output", output, "collection file to write")->required();
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -74,5 +108,18 @@ int main(int argc, char** argv) {
   }
 
   if (*info) return runInfo();
+  if (*check) return vorncli::runCheck(file);
+  if (*ls) return vorncli::runList(file, lsDescription->count() > 0, address.description);
+  if (*get || *set) {
+    address.hasDescription = (*get ? getDescription : setDescription)->count() > 0;
+    address.hasObject = (*get ? getObject : setObject)->count() > 0;
+    if (*get) return vorncli::runGet(file, attribute, address);
+    if (output.empty() && set->count("--output") > 0) {
+      std::cerr << "vorn: --output needs a file name\n";
+      return 2;
+    }
+    return vorncli::runSet(file, attribute, value, address, output);
+  }
+  if (*resave) return vorncli::runResave(file, output);
   return 2;
 }

@@ -317,3 +317,28 @@ TEST(VrCollectionFile, GetAttrReadsWithoutKeeping) {
   EXPECT_TRUE(VrGetAttr("nothing", "RandomGenerator", path).empty());
   EXPECT_EQ(VrPalette::palettes().size(), collectionsBefore);
 }
+
+TEST(VrCollectionFile, GuidesOfAPrimitiveThatIsNotActiveAreKept) {
+  const std::string text =
+      header + "Palette\n\tname\t\t\tp\n\tendAttrs\nDescription\n\tname\t\t\td\n\tendAttrs\n"
+      "SplinePrimitive\n\tendAttrs\nCardPrimitive\n\tendAttrs\n\tActive\tCardPrimitive\n"
+      "Patches\td\t0\nPatch\tSubd\n\tname\t\ts\n\tfaceIds\t\t1 0\n\tanimCurves\t0\t\n"
+      "Guides\tSpline\t1\n\tid\t\t\t7\n\tloc\t\t\t0.5 0.5 0\n\tblend\t\t\t1\n\tinterp\t\t\tlinear\n"
+      "\tCVs\t\t\t2\n\t0 1 0\nendObject\nendPatches\n";
+  PalettePtr first = importText(text);
+  ASSERT_TRUE(first);
+  PalettePtr again = importText(exportText(first.get()));
+  ASSERT_TRUE(again);
+  auto* spline = dynamic_cast<VrPrimitive*>(again->description("d")->getObject("SplinePrimitive"));
+  ASSERT_NE(spline, nullptr);
+  ASSERT_EQ(spline->numGuides(), 1u);
+  EXPECT_EQ(spline->guide(0u).id(), "7");
+}
+
+TEST(VrCollectionFile, DeletedCollectionsLeaveTheImportState) {
+  PalettePtr pal(VrImport(vrtest::examplePath("hairs.vorn"), "", 0u));
+  ASSERT_TRUE(pal);
+  EXPECT_EQ(VrImportedPatches().count("pPlaneShape1"), 1u);
+  pal.reset();
+  EXPECT_EQ(VrImportedPatches().count("pPlaneShape1"), 0u);
+}

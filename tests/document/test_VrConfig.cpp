@@ -186,6 +186,7 @@ void endHook(int id) { endedId = id; }
 }  // namespace
 
 TEST(VrProfiler, ScopeCallsHostHooks) {
+  lastBegin = endedId = -1;
   { vrutil::VrProfileScope scope("no hooks"); }
   EXPECT_EQ(endedId, -1);
   vrutil::VrProfiler::eventBeginFunc = beginHook;

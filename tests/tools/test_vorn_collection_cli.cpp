@@ -1,0 +1,415 @@
+// The collection file commands of the `vorn` tool (check, ls, get, set, resave), run as a
+// separate process on the bundled examples and on broken copies of them.
+
+#include "support/RunCommand.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+using vrtest::runCommand;
+using vrtest::vornCli;
+
+namespace {
+
+const std::string hairsFile = std::string(VORN_SOURCE_DIR) + "/examples/hairs.vorn";
+const std::string groomFile = std::string(VORN_SOURCE_DIR) + "/examples/groom.vorn";
+
+// One shell word, whatever it holds.
+std::string q(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+vrtest::CommandResult vorn(const std::string& arguments) { return runCommand(vornCli() + " " + arguments); }
+
+std::string readText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+const char* const hairsListing =
+    "collection: hairs\n"
+    "descriptions: 1\n"
+    "description: one\n"
+    "  primitive: SplinePrimitive\n"
+    "  generator: RandomGenerator\n"
+    "  renderer: GLRenderer\n"
+    "  previewer: GLRenderer\n"
+    "  objects (3):\n"
+    "    GLRenderer\n"
+    "    RandomGenerator\n"
+    "    SplinePrimitive\n"
+    "  fx modules of SplinePrimitive (1):\n"
+    "    Noise: NoiseFXModule\n"
+    "  patches (1):\n"
+    "    pPlaneShape1 (Subd)\n"
+    "      faces (2): 0 1\n"
+    "      guides: 0\n"
+    "  guides: 0\n";
+
+const char* const scalpListing =
+    "description: scalp\n"
+    "  primitive: SplinePrimitive\n"
+    "  generator: RandomGenerator\n"
+    "  renderer: RendermanRenderer\n"
+    "  previewer: GLRenderer\n"
+    "  objects (4):\n"
+    "    GLRenderer\n"
+    "    RandomGenerator\n"
+    "    RendermanRenderer\n"
+    "    SplinePrimitive\n"
+    "  fx modules of SplinePrimitive (2):\n"
+    "    Clumping: ClumpingFXModule\n"
+    "    Cut: CutFXModule\n"
+    "  patches (1):\n"
+    "    scalpShape (Subd)\n"
+    "      faces (4): 0 1 2 3\n"
+    "      culled on face 1: 7 9\n"
+    "      culled on face 3: 4\n"
+    "      guides: 2\n"
+    "  guides: 2\n";
+
+const char* const browsListing =
+    "description: brows\n"
+    "  primitive: CardPrimitive\n"
+    "  generator: UniformGenerator\n"
+    "  renderer: RendermanRenderer\n"
+    "  previewer: (none)\n"
+    "  objects (3):\n"
+    "    CardPrimitive\n"
+    "    RendermanRenderer\n"
+    "    UniformGenerator\n"
+    "  fx modules of CardPrimitive (0):\n"
+    "  patches (1):\n"
+    "    browShape (Nurbs)\n"
+    "      faces (1): 0\n"
+    "      guides: 0\n"
+    "  guides: 0\n";
+
+}  // namespace
+
+TEST(VornCliCheck, BundledExamplesAreSound) {
+  const auto hairs = vorn("check " + q(hairsFile));
+  EXPECT_EQ(hairs.exitCode, 0);
+  EXPECT_EQ(hairs.output, "ok: hairs: 1 descriptions\n");
+  const auto groom = vorn("check " + q(groomFile));
+  EXPECT_EQ(groom.exitCode, 0);
+  EXPECT_EQ(groom.output, "ok: groom: 2 descriptions\n");
+}
+
+TEST(VornCliCheck, BrokenFilesFailWithTheReason) {
+  vrtest::TempDir dir;
+  const std::string hairs = readText(hairsFile);
+  ASSERT_FALSE(hairs.empty());
+  const size_t inSpline = hairs.find("\ttaper");
+  const size_t inPatch = hairs.find("\tfaceIds");
+  ASSERT_NE(inSpline, std::string::npos);
+  ASSERT_NE(inPatch, std::string::npos);
+  std::string oldVersion = hairs;
+  oldVersion.replace(oldVersion.find("FileVersion 18"), 14, "FileVersion 13");
+  std::string unknownToken = hairs;
+  unknownToken.insert(unknownToken.find("Patches"), "Bogus\n");
+
+  struct Case {
+    std::string name, content, message;
+  };
+  const Case cases[] = {
+      {"cut-in-object.vorn", hairs.substr(0, inSpline), "The SplinePrimitive block ends before its endAttrs line."},
+      {"cut-in-patch.vorn", hairs.substr(0, inPatch), "cannot read a collection from"},
+      {"version13.vorn", oldVersion, "FileVersion prior to 14 cannot be used"},
+      {"token.vorn", unknownToken, "Unrecognized token: Bogus in VrImport."},
+      {"empty.vorn", "", "No collection found in file."},
+      {"comment-only.vorn", "# nothing here\n", "No collection found in file."},
+  };
+  for (const Case& c : cases) {
+    const std::string path = dir.write(c.name, c.content);
+    const auto result = vorn("check " + q(path));
+    EXPECT_EQ(result.exitCode, 1) << c.name << "\n" << result.output;
+    EXPECT_TRUE(contains(result.output, c.message)) << c.name << "\n" << result.output;
+    EXPECT_TRUE(contains(result.output, "vorn: cannot read a collection from " + path)) << result.output;
+    EXPECT_FALSE(contains(result.output, "ok:")) << c.name;
+  }
+}
+
+TEST(VornCliCheck, MissingFileAndFolderFail) {
+  vrtest::TempDir dir;
+  const auto missing = vorn("check " + q(dir.file("absent.vorn")));
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_EQ(missing.output, "vorn: no such file: " + dir.file("absent.vorn") + "\n");
+  const auto folder = vorn("check " + q(dir.path()));
+  EXPECT_EQ(folder.exitCode, 1);
+  EXPECT_EQ(folder.output, "vorn: is a folder, not a collection file: " + dir.path() + "\n");
+}
+
+TEST(VornCliLs, ListsEveryDescriptionInFull) {
+  const auto hairs = vorn("ls " + q(hairsFile));
+  EXPECT_EQ(hairs.exitCode, 0);
+  EXPECT_EQ(hairs.output, hairsListing);
+  const auto groom = vorn("ls " + q(groomFile));
+  EXPECT_EQ(groom.exitCode, 0);
+  EXPECT_EQ(groom.output, std::string("collection: groom\ndescriptions: 2\n") + scalpListing + browsListing);
+}
+
+TEST(VornCliLs, NamedDescriptionOnly) {
+  const auto brows = vorn("ls " + q(groomFile) + " brows");
+  EXPECT_EQ(brows.exitCode, 0);
+  EXPECT_EQ(brows.output, std::string("collection: groom\ndescriptions: 2\n") + browsListing);
+  const auto unknown = vorn("ls " + q(groomFile) + " beard");
+  EXPECT_EQ(unknown.exitCode, 1);
+  EXPECT_EQ(unknown.output, "vorn: no description \"beard\" in collection \"groom\"\n");
+}
+
+TEST(VornCliLs, UnwritableStandardOutputIsAFailure) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+  for (const std::string& arguments : {"ls " + q(groomFile), "get " + q(groomFile) + " name",
+                                       "check " + q(groomFile)})
+    EXPECT_EQ(vorn(arguments + " >/dev/full").exitCode, 1) << arguments;
+}
+
+TEST(VornCliGet, EveryLevelOfAddress) {
+  struct Case {
+    std::string arguments, value;
+  };
+  const Case cases[] = {
+      {"name", "groom"},
+      {"vrDataPath", "/proj/groom/maps/;/proj/shared/"},
+      {"custom_float_globalLength", "2.5*rand()"},
+      {"vrDogTag", ""},
+      {"name Palette", "groom"},
+      {"minDensity scalp", "0.05"},
+      {"descriptionId brows", "1"},
+      {"lodFlag scalp Description", "true"},
+      {"length scalp SplinePrimitive", "globalLength()"},
+      {"custom_color_tint scalp SplinePrimitive", "[0.8,0.6,0.4]"},
+      {"density brows UniformGenerator", "40.0"},
+      {"percent scalp GLRenderer", "20.0"},
+      {"mask scalp Clumping", "map('${DESC}/clumpMask')"},
+      {"active scalp Cut", "false"},
+  };
+  for (const Case& c : cases) {
+    const auto result = vorn("get " + q(groomFile) + " " + c.arguments);
+    EXPECT_EQ(result.exitCode, 0) << c.arguments << "\n" << result.output;
+    EXPECT_EQ(result.output, c.value + "\n") << c.arguments;
+  }
+}
+
+TEST(VornCliGet, MissingPartsAreNamed) {
+  struct Case {
+    std::string arguments, message;
+  };
+  const Case cases[] = {
+      {"noSuchAttr", "vorn: collection \"groom\" has no attribute \"noSuchAttr\"\n"},
+      {"minDensity beard", "vorn: no description \"beard\" in collection \"groom\"\n"},
+      {"noSuchAttr brows", "vorn: description \"brows\" has no attribute \"noSuchAttr\"\n"},
+      {"density brows RandomGenerator",
+       "vorn: no object or FX module \"RandomGenerator\" in description \"brows\"\n"},
+      {"mask brows Clumping", "vorn: no object or FX module \"Clumping\" in description \"brows\"\n"},
+      {"magnitude scalp Clumping",
+       "vorn: FX module \"Clumping\" of description \"scalp\" has no attribute \"magnitude\"\n"},
+      {"taper scalp SplinePrimitive",
+       "vorn: object \"SplinePrimitive\" of description \"scalp\" has no attribute \"taper\"\n"},
+  };
+  for (const Case& c : cases) {
+    const auto result = vorn("get " + q(groomFile) + " " + c.arguments);
+    EXPECT_EQ(result.exitCode, 1) << c.arguments;
+    EXPECT_EQ(result.output, c.message) << c.arguments;
+  }
+}
+
+TEST(VornCliSet, SetThenGetRoundTripsThroughAnOutputFile) {
+  vrtest::TempDir dir;
+  const std::string out = dir.file("edited.vorn");
+  const std::string original = readText(hairsFile);
+  struct Case {
+    std::string attribute, value, address;
+  };
+  const Case cases[] = {
+      {"magnitude", "-1.5", "one Noise"},
+      {"length", "2.0*rand() + 1", "one SplinePrimitive"},
+      {"minDensity", "0.25", "one"},
+      {"vrDogTag", "", ""},
+      {"vrDataPath", "/elsewhere/maps/", "Palette"},
+      {"mask", "map('${DESC}/a b')", "one Noise"},
+  };
+  for (const Case& c : cases) {
+    const auto set = vorn("set " + q(hairsFile) + " " + c.attribute + " " + q(c.value) + " " + c.address +
+                          " -o " + q(out));
+    ASSERT_EQ(set.exitCode, 0) << c.attribute << "\n" << set.output;
+    EXPECT_EQ(set.output, "") << c.attribute;
+    const auto get = vorn("get " + q(out) + " " + c.attribute + " " + c.address);
+    EXPECT_EQ(get.exitCode, 0) << c.attribute;
+    EXPECT_EQ(get.output, c.value + "\n") << c.attribute;
+    // Nothing else moved.
+    EXPECT_EQ(vorn("ls " + q(out)).output, hairsListing) << c.attribute;
+  }
+  EXPECT_EQ(readText(hairsFile), original);
+  const auto source = vorn("get " + q(hairsFile) + " magnitude one Noise");
+  EXPECT_EQ(source.output, "0.2\n");
+}
+
+TEST(VornCliSet, RenamingADescriptionTakesItsPatchesAlong) {
+  vrtest::TempDir dir;
+  const std::string out = dir.file("renamed.vorn");
+  ASSERT_EQ(vorn("set " + q(groomFile) + " name beard brows -o " + q(out)).exitCode, 0);
+  const auto listing = vorn("ls " + q(out) + " beard");
+  EXPECT_EQ(listing.exitCode, 0) << listing.output;
+  std::string expected = std::string("collection: groom\ndescriptions: 2\n") + browsListing;
+  expected.replace(expected.find("description: brows"), 18, "description: beard");
+  EXPECT_EQ(listing.output, expected);
+  EXPECT_EQ(vorn("ls " + q(out) + " brows").exitCode, 1);
+}
+
+TEST(VornCliSet, WithoutOutputWritesBackInPlace) {
+  vrtest::TempDir dir;
+  const std::string path = dir.write("groom.vorn", readText(groomFile));
+  const auto set = vorn("set " + q(path) + " density 900.5 scalp RandomGenerator");
+  ASSERT_EQ(set.exitCode, 0) << set.output;
+  EXPECT_EQ(vorn("get " + q(path) + " density scalp RandomGenerator").output, "900.5\n");
+  EXPECT_EQ(vorn("get " + q(path) + " density brows UniformGenerator").output, "40.0\n");
+  // The write went through a temporary file that is gone now.
+  int entries = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    ++entries;
+    EXPECT_EQ(entry.path().filename(), "groom.vorn");
+  }
+  EXPECT_EQ(entries, 1);
+}
+
+TEST(VornCliSet, UnknownAttributeIsKeptWithAWarning) {
+  vrtest::TempDir dir;
+  const std::string out = dir.file("out.vorn");
+  const auto set = vorn("set " + q(hairsFile) + " stiffness 0.7 one Noise -o " + q(out));
+  EXPECT_EQ(set.exitCode, 0);
+  EXPECT_EQ(set.output,
+            "vorn: warning: \"stiffness\" is not a known attribute of FX module \"Noise\" of description "
+            "\"one\"; adding it\n");
+  EXPECT_EQ(vorn("get " + q(out) + " stiffness one Noise").output, "0.7\n");
+}
+
+TEST(VornCliSet, ValueTheObjectCannotParseIsReported) {
+  vrtest::TempDir dir;
+  const std::string out = dir.file("out.vorn");
+  const auto set = vorn("set " + q(hairsFile) + " lodFlag maybe one -o " + q(out));
+  EXPECT_EQ(set.exitCode, 0);
+  EXPECT_EQ(set.output, "vorn: warning: \"lodFlag\" of description \"one\" was stored as \"false\"\n");
+  EXPECT_EQ(vorn("get " + q(out) + " lodFlag one").output, "false\n");
+}
+
+TEST(VornCliSet, FailuresWriteNothing) {
+  vrtest::TempDir dir;
+  const std::string out = dir.file("out.vorn");
+  struct Case {
+    std::string arguments, message;
+  };
+  const Case cases[] = {
+      {"magnitude 1 one Wind", "vorn: no object or FX module \"Wind\" in description \"one\"\n"},
+      {"density 1 one UniformGenerator",
+       "vorn: no object or FX module \"UniformGenerator\" in description \"one\"\n"},
+      {"minDensity 1 two", "vorn: no description \"two\" in collection \"hairs\"\n"},
+      {"endAttrs 1 one", "vorn: \"endAttrs\" cannot be used as an attribute name in a collection file\n"},
+      {"'#note' 1 one", "vorn: \"#note\" cannot be used as an attribute name in a collection file\n"},
+      {"'two words' 1", "vorn: attribute name \"two words\" holds a blank or control character\n"},
+      {"'' 1", "vorn: an attribute name cannot be empty\n"},
+      {"mask $'1\\n2' one Noise", "vorn: the value of \"mask\" must be a single line\n"},
+      {"mask ' 1' one Noise", "vorn: the value of \"mask\" cannot begin or end with a blank\n"},
+      {"name 'a b' one", "vorn: a name cannot hold blanks: \"a b\"\n"},
+      {"vrDataPath /x/ one",
+       "vorn: \"vrDataPath\" of description \"one\" is written from the collection; set it on the "
+       "collection\n"},
+  };
+  for (const Case& c : cases) {
+    const auto result = runCommand("bash -c " + q(vornCli() + " set " + q(hairsFile) + " " + c.arguments +
+                                                  " -o " + q(out)));
+    EXPECT_EQ(result.exitCode, 1) << c.arguments;
+    EXPECT_EQ(result.output, c.message) << c.arguments;
+    EXPECT_FALSE(std::filesystem::exists(out)) << c.arguments;
+  }
+}
+
+TEST(VornCliSet, UnwritableOutputFails) {
+  vrtest::TempDir dir;
+  const std::string plain = dir.write("plain", "not a folder");
+  const auto result = vorn("set " + q(hairsFile) + " minDensity 0.5 one -o " + q(plain + "/out.vorn"));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(contains(result.output, "vorn: could not save " + plain + "/out.vorn\n")) << result.output;
+  EXPECT_EQ(readText(plain), "not a folder");
+}
+
+TEST(VornCliResave, OutputReadsBackWithTheSameLayout) {
+  vrtest::TempDir dir;
+  for (const std::string& source : {hairsFile, groomFile}) {
+    const std::string out = dir.file("resaved.vorn");
+    const auto resave = vorn("resave " + q(source) + " " + q(out));
+    ASSERT_EQ(resave.exitCode, 0) << resave.output;
+    EXPECT_EQ(resave.output, "");
+    EXPECT_EQ(vorn("check " + q(out)).exitCode, 0);
+    const auto before = vorn("ls " + q(source));
+    const auto after = vorn("ls " + q(out));
+    EXPECT_EQ(after.exitCode, 0);
+    EXPECT_EQ(before.output, after.output) << source;
+    // A second generation is the same again.
+    const std::string again = dir.file("again.vorn");
+    ASSERT_EQ(vorn("resave " + q(out) + " " + q(again)).exitCode, 0);
+    EXPECT_EQ(vorn("ls " + q(again)).output, before.output);
+  }
+  // Values come through as text, expressions and texture-linked attributes included.
+  const std::string out = dir.file("groom.vorn");
+  ASSERT_EQ(vorn("resave " + q(groomFile) + " " + q(out)).exitCode, 0);
+  const std::string written = readText(out);
+  EXPECT_TRUE(contains(written, "\nMapTextures\n\tRandomGenerator\tdensity\t${DESC}/density\n"
+                                "\tClumping\tmask\t${DESC}/clumpMask\n\tendAttrs\n"))
+      << written;
+  for (const char* address : {"custom_float_globalLength", "vrDataPath", "strayPercentage scalp",
+                              "custom_color_tint scalp SplinePrimitive", "mask scalp Clumping",
+                              "density scalp RandomGenerator", "length brows CardPrimitive"}) {
+    const auto before = vorn("get " + q(groomFile) + " " + address);
+    EXPECT_EQ(before.exitCode, 0) << address;
+    EXPECT_EQ(vorn("get " + q(out) + " " + address).output, before.output) << address;
+  }
+}
+
+TEST(VornCliResave, UnreadableInputWritesNothing) {
+  vrtest::TempDir dir;
+  const std::string broken = dir.write("broken.vorn", "FileVersion 18\nPalette\n\tname\tx\n");
+  const auto result = vorn("resave " + q(broken) + " " + q(dir.file("out.vorn")));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(contains(result.output, "The Palette block ends before its endAttrs line.")) << result.output;
+  EXPECT_FALSE(std::filesystem::exists(dir.file("out.vorn")));
+}
+
+TEST(VornCliUsage, BadCommandLinesExitWithTwo) {
+  const std::string file = q(hairsFile);
+  const std::string cases[] = {
+      "check",
+      "check " + file + " extra",
+      "check --frobnicate " + file,
+      "ls",
+      "ls " + file + " one extra",
+      "get " + file,
+      "get " + file + " name one Noise extra",
+      "set " + file + " name",
+      "set " + file + " name x -o",
+      "set " + file + " name x --bogus",
+      "resave " + file,
+      "resave",
+  };
+  for (const std::string& arguments : cases) {
+    const auto result = vorn(arguments);
+    EXPECT_EQ(result.exitCode, 2) << arguments << "\n" << result.output;
+    EXPECT_FALSE(result.output.empty()) << arguments;
+  }
+  const auto help = vorn("--help");
+  EXPECT_EQ(help.exitCode, 0);
+  for (const char* command : {"check", "ls", "get", "set", "resave", "info"})
+    EXPECT_TRUE(contains(help.output, command)) << command;
+}
