@@ -1,43 +1,250 @@
+// Ownership: a VrExpression owns its main parse and one parse per thread that evaluated it with
+// expression multithreading on. The per-thread parses are made under one process-wide mutex (the
+// expression library's parser is not known to be reentrant) and dropped when the text changes,
+// which happens only on the main thread while nothing evaluates.
+//
+// Threading: `eval` touches no member of the expression except through the thread's own parse;
+// location and nesting live in the thread's VrExprContext. The mutex `lock` guards only the
+// once-per-text infinite-loop report.
+
 #include "expressions/VrExpression.h"
 
-#include <cctype>
+#include "document/VrDescription.h"
+#include "document/VrMessage.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "document/vrutilCodec.h"
+#include "expressions/VrExprContext.h"
+#include "expressions/VrSeExpr.h"
+
+#include <tbb/enumerable_thread_specific.h>
+
+#include <algorithm>
+#include <atomic>
+
+struct VrExpression::Parses {
+  std::unique_ptr<VrSeExpr> main;
+  tbb::enumerable_thread_specific<std::unique_ptr<VrSeExpr>> perThread;
+};
+
+namespace {
+
+std::mutex& parseMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+std::atomic<bool>& shadowPassFlag() {
+  static std::atomic<bool> flag{false};
+  return flag;
+}
+
+std::vector<std::function<void()>>& clearCallbacks() {
+  static std::vector<std::function<void()>> callbacks;
+  return callbacks;
+}
+
+// Expressions being validated on this thread: collection expressions that call each other are
+// checked once each, and the loop is reported when they are evaluated.
+thread_local std::vector<const VrExpression*> validating;
+
+bool onStack(const std::vector<const VrExpression*>& stack, const VrExpression* expression) {
+  return std::find(stack.begin(), stack.end(), expression) != stack.end();
+}
+
+}  // namespace
 
 VrExpression::VrExpression(const std::string& name, const std::string& objectWord,
                            VrDescription* description, const std::string& text,
                            const std::string& type)
-    : owner(description), attrName(name), objectWord(objectWord), typeWord(type) {
+    : owner(description),
+      attrName(name),
+      objectWord(objectWord),
+      typeWord(type),
+      seed(static_cast<double>(vrutil::hashString(name + objectWord))),
+      parses(new Parses) {
   setExpression(text);
 }
 
-void VrExpression::setExpression(const std::string& newText) { text = newText; }
+VrExpression::~VrExpression() = default;
+
+void VrExpression::setExpression(const std::string& newText) {
+  text = newText;
+  looped = false;
+  parses->main.reset();
+  parses->perThread.clear();
+}
+
+void VrExpression::setType(const std::string& type) {
+  if (type == typeWord) return;
+  typeWord = type;
+  parses->main.reset();
+  parses->perThread.clear();
+}
+
+VrSeExpr* VrExpression::seExpr() const {
+  if (!parses->main) parses->main.reset(new VrSeExpr(const_cast<VrExpression*>(this), text, desiredDim()));
+  return parses->main.get();
+}
+
+VrSeExpr& VrExpression::parseForThisThread() const {
+  if (!VrTaskManager::seExprMultithreading()) return *seExpr();
+  std::unique_ptr<VrSeExpr>& local = parses->perThread.local();
+  if (!local) {
+    std::lock_guard<std::mutex> guard(parseMutex());
+    local.reset(new VrSeExpr(const_cast<VrExpression*>(this), text, desiredDim()));
+    validating.push_back(this);
+    local->isValid();
+    validating.pop_back();
+  }
+  return *local;
+}
+
+bool VrExpression::isValid(std::string* error) const {
+  if (onStack(validating, this)) return true;
+  VrSeExpr* parsed = seExpr();
+  validating.push_back(this);
+  const bool valid = parsed->isValid();
+  validating.pop_back();
+  if (valid || !error) return valid;
+  const std::string descriptionName = owner ? owner->name() : std::string();
+  *error = "Error in expression \"" + descriptionName + "::" + attrName + "\". [" + text + "]\n" +
+           "Error: " + parsed->errorText();
+  VR_ERROR(*error);
+  return false;
+}
+
+bool VrExpression::syntaxOK(std::string* error) const {
+  VrSeExpr* parsed = seExpr();
+  const bool ok = parsed->syntaxOK();
+  if (ok || !error) return ok;
+  const std::string descriptionName = owner ? owner->name() : std::string();
+  *error = "Error in expression \"" + descriptionName + "::" + attrName + "\". [" + text + "]\n" +
+           "Error: " + parsed->errorText();
+  VR_ERROR(*error);
+  return false;
+}
+
+bool VrExpression::isConstant() const {
+  // The library takes calls of functions without arguments (`rand()`) for constants: a call of
+  // any function of the system's table, or of a collection expression, makes the text vary.
+  if (!isValid()) return false;
+  const VrSeExpr* parsed = seExpr();
+  return parsed->isConstant() && !parsed->callsSystemFunction();
+}
+
+bool VrExpression::usesFunc(const std::string& funcName) const { return seExpr()->usesFunc(funcName); }
+
+bool VrExpression::usesVar(const std::string& varName) const { return seExpr()->usesVar(varName); }
+
+void VrExpression::reportLoop() const {
+  std::lock_guard<std::mutex> guard(lock);
+  if (looped) return;
+  looped = true;
+  VR_ERROR("Expression \"" + attrName + "\" has an infinite loop. [" + text + "]");
+}
+
+SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::string* patchName) const {
+  if (!isValid()) return SgVec3T<double>();
+  VrExprContext& context = VrExprContext::current();
+  if (onStack(context.stack, this)) {
+    reportLoop();
+    return SgVec3T<double>();
+  }
+  VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
+
+  const bool nested = !context.stack.empty();
+  const VrExprContext saved = nested ? context : VrExprContext();
+  context.u = u;
+  context.v = v;
+  context.faceId = faceId;
+  context.patchName = patchName;
+  if (!nested) context.description = owner;
+  context.updateFaceSeed(context.description ? static_cast<int>(context.description->descriptionId()) : 0);
+
+  VrSeExpr& parsed = parseForThisThread();
+  context.stack.push_back(this);
+  const double* value = parsed.evalFP();
+  context.stack.pop_back();
+  const SgVec3T<double> result = desiredDim() == 3 && parsed.returnType().isFP(3)
+                                     ? SgVec3T<double>(value[0], value[1], value[2])
+                                     : SgVec3T<double>(value[0], value[0], value[0]);
+
+  if (nested) {
+    context.u = saved.u;
+    context.v = saved.v;
+    context.faceId = saved.faceId;
+    context.patchName = saved.patchName;
+    context.faceSeed = saved.faceSeed;
+    context.lastFace = saved.lastFace;
+    context.lastDescriptionId = saved.lastDescriptionId;
+    context.lastPatch = saved.lastPatch;
+  } else {
+    context.patchName = nullptr;
+  }
+  VR_DEBUG(5, vrmsg::CatExpression,
+           "Done eval \"" + attrName + "\" [" + text + "] = " + vrutil::vtoa(result));
+  return result;
+}
+
+double VrExpression::u() const { return VrExprContext::current().u; }
+double VrExpression::v() const { return VrExprContext::current().v; }
+int VrExpression::faceId() const { return VrExprContext::current().faceId; }
+const std::string* VrExpression::patchName() const { return VrExprContext::current().patchName; }
+double VrExpression::faceSeed() const { return VrExprContext::current().faceSeed; }
+
+VrDescription* VrExpression::description() const {
+  const VrExprContext& context = VrExprContext::current();
+  return context.stack.size() > 1 ? context.description : owner;
+}
+
+int VrExpression::randInstance() const { return seExpr()->randInstance(); }
+void VrExpression::setRandInstance(int n) { seExpr()->setRandInstance(n); }
+int VrExpression::nextRandInstance() { return seExpr()->nextRandInstance(); }
+
+void VrExpression::initTLS(VrPrimitiveContext*) { VrExprContext::current().reset(); }
+
+void VrExpression::clearTLS() { VrExprContext::current().reset(); }
+
+void VrExpression::setCustomVariable(const std::string& name, double value) {
+  vrexpr::setCustomVariable(name, SgVec3T<double>(value, value, value));
+}
+void VrExpression::setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
+  vrexpr::setCustomVariable(name, value);
+}
+bool VrExpression::getCustomVariable(const std::string& name, SgVec3T<double>& value) {
+  return vrexpr::getCustomVariable(name, value);
+}
+void VrExpression::removeCustomVariable(const std::string& name) { vrexpr::removeCustomVariable(name); }
+void VrExpression::removeAllCustomVariables() { vrexpr::removeAllCustomVariables(); }
+
+const std::shared_ptr<VrExpression>& VrExpression::paletteAttr(const std::string& shortName,
+                                                               VrDescription* description) {
+  static const std::shared_ptr<VrExpression> none;
+  if (!description) {
+    VR_ERROR("No description given in global expression reference.");
+    return none;
+  }
+  VrPalette* palette = description->palette();
+  if (!palette) {
+    VR_ERROR("No collection for given description in global expression reference.");
+    return none;
+  }
+  const std::shared_ptr<VrExpression>& found = palette->namedAttr(shortName);
+  if (found && found->owner != description) found->setDescription(description);
+  return found;
+}
+
+void VrExpression::registerClearCache(std::function<void()> callback) {
+  clearCallbacks().push_back(std::move(callback));
+}
+
+void VrExpression::clearPtexs() {
+  for (const auto& callback : clearCallbacks()) callback();
+}
+
+bool VrExpression::shadowPass() { return shadowPassFlag(); }
+void VrExpression::setShadowPass(bool on) { shadowPassFlag() = on; }
 
 void VrExpression::getExternalContext(std::vector<std::pair<std::string, std::string>>&,
                                       const std::string&) const {}
-
-bool VrExpression::usesFunc(const std::string& funcName) const {
-  auto isNameChar = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
-  const size_t n = text.size();
-  size_t i = 0;
-  while (i < n) {
-    const char c = text[i];
-    if (c == '#') {  // a comment runs to the end of its line
-      while (i < n && text[i] != '\n') ++i;
-    } else if (c == '"' || c == '\'') {  // a string literal, with backslash escapes
-      for (++i; i < n && text[i] != c; ++i)
-        if (text[i] == '\\') ++i;
-      ++i;
-    } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-      const size_t start = i;
-      while (i < n && isNameChar(text[i])) ++i;
-      size_t next = i;
-      while (next < n && std::isspace(static_cast<unsigned char>(text[next]))) ++next;
-      const bool preceded = start > 0 && (text[start - 1] == '$');
-      if (!preceded && next < n && text[next] == '(' && text.compare(start, i - start, funcName) == 0 &&
-          i - start == funcName.size())
-        return true;
-    } else {
-      ++i;
-    }
-  }
-  return false;
-}

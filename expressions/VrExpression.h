@@ -1,48 +1,139 @@
 #pragma once
-// One attribute expression: its text, its type word ("float" or a vector word), the attribute it
-// serves and the description it belongs to. Parsing and evaluation are added on top of this
-// record; until then an expression is carried as text only. Main thread only.
+// VrExpression: one attribute expression of the expression language, evaluated per location.
+// It owns the parsed text, knows the attribute it serves and the description it belongs to, and
+// seeds `rand` from both so that a primitive keeps its values across frames, machines and
+// threads.
+//
+// Threads: construction, `setExpression`, `setType` and `setDescription` are for the main thread
+// while nothing evaluates. `eval` may run on many threads at once while
+// `VrTaskManager::setSeExprMultithreading(true)` is in force: each thread then evaluates its own
+// parse of the text, and all per-call state lives in the thread's context.
 
+#include "geometry/SgVec3T.h"
+
+#include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
 class VrDescription;
+class VrPrimitiveContext;
+class VrSeExpr;
 
 class VrExpression {
  public:
-  /// `objectWord` is the owner's `typeName()`.
+  /// `objectWord` is the owner's `typeName()`; `type` is "float" or a vector word.
   VrExpression(const std::string& name, const std::string& objectWord, VrDescription* description,
                const std::string& text, const std::string& type);
+  ~VrExpression();
+  VrExpression(const VrExpression&) = delete;
+  VrExpression& operator=(const VrExpression&) = delete;
 
+  /// @name Text
+  /// @{
   const std::string& name() const { return attrName; }
   const std::string& expression() const { return text; }
+  /// Replaces the text; the parse is made again at the next use, with `rand` call sites
+  /// numbered from 0 again.
   void setExpression(const std::string& newText);
   VrExpression& operator=(const std::string& newText) {
     setExpression(newText);
     return *this;
   }
-
   const std::string& type() const { return typeWord; }
-  void setType(const std::string& type) { typeWord = type; }
+  void setType(const std::string& type);
   /// True for every type but "float".
   bool isVec() const { return typeWord != "float"; }
+  /// @}
 
-  VrDescription* description() const { return owner; }
-  void setDescription(VrDescription* description) { owner = description; }
-
-  /// True when the text calls the function `funcName`: the name followed by '(' outside
-  /// comments and string literals.
+  /// @name Checks (parse on first use)
+  /// @{
+  /// True when the text parses and binds. Otherwise, with `error` given, the report
+  /// "Error in expression \"<description>::<attribute>\". [<text>]\nError: <errors>" is stored
+  /// there and sent as an Error.
+  bool isValid(std::string* error = nullptr) const;
+  /// The same for syntax only.
+  bool syntaxOK(std::string* error = nullptr) const;
+  /// True when the value is the same everywhere: no variable, no function of the system's table
+  /// and no collection expression in it.
+  bool isConstant() const;
+  bool isFoldedConstant() const { return isConstant(); }
   bool usesFunc(const std::string& funcName) const;
+  bool usesVar(const std::string& varName) const;
+  /// The main thread's parse.
+  VrSeExpr* seExpr() const;
+  /// @}
 
-  /// Adds (prefix, path) for each file the expression reads; none while expressions are text.
+  /// @name Evaluation
+  /// @{
+  /// The value at (u, v) of `faceId` on the named patch; zero for an invalid text, zero with an
+  /// Error (once per text) when the expression calls itself. A "float" expression gives its
+  /// value in all three components.
+  SgVec3T<double> eval(double u, double v, int faceId, const std::string* patchName = nullptr) const;
+  /// The current location of the calling thread's evaluation.
+  double u() const;
+  double v() const;
+  int faceId() const;
+  const std::string* patchName() const;
+  double faceSeed() const;
+  /// `hashString(name + objectWord)`: separates attributes of the same name on other classes.
+  double exprSeed() const { return seed; }
+  /// While nested in another evaluation, the description of the outermost one (so a collection
+  /// expression evaluates for the description that asks); otherwise the expression's own.
+  VrDescription* description() const;
+  void setDescription(VrDescription* description) { owner = description; }
+  /// @}
+
+  /// @name Call sites of `rand` in the main parse
+  /// @{
+  int randInstance() const;
+  void setRandInstance(int n);
+  int nextRandInstance();
+  /// @}
+
+  /// @name Process-wide state
+  /// @{
+  /// Resets the calling thread's evaluation state at the start of a parallel job.
+  static void initTLS(VrPrimitiveContext* context = nullptr);
+  /// Resets the calling thread's state when a parallel job ends.
+  static void clearTLS();
+  static void setCustomVariable(const std::string& name, double value);
+  static void setCustomVariable(const std::string& name, const SgVec3T<double>& value);
+  static bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
+  static void removeCustomVariable(const std::string& name);
+  static void removeAllCustomVariables();
+  /// The collection expression `shortName` of the description's collection, or an empty
+  /// pointer; Errors for a missing description or collection.
+  static const std::shared_ptr<VrExpression>& paletteAttr(const std::string& shortName,
+                                                          VrDescription* description);
+  /// Registers a callback run by `clearPtexs`.
+  static void registerClearCache(std::function<void()> callback);
+  /// Drops every cached texture.
+  static void clearPtexs();
+  static bool shadowPass();
+  static void setShadowPass(bool on);
+  /// @}
+
+  /// Adds (prefix, path) for each file the expression reads; none until maps are read.
   void getExternalContext(std::vector<std::pair<std::string, std::string>>& pairs,
                           const std::string& prefix) const;
 
  private:
+  VrSeExpr& parseForThisThread() const;
+  int desiredDim() const { return isVec() ? 3 : 1; }
+  void reportLoop() const;
+
+  struct Parses;
+
   VrDescription* owner;
   std::string attrName;
   std::string objectWord;
   std::string text;
   std::string typeWord;
+  double seed;
+  mutable bool looped = false;
+  mutable std::mutex lock;
+  std::unique_ptr<Parses> parses;
 };

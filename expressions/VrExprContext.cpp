@@ -1,0 +1,31 @@
+#include "expressions/VrExprContext.h"
+
+#include "document/vrutilCodec.h"
+#include "document/vrutilName.h"
+#include "expressions/VrSeExprHash.h"
+
+VrExprContext& VrExprContext::current() {
+  thread_local VrExprContext context;
+  return context;
+}
+
+void VrExprContext::updateFaceSeed(int descriptionId) {
+  const std::string& patch = patchName ? *patchName : std::string();
+  if (faceId == lastFace && descriptionId == lastDescriptionId && patch == lastPatch) return;
+  lastFace = faceId;
+  lastDescriptionId = descriptionId;
+  lastPatch = patch;
+  double key[3] = {static_cast<double>(descriptionId),
+                   static_cast<double>(vrutil::hashString(vrutil::stripNameSpace(patch))),
+                   static_cast<double>(faceId)};
+  faceSeed = vrSeExprHash(3, key);
+}
+
+void VrExprContext::reset() {
+  stack.clear();
+  patchName = nullptr;
+  description = nullptr;
+  lastFace = -1;
+  lastDescriptionId = -1;
+  lastPatch.clear();
+}

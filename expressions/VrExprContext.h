@@ -1,0 +1,43 @@
+#pragma once
+// VrExprContext: the evaluation state of one thread. Expressions push themselves while they
+// evaluate, so that variables and functions (which the expression library calls without telling
+// them which expression they belong to) can find the current location, and so that an
+// expression that calls itself through collection expressions is caught. One per thread; only
+// its own thread touches it.
+
+#include <string>
+#include <vector>
+
+class VrDescription;
+class VrExpression;
+
+struct VrExprContext {
+  /// Expressions being evaluated on this thread, innermost last.
+  std::vector<const VrExpression*> stack;
+
+  /// @name The location of the innermost evaluation
+  /// @{
+  double u = 0.0;
+  double v = 0.0;
+  int faceId = 0;
+  const std::string* patchName = nullptr;
+  VrDescription* description = nullptr;
+  double faceSeed = 0.0;
+  /// @}
+
+  /// @name Cache key of the face seed
+  /// @{
+  int lastFace = -1;
+  int lastDescriptionId = -1;
+  std::string lastPatch;
+  /// @}
+
+  /// The context of the calling thread.
+  static VrExprContext& current();
+
+  /// Recomputes the face seed when the face, description id or patch changed.
+  void updateFaceSeed(int descriptionId);
+
+  /// Forgets the location and the face seed cache.
+  void reset();
+};

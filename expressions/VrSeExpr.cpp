@@ -1,0 +1,263 @@
+#include "expressions/VrSeExpr.h"
+
+#include "document/VrDescription.h"
+#include "document/VrPalette.h"
+#include "document/vrutilString.h"
+#include "expressions/VrExprContext.h"
+#include "expressions/VrExprFunctions.h"
+#include "expressions/VrExpression.h"
+#include "expressions/VrSeExprHash.h"
+
+#include <KSeExpr/ExprBuiltins.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <unordered_map>
+
+using KSeExpr::ExprType;
+using KSeExpr::ExprVarRef;
+
+double vrSeExprHash(int n, double* args) { return KSeExpr::hash(n, args); }
+double vrSeExprCompress(double x, double lo, double hi) { return KSeExpr::compress(x, lo, hi); }
+
+namespace {
+
+ExprType scalarType() { return ExprType().FP(1).Varying(); }
+ExprType vectorType() { return ExprType().FP(3).Varying(); }
+
+// The expression evaluating on this thread, or null outside any evaluation.
+const VrExpression* currentExpression() {
+  const VrExprContext& context = VrExprContext::current();
+  return context.stack.empty() ? nullptr : context.stack.back();
+}
+
+// A variable whose value is computed from the thread's evaluation context.
+class ContextVar : public ExprVarRef {
+ public:
+  using Reader = double (*)(const VrExprContext&);
+  explicit ContextVar(Reader reader) : ExprVarRef(scalarType()), reader(reader) {}
+  void eval(double* result) override {
+    result[0] = reader(VrExprContext::current());
+  }
+  void eval(const char**) override {}
+
+ private:
+  Reader reader;
+};
+
+// A variable of the evaluating expression's description or collection.
+class DescriptionVar : public ExprVarRef {
+ public:
+  using Reader = double (*)(const VrDescription&);
+  explicit DescriptionVar(Reader reader) : ExprVarRef(scalarType()), reader(reader) {}
+  void eval(double* result) override {
+    const VrExpression* expression = currentExpression();
+    const VrDescription* description = expression ? expression->description() : nullptr;
+    result[0] = description ? reader(*description) : 0.0;
+  }
+  void eval(const char**) override {}
+
+ private:
+  Reader reader;
+};
+
+// A variable of the primitive being built at the location. Its value comes from the primitive
+// context of the thread; where no primitive is being built it is zero.
+class PrimitiveVar : public ExprVarRef {
+ public:
+  explicit PrimitiveVar(bool vector) : ExprVarRef(vector ? vectorType() : scalarType()), dim(vector ? 3 : 1) {}
+  void eval(double* result) override {
+    for (int i = 0; i < dim; ++i) result[i] = 0.0;
+  }
+  void eval(const char**) override {}
+
+ private:
+  int dim;
+};
+
+// A process-wide custom variable, read by value at each evaluation.
+class CustomVar : public ExprVarRef {
+ public:
+  explicit CustomVar(std::shared_ptr<SgVec3T<double>> value) : ExprVarRef(vectorType()), value(std::move(value)) {}
+  void eval(double* result) override {
+    result[0] = value->x;
+    result[1] = value->y;
+    result[2] = value->z;
+  }
+  void eval(const char**) override {}
+
+ private:
+  std::shared_ptr<SgVec3T<double>> value;
+};
+
+double frameOf(const VrDescription& d) { return d.palette() ? d.palette()->frame() : 0.0; }
+double idOf(const VrDescription& d) { return d.descriptionId(); }
+
+// The fixed vocabulary of variables, made once and never freed.
+const std::unordered_map<std::string, ExprVarRef*>& variableTable() {
+  static const std::unordered_map<std::string, ExprVarRef*> table = [] {
+    std::unordered_map<std::string, ExprVarRef*> t;
+    t["u"] = new ContextVar([](const VrExprContext& c) { return c.u; });
+    t["v"] = new ContextVar([](const VrExprContext& c) { return c.v; });
+    ExprVarRef* face = new ContextVar([](const VrExprContext& c) { return static_cast<double>(c.faceId); });
+    t["faceid"] = face;
+    t["faceId"] = face;
+    t["frame"] = new DescriptionVar(frameOf);
+    t["descId"] = new DescriptionVar(idOf);
+    for (const char* name : {"id", "cLength", "cWidth", "cDepth", "ku", "kuref", "kv", "kvref", "patchId", "objectId"})
+      t[name] = new PrimitiveVar(false);
+    for (const char* base : {"P", "N", "dPdu", "dPdv", "U", "V"}) {
+      const std::string b = base;
+      for (const char* suffix : {"", "g", "ref", "refg"}) t[b + suffix] = new PrimitiveVar(true);
+    }
+    for (const char* name : {"Pref", "Prefg", "Pw", "Pgw", "Prefw", "Prefgw", "Nrefg", "cam", "Cs"})
+      t[name] = new PrimitiveVar(true);
+    return t;
+  }();
+  return table;
+}
+
+// One value slot and one variable reference per name, kept for the life of the process:
+// parsed texts hold the reference, so removing a variable only hides it from new parses.
+struct CustomVariables {
+  std::mutex mutex;
+  std::map<std::string, std::shared_ptr<SgVec3T<double>>> values;
+  std::set<std::string> active;
+  std::map<std::string, std::unique_ptr<CustomVar>> refs;
+};
+
+CustomVariables& customVariables() {
+  static CustomVariables* variables = new CustomVariables;
+  return *variables;
+}
+
+// English texts for the expression library's error codes.
+std::string errorMessage(KSeExpr::ErrorCode code, const std::vector<std::string>& ids) {
+  using KSeExpr::ErrorCode;
+  auto id = [&ids](size_t i) { return i < ids.size() ? ids[i] : std::string(); };
+  switch (code) {
+    case ErrorCode::None: return "";
+    case ErrorCode::ExpectedStringOrFloatAnyD: return "Expected a string or a number.";
+    case ErrorCode::ExpectedFloatAnyD: return "Expected a number.";
+    case ErrorCode::ExpectedFloatD: return "Expected a number of " + id(0) + " components.";
+    case ErrorCode::TypeMismatch12: return "Type mismatch: " + id(0) + " and " + id(1) + ".";
+    case ErrorCode::ExpectedFloatOrFloat3: return "Expected a number or a vector.";
+    case ErrorCode::ArgumentTypeMismatch: return "Argument type mismatch: expected " + id(0) + ", got " + id(1) + ".";
+    case ErrorCode::WrongNumberOfArguments: return "Wrong number of arguments.";
+    case ErrorCode::WrongNumberOfArgumentsMultiple3Plus1: return "Wrong number of arguments: a multiple of three plus one is needed.";
+    case ErrorCode::WrongNumberOfArguments1Plus: return "Wrong number of arguments: at least one is needed.";
+    case ErrorCode::FirstArgumentNotString: return "The first argument must be a string.";
+    case ErrorCode::IncompleteFormatSpecifier: return "Incomplete format specifier.";
+    case ErrorCode::UndeclaredVariable: return "No variable named $" + id(0) + ".";
+    case ErrorCode::UndeclaredFunction: return "No function named " + id(0) + ".";
+    case ErrorCode::BadAssignmentOperator: return "Bad assignment operator.";
+    case ErrorCode::ConditionalTypesNotCompatible: return "The branches of a conditional have incompatible types.";
+    case ErrorCode::InconsistentDefinition: return "Variable " + id(0) + " is defined inconsistently in conditionals.";
+    case ErrorCode::FunctionTooFewArguments: return "Too few arguments for function " + id(0) + ".";
+    case ErrorCode::FunctionTooManyArguments: return "Too many arguments for function " + id(0) + ".";
+    case ErrorCode::ExpressionIncompatibleTypes: return "The expression gives " + id(0) + " where " + id(1) + " is wanted.";
+    case ErrorCode::SyntaxError: return "Syntax error near '" + id(0) + "'.";
+    case ErrorCode::UnexpectedEndOfExpression: return "Unexpected end of expression near '" + id(0) + "'.";
+    case ErrorCode::UnexpectedEndOfFormatString: return "Unexpected end of format string.";
+    case ErrorCode::InvalidFormatString: return "Invalid format string.";
+    case ErrorCode::WrongNumberOfArgumentsForFormatString: return "Wrong number of arguments for the format string.";
+    case ErrorCode::Unknown: break;
+  }
+  std::string text;
+  for (const std::string& part : ids) text += part;
+  return text;
+}
+
+}  // namespace
+
+// Attribute texts keep newlines and tabs escaped (an attribute is one line of a file); the
+// language needs them real, so that a range comment such as "#-1.0,1.0\n" ends its line.
+VrSeExpr::VrSeExpr(VrExpression* owner, const std::string& text, int desiredDim)
+    : KSeExpr::Expression(vrutil::prepForEditor(text), ExprType().FP(desiredDim)), owner(owner) {}
+
+VrSeExpr::~VrSeExpr() = default;
+
+const VrSeExpr* VrSeExpr::of(const KSeExpr::ExprNode* node) {
+  return node ? dynamic_cast<const VrSeExpr*>(node->expr()) : nullptr;
+}
+
+KSeExpr::ExprVarRef* VrSeExpr::resolveVar(const std::string& name) const {
+  const auto& table = variableTable();
+  auto found = table.find(name);
+  if (found != table.end()) return found->second;
+  CustomVariables& custom = customVariables();
+  std::lock_guard<std::mutex> lock(custom.mutex);
+  if (!custom.active.count(name)) return nullptr;
+  auto& ref = custom.refs[name];
+  if (!ref) ref.reset(new CustomVar(custom.values[name]));
+  return ref.get();
+}
+
+KSeExpr::ExprFunc* VrSeExpr::resolveFunc(const std::string& name) const {
+  if (KSeExpr::ExprFunc* function = vrexpr::findFunction(name)) {
+    systemCalls = true;
+    return function;
+  }
+  if (owner && owner->description() && VrExpression::paletteAttr(name, owner->description())) {
+    systemCalls = true;
+    return vrexpr::collectionExpressionFunction();
+  }
+  return nullptr;
+}
+
+std::string VrSeExpr::errorText() const {
+  std::string text;
+  auto add = [&text](const std::string& line) {
+    if (line.empty()) return;
+    if (!text.empty()) text += '\n';
+    text += line;
+  };
+  add(errorMessage(parseError(), parseErrorArgs()));
+  for (const auto& error : getErrors()) {
+    // Type errors that follow from an earlier error name the error type; they add nothing.
+    bool followsEarlier = false;
+    if (error.error == KSeExpr::ErrorCode::TypeMismatch12 ||
+        error.error == KSeExpr::ErrorCode::ExpressionIncompatibleTypes ||
+        error.error == KSeExpr::ErrorCode::ArgumentTypeMismatch)
+      for (const std::string& id : error.ids) followsEarlier = followsEarlier || id.find("Error") != std::string::npos;
+    if (!followsEarlier) add(errorMessage(error.error, error.ids));
+  }
+  return text;
+}
+
+namespace vrexpr {
+
+void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
+  CustomVariables& custom = customVariables();
+  std::lock_guard<std::mutex> lock(custom.mutex);
+  auto& slot = custom.values[name];
+  if (slot)
+    *slot = value;
+  else
+    slot = std::make_shared<SgVec3T<double>>(value);
+  custom.active.insert(name);
+}
+
+bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
+  CustomVariables& custom = customVariables();
+  std::lock_guard<std::mutex> lock(custom.mutex);
+  if (!custom.active.count(name)) return false;
+  value = *custom.values[name];
+  return true;
+}
+
+void removeCustomVariable(const std::string& name) {
+  CustomVariables& custom = customVariables();
+  std::lock_guard<std::mutex> lock(custom.mutex);
+  custom.active.erase(name);
+}
+
+void removeAllCustomVariables() {
+  CustomVariables& custom = customVariables();
+  std::lock_guard<std::mutex> lock(custom.mutex);
+  custom.active.clear();
+}
+
+}  // namespace vrexpr

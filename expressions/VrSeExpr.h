@@ -1,0 +1,58 @@
+#pragma once
+// VrSeExpr: the parsed form of one expression text in the expression library. It binds the
+// system's variables and functions by name, and counts `rand` call sites so that each one draws
+// its own stable stream. Every thread evaluates its own VrSeExpr (the library's evaluator keeps
+// its registers in the parsed expression); copies are made by parsing the same text again, which
+// gives every copy the same call-site numbers. Only this file and the function table include the
+// expression library.
+
+#include <KSeExpr/ExprNode.h>
+#include <KSeExpr/Expression.h>
+
+#include <string>
+
+class VrExpression;
+
+class VrSeExpr : public KSeExpr::Expression {
+ public:
+  /// `desiredDim` is 1 for "float" expressions, 3 for vectors.
+  VrSeExpr(VrExpression* owner, const std::string& text, int desiredDim);
+  ~VrSeExpr() override;
+
+  KSeExpr::ExprVarRef* resolveVar(const std::string& name) const override;
+  KSeExpr::ExprFunc* resolveFunc(const std::string& name) const override;
+
+  VrExpression* expression() const { return owner; }
+  /// The VrSeExpr that a parse-tree node belongs to, or null.
+  static const VrSeExpr* of(const KSeExpr::ExprNode* node);
+
+  /// @name Call-site numbering of `rand`, counted while the text is prepared
+  /// @{
+  int randInstance() const { return randCounter; }
+  void setRandInstance(int n) const { randCounter = n; }
+  int nextRandInstance() const { return randCounter++; }
+  /// @}
+
+  /// True when the text calls a function of the system's table or a collection expression,
+  /// which makes its value depend on the location even with no variable in it.
+  bool callsSystemFunction() const { return systemCalls; }
+
+  /// The errors of the last preparation, one English line each.
+  std::string errorText() const;
+
+ private:
+  VrExpression* owner;
+  mutable int randCounter = 0;
+  mutable bool systemCalls = false;
+};
+
+#include "geometry/SgVec3T.h"
+
+/// Process-wide custom variables, read by expressions as `$name`. Set on the main thread while
+/// no evaluation runs.
+namespace vrexpr {
+void setCustomVariable(const std::string& name, const SgVec3T<double>& value);
+bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
+void removeCustomVariable(const std::string& name);
+void removeAllCustomVariables();
+}  // namespace vrexpr
