@@ -47,6 +47,17 @@ VrFXModule* VrPrimitive::findFXModule(const std::string& name, int* index) const
   return nullptr;
 }
 
+bool VrPrimitive::moveFXModule(const std::string& name, int position) {
+  int from = 0;
+  VrFXModule* module = findFXModule(name, &from);
+  if (!module) return false;
+  const int to = std::clamp(position, 0, static_cast<int>(stack.size()) - 1);
+  stack.erase(stack.begin() + from);
+  stack.insert(stack.begin() + to, module);
+  renumberModules();
+  return true;
+}
+
 bool VrPrimitive::exportFXModules(std::ostream& out) const {
   bool ok = true;
   for (const VrFXModule* module : stack) ok = module->exportObj(out) && ok;

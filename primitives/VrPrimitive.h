@@ -26,6 +26,9 @@ class VrPrimitive : public VrBasePrimitive {
   bool removeFXModule(const VrFXModule* module);
   /// The first module of that name (and its stack index), or null.
   VrFXModule* findFXModule(const std::string& name, int* index = nullptr) const;
+  /// Moves the first module of that name to `position`, clamped to the stack; false when there
+  /// is none.
+  bool moveFXModule(const std::string& name, int position);
   /// Writes one object block per module, in stack order.
   bool exportFXModules(std::ostream& out) const;
   /// Appends the texture lines of every module.
