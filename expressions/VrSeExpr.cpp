@@ -15,6 +15,7 @@
 #include <mutex>
 #include <set>
 #include <unordered_map>
+#include <vector>
 
 using KSeExpr::ExprType;
 using KSeExpr::ExprVarRef;
@@ -95,28 +96,35 @@ class CustomVar : public ExprVarRef {
 double frameOf(const VrDescription& d) { return d.palette() ? d.palette()->frame() : 0.0; }
 double idOf(const VrDescription& d) { return d.descriptionId(); }
 
-// The fixed vocabulary of variables, made once and never freed.
-const std::unordered_map<std::string, ExprVarRef*>& variableTable() {
-  static const std::unordered_map<std::string, ExprVarRef*> table = [] {
-    std::unordered_map<std::string, ExprVarRef*> t;
-    t["u"] = new ContextVar([](const VrExprContext& c) { return c.u; });
-    t["v"] = new ContextVar([](const VrExprContext& c) { return c.v; });
-    ExprVarRef* face = new ContextVar([](const VrExprContext& c) { return static_cast<double>(c.faceId); });
-    t["faceid"] = face;
-    t["faceId"] = face;
-    t["frame"] = new DescriptionVar(frameOf);
-    t["descId"] = new DescriptionVar(idOf);
+// The fixed vocabulary of variables. Made once and never destroyed: parsed texts refer to the
+// variables until the process ends.
+struct VariableTable {
+  std::vector<std::unique_ptr<ExprVarRef>> variables;
+  std::unordered_map<std::string, ExprVarRef*> byName;
+
+  ExprVarRef* add(ExprVarRef* variable, std::initializer_list<std::string> names) {
+    variables.emplace_back(variable);
+    for (const std::string& name : names) byName[name] = variable;
+    return variable;
+  }
+
+  VariableTable() {
+    add(new ContextVar([](const VrExprContext& c) { return c.u; }), {"u"});
+    add(new ContextVar([](const VrExprContext& c) { return c.v; }), {"v"});
+    add(new ContextVar([](const VrExprContext& c) { return static_cast<double>(c.faceId); }), {"faceid", "faceId"});
+    add(new DescriptionVar(frameOf), {"frame"});
+    add(new DescriptionVar(idOf), {"descId"});
     for (const char* name : {"id", "cLength", "cWidth", "cDepth", "ku", "kuref", "kv", "kvref", "patchId", "objectId"})
-      t[name] = new PrimitiveVar(false);
-    for (const char* base : {"P", "N", "dPdu", "dPdv", "U", "V"}) {
-      const std::string b = base;
-      for (const char* suffix : {"", "g", "ref", "refg"}) t[b + suffix] = new PrimitiveVar(true);
-    }
-    for (const char* name : {"Pref", "Prefg", "Pw", "Pgw", "Prefw", "Prefgw", "Nrefg", "cam", "Cs"})
-      t[name] = new PrimitiveVar(true);
-    return t;
-  }();
-  return table;
+      add(new PrimitiveVar(false), {name});
+    for (const char* base : {"P", "N", "dPdu", "dPdv", "U", "V"})
+      for (const char* suffix : {"", "g", "ref", "refg"}) add(new PrimitiveVar(true), {std::string(base) + suffix});
+    for (const char* name : {"Pw", "Pgw", "Prefw", "Prefgw", "cam", "Cs"}) add(new PrimitiveVar(true), {name});
+  }
+};
+
+const std::unordered_map<std::string, ExprVarRef*>& variableTable() {
+  static const VariableTable* table = new VariableTable;
+  return table->byName;
 }
 
 // One value slot and one variable reference per name, kept for the life of the process:
