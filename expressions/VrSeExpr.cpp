@@ -10,6 +10,7 @@
 
 #include <KSeExpr/ExprBuiltins.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -216,11 +217,10 @@ KSeExpr::ExprFunc* VrSeExpr::resolveFunc(const std::string& name) const {
 }
 
 std::string VrSeExpr::errorText() const {
-  std::string text;
-  auto add = [&text](const std::string& line) {
-    if (line.empty()) return;
-    if (!text.empty()) text += '\n';
-    text += line;
+  std::vector<std::string> lines;
+  auto add = [&lines](const std::string& line) {
+    // The library lists a syntax error both as the parse error and among the errors.
+    if (!line.empty() && std::find(lines.begin(), lines.end(), line) == lines.end()) lines.push_back(line);
   };
   add(errorMessage(parseError(), parseErrorArgs()));
   for (const auto& error : getErrors()) {
@@ -232,6 +232,8 @@ std::string VrSeExpr::errorText() const {
       for (const std::string& id : error.ids) followsEarlier = followsEarlier || id.find("Error") != std::string::npos;
     if (!followsEarlier) add(errorMessage(error.error, error.ids));
   }
+  std::string text;
+  for (const std::string& line : lines) text += (text.empty() ? "" : "\n") + line;
   return text;
 }
 

@@ -4,6 +4,8 @@
 
 #include "tools/commands.h"
 
+#include "tools/collectionAccess.h"
+
 #include "document/VrCollectionFile.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
@@ -23,112 +25,6 @@
 
 namespace vorncli {
 namespace {
-
-using PalettePtr = std::unique_ptr<VrPalette>;
-
-void fail(const std::string& text) { std::cerr << "vorn: " << text << '\n'; }
-void warn(const std::string& text) { std::cerr << "vorn: warning: " << text << '\n'; }
-
-std::string inQuotes(const std::string& text) { return '"' + text + '"'; }
-
-// Reads a collection file. The reader's own Errors are already on standard error; this adds one
-// line naming the file, so that no failure goes without a message.
-PalettePtr importCollection(const std::string& path) {
-  std::error_code ec;
-  const auto status = std::filesystem::status(path, ec);
-  if (status.type() == std::filesystem::file_type::not_found) {
-    fail("no such file: " + path);
-    return nullptr;
-  }
-  if (ec) {
-    fail("cannot reach " + path + ": " + ec.message());
-    return nullptr;
-  }
-  if (std::filesystem::is_directory(status)) {
-    fail("is a folder, not a collection file: " + path);
-    return nullptr;
-  }
-  PalettePtr palette(VrImport(path, "", 0u));
-  if (!palette) fail("cannot read a collection from " + path);
-  return palette;
-}
-
-// A text that the reader refuses must never replace a file: the collection is written to memory
-// and read back before anything goes to disk.
-bool readsBack(VrPalette* palette) {
-  std::stringstream text;
-  if (!VrExportPalette(palette, text)) {
-    fail("the collection could not be written out");
-    return false;
-  }
-  PalettePtr again(VrImport(text, "", 0));
-  if (!again) {
-    fail("the collection would not read back after saving; nothing was written");
-    return false;
-  }
-  return true;
-}
-
-bool saveCollection(VrPalette* palette, const std::string& path) {
-  if (!readsBack(palette)) return false;
-  if (!VrExportPalette(palette, path)) {
-    fail("could not save " + path);
-    return false;
-  }
-  return true;
-}
-
-// One addressed object and the words that name it in messages.
-struct Target {
-  VrObject* object = nullptr;
-  std::string label;
-};
-
-// The FX module of that name: the active primitive's stack first, then those of the other
-// primitives in object order.
-VrFXModule* findFXModule(const VrDescription& description, const std::string& name) {
-  if (VrPrimitive* active = description.activePrimitive())
-    if (VrFXModule* found = active->findFXModule(name)) return found;
-  std::string module;
-  for (int i = 0; description.objectName(i, module); ++i)
-    if (auto* primitive = dynamic_cast<VrPrimitive*>(description.getObject(module)))
-      if (VrFXModule* found = primitive->findFXModule(name)) return found;
-  return nullptr;
-}
-
-// Resolves an address; a message and false when any part of it is missing. A description
-// argument "Palette" names the collection itself unless a description has that name.
-bool resolve(VrPalette& palette, const Address& address, Target& target) {
-  const std::string collectionLabel = "collection " + inQuotes(palette.name());
-  if (!address.hasDescription) {
-    target = {&palette, collectionLabel};
-    return true;
-  }
-  VrDescription* description = palette.description(address.description);
-  if (!description) {
-    if (address.description == "Palette" && !address.hasObject) {
-      target = {&palette, collectionLabel};
-      return true;
-    }
-    fail("no description " + inQuotes(address.description) + " in " + collectionLabel);
-    return false;
-  }
-  const std::string descriptionLabel = "description " + inQuotes(description->name());
-  if (!address.hasObject || address.object == "Description") {
-    target = {description, descriptionLabel};
-    return true;
-  }
-  if (VrObject* object = description->getObject(address.object)) {
-    target = {object, "object " + inQuotes(address.object) + " of " + descriptionLabel};
-    return true;
-  }
-  if (VrFXModule* module = findFXModule(*description, address.object)) {
-    target = {module, "FX module " + inQuotes(address.object) + " of " + descriptionLabel};
-    return true;
-  }
-  fail("no object or FX module " + inQuotes(address.object) + " in " + descriptionLabel);
-  return false;
-}
 
 bool hasLineBreak(const std::string& text) { return text.find_first_of("\n\r") != std::string::npos; }
 

@@ -1,5 +1,5 @@
 #pragma once
-// The collection file commands of `vorn`. Each returns the process exit status: 0 success,
+// The commands of `vorn`. Each returns the process exit status: 0 success,
 // 1 the command ran and failed (the messages on standard error say why). Argument parsing, and
 // with it exit status 2, stays in vorn.cpp.
 
@@ -37,5 +37,27 @@ int runSet(const std::string& file, const std::string& attribute, const std::str
 
 /// `vorn resave IN OUT`: reads one collection file and writes it out again.
 int runResave(const std::string& input, const std::string& output);
+
+/// `vorn api SCRIPT`: runs one facade call per line of the script (`-`: standard input) and
+/// prints each result on a line of its own; 1 when any call failed.
+int runApi(const std::string& script);
+
+/// What `vorn eval` evaluates: an attribute of a description's object ("Description" for the
+/// description itself) at a location, at the collection's frame unless `hasFrame`.
+struct EvalRequest {
+  std::string file;
+  std::string description;
+  std::string object;
+  std::string attribute;
+  double u = 0.5;
+  double v = 0.5;
+  int face = 0;
+  bool hasFrame = false;
+  double frame = 0.0;
+};
+
+/// `vorn eval FILE DESCRIPTION OBJECT ATTR [--u U] [--v V] [--face F] [--frame N]`: prints the
+/// value of the attribute's expression, one number or three.
+int runEval(const EvalRequest& request);
 
 }  // namespace vorncli

@@ -100,6 +100,22 @@ int main(int argc, char** argv) {
   resave->add_option("input", file, "collection file to read")->required();
   resave->add_option("output", output, "collection file to write")->required();
 
+  std::string script;
+  CLI::App* api = app.add_subcommand("api", "run facade calls, one per line of a script");
+  api->add_option("script", script, "script file, or - for standard input")->required();
+
+  vorncli::EvalRequest evalRequest;
+  CLI::App* eval = app.add_subcommand("eval", "print the value of an attribute's expression at a location");
+  eval->add_option("file", evalRequest.file, "collection file (.vorn)")->required();
+  eval->add_option("description", evalRequest.description, "description")->required();
+  eval->add_option("object", evalRequest.object, "module word, FX module name or Description")->required();
+  eval->add_option("attribute", evalRequest.attribute, "attribute name")->required();
+  eval->add_option("--u", evalRequest.u, "u parameter on the face (default 0.5)");
+  eval->add_option("--v", evalRequest.v, "v parameter on the face (default 0.5)");
+  eval->add_option("--face", evalRequest.face, "face id (default 0)");
+  CLI::Option* evalFrame = eval->add_option("--frame", evalRequest.frame,
+                                            "frame (default: the collection's)");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -121,5 +137,10 @@ int main(int argc, char** argv) {
     return vorncli::runSet(file, attribute, value, address, output);
   }
   if (*resave) return vorncli::runResave(file, output);
+  if (*api) return vorncli::runApi(script);
+  if (*eval) {
+    evalRequest.hasFrame = evalFrame->count() > 0;
+    return vorncli::runEval(evalRequest);
+  }
   return 2;
 }

@@ -1,0 +1,48 @@
+#pragma once
+// Reading collection files and addressing the objects in them, for the commands of `vorn`.
+// Every failure prints one line "vorn: ..." on standard error.
+
+#include "tools/commands.h"
+
+#include <memory>
+#include <string>
+
+class VrDescription;
+class VrFXModule;
+class VrObject;
+class VrPalette;
+
+namespace vorncli {
+
+using PalettePtr = std::unique_ptr<VrPalette>;
+
+/// Prints "vorn: <text>" on standard error.
+void fail(const std::string& text);
+/// Prints "vorn: warning: <text>" on standard error.
+void warn(const std::string& text);
+std::string inQuotes(const std::string& text);
+
+/// Reads a collection file; null, with a line naming the file, when it cannot be read.
+PalettePtr importCollection(const std::string& path);
+
+/// Writes the collection to memory and reads it back; false (with a message) when the reader
+/// would refuse it, so that such a text never replaces a file.
+bool readsBack(VrPalette* palette);
+/// `readsBack`, then an atomic save to `path`.
+bool saveCollection(VrPalette* palette, const std::string& path);
+
+/// One addressed object and the words that name it in messages.
+struct Target {
+  VrObject* object = nullptr;
+  std::string label;
+};
+
+/// The FX module of that name: the active primitive's stack first, then those of the other
+/// primitives in object order.
+VrFXModule* findFXModule(const VrDescription& description, const std::string& name);
+
+/// Resolves an address; a message and false when any part of it is missing. A description
+/// argument "Palette" names the collection itself unless a description has that name.
+bool resolve(VrPalette& palette, const Address& address, Target& target);
+
+}  // namespace vorncli
