@@ -7,3 +7,10 @@ foreach(layer ${VORN_LAYERS})
   file(GLOB layer_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${layer}/*.cpp)
   list(APPEND VORN_SOURCES ${layer_sources})
 endforeach()
+
+# The blue-noise sample table, embedded in the library as read-only data.
+set(VORN_SAMPLE_TABLE_FILE ${CMAKE_CURRENT_SOURCE_DIR}/geometry/data/sampleTable.bin)
+list(APPEND VORN_SOURCES ${CMAKE_CURRENT_SOURCE_DIR}/geometry/vrutilSamples.S)
+set_source_files_properties(${CMAKE_CURRENT_SOURCE_DIR}/geometry/vrutilSamples.S PROPERTIES
+  OBJECT_DEPENDS ${VORN_SAMPLE_TABLE_FILE}
+  COMPILE_DEFINITIONS "VORN_SAMPLE_TABLE_FILE=\"${VORN_SAMPLE_TABLE_FILE}\"")

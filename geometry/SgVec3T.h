@@ -1,5 +1,6 @@
 #pragma once
-// Three-component value vector of the math kit, in double and float forms.
+// Three-component value vector of the math kit (points, directions, colours), in double and float
+// forms. A plain value: copy freely, no shared state.
 
 #include <cmath>
 
@@ -23,6 +24,9 @@ class SgVec3T {
   SgVec3T operator-(const SgVec3T& o) const { return SgVec3T(x - o.x, y - o.y, z - o.z); }
   SgVec3T operator-() const { return SgVec3T(-x, -y, -z); }
   SgVec3T operator*(T s) const { return SgVec3T(x * s, y * s, z * s); }
+  SgVec3T operator/(T s) const { return SgVec3T(x / s, y / s, z / s); }
+  /// Component-wise product.
+  SgVec3T mul(const SgVec3T& o) const { return SgVec3T(x * o.x, y * o.y, z * o.z); }
   SgVec3T& operator+=(const SgVec3T& o) {
     x += o.x;
     y += o.y;
@@ -49,6 +53,7 @@ class SgVec3T {
     return SgVec3T(y * o.z - z * o.y, z * o.x - x * o.z, x * o.y - y * o.x);
   }
   T length() const { return static_cast<T>(std::sqrt(x * x + y * y + z * z)); }
+  T lengthSquared() const { return x * x + y * y + z * z; }
 
   /// Scales to unit length and returns the old length; below 1e-6 the vector becomes (0,0,0)
   /// and 0 is returned.

@@ -1,0 +1,393 @@
+#include "geometry/SgCurve.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace {
+
+using Vec = SgVec3T<double>;
+
+// Rodrigues rotation of v by `angle` about the unit `axis`.
+Vec rotate(const Vec& v, const Vec& axis, double angle) {
+  const double c = std::cos(angle), s = std::sin(angle);
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+// One step of the parallel transport shared by frame and spaceCurve: the tangent of segment i
+// (or the previous tangent where there is none, or it is shorter than 1e-6), and the rotation
+// taking the previous tangent onto it. Returns false when there is nothing to rotate.
+bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent, Vec& tangent, Vec& axis,
+                   double& angle) {
+  tangent = prevTangent;
+  if (i + 1 < pts.size()) {
+    Vec d = pts[i + 1] - pts[i];
+    if (d.normalize() >= 1e-6) tangent = d;
+  }
+  axis = prevTangent.cross(tangent);
+  if (axis.normalize() < 1e-6) return false;
+  angle = std::acos(std::min(1.0, std::max(-1.0, prevTangent.dot(tangent))));
+  return true;
+}
+
+template <size_t N>
+void cutResampleFixed(std::vector<Vec>& pts, double t) {
+  std::array<Vec, N> work;
+  std::copy(pts.begin(), pts.end(), work.begin());
+  const size_t n = pts.size();
+  for (size_t k = 1; k < n; ++k) SgCurve::eval(work.data(), n, static_cast<double>(k) * t / (n - 1), pts[k]);
+}
+
+}  // namespace
+
+void SgCurve::eval(const Points& pts, double t, Vec& out) { eval(pts.data(), pts.size(), t, out); }
+
+void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) {
+  if (n == 0) {
+    out = Vec();
+    return;
+  }
+  if (n == 1 || t < 1e-7) {
+    out = pts[0];
+    return;
+  }
+  if (t > 0.9999999) {
+    out = pts[n - 1];
+    return;
+  }
+  const double x = t * static_cast<double>(n - 1);
+  size_t i = static_cast<size_t>(x);
+  if (i > n - 2) i = n - 2;
+  const double s = x - static_cast<double>(i);
+  const Vec p0 = i == 0 ? pts[0] * 2.0 - pts[1] : pts[i - 1];
+  const Vec& p1 = pts[i];
+  const Vec& p2 = pts[i + 1];
+  const Vec p3 = i + 2 >= n ? pts[n - 1] * 2.0 - pts[n - 2] : pts[i + 2];
+  const double s2 = s * s, s3 = s2 * s;
+  const double w0 = (1.0 - s) * (1.0 - s) * (1.0 - s);
+  const double w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
+  const double w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
+  const double w3 = s3;
+  out = (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+}
+
+double SgCurve::length(const Points& pts) {
+  const size_t n = pts.size();
+  if (n < 2) return 0.0;
+  const double step = 1.0 / static_cast<double>(2 * n + 4);
+  double sum = 0.0;
+  Vec prev = pts[0], p;
+  for (double t = step; t < 1.0 - step * 0.5; t += step) {
+    eval(pts, t, p);
+    sum += (p - prev).length();
+    prev = p;
+  }
+  return sum + (pts[n - 1] - prev).length();
+}
+
+double SgCurve::cpolyLength(const Points& pts, std::vector<double>& segLengths) {
+  const size_t n = pts.size();
+  segLengths.resize(n > 0 ? n - 1 : 0);
+  double total = 0.0;
+  for (size_t i = segLengths.size(); i-- > 0;) {
+    segLengths[i] = (pts[i + 1] - pts[i]).length();
+    total += segLengths[i];
+  }
+  return total;
+}
+
+void SgCurve::frame(const Points& pts, const Vec& tangent0, const Vec& normal0, Points& normals,
+                    Points& binormals) {
+  const size_t n = pts.size();
+  normals.resize(n);
+  binormals.resize(n);
+  Vec tangent = tangent0;
+  tangent.normalize();
+  Vec normal = normal0;
+  for (size_t i = 0; i < n; ++i) {
+    Vec next, axis;
+    double angle = 0.0;
+    if (transportStep(pts, i, tangent, next, axis, angle)) {
+      normal = rotate(normal, axis, angle);
+      normal.normalize();
+    }
+    normals[i] = normal;
+    Vec b = normal.cross(next);
+    b.normalize();
+    binormals[i] = b;
+    tangent = next;
+  }
+}
+
+void SgCurve::spaceCurve(const Points& pts, const Vec& tangent0, const Vec& root, Points& out) {
+  const size_t n = pts.size();
+  if (n == 0) {
+    out.clear();
+    return;
+  }
+  out.resize(n);
+  out[0] = root;
+  Vec dir = tangent0;
+  dir.normalize();
+  const Vec d = root - pts[0];
+  if (d.length() <= 1e-4) {
+    out = pts;
+    return;
+  }
+  Vec w = d - dir * d.dot(dir);
+  const double offset = w.normalize();
+  Vec tangent = dir;
+  for (size_t i = 0; i < n; ++i) {
+    Vec next, axis;
+    double angle = 0.0;
+    const bool turn = transportStep(pts, i, tangent, next, axis, angle);
+    if (turn) w = rotate(w, axis, angle * 0.5);
+    if (i > 0) out[i] = pts[i] + w * offset;
+    if (turn) w = rotate(w, axis, angle * 0.5);
+    tangent = next;
+  }
+}
+
+void SgCurve::normalize(Points& pts) {
+  const size_t n = pts.size();
+  if (n < 3) return;
+  std::vector<double> seg;
+  const double total = cpolyLength(pts, seg);
+  const double mean = total / static_cast<double>(n - 1);
+  bool even = true;
+  for (double s : seg)
+    if (std::fabs(s - mean) > 1e-4) {
+      even = false;
+      break;
+    }
+  if (even) return;
+  // The source is walked on a copy: each placed point becomes the new start of its segment, whose
+  // length shrinks to the remainder, so that the next point on it measures from there.
+  Points src = pts;
+  double acc = 0.0;
+  long j = -1;
+  const long lastSeg = static_cast<long>(n) - 2;
+  for (size_t k = 1; k + 1 < n; ++k) {
+    while (mean > acc && j < lastSeg) {
+      ++j;
+      acc += seg[j];
+    }
+    acc -= mean;
+    const double f = seg[j] > 0.0 ? (seg[j] - acc) / seg[j] : 0.0;
+    const Vec p = src[j] + (src[j + 1] - src[j]) * f;
+    src[j] = p;
+    seg[j] = acc;
+    pts[k] = p;
+  }
+}
+
+void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
+  if (pts.empty()) return;
+  const Points source = pts;
+  rebuild(pts, source, count, uniform, widths);
+}
+
+void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform, std::vector<float>* widths) {
+  const size_t n = source.size();
+  if (n == 0) {
+    pts.clear();
+    return;
+  }
+  const size_t m = static_cast<size_t>(std::max(count, 3));
+  const bool withWidths = widths && widths->size() == n;
+  std::vector<float> newWidths;
+  if (withWidths) newWidths.resize(m);
+  const auto blendWidth = [&](size_t j, double f) {
+    const std::vector<float>& w = *widths;
+    const size_t j1 = std::min(j + 1, n - 1);
+    return static_cast<float>(w[j] + f * (static_cast<double>(w[j1]) - w[j]));
+  };
+
+  Points out(m);
+  std::vector<double> seg;
+  const double total = cpolyLength(source, seg);
+  if (uniform && total >= 1e-5) {
+    const double step = total / static_cast<double>(m - 1);
+    double acc = 0.0;
+    size_t j = 0;
+    for (size_t k = 1; k + 1 < m; ++k) {
+      acc += step;
+      while (acc > seg[j] && j + 1 < seg.size()) {
+        acc -= seg[j];
+        ++j;
+      }
+      const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
+      eval(source, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
+      if (withWidths) newWidths[k] = blendWidth(j, f);
+    }
+  } else {
+    const double dt = 1.0 / static_cast<double>(m - 1);
+    double t = 0.0;
+    for (size_t k = 1; k + 1 < m; ++k) {
+      t += dt;
+      eval(source, t, out[k]);
+      if (withWidths) {
+        const double x = t * static_cast<double>(n - 1);
+        size_t j = static_cast<size_t>(std::max(0.0, x));
+        if (n >= 2 && j > n - 2) j = n - 2;
+        if (n < 2) j = 0;
+        newWidths[k] = blendWidth(j, x - static_cast<double>(j));
+      }
+    }
+  }
+  out[0] = source[0];
+  out[m - 1] = source[n - 1];
+  if (withWidths) {
+    newWidths[0] = (*widths)[0];
+    newWidths[m - 1] = (*widths)[n - 1];
+    *widths = std::move(newWidths);
+  }
+  pts = std::move(out);
+}
+
+void SgCurve::subdivide(Points& pts, int levels) {
+  const size_t n = pts.size();
+  if (levels < 1 || n < 2) return;
+  const int m = levels + 3;
+  const double denom = static_cast<double>(m - 2);
+  Points out;
+  out.reserve(2 + (n - 2) * static_cast<size_t>(levels + 1));
+  out.push_back(pts[0]);
+  Vec q0 = pts[0];
+  for (size_t i = 1; i + 1 < n; ++i) {
+    const Vec& q1 = pts[i];
+    const Vec q2 = i + 2 == n ? pts[n - 1] : (pts[i] + pts[i + 1]) * 0.5;
+    for (int j = 0; j <= m - 3; ++j) {
+      const double t = (j + 1) / denom, s = j / denom;
+      const Vec a = q0 + (q1 - q0) * t;
+      const Vec b = q1 + (q2 - q1) * t;
+      out.push_back(a + (b - a) * s);
+    }
+    q0 = q2;
+  }
+  out.push_back(pts[n - 1]);
+  pts = std::move(out);
+}
+
+void SgCurve::cut(Points& pts, double t, bool resample) {
+  const size_t n = pts.size();
+  if (n < 2) return;
+  t = std::min(1.0, std::max(0.0, t));
+  if (resample) {
+    if (n <= 10)
+      cutResampleFixed<10>(pts, t);
+    else if (n <= 100)
+      cutResampleFixed<100>(pts, t);
+    else if (n <= 1000)
+      cutResampleFixed<1000>(pts, t);
+    else {
+      const Points work = pts;
+      for (size_t k = 1; k < n; ++k) eval(work, static_cast<double>(k) * t / (n - 1), pts[k]);
+    }
+    return;
+  }
+  Vec tip;
+  eval(pts, t, tip);
+  if (n == 2) {  // no span to pull in: the tip is all there is
+    pts[1] = tip;
+    return;
+  }
+  const double x = t * static_cast<double>(n - 1);
+  const size_t m = std::min(n, static_cast<size_t>(std::max(std::trunc(x + 2.0 - 1e-10), 3.0)));
+  if (m == 3) {
+    Vec half;
+    eval(pts, t * 0.5, half);
+    pts[1] = half * 2.0 - (tip + pts[0]) * 0.5;
+    pts[2] = tip;
+  } else {
+    const double xf = x - 1e-10;
+    const double f = xf - std::floor(xf);
+    const Vec mid = (pts[m - 2] + pts[m - 3]) * 0.5;
+    pts[m - 2] = mid + (pts[m - 2] - mid) * f;
+    pts[m - 1] = tip;
+  }
+  for (size_t k = m; k < n; ++k) pts[k] = tip;
+}
+
+double SgCurve::cutToLength(Points& pts, double length, bool resample) {
+  const size_t n = pts.size();
+  if (n == 0) return 0.0;
+  if (length < 1e-10) {
+    std::fill(pts.begin() + 1, pts.end(), pts[0]);
+    return 0.0;
+  }
+  const double step = 1.0 / static_cast<double>(2 * n + 4);
+  double t = 0.0, sum = 0.0;
+  Vec prev = pts[0], p;
+  for (;;) {
+    const double tPrev = t;
+    t = std::min(1.0, t + step);
+    eval(pts, t, p);
+    const double chord = (p - prev).length();
+    sum += chord;
+    prev = p;
+    if (sum >= length) {
+      if (chord > 0.0) t -= (sum - length) / chord * (t - tPrev);
+      break;
+    }
+    if (t >= 1.0) {
+      cut(pts, 1.0, resample);
+      return 1.0;
+    }
+  }
+  cut(pts, std::min(t, 1.0), resample);
+  return t;
+}
+
+double SgCurve::cutFromTip(Points& pts, double length, bool resample) {
+  const size_t n = pts.size();
+  if (n == 0) return 0.0;
+  if (length < 1e-10) {
+    cut(pts, 1.0, resample);
+    return 1.0;
+  }
+  const double step = 1.0 / static_cast<double>(2 * n + 4);
+  double t = 1.0, sum = 0.0;
+  Vec prev = pts[n - 1], p;
+  for (;;) {
+    const double tPrev = t;
+    t = std::max(0.0, t - step);
+    eval(pts, t, p);
+    const double chord = (p - prev).length();
+    sum += chord;
+    prev = p;
+    if (sum >= length) {
+      if (chord > 0.0) t += (sum - length) / chord * (tPrev - t);
+      break;
+    }
+    if (t <= 1e-10) {
+      std::fill(pts.begin() + 1, pts.end(), pts[0]);
+      return 0.0;
+    }
+  }
+  cut(pts, std::min(t, 1.0), resample);
+  return t;
+}
+
+void SgCurve::setLength(Points& pts, double length, double currentLength) {
+  if (currentLength < 0.0) currentLength = SgCurve::length(pts);
+  if (currentLength == 0.0) return;
+  if (std::fabs(currentLength - length) < 1e-4) return;
+  scalePoly(pts, length / currentLength, 0);
+}
+
+void SgCurve::scalePoly(Points& pts, double scale, int startIndex) {
+  const size_t n = pts.size();
+  const size_t start = static_cast<size_t>(std::max(startIndex, 0));
+  if (start + 1 >= n) return;
+  // Moving every later point by d·(s − 1) for each segment in turn leaves the later segment
+  // vectors as they were, so the moves add up to one running offset.
+  Vec offset;
+  Vec prevOriginal = pts[start];
+  for (size_t i = start; i + 1 < n; ++i) {
+    const Vec original = pts[i + 1];
+    offset += (original - prevOriginal) * (scale - 1.0);
+    pts[i + 1] = original + offset;
+    prevOriginal = original;
+  }
+}

@@ -1,0 +1,57 @@
+#pragma once
+// vrutil scalar helpers of the math kit: the expression library's noise and step curves wrapped
+// for plain numbers, a seamlessly tiling noise, and small geometric helpers (point distances, 2D
+// coordinates in a pair of axes, quad lists). All functions are pure and thread-safe.
+
+#include <vector>
+
+#include "geometry/SgVec3T.h"
+
+namespace vrutil {
+
+/// @name Noise. `noise` is in [0, 1]; `snoise`, `pnoise` and `loopingNoise` are signed, in [-1, 1].
+/// @{
+/// Noise of one, two or three scalars, each handed to the expression library's `noise` as a vector
+/// with all components equal: one argument gives 3D noise at (x, x, x), two give 2D noise at (x, y),
+/// three give 3D noise at (x, y, z).
+double noise(double x);
+double noise(double x, double y);
+double noise(double x, double y, double z);
+/// Signed 3D noise at (x, y, z).
+double snoise(double x, double y, double z);
+/// Signed 3D noise at (x, y, z), repeating every `period` units in each axis. The library uses the
+/// integer part of the period (at least 1); inside the first period it equals snoise.
+double pnoise(double x, double y, double z, double period);
+/// Signed noise that repeats with any positive `period` in all three axes: the trilinear blend of
+/// snoise at the eight corners (a or a − p, b or b − p, c or c − p) of the reduced position.
+/// period <= 0 gives 0.
+double loopingNoise(double x, double y, double z, double period);
+/// @}
+
+/// @name Step curves of the expression library, each 0 below its start and 1 at or after its end.
+/// @{
+double boxstep(double x, double a);
+double linearstep(double x, double a, double b);
+double smoothstep(double x, double a, double b);
+/// (1 − g^50)·g with g the library's gaussstep: the top of the curve falls back to 0 as g reaches 1.
+double gaussstep(double x, double a, double b);
+/// @}
+
+/// |direction × (p − origin)| / |direction|; a zero direction gives the distance to origin.
+double pointToLineDistance(const SgVec3T<double>& p, const SgVec3T<double>& origin,
+                           const SgVec3T<double>& direction);
+/// Distance from p to the segment a-b and the closest point on it (clamped to the ends). A segment
+/// shorter than `tolerance` counts as the point a.
+double pointToSegmentDistance(const SgVec3T<double>& p, const SgVec3T<double>& a, const SgVec3T<double>& b,
+                              double tolerance, SgVec3T<double>& closest);
+/// Solves p ≈ s·a + t·b in the least-squares sense (normal equations, Cramer's rule). The
+/// determinant is clamped to at least 1e-7, so nearly parallel axes give large but finite values.
+void cramersConversion(const SgVec3T<double>& a, const SgVec3T<double>& b, const SgVec3T<double>& p,
+                       double& s, double& t);
+void cramersConversion(const SgVec3T<float>& a, const SgVec3T<float>& b, const SgVec3T<float>& p,
+                       float& s, float& t);
+/// Replaces `triangles` with six indices (a,b,c,d,a,c) for every four (a,b,c,d) of `quads`; the
+/// first four are the quad's own. A trailing group of fewer than four is ignored.
+void triangulate(const std::vector<int>& quads, std::vector<int>& triangles);
+
+}  // namespace vrutil

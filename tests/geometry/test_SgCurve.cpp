@@ -1,0 +1,201 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "geometry/SgCurve.h"
+
+using Vec = SgVec3T<double>;
+using Points = std::vector<Vec>;
+
+namespace {
+void expectNear(const Vec& a, const Vec& b, double eps = 1e-9) {
+  EXPECT_NEAR(a.x, b.x, eps);
+  EXPECT_NEAR(a.y, b.y, eps);
+  EXPECT_NEAR(a.z, b.z, eps);
+}
+
+// n evenly spaced points along x starting at 0, one unit apart.
+Points line(int n) {
+  Points p;
+  for (int i = 0; i < n; ++i) p.emplace_back(i, 0, 0);
+  return p;
+}
+
+// Points on the x axis at the given positions.
+void expectXs(const Points& p, const std::vector<double>& xs) {
+  ASSERT_EQ(p.size(), xs.size());
+  for (size_t k = 0; k < xs.size(); ++k) expectNear(p[k], Vec(xs[k], 0, 0));
+}
+}  // namespace
+
+TEST(SgCurve, EvalUsesPhantomEnds) {
+  // Two points: the phantoms (-3,0,0) and (6,0,0) keep the single span linear; clamped ends
+  // would give 0.953 at t = 0.25.
+  const Points two = {Vec(0, 0, 0), Vec(3, 0, 0)};
+  expectNear(SgCurve::eval(two, 0.25), Vec(0.75, 0, 0));
+  EXPECT_EQ(SgCurve::eval(two, 0.99999995), two[1]);
+
+  // At a knot the B-spline is (P[i-1] + 4 P[i] + P[i+1]) / 6.
+  const Points bent = {Vec(0, 0, 0), Vec(1, 1, 0), Vec(2, 0, 0)};
+  expectNear(SgCurve::eval(bent, 0.5), Vec(1, 4.0 / 6.0, 0));
+}
+
+TEST(SgCurve, Lengths) {
+  EXPECT_NEAR(SgCurve::length(line(3)), 2.0, 1e-12);
+  std::vector<double> seg;
+  EXPECT_DOUBLE_EQ(SgCurve::cpolyLength({Vec(0, 0, 0), Vec(3, 4, 0), Vec(3, 4, 12)}, seg), 17.0);
+  EXPECT_EQ(seg, (std::vector<double>{5.0, 12.0}));
+}
+
+TEST(SgCurve, RebuildCountsEndsAndWidths) {
+  for (int count : {1, 2}) {
+    Points p = {Vec(0, 0, 0), Vec(2, 0, 0)};
+    std::vector<float> widths = {1.0f, 3.0f};
+    SgCurve::rebuild(p, count, true, &widths);
+    ASSERT_EQ(p.size(), 3u);
+    ASSERT_EQ(widths.size(), 3u) << count;
+    expectNear(p[1], Vec(1, 0, 0));
+    EXPECT_FLOAT_EQ(widths[1], 2.0f);
+    EXPECT_EQ(widths[2], 3.0f);
+  }
+  Points p = line(20);
+  const Points source = p;
+  SgCurve::rebuild(p, 40, true);
+  ASSERT_EQ(p.size(), 40u);
+  for (size_t k = 0; k < p.size(); ++k) ASSERT_NEAR(p[k].x, 19.0 * k / 39.0, 1e-9) << k;
+
+  Points q;
+  SgCurve::rebuild(q, source, 5, false);
+  ASSERT_EQ(q.size(), 5u);
+  expectNear(q[2], Vec(9.5, 0, 0));
+}
+
+TEST(SgCurve, Cut) {
+  // t = 0 gives m = 3: everything collapses onto the start.
+  Points p = {Vec(0, 0, 0), Vec(1, 2, 0), Vec(3, 1, 0), Vec(4, 4, 1), Vec(5, 5, 5)};
+  SgCurve::cut(p, 0.0, false);
+  EXPECT_EQ(p, Points(5, Vec()));
+
+  p = line(5);
+  SgCurve::cut(p, 0.5, false);  // x = 2, m = 3: middle point from eval(0.25)
+  expectXs(p, {0, 1, 2, 2, 2});
+  p = line(5);
+  SgCurve::cut(p, 0.6, false);  // x = 2.4, m = 4, f = 0.4: P2 pulled from 2 to 1.7
+  expectXs(p, {0, 1, 1.7, 2.4, 2.4});
+
+  p = line(5);
+  SgCurve::cut(p, 0.5, true);
+  expectXs(p, {0, 0.5, 1, 1.5, 2});
+  Points big = line(1200);  // beyond the fixed work arrays
+  SgCurve::cut(big, 0.25, true);
+  EXPECT_NEAR(big[600].x, 150.0, 1e-9);
+  EXPECT_NEAR(big.back().x, 299.75, 1e-9);
+}
+
+TEST(SgCurve, CutByLength) {
+  Points p = line(5);
+  EXPECT_NEAR(SgCurve::cutToLength(p, 1.1, true), 0.275, 1e-12);
+  EXPECT_NEAR(p.back().x, 1.1, 1e-9);
+  p = line(5);
+  EXPECT_NEAR(SgCurve::cutFromTip(p, 1.1, true), 0.725, 1e-12);
+  EXPECT_NEAR(p.back().x, 2.9, 1e-9);
+
+  // Longer than the curve: to the end from the root, to the root from the tip.
+  p = line(5);
+  EXPECT_EQ(SgCurve::cutToLength(p, 10.0, true), 1.0);
+  expectXs(p, {0, 1, 2, 3, 4});
+  EXPECT_EQ(SgCurve::cutFromTip(p, 10.0, false), 0.0);
+  EXPECT_EQ(p, Points(5, Vec()));
+
+  // Tiny lengths: nothing left from the root, nothing removed from the tip.
+  p = line(5);
+  EXPECT_EQ(SgCurve::cutToLength(p, 1e-11, false), 0.0);
+  EXPECT_EQ(p, Points(5, Vec()));
+  p = line(5);
+  EXPECT_EQ(SgCurve::cutFromTip(p, 1e-11, false), 1.0);
+  expectXs(p, {0, 1, 2, 3, 4});
+}
+
+TEST(SgCurve, NormalizeSpacing) {
+  // Three new points fall on the first segment: each measures from the one before.
+  Points p = {Vec(0, 0, 0), Vec(3, 0, 0), Vec(3.5, 0, 0), Vec(3.75, 0, 0), Vec(4, 0, 0)};
+  SgCurve::normalize(p);
+  expectXs(p, {0, 1, 2, 3, 4});
+
+  Points bent = {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 3, 0)};
+  SgCurve::normalize(bent);
+  expectNear(bent[1], Vec(1, 1, 0));
+  EXPECT_EQ(bent[2], Vec(1, 3, 0));
+
+  Points even = {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 1.00005, 0)};
+  const Points before = even;
+  SgCurve::normalize(even);  // within 1e-4 of the mean: untouched
+  EXPECT_EQ(even, before);
+}
+
+TEST(SgCurve, FrameParallelTransport) {
+  Points normals, binormals;
+  SgCurve::frame(line(4), Vec(1, 0, 0), Vec(0, 1, 0), normals, binormals);
+  EXPECT_EQ(normals, Points(4, Vec(0, 1, 0)));
+  EXPECT_EQ(binormals, Points(4, Vec(0, 0, -1)));
+
+  // A left turn in the xy plane turns the normal a quarter about z.
+  const Points bent = {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 1, 0)};
+  SgCurve::frame(bent, Vec(1, 0, 0), Vec(0, 1, 0), normals, binormals);
+  expectNear(normals[0], Vec(0, 1, 0));
+  expectNear(normals[1], Vec(-1, 0, 0));
+  expectNear(binormals[1], Vec(0, 0, -1));
+}
+
+TEST(SgCurve, SpaceCurveCarriesOffset) {
+  Points out;
+  SgCurve::spaceCurve(line(4), Vec(2, 0, 0), Vec(0.5, 2, 0), out);
+  EXPECT_EQ(out[0], Vec(0.5, 2, 0));  // the root itself, along-tangent part included
+  for (int i = 1; i < 4; ++i) expectNear(out[i], Vec(i, 2, 0));
+
+  // Offset on the outside of a left turn: the joint takes the bisecting direction.
+  const Points bent = {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 1, 0)};
+  SgCurve::spaceCurve(bent, Vec(1, 0, 0), Vec(0, -1, 0), out);
+  const double h = std::sqrt(0.5);
+  expectNear(out[1], Vec(1 + h, -h, 0));
+  expectNear(out[2], Vec(2, 1, 0));
+
+  SgCurve::spaceCurve(bent, Vec(1, 0, 0), Vec(0, 5e-5, 0), out);
+  EXPECT_EQ(out, bent);
+}
+
+TEST(SgCurve, Subdivide) {
+  Points p = {Vec(0, 0, 0), Vec(2, 2, 0), Vec(4, 0, 0)};
+  SgCurve::subdivide(p, 1);
+  ASSERT_EQ(p.size(), 4u);
+  expectNear(p[1], Vec(1, 1, 0));
+  expectNear(p[2], Vec(3, 1, 0));
+  EXPECT_EQ(p[3], Vec(4, 0, 0));
+
+  Points q = {Vec(0, 0, 0), Vec(1, 1, 0), Vec(2, 0, 0), Vec(3, 1, 0), Vec(4, 0, 0)};
+  SgCurve::subdivide(q, 2);
+  EXPECT_EQ(q.size(), 11u);  // 1 + 3 interior points · 3 + 1
+  EXPECT_EQ(q.back(), Vec(4, 0, 0));
+  SgCurve::subdivide(q, 0);
+  EXPECT_EQ(q.size(), 11u);
+}
+
+TEST(SgCurve, SetLengthAndScalePoly) {
+  Points zero(4, Vec(1, 1, 1));
+  SgCurve::setLength(zero, 3.0, 0.0);
+  SgCurve::setLength(zero, 3.0);  // measured: still 0
+  EXPECT_EQ(zero, Points(4, Vec(1, 1, 1)));
+
+  Points p = line(3);
+  SgCurve::setLength(p, 2.00005);  // within 1e-4: untouched
+  EXPECT_EQ(p, line(3));
+  SgCurve::setLength(p, 4.0);
+  expectXs(p, {0, 2, 4});
+
+  Points q = {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 1, 0), Vec(1, 2, 0)};
+  SgCurve::scalePoly(q, 2.0, 1);
+  EXPECT_EQ(q[1], Vec(1, 0, 0));
+  EXPECT_EQ(q[2], Vec(1, 2, 0));
+  EXPECT_EQ(q[3], Vec(1, 4, 0));
+}

@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "geometry/SgRampUIComp.h"
+
+TEST(SgRampUIComp, ParseAndErrors) {
+  SgRampUIComp ramp;
+  EXPECT_TRUE(ramp.init(SgRampUIComp::RampUIDefault));
+  EXPECT_EQ(ramp.getKeys().size(), 2u);
+  EXPECT_FLOAT_EQ(ramp.getValue(0.3f), 1.0f);
+  EXPECT_TRUE(ramp.isConstant());
+
+  EXPECT_FALSE(ramp.init(""));
+  EXPECT_FALSE(ramp.init("rampUI0,1,1:1,1,1)"));
+  EXPECT_FALSE(ramp.init("rampUI(0,1,1:1,1,1"));
+  // Only the last piece is checked; the pieces before it stay.
+  EXPECT_FALSE(ramp.init("rampUI(0,0.5,1:1,1)"));
+  ASSERT_EQ(ramp.getKeys().size(), 1u);
+  EXPECT_FLOAT_EQ(ramp.getKeys().at(0.0f).value, 0.5f);
+
+  EXPECT_TRUE(ramp.init("rampUI()"));
+  EXPECT_TRUE(ramp.getKeys().empty());
+  EXPECT_EQ(ramp.getValue(0.5f), 0.0f);
+  EXPECT_TRUE(ramp.isConstant());
+
+  EXPECT_TRUE(ramp.init("rampUI(0,0.2,1:0,0.7,2)"));  // the last write of a position wins
+  ASSERT_EQ(ramp.getKeys().size(), 1u);
+  EXPECT_FLOAT_EQ(ramp.getKeys().at(0.0f).value, 0.7f);
+  EXPECT_EQ(ramp.getKeys().at(0.0f).kind, 2);
+}
+
+TEST(SgRampUIComp, KindsBetweenAndAtKeys) {
+  SgRampUIComp ramp;
+  ASSERT_TRUE(ramp.init("rampUI(0,0,0:1,1,0)"));
+  EXPECT_FLOAT_EQ(ramp.getValue(0.5f), 0.0f);
+  EXPECT_FLOAT_EQ(ramp.getValue(1.0f), 1.0f);
+
+  ASSERT_TRUE(ramp.init("rampUI(0,0,1:1,1,1)"));
+  EXPECT_FLOAT_EQ(ramp.getValue(0.25f), 0.25f);
+
+  ASSERT_TRUE(ramp.init("rampUI(0,0,2:1,1,2)"));
+  EXPECT_FLOAT_EQ(ramp.getValue(0.25f), 0.15625f);  // t²(3 − 2t)
+
+  // Spline without neighbours: both tangents (y1 − y0)/2.
+  ASSERT_TRUE(ramp.init("rampUI(0,0,3:1,1,3)"));
+  EXPECT_FLOAT_EQ(ramp.getValue(0.25f), 0.203125f);
+
+  // Spline with neighbours: the tangent at the middle key is flat on both sides.
+  ASSERT_TRUE(ramp.init("rampUI(0,0,3:0.5,0.5,3:1,0,1)"));
+  EXPECT_FLOAT_EQ(ramp.getValue(0.25f), 0.28125f);
+  EXPECT_FLOAT_EQ(ramp.getValue(0.75f), 0.28125f);
+  EXPECT_FLOAT_EQ(ramp.getValue(0.5f), 0.5f);
+
+  // An unknown kind gives 0 over its span, starting at its own key.
+  ASSERT_TRUE(ramp.init("rampUI(0,0.5,7:1,1,1)"));
+  EXPECT_EQ(ramp.getValue(0.0f), 0.0f);
+  EXPECT_EQ(ramp.getValue(0.5f), 0.0f);
+  EXPECT_FLOAT_EQ(ramp.getValue(1.0f), 1.0f);
+}
+
+TEST(SgRampUIComp, OutsideKeysAndClamping) {
+  SgRampUIComp ramp("rampUI(0.2,0.3,1:0.8,0.6,1)");
+  EXPECT_FLOAT_EQ(ramp.getValue(0.1f), 0.3f);
+  EXPECT_FLOAT_EQ(ramp.getValue(0.8f), 0.6f);
+  EXPECT_FLOAT_EQ(ramp.getValue(2.0f), 0.6f);
+  EXPECT_FALSE(ramp.isConstant());
+
+  EXPECT_FLOAT_EQ(SgRampUIComp("rampUI(0,2,1)").getValue(0.5f), 1.0f);
+  EXPECT_FLOAT_EQ(SgRampUIComp("rampUI(0,-1,1:1,1,1)").getValue(0.25f), 0.0f);
+  // The spline overshoots above 1 between two equal keys; the result is clamped.
+  SgRampUIComp overshoot("rampUI(0,0,3:0.1,1,3:1,1,1)");
+  EXPECT_FLOAT_EQ(overshoot.getValue(0.4f), 1.0f);
+  EXPECT_TRUE(SgRampUIComp("rampUI(0,0.5,1:1,0.5,0)").isConstant());
+}
+
+TEST(SgRampUIComp, Sample) {
+  SgRampUIComp ramp("rampUI(0,0,1:1,1,1)");
+  std::vector<double> out = {9.0};
+  ramp.sample(out, 5);
+  const std::vector<double> expected = {0, 0.25, 0.5, 0.75, 1};
+  EXPECT_EQ(out, expected);
+  ramp.sample(out, 1);
+  EXPECT_EQ(out, std::vector<double>{0.0});
+
+}
