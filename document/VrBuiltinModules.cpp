@@ -1,11 +1,12 @@
 // Registers every built-in module name at library load. Modules whose classes this build does
 // not yet provide are registered as data-only objects of their family, which keep their
-// attributes.
+// attributes; the patch kinds are real.
 
 #include "document/VrDataObject.h"
 #include "document/VrModules.h"
 #include "fxmodules/VrFXModule.h"
-#include "geometry/VrPatch.h"
+#include "geometry/VrNurbsPatch.h"
+#include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
 
 #include <cstddef>
@@ -35,7 +36,6 @@ constexpr const char* renderers[] = {
     "GLRenderer", "GeometryRenderer", "GuideRenderer", "FileRenderer", "PointRenderer",
     "NullRenderer", "OrmRenderer", "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
     "SculptRenderer"};
-constexpr const char* patches[] = {"NurbsPatch", "SubdPatch"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule", "ClumpingFXModule",
     "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
@@ -43,6 +43,11 @@ constexpr const char* fxModules[] = {
     "PreserveClumpsFXModule", "SnapshotFXModule", "WindFXModule", "ApplyNetForceFXModule",
     "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
     "SphereForceFXModule"};
+
+template <class PatchT>
+void* createPatch(VrDescription* description) {
+  return new PatchT(description);
+}
 
 template <class Base, const char* const* Names, size_t N>
 bool registerFamily(const char* const (&)[N]) {
@@ -52,7 +57,8 @@ bool registerFamily(const char* const (&)[N]) {
 const bool registered = registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
-                        registerFamily<VrPatch, patches>(patches) &&
+                        VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&
+                        VrRegisterModule("SubdPatch", &createPatch<VrSubdPatch>) &&
                         registerFamily<VrFXModule, fxModules>(fxModules);
 
 }  // namespace

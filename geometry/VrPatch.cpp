@@ -3,9 +3,11 @@
 #include "document/VrDescription.h"
 #include "document/VrMessage.h"
 #include "document/vrutilName.h"
+#include "expressions/VrExpression.h"
 #include "primitives/VrBasePrimitive.h"
 
 #include <algorithm>
+#include <cmath>
 #include <istream>
 #include <ostream>
 
@@ -80,7 +82,7 @@ bool VrPatch::processToken(const std::string& token, std::istream& in) {
   if (token == "name") {
     std::string value;
     in >> value;
-    patchName = value;
+    setName(value);
     return true;
   }
   if (token == "faceIds") {
@@ -106,6 +108,7 @@ bool VrPatch::processToken(const std::string& token, std::istream& in) {
     return true;
   }
   if (token == "animCurves") {
+    curves.clear();
     long count = 0;
     in >> count;
     std::string name;
@@ -128,4 +131,192 @@ bool VrPatch::processToken(const std::string& token, std::istream& in) {
     return ok;
   }
   return false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Geometry defaults: an unbound patch answers nothing.
+
+void VrPatch::bindGeometry(SgSurface*, SgSurface*, bool) {}
+SgBox3T<double> VrPatch::boundingBox(int, bool) const { return SgBox3T<double>(); }
+SgBox3T<double> VrPatch::boundingBox(bool) const { return SgBox3T<double>(); }
+void VrPatch::origToLogical(int face, std::vector<int>& ids, bool clear) const {
+  if (clear) ids.clear();
+  ids.push_back(face);
+}
+void VrPatch::logicalToOrig(int face, std::vector<int>& ids, bool clear) const {
+  if (clear) ids.clear();
+  ids.push_back(face);
+}
+double VrPatch::calculateSubAreas(int, int, int& nu, int& nv, std::vector<double>& areas) const {
+  nu = nv = 0;
+  areas.clear();
+  return 0.0;
+}
+double VrPatch::area(int) const { return 0.0; }
+double VrPatch::lengthU(double, int) const { return 0.0; }
+double VrPatch::lengthV(double, int) const { return 0.0; }
+bool VrPatch::evalUV(int, double, double, double&, double&) const { return false; }
+unsigned VrPatch::computeFaceResolution(unsigned short& resU, unsigned short& resV, int, double) const {
+  resU = resV = 0;
+  return 0;
+}
+bool VrPatch::pureEvalGeom(double, double, int, SgVec3T<double>&, SgVec3T<double>&, SgVec3T<double>&,
+                           SgVec3T<double>&, bool) const {
+  return false;
+}
+bool VrPatch::pureEvalCurvature(double, double, int, double&, double&, bool) const { return false; }
+
+double VrPatch::computeFaceResolution(std::vector<unsigned short>& res, const std::vector<int>& faceList,
+                                      double density) const {
+  double total = 0.0;
+  for (int face : faceList) {
+    unsigned short resU = 0, resV = 0;
+    total += computeFaceResolution(resU, resV, face, density);
+    res.push_back(resU);
+    res.push_back(resV);
+  }
+  return total / 1e6;
+}
+
+void VrPatch::setName(const std::string& name) {
+  const std::string stripped = vrutil::stripNameSpace(name);
+  if (stripped == patchName) return;
+  const std::string old = patchName;
+  patchName = stripped;
+  if (owner && owner->patch(old) == this) owner->changePatchName(old, stripped);
+}
+
+bool VrPatch::hasOrigFaceId(int face) const {
+  std::vector<int> logical;
+  origToLogical(face, logical, true);
+  for (int id : logical)
+    if (hasFaceId(id)) return true;
+  return false;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Evaluation
+
+namespace {
+
+// Rotates v about the unit axis by angle (Rodrigues).
+SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double angle) {
+  const double c = std::cos(angle), s = std::sin(angle);
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+// The angle by which each tangent turns to make them perpendicular about N: half of the
+// deviation from a right angle.
+double halfCorrection(const SgVec3T<double>& dPdu, const SgVec3T<double>& dPdv) {
+  SgVec3T<double> u = dPdu, v = dPdv;
+  u.normalize();
+  v.normalize();
+  const double a = std::acos(std::min(1.0, std::max(-1.0, u.dot(v))));
+  return (M_PI / 2.0 - a) / 2.0;
+}
+
+void orthogonalise(const SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv) {
+  const double h = halfCorrection(dPdu, dPdv);
+  dPdv = rotated(dPdv, N, h);
+  dPdu = rotated(dPdu, N, -h);
+}
+
+// The step of the finite differences: the float constant 0.01, held as a double.
+constexpr double differenceStep = static_cast<double>(0.01f);
+
+}  // namespace
+
+bool VrPatch::evalGeom(double u, double v, int face, SgVec3T<double>& P, bool ref) const {
+  SgVec3T<double> N, dPdu, dPdv;
+  return pureEvalGeom(u, v, face, P, N, dPdu, dPdv, ref);
+}
+
+bool VrPatch::evalGeom(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
+                       SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const {
+  if (!pureEvalGeom(u, v, face, P, N, dPdu, dPdv, ref)) return false;
+  if (owner && owner->flipNormals()) {
+    N = -N;
+    dPdu = -dPdu;
+  }
+  orthogonalise(N, dPdu, dPdv);
+  return true;
+}
+
+bool VrPatch::evalFrame(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
+                        SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const {
+  if (!pureEvalGeom(u, v, face, P, N, dPdu, dPdv, ref)) return false;
+  if (owner && owner->flipNormals()) {
+    N = -N;
+    dPdu = -dPdu;
+  }
+  const double h = halfCorrection(dPdu, dPdv);
+  dPdu.normalize();
+  dPdv.normalize();
+  dPdv = rotated(dPdv, N, h);
+  dPdu = dPdv.cross(N);
+  return true;
+}
+
+bool VrPatch::evalCurvature(double u, double v, int face, double& k1, double& k2, bool ref) const {
+  return pureEvalCurvature(u, v, face, k1, k2, ref);
+}
+
+bool VrPatch::evalGeom(double u, double v, int face, const VrExpression* dispExpr, bool vectorFlag,
+                       const VrExpression* bumpExpr, const VrExpression* offsetExpr, SgVec3T<double>& P,
+                       SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const {
+  if (!pureEvalGeom(u, v, face, P, N, dPdu, dPdv, ref)) {
+    VR_ERROR("Tried to evaluate an unbound patch. " + typeName() + "," + patchName);
+    return false;
+  }
+  const std::string* name = &patchName;
+  auto valueOf = [&](const VrExpression* e, double uu, double vv) {
+    return e ? e->eval(uu, vv, face, name) : SgVec3T<double>();
+  };
+  const SgVec3T<double> normal0 = N;
+  const SgVec3T<double> displacement = valueOf(dispExpr, u, v);
+  const double d = displacement.x;
+  const double b = valueOf(bumpExpr, u, v).x;
+  const bool displaced = vectorFlag || d != 0.0;
+
+  if (displaced || b != 0.0) {
+    const double uPlus = std::min(1.0, u + differenceStep), uMinus = std::max(0.0, u - differenceStep);
+    const double vPlus = std::min(1.0, v + differenceStep), vMinus = std::max(0.0, v - differenceStep);
+    const double du = uPlus - uMinus, dv = vPlus - vMinus;
+    const double su[4] = {uPlus, uMinus, u, u};
+    const double sv[4] = {v, v, vPlus, vMinus};
+    SgVec3T<double> p[4], n[4];
+    for (int i = 0; i < 4; ++i) {
+      SgVec3T<double> tu, tv;
+      evalGeom(su[i], sv[i], face, p[i], n[i], tu, tv, ref);
+    }
+    // Points moved by an expression at the four neighbours, along their own normals (or by the
+    // expression's vector).
+    auto moved = [&](const VrExpression* e, bool asVector, SgVec3T<double> out[4]) {
+      for (int i = 0; i < 4; ++i) {
+        const SgVec3T<double> value = valueOf(e, su[i], sv[i]);
+        out[i] = asVector ? p[i] + value : p[i] + n[i] * value.x;
+      }
+    };
+    if (displaced) {
+      SgVec3T<double> a[4];
+      moved(dispExpr, vectorFlag, a);
+      dPdu = (a[0] - a[1]) * (1.0 / du);
+      dPdv = (a[2] - a[3]) * (1.0 / dv);
+      N = dPdu.cross(dPdv);
+      N.normalize();
+    }
+    if (b != 0.0) {
+      SgVec3T<double> bumped[4];
+      moved(bumpExpr, false, bumped);
+      dPdu += (bumped[0] - bumped[1]) * (1.0 / du);
+      dPdv += (bumped[2] - bumped[3]) * (1.0 / dv);
+      N += dPdu.cross(dPdv);
+      N.normalize();
+    }
+  }
+
+  P += vectorFlag ? displacement : normal0 * d;
+  P += N * valueOf(offsetExpr, u, v).x;
+  orthogonalise(N, dPdu, dPdv);
+  return true;
 }

@@ -5,6 +5,7 @@
 // evaluation are added by the patch kinds.
 
 #include "document/VrDict.h"
+#include "geometry/SgBox3T.h"
 #include "geometry/SgVec3T.h"
 
 #include <iosfwd>
@@ -13,7 +14,9 @@
 #include <string>
 #include <vector>
 
+class SgSurface;
 class VrDescription;
+class VrExpression;
 
 class VrPatch {
  public:
@@ -32,13 +35,69 @@ class VrPatch {
 
   /// "NurbsPatch" or "SubdPatch".
   virtual std::string typeName() const = 0;
-  /// True when an animated surface is bound.
+
+  /// @name Geometry, implemented by the patch kinds. `ref` true reads the reference (rest)
+  /// surface, false the animated one. Faces are logical ids; u, v in [0, 1]. Every operation
+  /// answers false or 0 on an unbound patch.
+  /// @{
   virtual bool isBound() const { return false; }
+  /// True when the reference surface differs from the animated one.
+  virtual bool isReferenced() const { return false; }
+  /// Binds surfaces (a null `reference` means the animated one for both); with `convertFaceIds`
+  /// the face ids are in the cage's numbering and are converted. Errors for a null `animated`.
+  virtual void bindGeometry(SgSurface* reference, SgSurface* animated, bool convertFaceIds);
+  virtual void unbindGeometry() {}
+  virtual SgBox3T<double> boundingBox(int face, bool ref) const;
+  virtual SgBox3T<double> boundingBox(bool ref) const;
+  virtual std::vector<int> origFaceIds() const { return faces; }
+  virtual int numGeomFaces() const { return 0; }
+  virtual void origToLogical(int face, std::vector<int>& ids, bool clear) const;
+  virtual void logicalToOrig(int face, std::vector<int>& ids, bool clear) const;
+  virtual double calculateSubAreas(int face, int grid, int& nu, int& nv, std::vector<double>& areas) const;
+  virtual double area(int face) const;
+  virtual double lengthU(double t, int face) const;
+  virtual double lengthV(double t, int face) const;
+  virtual bool evalUV(int face, double u, double v, double& s, double& t) const;
+  /// The texel grid of a face for painting at `density` texels per unit (0: 10 per unit):
+  /// powers of two up to 4096 each; answers resU * resV.
+  virtual unsigned computeFaceResolution(unsigned short& resU, unsigned short& resV, int face,
+                                         double density) const;
+  /// Pairs (resU, resV) of `faces` appended to `res`; answers the total in megatexels.
+  virtual double computeFaceResolution(std::vector<unsigned short>& res, const std::vector<int>& faces,
+                                       double density) const;
+  /// Point, normal (normalised dPdu x dPdv) and derivatives, without any correction.
+  virtual bool pureEvalGeom(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
+                            SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
+  virtual bool pureEvalCurvature(double u, double v, int face, double& k1, double& k2, bool ref) const;
+  /// @}
+
+  /// @name Evaluation
+  /// @{
+  /// The point only.
+  bool evalGeom(double u, double v, int face, SgVec3T<double>& P, bool ref) const;
+  /// Point, normal and tangents made perpendicular about N (each turned by half the correction,
+  /// lengths kept); N and dPdu negated when the description flips normals.
+  bool evalGeom(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
+                SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
+  /// As `evalGeom`, with dPdu and dPdv unit length and dPdu = dPdv x N.
+  bool evalFrame(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
+                 SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
+  bool evalCurvature(double u, double v, int face, double& k1, double& k2, bool ref) const;
+  /// The displaced point: displacement (`dispExpr`, along N, or a vector with `vectorFlag`),
+  /// bump and offset expressions evaluated at (u, v) of this patch's face; any may be null.
+  /// Derivatives and normal come from one-sided-at-the-edge differences with step 0.01.
+  bool evalGeom(double u, double v, int face, const VrExpression* dispExpr, bool vectorFlag,
+                const VrExpression* bumpExpr, const VrExpression* offsetExpr, SgVec3T<double>& P,
+                SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
+  /// True when any logical face of the original face `face` grows primitives.
+  bool hasOrigFaceId(int face) const;
+  /// @}
 
   /// @name Access
   /// @{
   const std::string& name() const { return patchName; }
-  void setName(const std::string& name) { patchName = name; }
+  /// Stores the geometry's name without its name space; the description's patch map follows.
+  void setName(const std::string& name);
   VrDescription* description() const { return owner; }
   /// The patch's place among its description's patches.
   unsigned index() const { return patchIndex; }
@@ -48,6 +107,7 @@ class VrPatch {
   int faceId(int i) const { return faces[static_cast<size_t>(i)]; }
   const std::vector<int>& faceIds() const { return faces; }
   void setFaceIds(std::vector<int> ids);
+  std::vector<int>& mutableFaceIds() { return faces; }
   void sortFaceIds();
   bool hasFaceId(int face) const;
   VrDict<SgVec3T<double>>& customAttrs() { return customValues; }
