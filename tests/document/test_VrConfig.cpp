@@ -4,37 +4,13 @@
 #include "document/VrTaskManager.h"
 
 #include "support/CaptureLogger.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
-namespace {
-
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const char* value) : name(name) {
-    if (const char* old = std::getenv(name)) saved = old, hadValue = true;
-    if (value)
-      setenv(name, value, 1);
-    else
-      unsetenv(name);
-  }
-  ~ScopedEnv() {
-    if (hadValue)
-      setenv(name, saved.c_str(), 1);
-    else
-      unsetenv(name);
-  }
-
- private:
-  const char* name;
-  std::string saved;
-  bool hadValue = false;
-};
-
-}  // namespace
 
 TEST(VrConfig, LoadsKeysSkipsCommentsAndReportsUnknownTokens) {
   vrtest::TempDir dir;
@@ -83,7 +59,7 @@ TEST(VrConfig, MissingFiles) {
                                                      dir.file("nothere/config.txt")});
   }
   {
-    ScopedEnv home("HOME", dir.path().c_str());
+    vrtest::ScopedEnv home("HOME", dir.path().c_str());
     vrtest::CaptureLogger log;
     EXPECT_FALSE(config.loadConfig("", true));  // "${HOME}/.vornrc" is optional
     EXPECT_TRUE(log.messages.empty());
@@ -121,11 +97,11 @@ TEST(VrConfig, BrokenCustomModuleIsReportedAndSkipped) {
 
 TEST(VrTaskManager, ThreadCountFromEnvironment) {
   {
-    ScopedEnv limit("VORN_THREAD_LIMIT", "3");
+    vrtest::ScopedEnv limit("VORN_THREAD_LIMIT", "3");
     EXPECT_EQ(VrTaskManager::threadCountFromEnvironment(), 3u);
   }
   {
-    ScopedEnv limit("VORN_THREAD_LIMIT", "0");
+    vrtest::ScopedEnv limit("VORN_THREAD_LIMIT", "0");
     EXPECT_EQ(VrTaskManager::threadCountFromEnvironment(), 0u);  // 0 stays 0
   }
   const size_t saved = VrTaskManager::threadCount();

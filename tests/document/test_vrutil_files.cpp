@@ -16,31 +16,11 @@
 #include "document/vrutilFiles.h"
 #include "document/vrutilPath.h"
 #include "support/CaptureLogger.h"
+#include "support/ScopedEnv.h"
 
 using namespace vrutil;
 
 namespace {
-
-class EnvGuard {
- public:
-  EnvGuard(const char* name, const char* value) : name(name) {
-    if (const char* old = getenv(name)) {
-      had = true;
-      previous = old;
-    }
-    if (value) setenv(name, value, 1);
-    else unsetenv(name);
-  }
-  ~EnvGuard() {
-    if (had) setenv(name, previous.c_str(), 1);
-    else unsetenv(name);
-  }
-
- private:
-  const char* name;
-  bool had = false;
-  std::string previous;
-};
 
 bool isDirectory(const std::string& path) {
   struct stat st;
@@ -92,9 +72,9 @@ class VrutilFiles : public testing::Test {
     return lines;
   }
 
-  EnvGuard home{"HOME", "/home/tester"};
-  EnvGuard unset{"VORN_TEST_UNSET_VARIABLE", nullptr};
-  EnvGuard frame{"FRAME", nullptr};
+  vrtest::ScopedEnv home{"HOME", "/home/tester"};
+  vrtest::ScopedEnv unset{"VORN_TEST_UNSET_VARIABLE", nullptr};
+  vrtest::ScopedEnv frame{"FRAME", nullptr};
   std::string base, first, second;
   VrPalette* palette = nullptr;
   VrDescription* description = nullptr;

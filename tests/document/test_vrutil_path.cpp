@@ -9,32 +9,11 @@
 
 #include "document/vrutilPath.h"
 #include "support/CaptureLogger.h"
+#include "support/ScopedEnv.h"
 
 using namespace vrutil;
 
 namespace {
-
-// Sets or unsets an environment variable for one scope.
-class EnvGuard {
- public:
-  EnvGuard(const char* name, const char* value) : name(name) {
-    if (const char* old = getenv(name)) {
-      had = true;
-      previous = old;
-    }
-    if (value) setenv(name, value, 1);
-    else unsetenv(name);
-  }
-  ~EnvGuard() {
-    if (had) setenv(name, previous.c_str(), 1);
-    else unsetenv(name);
-  }
-
- private:
-  const char* name;
-  bool had = false;
-  std::string previous;
-};
 
 // A fresh directory under the test temp directory, removed afterwards.
 class ScratchDir {
@@ -90,9 +69,9 @@ TEST(VrutilPath, IsAbsolutePathIgnoresASingleLeadingSlashOnLongerTexts) {
 }
 
 TEST(VrutilPath, FileCleanupExpandsEscapesAndCollapses) {
-  EnvGuard home("HOME", "/a/b");
-  EnvGuard missing("VORN_TEST_UNSET_VARIABLE", nullptr);
-  EnvGuard empty("VORN_TEST_EMPTY_VARIABLE", "");
+  vrtest::ScopedEnv home("HOME", "/a/b");
+  vrtest::ScopedEnv missing("VORN_TEST_UNSET_VARIABLE", nullptr);
+  vrtest::ScopedEnv empty("VORN_TEST_EMPTY_VARIABLE", "");
 
   struct Case {
     const char* in;
@@ -132,25 +111,25 @@ TEST(VrutilPath, FileCleanupExpandsEscapesAndCollapses) {
 
 TEST(VrutilPath, TempDirTakesTheFirstVariableSet) {
   {
-    EnvGuard tmp("TMP", "/scratch/one");
-    EnvGuard tmpdir("TMPDIR", "/scratch/two");
+    vrtest::ScopedEnv tmp("TMP", "/scratch/one");
+    vrtest::ScopedEnv tmpdir("TMPDIR", "/scratch/two");
     EXPECT_EQ(tempDir(), "/scratch/one/");
   }
   {
-    EnvGuard tmp("TMP", nullptr);
-    EnvGuard tmpdir("TMPDIR", "/scratch/two/");
+    vrtest::ScopedEnv tmp("TMP", nullptr);
+    vrtest::ScopedEnv tmpdir("TMPDIR", "/scratch/two/");
     EXPECT_EQ(tempDir(), "/scratch/two/");
   }
   {
-    EnvGuard tmp("TMP", nullptr);
-    EnvGuard tmpdir("TMPDIR", nullptr);
-    EnvGuard temp("TEMP", "D:/scratch");
+    vrtest::ScopedEnv tmp("TMP", nullptr);
+    vrtest::ScopedEnv tmpdir("TMPDIR", nullptr);
+    vrtest::ScopedEnv temp("TEMP", "D:/scratch");
     EXPECT_EQ(tempDir(), "D:/scratch/");
   }
   {
-    EnvGuard tmp("TMP", nullptr);
-    EnvGuard tmpdir("TMPDIR", nullptr);
-    EnvGuard temp("TEMP", nullptr);
+    vrtest::ScopedEnv tmp("TMP", nullptr);
+    vrtest::ScopedEnv tmpdir("TMPDIR", nullptr);
+    vrtest::ScopedEnv temp("TEMP", nullptr);
     EXPECT_EQ(tempDir(), "/tmp/");
   }
 }
