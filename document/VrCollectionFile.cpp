@@ -303,7 +303,24 @@ VrPalette* VrImport(const std::string& path, const std::string& nameSpace, unsig
   return VrImport(in, nameSpace, static_cast<int>(sample));
 }
 
+VrPalette* VrImportAside(std::istream& in, const std::string& nameSpace) {
+  const ImportState saved = importState();
+  VrPalette* palette = VrImport(in, nameSpace, 0);
+  importState() = saved;
+  return palette;
+}
+
 const std::map<std::string, std::vector<VrPatch*>>& VrImportedPatches() { return importState().patches; }
+
+void VrForgetImportedPatch(const VrPatch* patch) {
+  // Searched by pointer, not by name: the patch may have been renamed since it was read.
+  auto& patches = importState().patches;
+  for (auto it = patches.begin(); it != patches.end();) {
+    auto& list = it->second;
+    list.erase(std::remove(list.begin(), list.end(), patch), list.end());
+    it = list.empty() ? patches.erase(it) : std::next(it);
+  }
+}
 
 void VrForgetImported(const VrPalette* palette) {
   ImportState& state = importState();

@@ -34,6 +34,11 @@ bool VrExportDescriptionData(std::ostream& out, VrDescription* description);
 VrPalette* VrImport(std::istream& in, const std::string& nameSpace, int sample);
 VrPalette* VrImport(const std::string& path, const std::string& nameSpace, unsigned sample);
 
+/// Reads a base collection (sample 0) without disturbing the import state of the collections
+/// read before it: their base collection and patch tables stay as they were. For copies made
+/// inside the library, such as a collection's snapshot.
+VrPalette* VrImportAside(std::istream& in, const std::string& nameSpace);
+
 /// Reads one "Patches" block into the named description of `palette`; with `skipToken` the
 /// "Patches" word itself is read first. The description, or null with an Error.
 VrDescription* VrImportPatches(std::istream& in, VrPalette* palette, bool skipToken);
@@ -44,6 +49,8 @@ const std::map<std::string, std::vector<VrPatch*>>& VrImportedPatches();
 
 /// Forgets what the import state holds of a collection that is being destroyed.
 void VrForgetImported(const VrPalette* palette);
+/// Forgets a patch that is being destroyed.
+void VrForgetImportedPatch(const VrPatch* patch);
 
 /// Reads `file` and returns the values of `attribute` on every object that `object` names: a
 /// module word ("RandomGenerator"), "Description", "Palette", or an FX module's name. Nothing

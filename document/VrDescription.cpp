@@ -1,5 +1,6 @@
 #include "document/VrDescription.h"
 
+#include "document/VrCollectionFile.h"
 #include "document/VrMessage.h"
 #include "document/VrModules.h"
 #include "document/VrPalette.h"
@@ -299,6 +300,7 @@ bool VrDescription::removePatch(const std::string& patchName) {
     return false;
   }
   if (primitive) primitive->stripGuidePatch(found->second);
+  VrForgetImportedPatch(found->second);
   delete found->second;
   patchMap.erase(found);
   return true;
@@ -317,6 +319,7 @@ bool VrDescription::changePatchName(const std::string& oldName, const std::strin
 void VrDescription::clearPatches() {
   for (auto& entry : patchMap) {
     if (primitive) primitive->stripGuidePatch(entry.second);
+    VrForgetImportedPatch(entry.second);
     delete entry.second;
   }
   patchMap.clear();

@@ -74,7 +74,10 @@ bool VrDescription::importTexMap(std::istream& in) {
       for (auto it = objects.begin(); it != objects.end() && !owner; ++it)
         owner = dynamic_cast<VrPrimitive*>(it.value());
     }
-    if (!owner || !owner->setFXTexture(token, attribute, text))
+    // Module names are written without their name space; the modules of this description carry
+    // its name space.
+    if (!owner || (!owner->setFXTexture(token, attribute, text) &&
+                   !owner->setFXTexture(vrutil::objNameSpace(name()) + token, attribute, text)))
       VR_WARNING(3, "Found token [" + token + "] which isn't recognized by description [" +
                         typeName() + "] Skipped.");
   }

@@ -186,6 +186,7 @@ void VrObject::getTexMap(std::vector<std::string>& lines) const {
   VR_DEBUG(1, vrmsg::CatFile, "Exporting textures " + typeName());
   std::string owner;
   if (!getAttr("name", owner)) owner = typeName();
+  owner = vrutil::stripNameSpace(owner);  // read back into whatever name space the file goes
   for (auto it = attrs.begin(); it != attrs.end(); ++it)
     if (it.value().hasTexture) lines.push_back(owner + "\t" + it.key() + "\t" + it.value().texture);
 }

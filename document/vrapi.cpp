@@ -2,6 +2,7 @@
 
 #include "document/VrCollectionFile.h"
 #include "document/VrConfig.h"
+#include "document/VrDelta.h"
 #include "document/VrDescription.h"
 #include "document/VrDescriptionFile.h"
 #include "document/VrMessage.h"
@@ -452,11 +453,13 @@ std::string importPalette(const std::string& file, const std::string& deltas,
     delete imported;
     return call.fail<std::string>("rTriedToImportDuplicate");
   }
-  // Delta files are not read by this release: only an import without them succeeds.
-  if (!deltas.empty()) {
+  std::vector<std::string> deltaFiles;
+  vrutil::stoss(deltas, deltaFiles, " \t");
+  if (!VrApplyDeltas(imported, deltaFiles)) {
     delete imported;
     return call.fail<std::string>("rFailedToApplyDelta");
   }
+  if (!VrCreateSnapshot(imported)) call.fail("rFailedToCreateSnapshot");
   return imported->name();
 }
 
@@ -508,6 +511,39 @@ bool exportFXModule(const std::string& collection, const std::string& descriptio
   const VrFXModule* found = call.primitive->findFXModule(module);
   if (!found) return call.fail("rCouldNotFindModifier");
   return VrExportFXModule(found, file);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Deltas and snapshots
+
+bool initSnapshot(const std::string& collection) {
+  Call call{collection};
+  if (!call.resolve(Need::Collection, "rFailedSnapshotCollectionNotFound", collection)) return false;
+  if (!VrCreateSnapshot(call.collection)) return call.fail("rFailedToCreateSnapshot");
+  return true;
+}
+
+bool canCreateDelta(const std::string& collection) {
+  Call call{collection};
+  if (!call.resolve(Need::Collection, "rFailedCanCreateDeltaCollectionNotFound", collection))
+    return false;
+  return call.collection->snapshot() != nullptr;
+}
+
+int createDelta(const std::string& collection, const std::string& file) {
+  Call call{collection, file};
+  if (!call.resolve(Need::Collection, "rFailedDeltaCollectionNotFound", collection)) return -1;
+  if (!call.collection->snapshot()) {
+    call.fail("rFailedDeltaSnapshotNotFound");
+    return -1;
+  }
+  return VrDeltaPalettes(call.collection->snapshot(), call.collection, file);
+}
+
+bool applyDelta(const std::string& collection, const std::string& file) {
+  Call call{collection, file};
+  if (!call.resolve(Need::Collection, "rPaletteDoesNotExist", collection)) return false;
+  return VrApplyDelta(call.collection, file);
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -156,11 +156,12 @@ std::vector<int> culledPrims(const std::string& collection, const std::string& d
 
 /// @name Files
 /// @{
-/// Reads a collection file with every name put in `nameSpace`; returns the collection's name.
-/// A collection whose name is taken is deleted again and nothing changes. Only an empty
-/// `deltas` is accepted for now: another value deletes the new collection. Keys:
-/// rSpecifyFileName, rFailedToImportCollectionFromFile, rTriedToImportDuplicate,
-/// rFailedToApplyDelta.
+/// Reads a collection file with every name put in `nameSpace`, applies the delta files of
+/// `deltas` (paths separated by blanks) in order and keeps a snapshot of the result; returns the
+/// collection's name. A collection whose name is taken, or to which a delta fails to apply, is
+/// deleted again. A snapshot that cannot be made is reported, and the collection is kept (it
+/// only cannot give deltas). Keys: rSpecifyFileName, rFailedToImportCollectionFromFile,
+/// rTriedToImportDuplicate, rFailedToApplyDelta, rFailedToCreateSnapshot.
 std::string importPalette(const std::string& file, const std::string& deltas,
                           const std::string& nameSpace);
 /// Writes the collection file. Keys: rYouMustSpecifyAFileName, rCouldNotExportCollection.
@@ -182,6 +183,25 @@ std::string importFXModule(const std::string& collection, const std::string& des
 /// a file that cannot be written is reported by the writer.
 bool exportFXModule(const std::string& collection, const std::string& description,
                     const std::string& module, const std::string& file);
+/// @}
+
+/// @name Deltas and snapshots
+/// A collection's snapshot is a copy of it as it was loaded; a delta file holds what changed
+/// since then (document/VrDelta.h).
+/// @{
+/// Makes (or remakes) the collection's snapshot. Keys: rFailedSnapshotCollectionNotFound,
+/// rFailedToCreateSnapshot.
+bool initSnapshot(const std::string& collection);
+/// Whether the collection has a snapshot to write deltas against. Key:
+/// rFailedCanCreateDeltaCollectionNotFound.
+bool canCreateDelta(const std::string& collection);
+/// Writes the delta of the collection against its snapshot: 1 when anything changed, 0 when
+/// nothing did, -1 on failure. Keys: rFailedDeltaCollectionNotFound,
+/// rFailedDeltaSnapshotNotFound; a delta that cannot be written is reported by the writer.
+int createDelta(const std::string& collection, const std::string& file);
+/// Applies one delta file to the collection. Key: rPaletteDoesNotExist; a delta that does not
+/// fit is reported by the reader.
+bool applyDelta(const std::string& collection, const std::string& file);
 /// @}
 
 /// @name File names and text (forwarded to vrutil)

@@ -276,6 +276,11 @@ const std::map<std::string, Function>& facade() {
       {"exportDescription", adapt(&vrapi::exportDescription, C::FalseFails)},
       {"importFXModule", adapt(&vrapi::importFXModule, C::EmptyFails)},
       {"exportFXModule", adapt(&vrapi::exportFXModule, C::FalseFails)},
+      // Deltas and snapshots
+      {"initSnapshot", adapt(&vrapi::initSnapshot, C::FalseFails)},
+      {"canCreateDelta", adapt(&vrapi::canCreateDelta, C::ErrorOnly)},
+      {"createDelta", adapt(&vrapi::createDelta, C::ErrorOnly)},
+      {"applyDelta", adapt(&vrapi::applyDelta, C::FalseFails)},
       // File names and text
       {"findFileInVrDataPath", adapt(&vrapi::findFileInVrDataPath, C::EmptyFails)},
       {"expandFilepath", adapt(&vrapi::expandFilepath, C::ErrorOnly, {"", ""})},

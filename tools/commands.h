@@ -4,6 +4,7 @@
 // with it exit status 2, stays in vorn.cpp.
 
 #include <string>
+#include <vector>
 
 namespace vorncli {
 
@@ -59,5 +60,15 @@ struct EvalRequest {
 /// `vorn eval FILE DESCRIPTION OBJECT ATTR [--u U] [--v V] [--face F] [--frame N]`: prints the
 /// value of the attribute's expression, one number or three.
 int runEval(const EvalRequest& request);
+
+/// `vorn delta create BASE EDITED OUT`: writes the delta file that turns BASE into EDITED.
+/// Unlike the other commands: 0 when something differs, 1 when nothing does (OUT then holds
+/// only its header), 2 on any failure (no file is left at OUT then).
+int runDeltaCreate(const std::string& base, const std::string& edited, const std::string& output);
+
+/// `vorn delta apply BASE DELTA... -o OUT`: applies the delta files in order and saves the
+/// result to OUT; nothing is written when a delta fails or sends an Error.
+int runDeltaApply(const std::string& base, const std::vector<std::string>& deltas,
+                  const std::string& output);
 
 }  // namespace vorncli

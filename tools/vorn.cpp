@@ -116,6 +116,20 @@ int main(int argc, char** argv) {
   CLI::Option* evalFrame = eval->add_option("--frame", evalRequest.frame,
                                             "frame (default: the collection's)");
 
+  std::string deltaBase, deltaEdited, deltaOutput;
+  std::vector<std::string> deltaFiles;
+  CLI::App* delta = app.add_subcommand("delta", "write delta files between collections, or apply them");
+  delta->require_subcommand(1);
+  CLI::App* deltaCreate = delta->add_subcommand(
+      "create", "write the delta from a base collection to an edited copy (exit 0 differs, 1 same, 2 error)");
+  deltaCreate->add_option("base", deltaBase, "base collection file (.vorn)")->required();
+  deltaCreate->add_option("edited", deltaEdited, "edited collection file (.vorn)")->required();
+  deltaCreate->add_option("output", deltaOutput, "delta file to write")->required();
+  CLI::App* deltaApply = delta->add_subcommand("apply", "apply delta files to a base collection and save it");
+  deltaApply->add_option("base", deltaBase, "base collection file (.vorn)")->required();
+  deltaApply->add_option("deltas", deltaFiles, "delta files, applied in order")->required();
+  deltaApply->add_option("-o,--output", deltaOutput, "collection file to write")->required();
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -138,6 +152,8 @@ int main(int argc, char** argv) {
   }
   if (*resave) return vorncli::runResave(file, output);
   if (*api) return vorncli::runApi(script);
+  if (*deltaCreate) return vorncli::runDeltaCreate(deltaBase, deltaEdited, deltaOutput);
+  if (*deltaApply) return vorncli::runDeltaApply(deltaBase, deltaFiles, deltaOutput);
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;
     return vorncli::runEval(evalRequest);

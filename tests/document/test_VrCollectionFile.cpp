@@ -342,3 +342,28 @@ TEST(VrCollectionFile, DeletedCollectionsLeaveTheImportState) {
   pal.reset();
   EXPECT_EQ(VrImportedPatches().count("pPlaneShape1"), 0u);
 }
+
+TEST(VrCollectionFile, RemovedPatchesLeaveTheImportState) {
+  PalettePtr pal(VrImport(vrtest::examplePath("groom.vorn"), "", 0u));
+  ASSERT_TRUE(pal);
+  ASSERT_EQ(VrImportedPatches().count("scalpShape"), 1u);
+  pal->description("scalp")->removePatch("scalpShape");
+  EXPECT_EQ(VrImportedPatches().count("scalpShape"), 0u);
+  delete pal->description("brows");  // its patches go with it
+  EXPECT_EQ(VrImportedPatches().count("browShape"), 0u);
+}
+
+TEST(VrCollectionFile, TextureLinksOfModulesFollowTheNameSpace) {
+  PalettePtr first(VrImport(vrtest::examplePath("groom.vorn"), "shot", 0u));
+  ASSERT_TRUE(first);
+  const std::string text = exportText(first.get());
+  EXPECT_NE(text.find("\tClumping\tmask\t"), std::string::npos);  // written without the name space
+  first.reset();
+  PalettePtr again = importText(text, "other");
+  ASSERT_TRUE(again);
+  VrFXModule* clumping = again->description("other:scalp")->activePrimitive()->findFXModule("other:Clumping");
+  ASSERT_NE(clumping, nullptr);
+  std::string texture;
+  EXPECT_TRUE(clumping->getTexture("mask", texture));
+  EXPECT_EQ(texture, "${DESC}/clumpMask");
+}
