@@ -153,8 +153,22 @@ SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::st
   }
   VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
 
+  // A nested evaluation (a collection expression called from another) restores the caller's
+  // location afterwards; only the location is saved, so nothing is allocated here.
+  struct Location {
+    double u, v, faceSeed;
+    int faceId, lastFace, lastDescriptionId;
+    const std::string* patchName;
+  };
   const bool nested = !context.stack.empty();
-  const VrExprContext saved = nested ? context : VrExprContext();
+  Location saved{};
+  std::string savedLastPatch;
+  if (nested) {
+    saved = {context.u, context.v, context.faceSeed, context.faceId, context.lastFace,
+             context.lastDescriptionId, context.patchName};
+    savedLastPatch.swap(context.lastPatch);
+    context.lastFace = -1;  // the cache key moved out with the patch name
+  }
   context.u = u;
   context.v = v;
   context.faceId = faceId;
@@ -178,7 +192,7 @@ SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::st
     context.faceSeed = saved.faceSeed;
     context.lastFace = saved.lastFace;
     context.lastDescriptionId = saved.lastDescriptionId;
-    context.lastPatch = saved.lastPatch;
+    context.lastPatch.swap(savedLastPatch);
   } else {
     context.patchName = nullptr;
   }
