@@ -1,7 +1,5 @@
-// The embedded blue-noise sample table and getSample.
-//
-// The table is pinned by its SHA-256 (the same digest `sha256sum geometry/data/sampleTable.bin`
-// prints), computed here by a small SHA-256 of the test's own.
+// The embedded blue-noise sample table and getSample. The table is pinned by its SHA-256 (as
+// `sha256sum geometry/data/sampleTable.bin` prints it), computed by the test's own SHA-256.
 
 #include "geometry/vrutilSamples.h"
 
@@ -31,72 +29,52 @@ constexpr double kFirstV = 0x1.306c74802c22ap-1;  // 0.5945774466000036
 constexpr double kOneMinusFirstU = 0x1.62c32652681f8p-4;
 constexpr double kOneMinusFirstV = 0x1.9f2716ffa7bacp-2;
 
-// SHA-256 (FIPS 180-4) of a byte buffer, as lowercase hex.
+// SHA-256 (FIPS 180-4) of a byte buffer, as lowercase hex. Its constants are the first 32 bits of
+// the fractional parts of the square roots (h) and cube roots (k) of the first primes.
 std::string sha256Hex(const unsigned char* data, size_t size) {
-  static const std::uint32_t k[64] = {
-      0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4,
-      0xab1c5ed5, 0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe,
-      0x9bdc06a7, 0xc19bf174, 0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f,
-      0x4a7484aa, 0x5cb0a9dc, 0x76f988da, 0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7,
-      0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967, 0x27b70a85, 0x2e1b2138, 0x4d2c6dfc,
-      0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85, 0xa2bfe8a1, 0xa81a664b,
-      0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070, 0x19a4c116,
-      0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
-      0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7,
-      0xc67178f2};
-  std::uint32_t h[8] = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                        0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-  auto rotr = [](std::uint32_t x, int n) { return (x >> n) | (x << (32 - n)); };
-  auto block = [&](const unsigned char* b) {
-    std::uint32_t w[64];
-    for (int i = 0; i < 16; ++i) {
-      w[i] = std::uint32_t(b[4 * i]) << 24 | std::uint32_t(b[4 * i + 1]) << 16 |
-             std::uint32_t(b[4 * i + 2]) << 8 | std::uint32_t(b[4 * i + 3]);
-    }
-    for (int i = 16; i < 64; ++i) {
-      const std::uint32_t s0 = rotr(w[i - 15], 7) ^ rotr(w[i - 15], 18) ^ (w[i - 15] >> 3);
-      const std::uint32_t s1 = rotr(w[i - 2], 17) ^ rotr(w[i - 2], 19) ^ (w[i - 2] >> 10);
-      w[i] = w[i - 16] + s0 + w[i - 7] + s1;
-    }
-    std::uint32_t a = h[0], bb = h[1], c = h[2], d = h[3], e = h[4], f = h[5], g = h[6], hh = h[7];
-    for (int i = 0; i < 64; ++i) {
-      const std::uint32_t t1 =
-          hh + (rotr(e, 6) ^ rotr(e, 11) ^ rotr(e, 25)) + ((e & f) ^ (~e & g)) + k[i] + w[i];
-      const std::uint32_t t2 =
-          (rotr(a, 2) ^ rotr(a, 13) ^ rotr(a, 22)) + ((a & bb) ^ (a & c) ^ (bb & c));
-      hh = g;
-      g = f;
-      f = e;
-      e = d + t1;
-      d = c;
-      c = bb;
-      bb = a;
-      a = t1 + t2;
-    }
-    h[0] += a, h[1] += bb, h[2] += c, h[3] += d, h[4] += e, h[5] += f, h[6] += g, h[7] += hh;
-  };
-  size_t done = 0;
-  for (; done + 64 <= size; done += 64) block(data + done);
-  unsigned char tail[128] = {};
-  const size_t rest = size - done;
-  std::memcpy(tail, data + done, rest);
-  tail[rest] = 0x80;
-  const size_t tailSize = rest + 9 <= 64 ? 64 : 128;
-  const std::uint64_t bits = static_cast<std::uint64_t>(size) * 8;
-  for (int i = 0; i < 8; ++i) tail[tailSize - 1 - i] = static_cast<unsigned char>(bits >> (8 * i));
-  for (size_t at = 0; at < tailSize; at += 64) block(tail + at);
-  std::string hex;
-  char digits[9];
-  for (std::uint32_t word : h) {
-    std::snprintf(digits, sizeof digits, "%08x", word);
-    hex += digits;
+  std::uint32_t h[8], k[64];
+  auto frac = [](long double x) { return std::uint32_t((x - std::floor(x)) * 4294967296.0L); };
+  for (int n = 0, p = 2; n < 64; ++p) {
+    bool prime = true;
+    for (int d = 2; d * d <= p; ++d) prime = prime && p % d != 0;
+    if (!prime) continue;
+    if (n < 8) h[n] = frac(std::sqrt(static_cast<long double>(p)));
+    k[n++] = frac(std::cbrt(static_cast<long double>(p)));
   }
+  // The message, 0x80, zeros, and its length in bits (big-endian) fill whole 64-byte blocks.
+  std::vector<unsigned char> m(data, data + size);
+  m.push_back(0x80);
+  m.resize((m.size() + 8 + 63) / 64 * 64, 0);
+  for (size_t i = 0; i < 8; ++i)
+    m[m.size() - 1 - i] = static_cast<unsigned char>((size * 8) >> (8 * i));
+  auto rotr = [](std::uint32_t x, int n) { return (x >> n) | (x << (32 - n)); };
+  for (size_t at = 0; at < m.size(); at += 64) {
+    std::uint32_t w[64], s[8];  // s: a, b, c, d, e, f, g, h
+    for (int i = 0; i < 64; ++i) {
+      const unsigned char* b = &m[at + 4 * size_t(i)];
+      w[i] = i < 16 ? std::uint32_t(b[0]) << 24 | std::uint32_t(b[1]) << 16 | b[2] << 8 | b[3]
+                    : w[i - 16] + (rotr(w[i - 15], 7) ^ rotr(w[i - 15], 18) ^ (w[i - 15] >> 3)) +
+                          w[i - 7] + (rotr(w[i - 2], 17) ^ rotr(w[i - 2], 19) ^ (w[i - 2] >> 10));
+    }
+    std::copy(h, h + 8, s);
+    for (int i = 0; i < 64; ++i) {
+      const std::uint32_t t1 = s[7] + (rotr(s[4], 6) ^ rotr(s[4], 11) ^ rotr(s[4], 25)) +
+                               ((s[4] & s[5]) ^ (~s[4] & s[6])) + k[i] + w[i];
+      const std::uint32_t t2 = (rotr(s[0], 2) ^ rotr(s[0], 13) ^ rotr(s[0], 22)) +
+                               ((s[0] & s[1]) ^ (s[0] & s[2]) ^ (s[1] & s[2]));
+      std::copy_backward(s, s + 7, s + 8);  // h = g, ..., e = d, ..., b = a
+      s[4] += t1;
+      s[0] = t1 + t2;
+    }
+    for (int i = 0; i < 8; ++i) h[i] += s[i];
+  }
+  char hex[65];
+  for (int i = 0; i < 8; ++i) std::snprintf(hex + 8 * i, 9, "%08x", static_cast<unsigned>(h[i]));
   return hex;
 }
 
 struct Point {
-  double u;
-  double v;
+  double u, v;
 };
 
 Point tablePoint(unsigned set, unsigned index) {
@@ -105,10 +83,8 @@ Point tablePoint(unsigned set, unsigned index) {
 }
 
 double wrappedDistance(const Point& a, const Point& b) {
-  double du = std::fabs(a.u - b.u);
-  double dv = std::fabs(a.v - b.v);
-  du = std::min(du, 1.0 - du);
-  dv = std::min(dv, 1.0 - dv);
+  const double du = std::min(std::fabs(a.u - b.u), 1.0 - std::fabs(a.u - b.u));
+  const double dv = std::min(std::fabs(a.v - b.v), 1.0 - std::fabs(a.v - b.v));
   return std::sqrt(du * du + dv * dv);
 }
 
@@ -117,51 +93,33 @@ double prefixBound(unsigned n) { return 0.55 / std::sqrt(static_cast<double>(n))
 // Smallest wrapped distance between two of the first n points of a set, over every pair.
 double prefixMinDistanceAllPairs(unsigned set, unsigned n) {
   double best = INFINITY;
-  for (unsigned j = 1; j < n; ++j) {
-    for (unsigned i = 0; i < j; ++i) {
+  for (unsigned j = 1; j < n; ++j)
+    for (unsigned i = 0; i < j; ++i)
       best = std::min(best, wrappedDistance(tablePoint(set, i), tablePoint(set, j)));
-    }
-  }
   return best;
 }
 
 // True when no two of the first n points of a set are closer than r (wrapped). The points are
-// sorted into a grid of cells no smaller than r, so only the 3x3 neighbouring cells need to be
-// searched.
+// sorted into cells no smaller than r, so only the 3x3 neighbouring cells need searching.
 bool prefixKeepsDistance(unsigned set, unsigned n, double r) {
   const int res = static_cast<int>(1.0 / r);
   if (res < 3) return prefixMinDistanceAllPairs(set, n) >= r;
-  auto cellOf = [res](const Point& p) {
-    const int i = std::min(static_cast<int>(p.u * res), res - 1);
-    const int j = std::min(static_cast<int>(p.v * res), res - 1);
-    return static_cast<size_t>(j) * res + i;
+  auto cell = [res](int i, int j) {
+    return static_cast<size_t>((j + res) % res) * res + static_cast<size_t>((i + res) % res);
   };
-  // Counting sort of the points by cell: cell c holds sorted[first[c] .. first[c + 1]).
-  std::vector<unsigned> first(static_cast<size_t>(res) * res + 1, 0);
-  for (unsigned i = 0; i < n; ++i) ++first[cellOf(tablePoint(set, i)) + 1];
-  for (size_t c = 1; c < first.size(); ++c) first[c] += first[c - 1];
-  std::vector<Point> sorted(n);
-  std::vector<unsigned> fill(first.begin(), first.end() - 1);
+  auto index = [res](double x) { return std::min(static_cast<int>(x * res), res - 1); };
+  std::vector<std::vector<Point>> cells(static_cast<size_t>(res) * res);
   for (unsigned i = 0; i < n; ++i) {
     const Point p = tablePoint(set, i);
-    sorted[fill[cellOf(p)]++] = p;
+    cells[cell(index(p.u), index(p.v))].push_back(p);
   }
-  for (int cj = 0; cj < res; ++cj) {
-    for (int ci = 0; ci < res; ++ci) {
-      const size_t cell = static_cast<size_t>(cj) * res + ci;
-      for (unsigned a = first[cell]; a < first[cell + 1]; ++a) {
-        for (int dj = -1; dj <= 1; ++dj) {
-          for (int di = -1; di <= 1; ++di) {
-            const size_t other =
-                static_cast<size_t>((cj + dj + res) % res) * res + (ci + di + res) % res;
-            for (unsigned b = first[other]; b < first[other + 1]; ++b) {
-              if (b != a && wrappedDistance(sorted[a], sorted[b]) < r) return false;
-            }
-          }
-        }
-      }
-    }
-  }
+  for (int cj = 0; cj < res; ++cj)
+    for (int ci = 0; ci < res; ++ci)
+      for (const Point& a : cells[cell(ci, cj)])
+        for (int dj = -1; dj <= 1; ++dj)
+          for (int di = -1; di <= 1; ++di)
+            for (const Point& b : cells[cell(ci + di, cj + dj)])
+              if (&a != &b && wrappedDistance(a, b) < r) return false;
   return true;
 }
 
@@ -169,15 +127,13 @@ bool prefixKeepsDistance(unsigned set, unsigned n, double r) {
 Point tiledSample(unsigned index, unsigned set) {
   const unsigned s = set & 15;
   if (index < kSamplesPerSet) return tablePoint(s, index);
-  std::uint64_t k = 1;
-  std::uint64_t r = index;
+  std::uint64_t k = 1, r = index;
   do {
     r -= k * k * kSamplesPerSet;
     k *= 2;
   } while (r >= k * k * kSamplesPerSet);
   const Point p = tablePoint(s, static_cast<unsigned>(r / (k * k)));
-  const double cellU = static_cast<double>(r % k);
-  const double cellV = static_cast<double>((r / k) % k);
+  const double cellU = static_cast<double>(r % k), cellV = static_cast<double>((r / k) % k);
   return {(cellU + p.u) / static_cast<double>(k), (cellV + p.v) / static_cast<double>(k)};
 }
 
@@ -200,7 +156,7 @@ TEST(SampleTable, SizeAndDigest) {
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(vrutil::sampleTable()) % alignof(double), 0u);
   const auto* bytes = reinterpret_cast<const unsigned char*>(vrutil::sampleTable());
   EXPECT_EQ(sha256Hex(bytes, kTableDoubles * sizeof(double)), kTableSha256);
-  // The digest routine itself, on the standard test vectors.
+  // The digest routine itself, on the standard test vectors of one and two blocks.
   EXPECT_EQ(sha256Hex(reinterpret_cast<const unsigned char*>("abc"), 3),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   const char* twoBlocks = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
@@ -228,92 +184,66 @@ TEST(SampleTable, EmbeddedBytesAreTheCommittedFile) {
 }
 
 TEST(SampleTable, ValuesLieInTheUnitInterval) {
-  const double* t = vrutil::sampleTable();
   // Far enough below 1 that (k - 1 + value) / k stays below 1 for every tiling level k <= 512.
-  const double top = 1.0 - 0x1.0p-44;
-  size_t outside = 0;
-  for (size_t i = 0; i < kTableDoubles; ++i) {
-    if (!(t[i] >= 0.0 && t[i] < top)) ++outside;
-  }
-  EXPECT_EQ(outside, 0u);
+  const double* t = vrutil::sampleTable();
+  auto outside = [](double x) { return !(x >= 0.0 && x < 1.0 - 0x1.0p-44); };
+  EXPECT_EQ(std::count_if(t, t + kTableDoubles, outside), 0);
 }
 
-TEST(SampleTable, ShortPrefixesKeepTheirSpacing) {
+TEST(SampleTable, PrefixesKeepTheirSpacing) {
   for (unsigned set = 0; set < kSampleSetCount; ++set) {
-    for (unsigned n = 2; n <= 64; ++n) {
+    for (unsigned n = 2; n <= 64; ++n)
       EXPECT_GE(prefixMinDistanceAllPairs(set, n), prefixBound(n)) << "set " << set << " n " << n;
-    }
-  }
-}
-
-TEST(SampleTable, LongPrefixesKeepTheirSpacing) {
-  const unsigned lengths[] = {65, 100, 127, 257, 1000, 1024, 4096, 10000, 32768};
-  for (unsigned set = 0; set < kSampleSetCount; ++set) {
-    for (unsigned n : lengths) {
+    for (unsigned n : {65u, 100u, 127u, 257u, 1000u, 1024u, 4096u, 10000u, 32768u})
       EXPECT_TRUE(prefixKeepsDistance(set, n, prefixBound(n))) << "set " << set << " n " << n;
-    }
   }
-}
-
-TEST(SampleTable, SpacingCheckSeesAClosePair) {
-  // The prefix check must fail where the bound is out of reach: 32768 points cannot all keep
+  // Both checks see a close pair where the bound is out of reach: 32768 points cannot all keep
   // 1.5/sqrt(N) apart (discs of radius 0.75/sqrt(N) would cover more than the square).
   EXPECT_FALSE(prefixKeepsDistance(0, 32768, 1.5 / std::sqrt(32768.0)));
   EXPECT_LT(prefixMinDistanceAllPairs(0, 64), 1.5 / std::sqrt(64.0));
 }
 
 TEST(GetSample, LevelBoundaries) {
-  for (unsigned set : {0u, 5u, 15u}) {
-    const std::string where = "set " + std::to_string(set);
-    const Point last = tablePoint(set, 32767);
-    const Point first = tablePoint(set, 0);
-    // The last point of the table itself.
-    expectSamePoint(sample(32767, 0, set), last, where + " index 32767");
-    // The 2x2 level starts with point 0 in cell (0, 0).
-    expectSamePoint(sample(32768, 0, set), {first.u / 2, first.v / 2}, where + " index 32768");
-    // Index 32769 puts point 0 in cell (1, 0), 32770 in (0, 1), 32771 in (1, 1).
-    expectSamePoint(sample(32769, 0, set), {(1 + first.u) / 2, first.v / 2}, where + " 32769");
-    expectSamePoint(sample(32770, 0, set), {first.u / 2, (1 + first.v) / 2}, where + " 32770");
-    expectSamePoint(sample(32771, 0, set), {(1 + first.u) / 2, (1 + first.v) / 2}, where + " 32771");
-    // Index 32772 moves on to point 1.
-    const Point second = tablePoint(set, 1);
-    expectSamePoint(sample(32772, 0, set), {second.u / 2, second.v / 2}, where + " 32772");
-    // The last of the 2x2 level: r = 131071, point 32767 in cell (1, 1).
-    expectSamePoint(sample(163839, 0, set), {(1 + last.u) / 2, (1 + last.v) / 2},
-                    where + " index 163839");
-    // The 4x4 level starts with point 0 in cell (0, 0).
-    expectSamePoint(sample(163840, 0, set), {first.u / 4, first.v / 4}, where + " index 163840");
-    // The largest index: level 512 starts at 2863300608, r = 1431666687, point 5461 in cell
-    // (511, 191).
-    const Point p = tablePoint(set, 5461);
-    expectSamePoint(sample(UINT_MAX, 0, set), {(511 + p.u) / 512, (191 + p.v) / 512},
-                    where + " index 4294967295");
-  }
+  // index: table point p in cell (cu, cv) of level k, i.e. ((cu + p.u) / k, (cv + p.v) / k).
+  const struct {
+    unsigned index, point, cu, cv, k;
+  } cases[] = {
+      {32767, 32767, 0, 0, 1},   // the last point of the table itself
+      {32768, 0, 0, 0, 2},       // the 2x2 level starts with point 0 in cell (0, 0),
+      {32769, 0, 1, 0, 2},       // then (1, 0),
+      {32770, 0, 0, 1, 2},       // (0, 1),
+      {32771, 0, 1, 1, 2},       // (1, 1),
+      {32772, 1, 0, 0, 2},       // and moves on to point 1
+      {163839, 32767, 1, 1, 2},  // the last of the 2x2 level: r = 131071
+      {163840, 0, 0, 0, 4},      // the 4x4 level starts
+      // The largest index: level 512 starts at 2863300608, r = 1431666687.
+      {UINT_MAX, 5461, 511, 191, 512}};
+  for (unsigned set : {0u, 5u, 15u})
+    for (const auto& c : cases) {
+      const Point p = tablePoint(set, c.point);
+      expectSamePoint(sample(c.index, 0, set), {(c.cu + p.u) / c.k, (c.cv + p.v) / c.k},
+                      "set " + std::to_string(set) + " index " + std::to_string(c.index));
+    }
 }
 
 TEST(GetSample, MatchesTheLevelWalk) {
   // Every level's first and last index and neighbours, then a spread across the whole range.
   std::vector<unsigned> indices;
   std::uint64_t start = 0;
-  for (std::uint64_t k = 1; start <= UINT_MAX; k *= 2) {
+  for (std::uint64_t k = 1; start <= UINT_MAX; start += k * k * kSamplesPerSet, k *= 2)
     for (std::uint64_t d = 0; d < 6; ++d) {
       if (start + d <= UINT_MAX) indices.push_back(static_cast<unsigned>(start + d));
       if (start >= d + 1) indices.push_back(static_cast<unsigned>(start - d - 1));
     }
-    start += k * k * kSamplesPerSet;
-  }
-  for (std::uint64_t i = 0; i < 4000; ++i) {
+  for (std::uint64_t i = 0; i < 4000; ++i)
     indices.push_back(static_cast<unsigned>((i * 0x9E3779B97F4A7C15ull) >> 32));
-  }
-  for (unsigned index : indices) {
+  for (unsigned index : indices)
     for (unsigned set : {0u, 9u}) {
       const std::string what = "index " + std::to_string(index) + " set " + std::to_string(set);
-      const Point expected = tiledSample(index, set);
       const Point actual = sample(index, 0, set);
-      expectSamePoint(actual, expected, what);
+      expectSamePoint(actual, tiledSample(index, set), what);
       EXPECT_TRUE(actual.u >= 0.0 && actual.u < 1.0 && actual.v >= 0.0 && actual.v < 1.0) << what;
     }
-  }
 }
 
 TEST(GetSample, SetAndFlipWrap) {
@@ -331,9 +261,9 @@ TEST(GetSample, SetAndFlipWrap) {
   }
   // The 16 sets are different sequences, each read from its own place in the table.
   for (unsigned set = 0; set < kSampleSetCount; ++set) {
-    expectSamePoint(sample(5, 0, set), tablePoint(set, 5), "set " + std::to_string(set));
+    const Point a = sample(5, 0, set);
+    expectSamePoint(a, tablePoint(set, 5), "set " + std::to_string(set));
     for (unsigned other = 0; other < set; ++other) {
-      const Point a = sample(5, 0, set);
       const Point b = sample(5, 0, other);
       EXPECT_TRUE(a.u != b.u || a.v != b.v) << "sets " << set << " and " << other;
     }
@@ -351,9 +281,8 @@ TEST(GetSample, FlipsOfTheFirstPoint) {
       {kFirstU, kOneMinusFirstV},          // 6: (u, 1-v)
       {kOneMinusFirstV, kOneMinusFirstU},  // 7: (1-v, 1-u)
   };
-  for (unsigned flip = 0; flip < 8; ++flip) {
+  for (unsigned flip = 0; flip < 8; ++flip)
     expectSamePoint(sample(0, flip, 0), flips[flip], "flip " + std::to_string(flip));
-  }
   // At the 2x2 level the flip applies to the tiled value.
   expectSamePoint(sample(32771, 2, 0), {1.0 - (1 + kFirstU) / 2, 1.0 - (1 + kFirstV) / 2},
                   "index 32771 flip 2");
