@@ -5,6 +5,7 @@
 #include "document/VrDataObject.h"
 #include "document/VrModules.h"
 #include "fxmodules/VrFXModule.h"
+#include "generators/VrRandomGenerator.h"
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
@@ -28,8 +29,8 @@ struct Family {
   }
 };
 
-constexpr const char* generators[] = {"RandomGenerator", "GuideGenerator", "UniformGenerator",
-                                      "PointGenerator", "FileGenerator"};
+constexpr const char* generators[] = {"GuideGenerator", "UniformGenerator", "PointGenerator",
+                                      "FileGenerator"};
 constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive",
                                       "SplinePrimitive"};
 constexpr const char* renderers[] = {
@@ -49,12 +50,18 @@ void* createPatch(VrDescription* description) {
   return new PatchT(description);
 }
 
+template <class ObjectT>
+void* createObject(VrDescription* description) {
+  return static_cast<VrObject*>(new ObjectT(description));
+}
+
 template <class Base, const char* const* Names, size_t N>
 bool registerFamily(const char* const (&)[N]) {
   return Family<Base, Names>::registerAll(std::make_index_sequence<N>());
 }
 
-const bool registered = registerFamily<VrObject, generators>(generators) &&
+const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRandomGenerator>) &&
+                        registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&

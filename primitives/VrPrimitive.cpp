@@ -74,6 +74,11 @@ bool VrPrimitive::setFXTexture(const std::string& module, const std::string& att
   return found && found->setTexture(attr, text);
 }
 
+void VrPrimitive::makeGeometryInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule*) {
+  context.setCullPrim(false);
+  context.cP(u, v, false);  // the frame first; everything else is built on it
+}
+
 void VrPrimitive::renumberModules() {
   for (size_t i = 0; i < stack.size(); ++i) stack[i]->setModuleIndex(static_cast<int>(i));
 }

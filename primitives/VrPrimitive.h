@@ -1,8 +1,10 @@
 #pragma once
 // VrPrimitive: the base of the generated primitive kinds. It owns the ordered FX module stack
-// that reshapes its primitives. Main thread only.
+// that reshapes its primitives, and the primitive context of the serial path. Main thread only,
+// except `makeGeometryInParallel` on a worker's own context.
 
 #include "primitives/VrBasePrimitive.h"
+#include "primitives/VrPrimitiveContext.h"
 
 #include <iosfwd>
 #include <string>
@@ -12,8 +14,24 @@ class VrFXModule;
 
 class VrPrimitive : public VrBasePrimitive {
  public:
-  explicit VrPrimitive(VrDescription* description) : VrBasePrimitive(description) {}
+  explicit VrPrimitive(VrDescription* description)
+      : VrBasePrimitive(description), primContext(description) {}
   ~VrPrimitive() override;
+
+  /// @name Building primitives
+  /// @{
+  /// The context of the serial path.
+  VrPrimitiveContext& context() { return primContext; }
+  const VrPrimitiveContext& context() const { return primContext; }
+  /// Builds the primitive at (u, v) of the context's face into `context`, stopping before
+  /// `fxModule` (null: every module). For now the surface frame only; a failed evaluation
+  /// leaves the context's culled flag set.
+  void makeGeometryInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* fxModule);
+  /// The same on the serial context.
+  void makeGeometry(double u, double v, VrFXModule* fxModule) {
+    makeGeometryInParallel(primContext, u, v, fxModule);
+  }
+  /// @}
 
   /// @name FX module stack (owned, in stack order)
   /// @{
@@ -41,4 +59,5 @@ class VrPrimitive : public VrBasePrimitive {
   void renumberModules();
 
   std::vector<VrFXModule*> stack;
+  VrPrimitiveContext primContext;
 };

@@ -1,0 +1,553 @@
+#include "generators/VrRandomGenerator.h"
+
+#include "document/VrDescription.h"
+#include "document/VrModules.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "document/vrutilCodec.h"
+#include "document/vrutilName.h"
+#include "expressions/VrSeExprHash.h"
+#include "geometry/SgSubdSurface.h"
+#include "geometry/VrSubdPatch.h"
+#include "geometry/vrutilSamples.h"
+#include "primitives/VrPrimitive.h"
+#include "renderers/VrRenderer.h"
+#include "support/CaptureLogger.h"
+
+#include <gtest/gtest.h>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+struct Record {
+  int face;
+  unsigned id;
+  double u, v;
+  bool operator<(const Record& o) const { return std::tie(face, id, u, v) < std::tie(o.face, o.id, o.u, o.v); }
+  bool operator==(const Record& o) const { return face == o.face && id == o.id && u == o.u && v == o.v; }
+};
+using Records = std::vector<Record>;
+
+// Records (face, id, u, v) of every primitive emitted for sample 0; `emit` false refuses all.
+class CountingRenderer : public VrRenderer {
+ public:
+  explicit CountingRenderer(VrDescription* description) : VrRenderer(description) {}
+  std::string typeName() const override { return "CountingRenderer"; }
+  bool okToEmit(int, double, double) override { return emit; }
+  void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>&) override {
+    if (sample == 0) records.push_back({face, description()->activePrimitive()->context().id(), u, v});
+  }
+  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
+                               const std::vector<VrPatch*>&) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (sample == 0) records.push_back({face, context.id(), u, v});
+  }
+  Records take() {
+    Records out;
+    out.swap(records);
+    std::sort(out.begin(), out.end());
+    return out;
+  }
+
+  Records records;
+  bool emit = true;
+
+ private:
+  std::mutex mutex;
+};
+
+// A cage of quads: vertices (x, y, z) and faces of four vertex indices.
+struct Cage {
+  std::vector<float> verts;
+  std::vector<int> faceVerts;
+  std::unique_ptr<SgSubdSurface> surface() const {
+    std::vector<int> counts(faceVerts.size() / 4, 4);
+    return std::make_unique<SgSubdSurface>(static_cast<int>(verts.size() / 3), verts.data(),
+                                           static_cast<int>(counts.size()), counts.data(), faceVerts.data());
+  }
+};
+
+// An n x m grid of quads of size sx by sy in the plane z = 0.
+Cage grid(int n, int m, float sx = 1.0f, float sy = 1.0f) {
+  Cage cage;
+  for (int j = 0; j <= m; ++j)
+    for (int i = 0; i <= n; ++i) cage.verts.insert(cage.verts.end(), {i * sx, j * sy, 0.0f});
+  for (int j = 0; j < m; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int a = j * (n + 1) + i;
+      cage.faceVerts.insert(cage.faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
+    }
+  return cage;
+}
+
+struct Scene {
+  explicit Scene(const Cage& cage, const std::string& collection = "randomGroom") {
+    surfaces.push_back(cage.surface());
+    palette.reset(new VrPalette);
+    palette->setAttr("name", collection);
+    description = new VrDescription;
+    palette->addDescription(description);
+    description->setAttr("name", "fur");
+    description->setActive("SplinePrimitive");
+    EXPECT_TRUE(description->setActive("RandomGenerator"));
+    generator = dynamic_cast<VrRandomGenerator*>(description->activeGenerator());
+    patch = new VrSubdPatch(description);
+    patch->setName("skin");
+    description->addPatch(patch);
+    patch->bindGeometry(nullptr, surfaces.back().get(), false);
+    renderer = std::make_unique<CountingRenderer>(description);
+    description->setActiveRenderer(renderer.get());
+  }
+  ~Scene() { description->setActiveRenderer(nullptr); }
+
+  void bind(const Cage& reference, const Cage& animated) {
+    surfaces.push_back(reference.surface());
+    surfaces.push_back(animated.surface());
+    patch->unbindGeometry();
+    patch->bindGeometry(surfaces[surfaces.size() - 2].get(), surfaces.back().get(), false);
+  }
+  int faces() const { return static_cast<int>(patch->numFaces()); }
+  unsigned id() { return description->activePrimitive()->context().id(); }
+
+  Records run(double start = 0.0, double percent = 1.0) {
+    for (int face = 0; face < faces(); ++face) generator->generate(face, {patch}, start, percent);
+    return renderer->take();
+  }
+  Records runFace(int face, double start = 0.0, double percent = 1.0) {
+    generator->generate(face, {patch}, start, percent);
+    return renderer->take();
+  }
+  // Faces spread over `threads` workers, each with its own contexts, as a parallel render does.
+  Records runInParallel(int threads) {
+    VrTaskManager::setSeExprMultithreading(true);
+    tbb::task_arena arena(threads);
+    arena.execute([&] {
+      tbb::parallel_for(tbb::blocked_range<int>(0, faces(), 1), [&](const tbb::blocked_range<int>& range) {
+        VrExpression::initTLS();
+        VrPrimitiveContext context(description->activePrimitive()->context());
+        std::unique_ptr<VrGeneratorContext> record = generator->newGeneratorContext();
+        context.setGeneratorContext(record.get());
+        generator->initDescriptionInParallel(context);
+        for (int face = range.begin(); face != range.end(); ++face)
+          generator->generateInParallel(context, face, {patch}, 0.0, 1.0);
+        generator->finishDescriptionInParallel(context);
+      });
+    });
+    VrTaskManager::setSeExprMultithreading(false);
+    return renderer->take();
+  }
+
+  std::vector<std::unique_ptr<SgSubdSurface>> surfaces;
+  std::unique_ptr<VrPalette> palette;
+  VrDescription* description = nullptr;
+  VrRandomGenerator* generator = nullptr;
+  VrSubdPatch* patch = nullptr;
+  std::unique_ptr<CountingRenderer> renderer;
+};
+
+std::map<std::pair<int, unsigned>, std::pair<double, double>> byIdentity(const Records& records) {
+  std::map<std::pair<int, unsigned>, std::pair<double, double>> out;
+  for (const Record& r : records) out[{r.face, r.id}] = {r.u, r.v};
+  return out;
+}
+
+// The statistics lines of a capture.
+std::vector<std::string> stats(const vrtest::CaptureLogger& log) { return log.texts(vrmsg::Stats); }
+
+// The number after `key` in a statistics line.
+long statValue(const std::string& line, const std::string& key) {
+  const size_t at = line.find(key);
+  return at == std::string::npos ? -1 : std::stol(line.substr(at + key.size()));
+}
+
+struct StatsLevel {
+  explicit StatsLevel(unsigned level) : saved(VRStatsLevel) { VRStatsLevel = level; }
+  ~StatsLevel() { VRStatsLevel = saved; }
+  unsigned saved;
+};
+
+// The face's table set, as the generator hashes it.
+unsigned tableSet(unsigned descriptionId, const std::string& geometry, int face) {
+  double key[3] = {static_cast<double>(descriptionId), static_cast<double>(vrutil::hashString(geometry)),
+                   static_cast<double>(face)};
+  return static_cast<unsigned>(static_cast<int>(vrSeExprHash(3, key) * 1600.0));
+}
+
+}  // namespace
+
+TEST(VrRandomGeneratorAttrs, OrderDefaultsAndConversions) {
+  std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject("RandomGenerator", nullptr)));
+  auto* generator = dynamic_cast<VrRandomGenerator*>(made.get());
+  ASSERT_NE(generator, nullptr);
+  EXPECT_EQ(generator->typeName(), "RandomGenerator");
+  EXPECT_TRUE(generator->canRunInParallel());
+  const std::vector<std::string>& names = generator->attrNames();
+  ASSERT_EQ(names.size(), 17u);
+  EXPECT_EQ(std::vector<std::string>(names.begin() + 10, names.end()),
+            (std::vector<std::string>{"density", "mask", "dcFlag", "scFlag", "usePoints", "pointDir", "ptLength"}));
+  EXPECT_EQ(generator->mask().expression(), "1.0 # map('${DESC}/density/')");
+  EXPECT_EQ(generator->density(), 1.0);
+  EXPECT_TRUE(generator->scFlag());
+  EXPECT_EQ(generator->pointDir(), "${DESC}/Points/");
+  EXPECT_EQ(generator->roundOffInternal().expression(), "rand()");
+  EXPECT_EQ(generator->dcExprInternal().expression(), "1.0");
+
+  EXPECT_TRUE(generator->setAttr("density", "0"));
+  EXPECT_EQ(generator->density(), 1e-6);
+  generator->setAttr("density", "-3");
+  EXPECT_EQ(generator->density(), 1e-6);
+  generator->setAttr("density", "2.5");
+  EXPECT_EQ(generator->density(), 2.5);
+
+  generator->setAttr("dcFlag", "true");
+  EXPECT_EQ(generator->dcExprInternal().expression(), "map(\"DC/\")");
+  generator->setAttr("dcFlag", "false");
+  EXPECT_EQ(generator->dcExprInternal().expression(), "1.0");
+
+  EXPECT_TRUE(generator->setAttr("inputDir", "/points/here"));
+  EXPECT_FALSE(generator->hasAttr("inputDir"));
+  EXPECT_EQ(generator->pointDir(), "/points/here/");
+  EXPECT_TRUE(generator->setAttr("ptLength", "3"));
+}
+
+TEST(VrRandomGeneratorAttrs, MaskWarningsForPointForms) {
+  VrRandomGenerator generator(nullptr);
+  vrtest::CaptureLogger log;
+  generator.setAttr("mask", "$P[0] + $Nref[1] + $Pg[2]");
+  EXPECT_EQ(log.warnings(),
+            (std::vector<std::string>{
+                "Use of $P or $Pref is not recommended in RandomGenerator mask. Use $Pg or $Prefg instead. [mask]",
+                "Use of $N or $Nref is not recommended in RandomGenerator mask. Use $Ng or $Nrefg instead. [mask]"}));
+  log.clear();
+  generator.setAttr("mask", "$dPdvref[0] * $Prefw[1]");
+  EXPECT_EQ(log.warnings(),
+            (std::vector<std::string>{"Use of $Pw or $Prefw is not recommended in RandomGenerator mask. Use $Pgw or "
+                                      "$Prefgw instead. [mask]",
+                                      "Use of $dPdv or $dPdvref is not recommendedin RandomGenerator mask. Use "
+                                      "$dPdvg or $dPdvrefg instead. [mask]"}));
+  log.clear();
+  generator.setAttr("mask", "$dPdu[0]");
+  EXPECT_EQ(log.warnings(), std::vector<std::string>{"Use of $dPdu or $dPduref is not recommendedin RandomGenerator "
+                                                     "mask. Use $dPdug or $dPdurefg instead. [mask]"});
+  log.clear();
+  generator.setAttr("mask", "$Pgw[0] * $Nrefg[1] * $u");
+  EXPECT_TRUE(log.warnings().empty());
+}
+
+TEST(VrRandomGeneratorScatter, CountTableAndStatisticsByHand) {
+  Scene scene(grid(2, 1));
+  scene.generator->setAttr("density", "10");
+  vrtest::CaptureLogger log;
+  StatsLevel level(3);
+  const Records records = scene.runFace(1);
+  // Area 1 times density 10: exactly 10, no fraction to round.
+  ASSERT_EQ(records.size(), 10u);
+  const unsigned set = tableSet(scene.description->descriptionId(), "skin", 1);
+  for (unsigned k = 0; k < 10; ++k) {
+    double u, v;
+    vrutil::getSample(k, scene.description->descriptionId(), set, u, v);
+    EXPECT_EQ(records[k].id, k + 1);
+    EXPECT_EQ(records[k].u, u);
+    EXPECT_EQ(records[k].v, v);
+  }
+  EXPECT_EQ(scene.id(), 10u);
+  ASSERT_EQ(stats(log).size(), 1u);
+  EXPECT_EQ(stats(log)[0], "fur|skin[1] 10 emitted (max=10 density=10.00000 area=1.00000 group=" +
+                               std::to_string(set) + " rounded=0 samples=10 sc=10 dc=0), 0 culled.");
+  EXPECT_EQ(log.messages[0].flags, vrmsg::Stats | vrmsg::CatGenerator | 3u);
+}
+
+TEST(VrRandomGeneratorScatter, StochasticRoundingIsTheFacesOwnAndRepeats) {
+  Scene scene(grid(4, 4));
+  scene.generator->setAttr("density", "0.3");
+  const std::string name = "skin";
+  Records first = scene.run();
+  unsigned roundedUp = 0;
+  for (int face = 0; face < 16; ++face) {
+    const double r = scene.generator->roundOffInternal().eval(0.0, 0.0, face, &name).x;
+    const bool up = 0.3 > r;
+    roundedUp += up;
+    const auto onFace = std::count_if(first.begin(), first.end(), [&](const Record& x) { return x.face == face; });
+    EXPECT_EQ(onFace, up ? 1 : 0) << face;
+  }
+  EXPECT_EQ(first.size(), roundedUp);
+  EXPECT_GT(roundedUp, 0u);
+  EXPECT_LT(roundedUp, 16u);
+  EXPECT_EQ(scene.run(), first);
+}
+
+TEST(VrRandomGeneratorScatter, TinyDensityAndUnboundPatchGiveTheEmptyLine) {
+  Scene scene(grid(1, 1));
+  scene.generator->setAttr("density", "0");
+  const std::string name = "skin";
+  const bool up = 1e-6 > scene.generator->roundOffInternal().eval(0.0, 0.0, 0, &name).x;
+  vrtest::CaptureLogger log;
+  StatsLevel level(3);
+  EXPECT_EQ(scene.runFace(0).size(), up ? 1u : 0u);
+  if (!up) {
+    EXPECT_EQ(stats(log), std::vector<std::string>{"fur|skin[0] 0 emitted (max=0 density=0.00000 area=1.00000)"});
+  }
+
+  log.clear();
+  scene.generator->setAttr("density", "5");
+  scene.patch->unbindGeometry();
+  EXPECT_TRUE(scene.runFace(0).empty());
+  EXPECT_EQ(stats(log), std::vector<std::string>{"fur|skin[0] 0 emitted (max=0 density=5.00000 area=0.00000)"});
+  EXPECT_EQ(scene.id(), 0u);
+}
+
+TEST(VrRandomGeneratorInvariants, OneAndTwoThreadsSerialAndParallelAreBitIdentical) {
+  Scene scene(grid(4, 4, 1.0f, 1.3f));
+  scene.generator->setAttr("density", "23.7");
+  scene.generator->setAttr("mask", "0.4 + 0.6 * $u");
+  scene.generator->setAttr("cullFlag", "true");
+  scene.generator->setAttr("cullExpr", "rand() < 0.1");
+  const Records serial = scene.run();
+  EXPECT_GT(serial.size(), 150u);
+  EXPECT_EQ(scene.runInParallel(1), serial);
+  EXPECT_EQ(scene.runInParallel(2), serial);
+  EXPECT_EQ(scene.run(), serial);
+}
+
+TEST(VrRandomGeneratorInvariants, OnlyTheAnimatedSurfaceChangingKeepsEveryLocation) {
+  Cage rest = grid(3, 2, 1.0f, 2.0f);
+  Scene scene(rest);
+  scene.generator->setAttr("density", "12");
+  const Records still = scene.run();
+  Cage moved = rest;
+  for (size_t i = 0; i < moved.verts.size(); i += 3) {
+    moved.verts[i] *= 1.7f;
+    moved.verts[i + 2] = 0.3f * static_cast<float>(i % 7);
+  }
+  scene.bind(rest, moved);
+  EXPECT_EQ(scene.run(), still);
+  scene.bind(moved, moved);  // the reference surface decides
+  EXPECT_NE(scene.run(), still);
+}
+
+TEST(VrRandomGeneratorInvariants, DoublingTheDensityKeepsTheFirstPoints) {
+  Scene scene(grid(3, 3, 1.0f, 1.6f));
+  scene.generator->setAttr("density", "17");
+  const auto sparse = byIdentity(scene.run());
+  scene.generator->setAttr("density", "34");
+  const auto dense = byIdentity(scene.run());
+  EXPECT_GT(dense.size(), sparse.size() * 19 / 10);
+  for (const auto& entry : sparse) {
+    auto found = dense.find(entry.first);
+    ASSERT_NE(found, dense.end());
+    EXPECT_EQ(found->second, entry.second);
+  }
+}
+
+TEST(VrRandomGeneratorInvariants, MaskKeepsTheEarliestPointsWithTheirIds) {
+  Scene scene(grid(2, 2));
+  scene.generator->setAttr("density", "41");
+  const Records all = scene.run();
+  ASSERT_EQ(all.size(), 4u * 41u);
+  scene.generator->setAttr("mask", "0.5");
+  const Records half = scene.run();
+  // i / 41 < 0.5: the first 21 points of every face.
+  ASSERT_EQ(half.size(), 4u * 21u);
+  const auto full = byIdentity(all);
+  for (const Record& r : half) {
+    EXPECT_LE(r.id, 21u);
+    EXPECT_EQ(full.at({r.face, r.id}), std::make_pair(r.u, r.v));
+  }
+  scene.generator->setAttr("mask", "0.01");  // below 1/41: the first point only
+  const Records first = scene.run();
+  ASSERT_EQ(first.size(), 4u);
+  for (const Record& r : first) EXPECT_EQ(r.id, 1u);
+  scene.generator->setAttr("mask", "0");
+  EXPECT_TRUE(scene.run().empty());
+  scene.generator->setAttr("mask", "1.0");
+  EXPECT_EQ(scene.run(), all);
+}
+
+TEST(VrRandomGeneratorInvariants, WindowsKeepIdsAndHalvesMakeTheWhole) {
+  Scene scene(grid(2, 2));
+  scene.generator->setAttr("density", "40");
+  const Records all = scene.run();
+  ASSERT_EQ(all.size(), 160u);
+  const Records firstHalf = scene.run(0.0, 0.5);
+  EXPECT_EQ(scene.id(), 40u);  // ids after a face do not depend on the window
+  const Records secondHalf = scene.run(0.5, 0.5);
+  ASSERT_EQ(firstHalf.size(), 80u);
+  ASSERT_EQ(secondHalf.size(), 80u);
+  for (const Record& r : firstHalf) EXPECT_LE(r.id, 20u);
+  for (const Record& r : secondHalf) EXPECT_GT(r.id, 20u);
+  Records joined = firstHalf;
+  joined.insert(joined.end(), secondHalf.begin(), secondHalf.end());
+  std::sort(joined.begin(), joined.end());
+  EXPECT_EQ(joined, all);
+}
+
+TEST(VrRandomGeneratorInvariants, ANeighbouringFaceChangesNothingHere) {
+  Cage cage = grid(2, 1);
+  Scene scene(cage);
+  scene.generator->setAttr("density", "30");
+  const Records before = scene.runFace(0);
+  scene.generator->setAttr("mask", "$faceId == 1 ? 0.25 : 1");
+  EXPECT_EQ(scene.runFace(0), before);
+  EXPECT_EQ(scene.runFace(1).size(), 8u);  // i / 30 < 0.25
+  // Face 1 doubles its area: its own corners (2, 0) and (2, 1) move out.
+  Cage wider = cage;
+  wider.verts[2 * 3] = 4.0f;
+  wider.verts[5 * 3] = 4.0f;
+  scene.bind(wider, wider);
+  scene.generator->setAttr("mask", "1");
+  EXPECT_EQ(scene.runFace(0), before);
+  EXPECT_GT(scene.runFace(1).size(), 45u);
+}
+
+TEST(VrRandomGeneratorCompensation, ALongFaceReadsTwiceTheTable) {
+  Scene scene(grid(1, 1, 2.0f, 1.0f));
+  EXPECT_EQ(scene.generator->surfaceCompensation(*scene.patch, 0), 2.0);
+  scene.generator->setAttr("density", "20");  // area 2: 40 points
+  vrtest::CaptureLogger log;
+  StatsLevel level(3);
+  const Records records = scene.runFace(0);
+  ASSERT_EQ(records.size(), 40u);
+  for (const Record& r : records) {
+    EXPECT_GE(r.u, 0.0);
+    EXPECT_LE(r.u, 1.0);
+    EXPECT_GE(r.v, 0.0);
+    EXPECT_LE(r.v, 1.0);
+  }
+  const long read = statValue(stats(log).at(0), " samples=");
+  EXPECT_EQ(statValue(stats(log)[0], " sc="), read);
+  EXPECT_GT(read, 60);
+  EXPECT_LT(read, 100);
+  // Exactly the table points whose v doubled stays in the square were taken, the last one
+  // read among them.
+  const unsigned set = tableSet(scene.description->descriptionId(), "skin", 0);
+  std::vector<std::pair<double, double>> taken;
+  for (unsigned k = 0; k < static_cast<unsigned>(read); ++k) {
+    double u, v;
+    vrutil::getSample(k, scene.description->descriptionId(), set, u, v);
+    if (v * 2.0 <= 1.0) taken.emplace_back(u, v * 2.0);
+  }
+  ASSERT_EQ(taken.size(), 40u);
+  for (const Record& r : records) EXPECT_EQ(taken[r.id - 1], std::make_pair(r.u, r.v));
+
+  log.clear();
+  scene.generator->setAttr("scFlag", "false");
+  EXPECT_EQ(scene.generator->surfaceCompensation(*scene.patch, 0), 1.0);
+  EXPECT_EQ(scene.runFace(0).size(), 40u);
+  EXPECT_EQ(statValue(stats(log).at(0), " samples="), 40);
+  EXPECT_EQ(statValue(stats(log)[0], " sc="), 0);
+
+  scene.generator->setAttr("scFlag", "true");
+  Scene tall(grid(1, 1, 1.0f, 4.0f));
+  EXPECT_EQ(tall.generator->surfaceCompensation(*tall.patch, 0), 0.25);
+  Scene almost(grid(1, 1, 1.08f, 1.0f));
+  EXPECT_EQ(almost.generator->surfaceCompensation(*almost.patch, 0), 1.0);
+  Scene needle(grid(1, 1, 30.0f, 1.0f));
+  EXPECT_EQ(needle.generator->surfaceCompensation(*needle.patch, 0), 10.0);
+}
+
+TEST(VrRandomGeneratorTiling, OverTheFirstLimitWarnsOnce) {
+  Scene scene(grid(1, 1), "tiledGroom");
+  scene.generator->setAttr("density", "200000");
+  scene.renderer->emit = false;
+  vrtest::CaptureLogger log;
+  StatsLevel level(3);
+  scene.runFace(0, 0.9, 0.1);  // only the last tenth is tested against the mask
+  EXPECT_EQ(log.warnings(),
+            std::vector<std::string>{"WARNING:  You have generated over 163840 primitives on a single face. This "
+                                     "means Vorn is having to reuse and tile it's samples. It is recommended you "
+                                     "carve up the face to prevent this from happening. [tiledGroom,fur,skin(0)]"});
+  EXPECT_EQ(statValue(stats(log).at(0), " samples="), 200000);
+  EXPECT_EQ(scene.id(), 200000u);
+}
+
+TEST(VrRandomGeneratorTiling, PastTheSecondLimitTheFaceStopsKeepingWhatWasMade) {
+  Scene scene(grid(1, 1), "stoppedGroom");
+  scene.generator->setAttr("density", "700000");
+  vrtest::CaptureLogger log;
+  StatsLevel level(3);
+  const Records records = scene.runFace(0, 0.88, 0.12);  // indices 616000 to 700000
+  ASSERT_EQ(log.warnings().size(), 2u);
+  EXPECT_EQ(log.warnings()[1], "WARNING: You have exceeded the number of samples Vorn can tile without noticable "
+                               "tiling artifacts. [stoppedGroom,fur,skin(0)]");
+  // Table points 616001 to 622592 were made before the stop.
+  ASSERT_EQ(records.size(), 622592u - 616000u);
+  EXPECT_EQ(records.front().id, 616001u);
+  EXPECT_EQ(records.back().id, 622592u);
+  EXPECT_EQ(statValue(stats(log).at(0), " samples="), 622593);
+  EXPECT_EQ(statValue(stats(log)[0], "] "), 6592);
+  EXPECT_EQ(scene.id(), 700000u);  // the next ids are those after the whole face
+}
+
+TEST(VrRandomGeneratorScatter, FlipsDifferBetweenDescriptions) {
+  Scene a(grid(1, 1), "flipA");
+  Scene b(grid(1, 1), "flipB");
+  a.description->setAttr("descriptionId", "8");
+  b.description->setAttr("descriptionId", "9");
+  a.generator->setAttr("density", "5");
+  b.generator->setAttr("density", "5");
+  const Records ra = a.run();
+  const Records rb = b.run();
+  ASSERT_EQ(ra.size(), 5u);
+  ASSERT_EQ(rb.size(), 5u);
+  for (size_t i = 0; i < 5; ++i) EXPECT_NE(std::make_pair(ra[i].u, ra[i].v), std::make_pair(rb[i].u, rb[i].v));
+  // The flip is the description id.
+  double u, v;
+  vrutil::getSample(0, 9, tableSet(9, "skin", 0), u, v);
+  EXPECT_EQ(std::make_pair(rb[0].u, rb[0].v), std::make_pair(u, v));
+}
+
+TEST(VrRandomGeneratorScatter, RegionPreviewKeepsIdsAndDensityCompensationCounts) {
+  Scene scene(grid(2, 1));
+  scene.generator->setAttr("density", "30");
+  const Records all = scene.run();
+  unsigned char five[3];
+  vrutil::encodeId2RGB(5, five);
+  scene.generator->regionExpr().setExpression("$faceId == 1 ? [" + std::to_string(five[0]) + "," +
+                                              std::to_string(five[1]) + "," + std::to_string(five[2]) +
+                                              "] : [0,0,0]");
+  scene.generator->setRegionIds({5});
+  const Records region = scene.run();
+  ASSERT_EQ(region.size(), 30u);
+  const auto full = byIdentity(all);
+  for (const Record& r : region) {
+    EXPECT_EQ(r.face, 1);
+    EXPECT_EQ(full.at({r.face, r.id}), std::make_pair(r.u, r.v));
+  }
+  scene.generator->clearRegions();
+
+  // Density compensation: the map's value is asked once per point of the window; without a
+  // map the face keeps floor(samples).
+  scene.generator->setAttr("density", "30.4");
+  scene.generator->setAttr("dcFlag", "true");
+  vrtest::CaptureLogger log;
+  StatsLevel level(3);
+  scene.runFace(0, 0.0, 0.5);
+  ASSERT_EQ(stats(log).size(), 1u);
+  const long max = statValue(stats(log)[0], "(max=");
+  EXPECT_TRUE(max == 15) << stats(log)[0];  // floor(30.4 or 31.4) / 2
+  EXPECT_EQ(statValue(stats(log)[0], " dc="), 15);
+}
+
+TEST(VrRandomGeneratorPoints, PointFilesAreListedButNotRead) {
+  Scene scene(grid(1, 1));
+  VrObject::ExternalContext pairs;
+  scene.generator->getExternalContext(pairs, "g:");
+  EXPECT_TRUE(pairs.empty());
+  scene.generator->setAttr("usePoints", "true");
+  scene.generator->getExternalContext(pairs, "g:");
+  ASSERT_EQ(pairs.size(), 1u);
+  EXPECT_EQ(pairs[0].first, "g:Point");
+  EXPECT_NE(pairs[0].second.find("fur/Points/skin.vuv"), std::string::npos) << pairs[0].second;
+  scene.generator->setAttr("density", "3");
+  EXPECT_EQ(scene.run().size(), 3u);  // no file: the scatter alone
+}
