@@ -1,5 +1,7 @@
 #include "generators/VrRandomGenerator.h"
 
+#include "io/vpd/VpdReader.h"
+
 #include "document/VrDescription.h"
 #include "document/VrMessage.h"
 #include "document/VrPalette.h"
@@ -74,7 +76,13 @@ constexpr MaskWarning maskWarnings[] = {
 
 }  // namespace
 
+VrRandomGeneratorContext::VrRandomGeneratorContext() = default;
+VrRandomGeneratorContext::~VrRandomGeneratorContext() = default;
+
+void VrRandomGeneratorContext::setXFile(std::unique_ptr<VpdReader> file) { reader = std::move(file); }
+
 void VrRandomGeneratorContext::reset() {
+  reader.reset();
   geometry.clear();
   file.clear();
   block = -1;
@@ -195,7 +203,7 @@ void VrRandomGenerator::genPrimitivesInParallel(VrPrimitiveContext& context, int
   if (!pointsOn) return;
   auto* state = isSerialContext(context) ? &serialState
                                          : dynamic_cast<VrRandomGeneratorContext*>(context.generatorContext());
-  if (state) points(*state, patches[0]->name());
+  if (state) points(*state, context, face, patches, percent);
 }
 
 double VrRandomGenerator::surfaceCompensation(const VrPatch& patch, int face) const {
@@ -334,18 +342,74 @@ void VrRandomGenerator::scatter(VrPrimitiveContext& context, int face, const std
                   std::to_string(culledOnFace(context)) + " culled.");
 }
 
-void VrRandomGenerator::points(VrRandomGeneratorContext& state, const std::string& geometry) {
-  // Point files are reported once per geometry.
+void VrRandomGenerator::points(VrRandomGeneratorContext& state, VrPrimitiveContext& context, int face,
+                               const std::vector<VrPatch*>& patches, double percent) {
+  const std::string& geometry = patches[0]->name();
+  // A new geometry starts afresh; a broken file is reported once per geometry.
   if (geometry != state.currentGeom()) {
     state.reset();
     state.setCurrentGeom(geometry);
   }
   if (state.isErrOccurred()) return;
-  std::string found;
-  if (!vrutil::findFileInVrDataPath(found, pointDirectory + vrutil::stripNameSpace(geometry) + ".vuv", geometry,
-                                    description(), "", true))
+  if (!state.xFile()) {
+    std::string found;
+    if (!vrutil::findFileInVrDataPath(found, pointDirectory + vrutil::stripNameSpace(geometry) + ".vuv", geometry,
+                                      description(), "", true))
+      return;
+    state.setFileName(found);
+    std::unique_ptr<VpdReader> reader = VpdReader::open(found);
+    if (!reader) {
+      VR_ERROR("Failed to open VPD file: " + found);
+      state.setErrOccurred();
+      return;
+    }
+    const int block = reader->blockIndex(Vpd::LocationBlock);
+    if (block < 0) {
+      VR_ERROR("Failed to find the location block in file: " + found);
+      return;
+    }
+    if (reader->primType() != Vpd::PointPrimitive) {
+      VR_ERROR("Incorrect primitive type in VUV file: " + found);
+      state.setErrOccurred();
+      return;
+    }
+    state.setBlockIndex(block);
+    state.setXFile(std::move(reader));
+  }
+  VpdReader& reader = *state.xFile();
+  if (!reader.findFace(face)) {
+    VR_DEBUG(1, vrmsg::CatGenerator, "Face id " + std::to_string(face) + " not found in file " + state.fileName());
     return;
-  state.setFileName(found);
-  state.setErrOccurred();
-  VR_WARNING(1, "Point files are not read by this build; the points of " + found + " are left out.");
+  }
+  if (!reader.findBlock(state.blockIndex())) {
+    VR_ERROR("Failed to find block in VPD file: " + state.fileName());
+    return;
+  }
+  const bool serial = isSerialContext(context);
+  const bool regionActive = renderRegionCheck();
+  const unsigned culledBefore = culledOnFace(context);
+  const std::uint64_t inFile = reader.numPrims();
+  std::uint64_t generated = 0;
+  // `percent` keeps an even share of the file's points, not the first ones.
+  double acc = 0.0;
+  std::uint32_t fileId = 0;
+  std::vector<float> values;
+  while (reader.readPrim(fileId, values)) {
+    if (values.size() < 2) break;
+    context.incrId();
+    acc += percent;
+    if (acc < 1.0) continue;
+    acc -= 1.0;
+    const double u = values[0], v = values[1];
+    if (regionActive && !validRenderRegion(u, v, face, geometry)) continue;
+    if (serial ? emitIfOk(u, v, face, patches) : emitIfOkInParallel(context, u, v, face, patches)) ++generated;
+  }
+  if (!reader.error().empty()) {
+    VR_ERROR(reader.error());
+    state.setErrOccurred();
+  }
+  if (VRStatsLevel >= 3)
+    vrmessage(vrmsg::Stats | vrmsg::CatGenerator | 3, "", 0,
+              std::to_string(inFile) + " points in file, " + std::to_string(generated) + " generated, " +
+                  std::to_string(culledOnFace(context) - culledBefore) + " culled.");
 }

@@ -25,8 +25,12 @@
 #include <string>
 
 /// The per-thread point-file state of a worker.
+class VpdReader;
+
 class VrRandomGeneratorContext : public VrGeneratorContext {
  public:
+  VrRandomGeneratorContext();
+  ~VrRandomGeneratorContext() override;
   /// The geometry whose point file is in use.
   const std::string& currentGeom() const { return geometry; }
   void setCurrentGeom(const std::string& name) { geometry = name; }
@@ -37,10 +41,14 @@ class VrRandomGeneratorContext : public VrGeneratorContext {
   /// Set once the point file of the current geometry failed; it is reported once.
   bool isErrOccurred() const { return failed; }
   void setErrOccurred(bool value = true) { failed = value; }
-  /// Forgets the geometry and the file.
+  /// The open point file of the current geometry, or null.
+  VpdReader* xFile() const { return reader.get(); }
+  void setXFile(std::unique_ptr<VpdReader> file);
+  /// Forgets the geometry and the file, closing it.
   void reset();
 
  private:
+  std::unique_ptr<VpdReader> reader;
   std::string geometry;
   std::string file;
   int block = -1;
@@ -98,7 +106,9 @@ class VrRandomGenerator : public VrGenerator {
  private:
   void scatter(VrPrimitiveContext& context, int face, const std::vector<VrPatch*>& patches, double start,
                double percent);
-  void points(VrRandomGeneratorContext& state, const std::string& geometry);
+  /// Adds the points of the geometry's ".vuv" file on this face.
+  void points(VrRandomGeneratorContext& state, VrPrimitiveContext& context, int face,
+              const std::vector<VrPatch*>& patches, double percent);
   void warnAboutMask() const;
 
   double densityValue = 1.0;

@@ -19,7 +19,12 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
+#include "document/vrutilFiles.h"
+#include "io/vpd/VpdWriter.h"
+#include "support/TempDir.h"
+
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -538,16 +543,50 @@ TEST(VrRandomGeneratorScatter, RegionPreviewKeepsIdsAndDensityCompensationCounts
   EXPECT_EQ(statValue(stats(log)[0], " dc="), 15);
 }
 
-TEST(VrRandomGeneratorPoints, PointFilesAreListedButNotRead) {
+TEST(VrRandomGeneratorPoints, PointFilesAddTheirPointsAfterTheScatter) {
+  vrtest::TempDir dir;
   Scene scene(grid(1, 1));
+  scene.palette->setAttr("vrDataPath", dir.path());
   VrObject::ExternalContext pairs;
   scene.generator->getExternalContext(pairs, "g:");
   EXPECT_TRUE(pairs.empty());
   scene.generator->setAttr("usePoints", "true");
+  scene.generator->setAttr("pointDir", "points/");
+  scene.generator->setAttr("density", "3");
+  EXPECT_EQ(scene.run().size(), 3u);  // no file yet: the scatter alone
+
+  std::filesystem::create_directories(dir.file("points"));
+  {
+    auto writer = VpdWriter::open(dir.file("points/skin.vuv"), {0}, Vpd::PointPrimitive, 1, Vpd::SurfaceSpace,
+                                  {Vpd::LocationBlock}, 0.0f, 0);
+    ASSERT_TRUE(writer);
+    ASSERT_TRUE(writer->startFace(0));
+    ASSERT_TRUE(writer->startBlock(Vpd::LocationBlock));
+    for (unsigned k = 0; k < 4; ++k) writer->writePrim(k, {0.1f * static_cast<float>(k + 1), 0.5f});
+    ASSERT_TRUE(writer->close());
+  }
   scene.generator->getExternalContext(pairs, "g:");
   ASSERT_EQ(pairs.size(), 1u);
   EXPECT_EQ(pairs[0].first, "g:Point");
-  EXPECT_NE(pairs[0].second.find("fur/Points/skin.vuv"), std::string::npos) << pairs[0].second;
-  scene.generator->setAttr("density", "3");
-  EXPECT_EQ(scene.run().size(), 3u);  // no file: the scatter alone
+  vrutil::clearFileCache();
+  scene.generator->initDescription();
+  const Records all = scene.run();
+  ASSERT_EQ(all.size(), 7u);
+  // The file's points follow the scatter's ids on the face.
+  EXPECT_EQ(all[3].id, 4u);
+  EXPECT_FLOAT_EQ(static_cast<float>(all[3].u), 0.1f);
+  EXPECT_EQ(all.back().id, 7u);
+  // Half the points: every second one, the second being the first kept.
+  const Records half = scene.run(0.0, 0.5);
+  ASSERT_FALSE(half.empty());
+  EXPECT_FLOAT_EQ(static_cast<float>(half.back().u), 0.4f);
+
+  // A foreign file is reported once for its geometry.
+  dir.write("points/skin.vuv", "not a point file");
+  vrutil::clearFileCache();
+  scene.generator->initDescription();
+  vrtest::CaptureLogger log;
+  scene.run();
+  scene.run();
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Failed to open VPD file: " + dir.file("points/skin.vuv")});
 }
