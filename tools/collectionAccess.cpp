@@ -6,6 +6,7 @@
 #include "fxmodules/VrFXModule.h"
 #include "primitives/VrPrimitive.h"
 
+#include <exception>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
@@ -106,6 +107,17 @@ bool resolve(VrPalette& palette, const Address& address, Target& target) {
   }
   fail("no object or FX module " + inQuotes(address.object) + " in " + descriptionLabel);
   return false;
+}
+
+int guarded(int failure, const std::function<int()>& body) {
+  try {
+    return body();
+  } catch (const std::exception& e) {
+    fail(std::string("unexpected failure: ") + e.what());
+  } catch (...) {
+    fail("unexpected failure");
+  }
+  return failure;
 }
 
 }  // namespace vorncli

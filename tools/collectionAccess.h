@@ -4,6 +4,7 @@
 
 #include "tools/commands.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,6 +22,9 @@ void fail(const std::string& text);
 /// Prints "vorn: warning: <text>" on standard error.
 void warn(const std::string& text);
 std::string inQuotes(const std::string& text);
+
+/// Runs a command body; an exception escaping the library is reported and answers `failure`.
+int guarded(int failure, const std::function<int()>& body);
 
 /// Reads a collection file; null, with a line naming the file, when it cannot be read.
 PalettePtr importCollection(const std::string& path);

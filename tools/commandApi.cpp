@@ -5,6 +5,8 @@
 
 #include "tools/commands.h"
 
+#include "tools/cliLogger.h"
+
 #include "tools/collectionAccess.h"
 
 #include "document/VrCollectionFile.h"
@@ -35,49 +37,6 @@
 
 namespace vorncli {
 namespace {
-
-// The host logger of the scripting commands. It is the "orlo" logger, the one the library asks
-// for message texts: a key's text is the key followed by its non-empty arguments, so a script
-// reads which key was sent for which names. Stats and Debug messages are dropped.
-class ScriptLogger : public vrutil::VrMessage {
- public:
-  ScriptLogger() { vrutil::msg::addLogger(this); }
-  ~ScriptLogger() override { vrutil::msg::eraseLogger(this); }
-  ScriptLogger(const ScriptLogger&) = delete;
-  ScriptLogger& operator=(const ScriptLogger&) = delete;
-
-  std::string typeName() const override { return "orlo"; }
-
-  void log(unsigned flags, const char*, int, const std::string& text) override {
-    switch (flags & vrmsg::KindMask) {
-      case vrmsg::Error:
-        ++errorCount;
-        std::cerr << "error: " << text << '\n';
-        break;
-      case vrmsg::Warning:
-        std::cerr << "warning: " << text << '\n';
-        break;
-      default:
-        break;
-    }
-  }
-
-  std::string getLocalized(const std::string& key, const std::string& a1, const std::string& a2,
-                           const std::string& a3, const std::string& a4, const std::string& a5,
-                           const std::string& a6, const std::string& a7, const std::string& a8,
-                           const std::string& a9, const std::string& a10) const override {
-    std::string text = key;
-    for (const std::string* arg : {&a1, &a2, &a3, &a4, &a5, &a6, &a7, &a8, &a9, &a10})
-      if (!arg->empty()) text += ' ' + *arg;
-    return text;
-  }
-
-  /// Errors received since the logger was installed.
-  unsigned errors() const { return errorCount; }
-
- private:
-  unsigned errorCount = 0;
-};
 
 // ---------------------------------------------------------------------------------------------
 // Script lines
@@ -317,7 +276,7 @@ std::string argumentCount(const Function& function) {
 
 // Runs one script line that holds a call; false when the call failed. Its result goes to
 // standard output; a line that cannot be called prints nothing there.
-bool runLine(const std::string& line, unsigned number, const ScriptLogger& logger) {
+bool runLine(const std::string& line, unsigned number, const CliLogger& logger) {
   const std::string where = "line " + std::to_string(number) + ": ";
   std::vector<std::string> words;
   std::string why;
@@ -401,7 +360,7 @@ std::string number(double value) {
   return text;
 }
 
-int evaluate(const EvalRequest& request, const ScriptLogger& logger) {
+int evaluate(const EvalRequest& request, const CliLogger& logger) {
   PalettePtr palette = importCollection(request.file);
   if (!palette) return ExitFailed;
   Address address;
@@ -462,7 +421,7 @@ int runApi(const std::string& script) {
   }
   std::istream& in = script == "-" ? std::cin : file;
 
-  ScriptLogger logger;
+  CliLogger logger;
   bool failed = false;
   std::string line;
   for (unsigned number = 1; std::getline(in, line); ++number) {
@@ -482,7 +441,7 @@ int runApi(const std::string& script) {
 }
 
 int runEval(const EvalRequest& request) {
-  ScriptLogger logger;
+  CliLogger logger;
   try {
     return evaluate(request, logger);
   } catch (const std::exception& e) {

@@ -135,23 +135,10 @@ int emit(const std::string& text) {
   return ExitFailed;
 }
 
-// Runs a command body; an exception thrown by the library (memory, for one) is a failure with a
-// message, never an abort.
-int guarded(const std::function<int()>& body) {
-  try {
-    return body();
-  } catch (const std::exception& e) {
-    fail(std::string("unexpected failure: ") + e.what());
-  } catch (...) {
-    fail("unexpected failure");
-  }
-  return ExitFailed;
-}
-
 }  // namespace
 
 int runCheck(const std::string& file) {
-  return guarded([&] {
+  return guarded(ExitFailed, [&] {
     PalettePtr palette = importCollection(file);
     if (!palette) return ExitFailed;
     return emit("ok: " + palette->name() + ": " + std::to_string(palette->numDescriptions()) +
@@ -160,7 +147,7 @@ int runCheck(const std::string& file) {
 }
 
 int runList(const std::string& file, bool hasDescription, const std::string& description) {
-  return guarded([&] {
+  return guarded(ExitFailed, [&] {
     PalettePtr palette = importCollection(file);
     if (!palette) return ExitFailed;
     std::vector<const VrDescription*> shown;
@@ -183,7 +170,7 @@ int runList(const std::string& file, bool hasDescription, const std::string& des
 }
 
 int runGet(const std::string& file, const std::string& attribute, const Address& address) {
-  return guarded([&] {
+  return guarded(ExitFailed, [&] {
     PalettePtr palette = importCollection(file);
     if (!palette) return ExitFailed;
     Target target;
@@ -199,7 +186,7 @@ int runGet(const std::string& file, const std::string& attribute, const Address&
 
 int runSet(const std::string& file, const std::string& attribute, const std::string& value,
            const Address& address, const std::string& output) {
-  return guarded([&] {
+  return guarded(ExitFailed, [&] {
     PalettePtr palette = importCollection(file);
     if (!palette) return ExitFailed;
     Target target;
@@ -217,7 +204,7 @@ int runSet(const std::string& file, const std::string& attribute, const std::str
 }
 
 int runResave(const std::string& input, const std::string& output) {
-  return guarded([&] {
+  return guarded(ExitFailed, [&] {
     PalettePtr palette = importCollection(input);
     if (!palette) return ExitFailed;
     return saveCollection(palette.get(), output) ? ExitOk : ExitFailed;

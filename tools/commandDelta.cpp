@@ -4,6 +4,8 @@
 
 #include "tools/commands.h"
 
+#include "tools/cliLogger.h"
+
 #include "tools/collectionAccess.h"
 
 #include "document/VrDelta.h"
@@ -19,52 +21,10 @@
 namespace vorncli {
 namespace {
 
-// Plain lines for the library's Errors and Warnings; Stats and Debug messages are dropped.
-class DeltaLogger : public vrutil::VrMessage {
- public:
-  DeltaLogger() { vrutil::msg::addLogger(this); }
-  ~DeltaLogger() override { vrutil::msg::eraseLogger(this); }
-  DeltaLogger(const DeltaLogger&) = delete;
-  DeltaLogger& operator=(const DeltaLogger&) = delete;
-
-  std::string typeName() const override { return "delta"; }
-
-  void log(unsigned flags, const char*, int, const std::string& text) override {
-    switch (flags & vrmsg::KindMask) {
-      case vrmsg::Error:
-        ++errorCount;
-        std::cerr << "error: " << text << '\n';
-        break;
-      case vrmsg::Warning:
-        std::cerr << "warning: " << text << '\n';
-        break;
-      default:
-        break;
-    }
-  }
-
-  unsigned errors() const { return errorCount; }
-
- private:
-  unsigned errorCount = 0;
-};
-
-// Runs a command body; an exception thrown by the library is a failure with a message.
-int guarded(int failure, const std::function<int()>& body) {
-  try {
-    return body();
-  } catch (const std::exception& e) {
-    fail(std::string("unexpected failure: ") + e.what());
-  } catch (...) {
-    fail("unexpected failure");
-  }
-  return failure;
-}
-
 }  // namespace
 
 int runDeltaCreate(const std::string& base, const std::string& edited, const std::string& output) {
-  DeltaLogger logger;
+  CliLogger logger;
   return guarded(ExitUsage, [&] {
     PalettePtr original = importCollection(base);
     if (!original) return ExitUsage;
@@ -84,7 +44,7 @@ int runDeltaCreate(const std::string& base, const std::string& edited, const std
 
 int runDeltaApply(const std::string& base, const std::vector<std::string>& deltas,
                   const std::string& output) {
-  DeltaLogger logger;
+  CliLogger logger;
   return guarded(ExitFailed, [&] {
     PalettePtr collection = importCollection(base);
     if (!collection) return ExitFailed;
