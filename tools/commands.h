@@ -71,4 +71,8 @@ int runDeltaCreate(const std::string& base, const std::string& edited, const std
 int runDeltaApply(const std::string& base, const std::vector<std::string>& deltas,
                   const std::string& output);
 
+/// `vorn inspect FILE.abc`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive; 1
+/// when the archive is refused or any part of it cannot be read.
+int runInspect(const std::string& file);
+
 }  // namespace vorncli

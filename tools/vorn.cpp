@@ -130,6 +130,10 @@ int main(int argc, char** argv) {
   deltaApply->add_option("deltas", deltaFiles, "delta files, applied in order")->required();
   deltaApply->add_option("-o,--output", deltaOutput, "collection file to write")->required();
 
+  std::string archive;
+  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive's objects, properties and samples");
+  inspect->add_option("file", archive, "Alembic archive (.abc, Ogawa)")->required();
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -154,6 +158,7 @@ int main(int argc, char** argv) {
   if (*api) return vorncli::runApi(script);
   if (*deltaCreate) return vorncli::runDeltaCreate(deltaBase, deltaEdited, deltaOutput);
   if (*deltaApply) return vorncli::runDeltaApply(deltaBase, deltaFiles, deltaOutput);
+  if (*inspect) return vorncli::runInspect(archive);
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;
     return vorncli::runEval(evalRequest);

@@ -1,0 +1,52 @@
+#pragma once
+// Writes a set of curves (AbcGeom_Curve_v2): points, vertex count per curve, type, wrap and
+// basis, and optionally widths, uv, normals, weights, and per-curve orders with knots for NURBS
+// curves. One sample per call; what is not given repeats the previous sample.
+
+#include "io/alembic/VrAbcGeomBaseWriter.h"
+#include "io/alembic/VrAbcGeomParamWriter.h"
+#include "io/alembic/VrAbcTypes.h"
+
+#include <cstdint>
+#include <string>
+
+class VrAbcCurvesWriter {
+ public:
+  /// Stored numbers of the curve type, wrap and basis (see VrAbcCurves).
+  enum Type : uint8_t { Cubic = 0, Linear = 1, VariableOrder = 2 };
+  enum Wrap : uint8_t { NonPeriodic = 0, Periodic = 1 };
+  enum Basis : uint8_t { NoBasis = 0, Bezier = 1, Bspline = 2, CatmullRom = 3, Hermite = 4, Power = 5 };
+
+  struct Sample {
+    VrAbcView<float> positions;       ///< x, y, z per point; needed in the first sample
+    VrAbcView<int32_t> numVertices;   ///< points per curve; needed in the first sample
+    uint8_t type = Cubic;
+    uint8_t wrap = NonPeriodic;
+    uint8_t basis = Bspline;
+    VrAbcView<float> widths;          ///< one per point (vertex scope) or as `widthScope` says
+    VrAbcScope widthScope = VrAbcScope::Vertex;
+    VrAbcView<float> uvs;
+    VrAbcScope uvScope = VrAbcScope::Vertex;
+    VrAbcView<float> normals;
+    VrAbcScope normalScope = VrAbcScope::Vertex;
+    VrAbcView<float> weights;         ///< one per point, for rational curves
+    VrAbcView<uint8_t> orders;        ///< one per curve, with type VariableOrder
+    VrAbcView<float> knots;
+  };
+
+  bool create(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling);
+  bool write(const Sample& sample);
+  uint32_t numSamples() const { return base.numSamples(); }
+  VrAbcObjectWriter* object() const { return base.object(); }
+  /// The ".arbGeomParams" compound of the curves, for attributes of their own.
+  VrAbcCompoundWriter* arbGeomParams() { return base.arbGeomParams(); }
+
+ private:
+  VrAbcGeomBaseWriter base;
+  VrAbcPropertyWriter* numVertices = nullptr;
+  VrAbcPropertyWriter* basisAndType = nullptr;
+  VrAbcGeomParamWriter widths, uvs, normals;
+  VrAbcPropertyWriter* weights = nullptr;
+  VrAbcPropertyWriter* orders = nullptr;
+  VrAbcPropertyWriter* knots = nullptr;
+};

@@ -1,0 +1,38 @@
+#include "io/alembic/VrAbcGeomParamWriter.h"
+
+bool VrAbcGeomParamWriter::create(VrAbcCompoundWriter& parent, const std::string& name, VrAbcDataType type,
+                                  const char* interpretation, VrAbcScope scope, bool isIndexed,
+                                  uint32_t timeSampling) {
+  vals = nullptr;
+  indices = nullptr;
+  VrAbcMetaData meta;
+  meta.set("geoScope", VrAbcGeomParam::scopeCode(scope));
+  meta.set("isGeomParam", "true");
+  meta.set("podName", vrabc::podName(type.pod));
+  meta.set("podExtent", std::to_string(type.extent));
+  meta.set("arrayExtent", "1");
+  meta.set("interpretation", interpretation ? interpretation : "");
+  if (!isIndexed) {
+    vals = parent.createArray(name, meta, type, timeSampling);
+    return vals != nullptr;
+  }
+  VrAbcCompoundWriter* compound = parent.createCompound(name, meta);
+  if (!compound) return false;
+  vals = compound->createArray(".vals", meta, type, timeSampling);
+  indices = compound->createArray(".indices", VrAbcMetaData(), VrAbcDataType{VrAbcPod::Uint32, 1}, timeSampling);
+  if (!vals || !indices) vals = indices = nullptr;
+  return vals != nullptr;
+}
+
+bool VrAbcGeomParamWriter::write(const void* values, uint64_t numValues, bool given, const uint32_t* index,
+                                 uint64_t numIndices) {
+  if (!vals) return false;
+  if (!given) return vals->setFromPrevious() && (!indices || indices->setFromPrevious());
+  if (!vals->setSample(values, numValues)) return false;
+  return !indices || indices->setSample(index, numIndices);
+}
+
+bool VrAbcGeomParamWriter::writeEmpty() {
+  if (!vals) return false;
+  return vals->setSample(nullptr, 0) && (!indices || indices->setSample(nullptr, 0));
+}

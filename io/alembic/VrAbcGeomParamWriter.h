@@ -1,0 +1,34 @@
+#pragma once
+// Writes a geometry parameter (uv, N, widths, or an arbitrary one such as a reference pose):
+// a plain array property, or, when indexed, a compound of ".vals" and ".indices", with the
+// metadata the format's readers look for (scope, element type, interpretation).
+
+#include "io/alembic/VrAbcCompoundWriter.h"
+#include "io/alembic/VrAbcGeomParam.h"
+#include "io/alembic/VrAbcTypes.h"
+
+#include <cstdint>
+#include <string>
+
+class VrAbcGeomParamWriter {
+ public:
+  /// Creates the parameter in `parent`. `interpretation` may be "" (plain numbers). False with
+  /// an Error when the name is taken.
+  bool create(VrAbcCompoundWriter& parent, const std::string& name, VrAbcDataType type,
+              const char* interpretation, VrAbcScope scope, bool indexed, uint32_t timeSampling);
+  bool valid() const { return vals != nullptr; }
+  bool indexed() const { return indices != nullptr; }
+  uint32_t numSamples() const { return vals ? vals->numSamples() : 0; }
+
+  /// The next sample: `numValues` values, and for an indexed parameter the indices. Values not
+  /// given repeat the previous sample.
+  bool write(const void* values, uint64_t numValues, bool given, const uint32_t* index = nullptr,
+             uint64_t numIndices = 0);
+  /// An empty sample, which the format's writers use to fill samples before a parameter
+  /// appeared.
+  bool writeEmpty();
+
+ private:
+  VrAbcPropertyWriter* vals = nullptr;
+  VrAbcPropertyWriter* indices = nullptr;
+};

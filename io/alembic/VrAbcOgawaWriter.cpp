@@ -1,0 +1,83 @@
+#include "io/alembic/VrAbcOgawaWriter.h"
+
+#include <cstring>
+
+bool VrAbcOgawaWriter::open(const std::string& path, std::string& error) {
+  file.reset(new VrAtomicFile(path));
+  failed = false;
+  position = 0;
+  if (!file->ok()) {
+    file.reset();
+    error = "cannot create the file";
+    return false;
+  }
+  // "Ogawa", not yet frozen, version 1, root group unknown.
+  const uint8_t header[16] = {'O', 'g', 'a', 'w', 'a', 0x00, 0x00, 0x01, 0, 0, 0, 0, 0, 0, 0, 0};
+  if (!put(header, sizeof header)) {
+    file.reset();
+    error = "cannot write the file";
+    return false;
+  }
+  return true;
+}
+
+bool VrAbcOgawaWriter::put(const void* data, uint64_t size) {
+  if (!file || failed) return false;
+  if (size) file->out().write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+  if (!file->out()) {
+    failed = true;
+    return false;
+  }
+  position += size;
+  return true;
+}
+
+bool VrAbcOgawaWriter::writeData(const void* const* parts, const uint64_t* sizes, size_t count,
+                                 uint64_t& pointer) {
+  uint64_t total = 0;
+  for (size_t i = 0; i < count; ++i) total += sizes[i];
+  if (total == 0) {
+    pointer = emptyData;
+    return !failed && file;
+  }
+  const uint64_t at = position;
+  if (!put(&total, 8)) return false;
+  for (size_t i = 0; i < count; ++i)
+    if (!put(parts[i], sizes[i])) return false;
+  pointer = at | emptyData;
+  return true;
+}
+
+bool VrAbcOgawaWriter::writeData(const void* data, uint64_t size, uint64_t& pointer) {
+  return writeData(&data, &size, 1, pointer);
+}
+
+bool VrAbcOgawaWriter::writeGroup(const std::vector<uint64_t>& children, uint64_t& out) {
+  if (children.empty()) {
+    out = emptyGroup;
+    return !failed && file;
+  }
+  const uint64_t at = position;
+  const uint64_t count = children.size();
+  if (!put(&count, 8) || !put(children.data(), count * 8)) return false;
+  out = at;
+  return true;
+}
+
+bool VrAbcOgawaWriter::close(uint64_t rootGroup, std::string& error) {
+  if (!file || failed) {
+    error = "the file could not be written";
+    file.reset();
+    return false;
+  }
+  std::ostream& out = file->out();
+  const uint8_t frozen = 0xff;
+  out.seekp(8);
+  out.write(reinterpret_cast<const char*>(&rootGroup), 8);
+  out.seekp(5);
+  out.write(reinterpret_cast<const char*>(&frozen), 1);
+  const bool written = static_cast<bool>(out) && file->commit();
+  file.reset();
+  if (!written) error = "the file could not be written";
+  return written;
+}

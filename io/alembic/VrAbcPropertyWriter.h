@@ -1,0 +1,55 @@
+#pragma once
+// A scalar or array property of an archive being written. Samples are stored as they are set;
+// a sample equal to the one before is only counted (the format folds repeats), and a sample
+// equal to one stored anywhere in the archive shares its bytes.
+
+#include "io/alembic/VrAbcTypes.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+struct VrAbcWriterCore;
+
+class VrAbcPropertyWriter {
+ public:
+  const VrAbcPropertyHeader& header() const { return head; }
+  const std::string& path() const { return where; }
+  uint32_t numSamples() const { return head.numSamples; }
+
+  /// Sets the next sample from `numValues` values of the property's type (for a scalar
+  /// property, exactly one value; for float32_t[3], three floats per value). False with an
+  /// Error when the count does not suit the property or an acyclic time sampling has no time
+  /// left for another sample.
+  bool setSample(const void* data, uint64_t numValues);
+  /// An array sample with several dimensions.
+  bool setSample(const void* data, const std::vector<uint64_t>& dims);
+  /// A sample of a string property (a scalar takes exactly `extent` strings). Strings cannot
+  /// hold a zero byte.
+  bool setStrings(const std::vector<std::string>& values);
+  /// Repeats the last sample.
+  bool setFromPrevious();
+
+ private:
+  friend class VrAbcCompoundWriter;
+  VrAbcPropertyWriter(VrAbcWriterCore& core, const VrAbcPropertyHeader& header, std::string path);
+
+  bool store(const uint8_t* payload, uint64_t bytes, const std::vector<uint64_t>& dims);
+  bool roomForSample();
+  void foldDigest(const VrAbcDigest& key, const std::vector<uint64_t>& dims);
+  /// Writes the property's group and gives the digest its parent folds in.
+  bool finish(uint64_t& group, VrAbcDigest& digest);
+
+  VrAbcWriterCore& core;
+  VrAbcPropertyHeader head;
+  std::string where;
+  std::vector<uint64_t> children;
+  bool hasPrevious = false;
+  VrAbcDigest previousKey;
+  uint64_t previousBytes = 0;
+  uint64_t previousData = 0;
+  uint64_t previousDimsPointer = 0;
+  uint64_t previousElements = 0;
+  std::vector<uint64_t> previousDims;
+  uint64_t hash0 = 0, hash1 = 0;
+};
