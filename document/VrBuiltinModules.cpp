@@ -9,6 +9,8 @@
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
+#include "renderers/VrGuideRenderer.h"
+#include "renderers/VrNullRenderer.h"
 
 #include <cstddef>
 #include <utility>
@@ -34,8 +36,8 @@ constexpr const char* generators[] = {"GuideGenerator", "UniformGenerator", "Poi
 constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive",
                                       "SplinePrimitive"};
 constexpr const char* renderers[] = {
-    "GLRenderer", "GeometryRenderer", "GuideRenderer", "FileRenderer", "PointRenderer",
-    "NullRenderer", "OrmRenderer", "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
+    "GLRenderer", "GeometryRenderer", "FileRenderer", "PointRenderer", "OrmRenderer",
+    "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
     "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule", "ClumpingFXModule",
@@ -61,6 +63,8 @@ bool registerFamily(const char* const (&)[N]) {
 }
 
 const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRandomGenerator>) &&
+                        VrRegisterModule("NullRenderer", &createObject<VrNullRenderer>) &&
+                        VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
                         registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&

@@ -1,0 +1,587 @@
+#include "renderers/VrNullRenderer.h"
+
+#include "renderers/VrGuideRenderer.h"
+
+#include "document/VrDescription.h"
+#include "document/VrModules.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "generators/VrRandomGenerator.h"
+#include "generators/VrGenerator.h"
+#include "geometry/SgSubdSurface.h"
+#include "geometry/VrSubdPatch.h"
+#include "primitives/VrPrimitive.h"
+#include "support/CaptureLogger.h"
+
+#include <gtest/gtest.h>
+#include <tbb/global_control.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+namespace {
+
+struct Record {
+  int face;
+  unsigned id;
+  double u, v;
+  bool operator<(const Record& o) const { return std::tie(face, id, u, v) < std::tie(o.face, o.id, o.u, o.v); }
+  bool operator==(const Record& o) const { return face == o.face && id == o.id && u == o.u && v == o.v; }
+};
+using Records = std::vector<Record>;
+
+// A null renderer that also records (face, id, u, v) of sample 0 and reaches `reach` * u above
+// the face's box, so that the bound depends on every primitive. `emit` false refuses all.
+class RecordingRenderer : public VrNullRenderer {
+ public:
+  explicit RecordingRenderer(VrDescription* description) : VrNullRenderer(description) {}
+  bool okToEmit(int, double, double) override { return emit; }
+  void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override {
+    VrNullRenderer::emitPrimitive(sample, u, v, face, patches);
+    mergeEmittedBox(reached(patches[static_cast<size_t>(sample)], face, u));
+    if (sample == 0) records.push_back({face, description()->activePrimitive()->context().id(), u, v});
+  }
+  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
+                               const std::vector<VrPatch*>& patches) override {
+    VrNullRenderer::emitPrimitiveInParallel(context, sample, u, v, face, patches);
+    context.rendererContext()->mergeEmittedBox(reached(patches[static_cast<size_t>(sample)], face, u));
+    if (sample != 0) return;
+    std::lock_guard<std::mutex> lock(mutex);
+    records.push_back({face, context.id(), u, v});
+  }
+  Records take() {
+    Records out;
+    out.swap(records);
+    std::sort(out.begin(), out.end());
+    return out;
+  }
+  using VrRenderer::raisedBound;
+
+  Records records;
+  bool emit = true;
+  double reach = 0.0;
+
+ private:
+  SgBox3T<double> reached(const VrPatch* patch, int face, double u) const {
+    SgBox3T<double> box = patch->boundingBox(face, false);
+    box.extend(box.maxCorner() + SgVec3T<double>(0.0, 0.0, reach * u));
+    return box;
+  }
+  std::mutex mutex;
+};
+
+// An n x m grid of unit quads in the plane z = 0.
+std::unique_ptr<SgSubdSurface> grid(int n, int m) {
+  std::vector<float> verts;
+  for (int j = 0; j <= m; ++j)
+    for (int i = 0; i <= n; ++i) verts.insert(verts.end(), {float(i), float(j), 0.0f});
+  std::vector<int> counts(static_cast<size_t>(n * m), 4), faceVerts;
+  for (int j = 0; j < m; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int a = j * (n + 1) + i;
+      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
+    }
+  return std::make_unique<SgSubdSurface>((n + 1) * (m + 1), verts.data(), n * m, counts.data(), faceVerts.data());
+}
+
+// One description "fur" with a random generator and a subdivision patch "skin" on an n x m grid.
+struct Scene {
+  Scene(int n, int m) {
+    palette.reset(new VrPalette);
+    palette->setAttr("name", "renderGroom");
+    description = add(*palette, n, m);
+    generator = dynamic_cast<VrRandomGenerator*>(description->activeGenerator());
+    generator->setAttr("density", "40");
+    renderer = std::make_unique<RecordingRenderer>(description);
+    description->setActiveRenderer(renderer.get());
+  }
+  ~Scene() {
+    description->setActiveRenderer(nullptr);
+    for (VrDescription* sample : motion) sample->setActiveRenderer(nullptr);
+  }
+
+  VrDescription* add(VrPalette& owner, int n, int m) {
+    surfaces.push_back(grid(n, m));
+    auto* desc = new VrDescription;
+    owner.addDescription(desc);
+    desc->setAttr("name", "fur");
+    desc->setActive("SplinePrimitive");
+    EXPECT_TRUE(desc->setActive("RandomGenerator"));
+    auto* patch = new VrSubdPatch(desc);
+    patch->setName("skin");
+    desc->addPatch(patch);
+    patch->bindGeometry(nullptr, surfaces.back().get(), false);
+    return desc;
+  }
+  // A motion sample of the same description on an n x m grid.
+  void addMotionSample(int n, int m) {
+    motionPalettes.emplace_back(new VrPalette);
+    motionPalettes.back()->setAttr("name", "renderGroom");
+    VrDescription* sample = add(*motionPalettes.back(), n, m);
+    sample->activeGenerator()->setAttr("density", "40");
+    description->addSample(sample);
+    motion.push_back(sample);
+  }
+  VrPatch* patch() const { return description->patch("skin"); }
+  int faces() const { return static_cast<int>(patch()->numFaces()); }
+
+  Records renderAll() {
+    renderer->initDescription();
+    for (int face = 0; face < faces(); ++face) renderer->render(face, "skin");
+    renderer->finishDescription();
+    return renderer->take();
+  }
+  Records renderFace(int face) {
+    renderer->initDescription();
+    renderer->render(face, "skin");
+    renderer->finishDescription();
+    return renderer->take();
+  }
+  Records renderInParallel(size_t threads) {
+    const size_t saved = VrTaskManager::threadCount();
+    VrTaskManager::setThreadCount(threads);
+    renderer->initDescription();
+    EXPECT_TRUE(renderer->renderPatchInParallel("skin"));
+    renderer->finishDescription();
+    VrTaskManager::setThreadCount(saved);
+    return renderer->take();
+  }
+
+  std::vector<std::unique_ptr<SgSubdSurface>> surfaces;
+  std::vector<std::unique_ptr<VrPalette>> motionPalettes;
+  std::unique_ptr<VrPalette> palette;
+  std::vector<VrDescription*> motion;
+  VrDescription* description = nullptr;
+  VrRandomGenerator* generator = nullptr;
+  std::unique_ptr<RecordingRenderer> renderer;
+};
+
+// Records the window each face is generated with.
+class WindowGenerator : public VrGenerator {
+ public:
+  explicit WindowGenerator(VrDescription* description) : VrGenerator(description) {}
+  std::string typeName() const override { return "RendererTestWindowGenerator"; }
+  void genPrimitives(int, const std::vector<VrPatch*>&, double start, double percent) override {
+    window = {start, percent};
+  }
+  std::pair<double, double> window{-1.0, -1.0};
+};
+
+void* createWindowGenerator(VrDescription* description) {
+  return static_cast<VrObject*>(new WindowGenerator(description));
+}
+
+struct DebugLevel {
+  explicit DebugLevel(unsigned level) : saved(VRDebugLevel) { VRDebugLevel = level; }
+  ~DebugLevel() { VRDebugLevel = saved; }
+  unsigned saved;
+};
+
+// The camera at `position`, looking along world -z, with half-angles of 0.3 radians.
+struct CameraAt {
+  explicit CameraAt(double x, double y, double z) {
+    SgXform3T<double> worldToCamera;
+    worldToCamera.m[3][0] = -x;
+    worldToCamera.m[3][1] = -y;
+    worldToCamera.m[3][2] = -z;
+    VrRenderer::setCamInverseXform(worldToCamera);
+    VrRenderer::setCamFOV(0.3);
+  }
+  ~CameraAt() {
+    VrRenderer::setCamInverseXform(SgXform3T<double>());
+    VrRenderer::setCamFOV(0.0);
+  }
+};
+
+}  // namespace
+
+TEST(VrRendererAttrs, OrderDefaultsAndConversions) {
+  std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject("NullRenderer", nullptr)));
+  auto* renderer = dynamic_cast<VrNullRenderer*>(made.get());
+  ASSERT_NE(renderer, nullptr);
+  EXPECT_EQ(renderer->typeName(), "NullRenderer");
+  EXPECT_EQ(renderer->attrNames(), (std::vector<std::string>{"percent", "startPercent", "inCameraOnly",
+                                                             "inCameraMargin", "maxBound", "numPrimitives"}));
+  std::string value, type;
+  ASSERT_TRUE(renderer->getAttr("percent", value, type));
+  EXPECT_EQ(value, "100.0");
+  EXPECT_EQ(type, "int");
+  EXPECT_EQ(renderer->percent(), 1.0);
+  EXPECT_EQ(renderer->startPercent(), 0.0);
+  EXPECT_FALSE(renderer->inCameraOnly());
+  EXPECT_EQ(renderer->maxBound(), 0.01);
+  EXPECT_TRUE(renderer->dirty());
+  EXPECT_FALSE(renderer->isRendering());
+  EXPECT_EQ(renderer->numSamples(), 1);
+
+  renderer->setAttr("percent", "150");
+  EXPECT_EQ(renderer->percent(), 1.0);
+  renderer->setAttr("percent", "-10");
+  EXPECT_EQ(renderer->percent(), 0.0);
+  renderer->setAttr("percent", "25");
+  EXPECT_EQ(renderer->percent(), 0.25);
+  renderer->setAttr("startPercent", "150");
+  EXPECT_EQ(renderer->startPercent(), 1.0);
+  renderer->setAttr("startPercent", "-10");
+  EXPECT_EQ(renderer->startPercent(), 0.0);
+  renderer->setAttr("inCameraMargin", "90");
+  EXPECT_DOUBLE_EQ(renderer->inCameraMargin(), 1.5707963267948966);
+  renderer->setAttr("inCameraOnly", "true");
+  EXPECT_TRUE(renderer->inCameraOnly());
+  EXPECT_TRUE(VrRenderer::motionBlurShadows());
+}
+
+TEST(VrRendererWindow, StartPlusPercentPastOneIsCutAtTheEnd) {
+  Scene scene(2, 1);
+  const Records whole = scene.renderFace(0);
+  ASSERT_GT(whole.size(), 4u);
+
+  // percent 100 from 50: the window is the second half, as a generation from 0.5 of width 0.5.
+  scene.renderer->setAttr("startPercent", "50");
+  const Records half = scene.renderFace(0);
+  scene.generator->generate(0, {scene.patch()}, 0.5, 0.5);
+  const Records expected = scene.renderer->take();
+  EXPECT_EQ(half, expected);
+  EXPECT_FALSE(half.empty());
+  EXPECT_LT(half.size(), whole.size());
+
+  // A zero-wide window makes nothing; the renderer leaves its attributes alone.
+  scene.renderer->setAttr("percent", "0");
+  EXPECT_TRUE(scene.renderFace(0).empty());
+  EXPECT_EQ(scene.renderer->startPercent(), 0.5);
+  EXPECT_EQ(scene.renderer->percent(), 0.0);
+}
+
+TEST(VrRendererWindow, GeneratorIsGivenTheWindowCutAtOne) {
+  Scene scene(1, 1);
+  ASSERT_TRUE(VrRegisterModule("RendererTestWindowGenerator", &createWindowGenerator));
+  ASSERT_TRUE(scene.description->setActive("RendererTestWindowGenerator"));
+  auto* spy = dynamic_cast<WindowGenerator*>(scene.description->activeGenerator());
+  ASSERT_NE(spy, nullptr);
+  scene.renderer->setAttr("startPercent", "30");
+  scene.renderer->setAttr("percent", "90");
+  scene.renderFace(0);
+  EXPECT_EQ(spy->window, std::make_pair(0.3, 1.0 - 0.3));
+  scene.renderer->setAttr("percent", "40");
+  scene.renderFace(0);
+  EXPECT_EQ(spy->window, std::make_pair(0.3, 0.4));
+  // The attributes keep their values.
+  EXPECT_EQ(scene.renderer->percent(), 0.4);
+  scene.description->setActive("RandomGenerator");
+}
+
+TEST(VrRendererWalk, RendersAFaceAndCountsIt) {
+  Scene scene(2, 1);
+  vrtest::CaptureLogger log;
+  scene.renderer->setDirty(false);
+  const Records records = scene.renderFace(1);
+  ASSERT_FALSE(records.empty());
+  for (const Record& r : records) EXPECT_EQ(r.face, 1);
+  EXPECT_EQ(scene.renderer->emitCount(), static_cast<int>(records.size()));
+  EXPECT_EQ(scene.renderer->totalEmitCount(), records.size());
+  EXPECT_TRUE(scene.renderer->dirty());
+  EXPECT_FALSE(scene.renderer->isRendering());
+  std::string value;
+  scene.renderer->getAttr("numPrimitives", value);
+  EXPECT_EQ(value, std::to_string(records.size()));
+  scene.renderer->getAttr("maxBound", value);
+  EXPECT_EQ(value, "0.01");
+  EXPECT_TRUE(log.errors().empty());
+}
+
+TEST(VrRendererWalk, StochasticLodWithGuideInterpolationIsAnError) {
+  Scene scene(1, 1);
+  scene.description->setAttr("lodFlag", "true");
+  {
+    vrtest::CaptureLogger log;
+    scene.renderer->initDescription();  // no guides: nothing to say
+    EXPECT_TRUE(log.errors().empty());
+  }
+  scene.description->activePrimitive()->setAttr("iMethod", "1");  // interpolate from guides
+  scene.description->activePrimitive()->addGuide();
+  vrtest::CaptureLogger log;
+  scene.renderer->initDescription();
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Stochastic LOD not supported for SplinePrimitive when using "
+                                                   "guide interpolation. [renderGroom,fur]"});
+  scene.description->activePrimitive()->setGuideCount(0);
+}
+
+TEST(VrRendererWalk, StatisticsLineOfAFace) {
+  Scene scene(2, 1);
+  const unsigned saved = VRStatsLevel;
+  VRStatsLevel = 3;
+  vrtest::CaptureLogger log;
+  const Records records = scene.renderFace(1);
+  VRStatsLevel = saved;
+  const std::vector<std::string> lines = log.texts(vrmsg::Stats);
+  const std::string head = "fur|skin[1] " + std::to_string(records.size()) + " prims (0 culled) | ";
+  const auto line = std::find_if(lines.begin(), lines.end(),
+                                 [&](const std::string& text) { return text.compare(0, head.size(), head) == 0; });
+  ASSERT_NE(line, lines.end());
+  EXPECT_EQ(line->substr(line->size() - 8), " seconds");
+}
+
+TEST(VrRendererWalk, MissingPatchIsAnError) {
+  Scene scene(1, 1);
+  vrtest::CaptureLogger log;
+  scene.renderer->initDescription();
+  scene.renderer->render(0, "scalp");
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"No patch scalp for motion sample 0"});
+  EXPECT_TRUE(scene.renderer->take().empty());
+}
+
+TEST(VrRendererWalk, FaceMissingInOneMotionSampleGivesNothingAndSaysNothing) {
+  Scene scene(2, 1);
+  scene.addMotionSample(1, 1);  // face 1 is not in sample 1
+  DebugLevel debug(3);
+  vrtest::CaptureLogger log;
+  scene.renderer->initDescription();
+  EXPECT_EQ(scene.renderer->numSamples(), 2);
+  EXPECT_TRUE(log.has("Initialize fur description "));
+  log.clear();
+  scene.renderer->render(1, "skin");
+  EXPECT_TRUE(log.messages.empty());
+  EXPECT_TRUE(scene.renderer->take().empty());
+  EXPECT_EQ(scene.renderer->totalEmitCount(), 0u);
+
+  // Face 0 is in both samples and renders.
+  scene.renderer->render(0, "skin");
+  EXPECT_FALSE(scene.renderer->take().empty());
+  EXPECT_TRUE(log.errors().empty());
+  scene.renderer->finishDescription();
+}
+
+TEST(VrRendererWalk, ShadowPassWithoutMotionBlurWalksOneSample) {
+  Scene scene(2, 1);
+  scene.addMotionSample(1, 1);
+  VrRenderer::setShadowPass(true);
+  VrRenderer::setMotionBlurShadows(false);
+  scene.renderer->initDescription();
+  VrRenderer::setShadowPass(false);
+  VrRenderer::setMotionBlurShadows(true);
+  EXPECT_EQ(scene.renderer->numSamples(), 1);
+  scene.renderer->render(1, "skin");  // face 1 exists in sample 0, which alone counts now
+  EXPECT_FALSE(scene.renderer->take().empty());
+}
+
+TEST(VrRendererCamera, FaceBehindTheCameraIsSkippedWithItsMessage) {
+  Scene scene(2, 1);
+  scene.renderer->setAttr("inCameraOnly", "true");
+  CameraAt camera(0.5, 0.5, -5.0);  // looking away from the plane z = 0
+  EXPECT_FALSE(scene.renderer->faceInCam(0, scene.patch()));
+  DebugLevel debug(3);
+  vrtest::CaptureLogger log;
+  EXPECT_TRUE(scene.renderFace(0).empty());
+  EXPECT_TRUE(log.has("fur[0] is not visible.  Skipping."));
+  EXPECT_FALSE(log.has("Begin fur | skin[0] patch."));
+}
+
+TEST(VrRendererCamera, FaceInFrontAndFaceAroundTheCameraRender) {
+  Scene scene(2, 1);
+  scene.renderer->setAttr("inCameraOnly", "true");
+  {
+    CameraAt camera(0.5, 0.5, 5.0);
+    EXPECT_TRUE(scene.renderer->pointInCam(SgVec3T<double>(0.5, 0.5, 0.0)));
+    EXPECT_FALSE(scene.renderer->pointInCam(SgVec3T<double>(0.6, 0.5, 10.0)));
+    EXPECT_TRUE(scene.renderer->faceInCam(0, scene.patch()));
+    EXPECT_FALSE(scene.renderFace(0).empty());
+  }
+  {
+    // The camera stands on the face: no corner is in view, but the face encloses the view.
+    CameraAt camera(0.5, 0.5, 0.0005);
+    const SgBox3T<double> box = scene.patch()->boundingBox(0, false);
+    EXPECT_FALSE(scene.renderer->pointInCam(box.min));
+    EXPECT_TRUE(scene.renderer->faceInCam(0, scene.patch()));
+    DebugLevel debug(3);
+    vrtest::CaptureLogger log;
+    EXPECT_FALSE(scene.renderFace(0).empty());
+    EXPECT_TRUE(log.has("Begin fur | skin[0] patch."));
+    EXPECT_TRUE(log.has("End fur | skin[0] patch."));
+  }
+}
+
+TEST(VrRendererCamera, FrustumCornersAndNormals) {
+  VrRenderer::setCamFOV(0.5, 0.25);
+  std::vector<SgVec3T<double>> info;
+  VrRenderer::createCameraInfo(info);
+  ASSERT_EQ(info.size(), 12u);
+  EXPECT_DOUBLE_EQ(info[0].x, -std::tan(0.5) * 0.01);
+  EXPECT_DOUBLE_EQ(info[0].y, -std::tan(0.25) * 0.01);
+  EXPECT_EQ(info[0].z, 0.01);
+  EXPECT_DOUBLE_EQ(info[6].x, std::tan(0.5) * 1e7);
+  EXPECT_EQ(info[6].z, -1e7);
+  // The bottom side's normal points up, into the view.
+  EXPECT_EQ(info[8].x, 0.0);
+  EXPECT_GT(info[8].y, 0.0);
+  // A box far to the side of the view is apart; a box on the axis is not.
+  auto box = [](double x0, double x1) {
+    return std::vector<SgVec3T<double>>{{x0, -1, -9}, {x1, -1, -9}, {x1, 1, -9}, {x0, 1, -9},
+                                        {x0, -1, -11}, {x1, -1, -11}, {x1, 1, -11}, {x0, 1, -11}};
+  };
+  EXPECT_TRUE(VrRenderer::viewIntersect(box(-1, 1), info));
+  EXPECT_FALSE(VrRenderer::viewIntersect(box(100, 102), info));
+  VrRenderer::setCamFOV(0.0);
+}
+
+TEST(VrRendererBound, RoundedToHundredthsAndNeverBelowAHundredth) {
+  const SgBox3T<double> face(SgVec3T<double>(0, 0, 0), SgVec3T<double>(1, 1, 0));
+  auto emitted = [](double top) { return SgBox3T<double>(SgVec3T<double>(0, 0, 0), SgVec3T<double>(1, 1, top)); };
+  EXPECT_EQ(RecordingRenderer::raisedBound(0.01, emitted(0.123), face), 0.12);
+  EXPECT_EQ(RecordingRenderer::raisedBound(0.01, emitted(0.125), face), 0.13);
+  EXPECT_EQ(RecordingRenderer::raisedBound(0.01, emitted(0.001), face), 0.01);
+  EXPECT_EQ(RecordingRenderer::raisedBound(0.5, emitted(0.2), face), 0.5);
+  // Below the face counts as well.
+  const SgBox3T<double> under(SgVec3T<double>(0, -0.304, 0), SgVec3T<double>(1, 1.304, 0));
+  EXPECT_EQ(RecordingRenderer::raisedBound(0.01, under, face), 0.3);
+  // A box of no extent in any axis leaves the bound as it was.
+  const SgBox3T<double> point(SgVec3T<double>(5, 5, 5), SgVec3T<double>(0, 0, 0));
+  EXPECT_EQ(RecordingRenderer::raisedBound(0.02, point, face), 0.02);
+}
+
+TEST(VrRendererBound, RaisedByTheFacesThatEmitAndKeptByAnEmptyFace) {
+  Scene scene(2, 1);
+  scene.renderer->reach = 0.2;  // the largest u is below 1, so the reach is below 0.2
+  scene.renderer->initDescription();
+  scene.renderer->render(0, "skin");
+  const double after = scene.renderer->maxBound();
+  EXPECT_GT(after, 0.1);
+  EXPECT_LE(after, 0.2);
+  EXPECT_EQ(after, std::round(after * 100.0) / 100.0);
+
+  scene.renderer->emit = false;  // nothing emitted
+  scene.renderer->render(1, "skin");
+  EXPECT_EQ(scene.renderer->emitCount(), 0);
+  EXPECT_EQ(scene.renderer->maxBound(), after);
+  scene.renderer->finishDescription();
+  std::string value;
+  scene.renderer->getAttr("maxBound", value);
+  EXPECT_EQ(std::stod(value), after);
+
+  // A face that emits within its own box keeps the floor of 0.01.
+  scene.renderer->emit = true;
+  scene.renderer->reach = 0.0;
+  scene.renderer->initDescription();
+  EXPECT_EQ(scene.renderer->maxBound(), 0.01);
+  scene.renderer->render(1, "skin");
+  EXPECT_GT(scene.renderer->emitCount(), 0);
+  EXPECT_EQ(scene.renderer->maxBound(), 0.01);
+}
+
+TEST(VrRendererParallel, OneAndFourThreadsMatchTheSerialRender) {
+  Scene scene(6, 5);
+  scene.renderer->reach = 0.37;
+  const Records serial = scene.renderAll();
+  const unsigned serialTotal = scene.renderer->totalEmitCount();
+  const double serialBound = scene.renderer->maxBound();
+  ASSERT_GT(serial.size(), 100u);
+  EXPECT_EQ(serialTotal, serial.size());
+  EXPECT_GT(serialBound, 0.3);
+
+  const Records one = scene.renderInParallel(1);
+  EXPECT_EQ(one, serial);
+  EXPECT_EQ(scene.renderer->totalEmitCount(), serialTotal);
+  EXPECT_EQ(scene.renderer->maxBound(), serialBound);
+
+  tbb::global_control parallelism(tbb::global_control::max_allowed_parallelism, 4);
+  const Records four = scene.renderInParallel(4);
+  EXPECT_EQ(four, serial);
+  EXPECT_EQ(scene.renderer->totalEmitCount(), serialTotal);
+  EXPECT_EQ(scene.renderer->maxBound(), serialBound);
+  std::string value;
+  scene.renderer->getAttr("numPrimitives", value);
+  EXPECT_EQ(value, std::to_string(serialTotal));
+}
+
+TEST(VrRendererParallel, MotionSamplesGetTheirOwnContexts) {
+  Scene scene(3, 2);
+  scene.addMotionSample(3, 2);
+  const Records serial = scene.renderAll();
+  ASSERT_FALSE(serial.empty());
+  tbb::global_control parallelism(tbb::global_control::max_allowed_parallelism, 4);
+  EXPECT_EQ(scene.renderInParallel(4), serial);
+  EXPECT_EQ(scene.renderer->totalEmitCount(), serial.size());
+}
+
+namespace {
+
+// The guides of the primitive as (face, u, v, id), in list order.
+std::vector<std::tuple<int, double, double, std::string>> guideList(const VrPrimitive& primitive) {
+  std::vector<std::tuple<int, double, double, std::string>> out;
+  for (unsigned i = 0; i < primitive.numGuides(); ++i) {
+    const VrGuide& g = primitive.guide(i);
+    out.emplace_back(g.faceId(), g.patchU(), g.patchV(), g.id());
+  }
+  return out;
+}
+
+}  // namespace
+
+TEST(VrGuideRenderer, AttributesAndRegistration) {
+  std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject("GuideRenderer", nullptr)));
+  auto* renderer = dynamic_cast<VrGuideRenderer*>(made.get());
+  ASSERT_NE(renderer, nullptr);
+  EXPECT_EQ(renderer->attrNames(), (std::vector<std::string>{"percent", "startPercent", "inCameraOnly",
+                                                             "inCameraMargin", "replace", "applyFX"}));
+  EXPECT_TRUE(renderer->replace());
+  EXPECT_TRUE(renderer->applyFX());
+  renderer->setAttr("replace", "false");
+  EXPECT_FALSE(renderer->replace());
+  EXPECT_TRUE(renderer->canRunInParallel());
+}
+
+TEST(VrGuideRenderer, GuidesReplaceOrFollowAndMatchInParallel) {
+  Scene scene(3, 2);
+  VrGuideRenderer guides(scene.description);
+  scene.description->setActiveRenderer(&guides);
+  VrPrimitive& primitive = *scene.description->activePrimitive();
+
+  guides.initDescription();
+  for (int face = 0; face < scene.faces(); ++face) guides.render(face, "skin");
+  const unsigned made = guides.totalEmitCount();
+  ASSERT_GT(made, 10u);
+  EXPECT_EQ(guides.numNewGuides(), made);
+  guides.finishDescription();
+  EXPECT_EQ(guides.numNewGuides(), 0u);
+  ASSERT_EQ(primitive.numGuides(), made);
+  EXPECT_EQ(primitive.guide(0u).patch(), scene.patch());
+  EXPECT_EQ(primitive.guide(0u).faceId(), 0);
+  const auto serial = guideList(primitive);
+
+  // Without replace the new guides follow the old ones.
+  guides.setAttr("replace", "false");
+  guides.initDescription();
+  guides.render(0, "skin");
+  const unsigned onFace = guides.emitCount();
+  guides.finishDescription();
+  EXPECT_EQ(primitive.numGuides(), made + onFace);
+
+  // A serial and a parallel render, each from a fresh guide counter, leave the same list.
+  guides.setAttr("replace", "true");
+  scene.palette->setMaxGuideId(0);
+  guides.initDescription();
+  for (int face = 0; face < scene.faces(); ++face) guides.render(face, "skin");
+  guides.finishDescription();
+  const auto again = guideList(primitive);
+  ASSERT_EQ(again.size(), made);
+  EXPECT_EQ(std::get<3>(again.front()), "1");
+  for (size_t i = 0; i < made; ++i) EXPECT_EQ(std::get<0>(again[i]), std::get<0>(serial[i]));
+  {
+    tbb::global_control parallelism(tbb::global_control::max_allowed_parallelism, 4);
+    const size_t saved = VrTaskManager::threadCount();
+    VrTaskManager::setThreadCount(4);
+    scene.palette->setMaxGuideId(0);
+    guides.initDescription();
+    EXPECT_TRUE(guides.renderPatchInParallel("skin"));
+    guides.finishDescription();
+    VrTaskManager::setThreadCount(saved);
+  }
+  EXPECT_EQ(guideList(primitive), again);
+  EXPECT_EQ(guides.totalEmitCount(), made);
+  scene.description->setActiveRenderer(scene.renderer.get());
+}
