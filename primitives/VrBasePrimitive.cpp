@@ -5,9 +5,12 @@
 #include "document/VrPalette.h"
 #include "document/vrutilString.h"
 #include "geometry/VrPatch.h"
+#include "primitives/VrPrimitive.h"
+#include "primitives/VrPrimitiveContext.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <vector>
 #include <istream>
 #include <ostream>
 
@@ -153,4 +156,140 @@ bool VrBasePrimitive::importGuides(std::istream& in, const VrPatch* patch, unsig
     guides.push_back(std::move(g));
   }
   return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Interpolation
+
+VrPrimitiveContext* VrBasePrimitive::serialContext() const {
+  auto* primitive = dynamic_cast<const VrPrimitive*>(this);
+  return primitive ? const_cast<VrPrimitiveContext*>(&primitive->context()) : nullptr;
+}
+
+unsigned VrBasePrimitive::transformGuidesToSurface() {
+  unsigned placed = 0;
+  for (VrGuide& g : guides)
+    if (g.patchFrame(g.faceId())) ++placed;
+  return placed;
+}
+
+void VrBasePrimitive::setupInterpolation(bool silent) {
+  if (VrPrimitiveContext* context = serialContext()) context->setActivePatchFace(nullptr, 0);
+  VR_DEBUG(2, vrmsg::CatPrimitive, "CV interpolation");
+  if (guides.empty()) {
+    if (!silent) VR_WARNING(1, "rNoPreviewVisibleGuidesTip");
+    return;
+  }
+  transformGuidesToSurface();
+  initInterpolation("");
+}
+
+void VrBasePrimitive::initInterpolation(const std::string& connectivityFile) {
+  clearCandidates();
+  if (guides.empty() || !description()) return;
+  const vrguide::GuideRoots roots = vrguide::collectRoots(guides);
+  std::vector<std::vector<int>> neighbourSets;
+  std::vector<vrguide::FaceBox> boxes;
+  vrguide::gatherNeighbors(guides, *description(), roots, neighbourSets, boxes);
+  vrguide::processGuides(guides, roots, neighbourSets, connectivityFile);
+  vrguide::associateCandidates(guides, roots, boxes, candidateTable);
+  candidatesAssociated = true;
+}
+
+void VrBasePrimitive::clearCandidates() {
+  candidateTable.clear();
+  candidatesAssociated = false;
+}
+
+const std::vector<int>* VrBasePrimitive::candidates(const std::string& patchName, int face) const {
+  const auto patchEntry = candidateTable.find(patchName);
+  if (patchEntry == candidateTable.end()) return nullptr;
+  const auto faceEntry = patchEntry->second.find(face);
+  return faceEntry == patchEntry->second.end() ? nullptr : &faceEntry->second;
+}
+
+void VrBasePrimitive::findGuidesAndWeightsInParallel(VrPrimitiveContext& context, double u, double v) {
+  if (!context.cPatch()) {
+    VR_ERROR("No patch to find guides and weights on.");
+    context.activeGuides.clear();
+    return;
+  }
+  switch (interpMethod) {
+    case 0:
+      context.activeGuides.clear();
+      break;
+    case 1:
+      calcCVWeightsInParallel(context, u, v);
+      break;
+    default:
+      VR_ERROR("Invalid interpolation method.");
+      break;
+  }
+}
+
+void VrBasePrimitive::findGuidesAndWeights(double u, double v) {
+  if (VrPrimitiveContext* context = serialContext()) findGuidesAndWeightsInParallel(*context, u, v);
+}
+
+void VrBasePrimitive::calcCVWeights(double u, double v) {
+  if (VrPrimitiveContext* context = serialContext()) calcCVWeightsInParallel(*context, u, v);
+}
+
+void VrBasePrimitive::calcCVWeightsInParallel(VrPrimitiveContext& context, double u, double v) {
+  context.weight.clear();
+  context.weightN = 0.0;
+  context.activeGuides.clear();
+  if (guides.empty()) return;
+  if (!candidatesAssociated) {
+    const VrDescription* owner = description();
+    const VrPalette* palette = owner ? owner->palette() : nullptr;
+    VR_ERROR("Candidate guides have not been associated! " + (palette ? palette->name() : std::string()) +
+             " " + (owner ? owner->name() : std::string()));
+    context.setCullPrim(true);
+    return;
+  }
+  const VrPatch* patch = context.cPatch();
+  if (!patch) return;
+  const int face = context.cFaceId();
+  const unsigned region = guideRegion(u, v, face, patch->name());
+  const double mask = region != 0 ? guideRegionMask(u, v, face, patch->name()) : 1.0;
+  const bool wasCulled = context.cullPrim();
+  const SgVec3T<double> P = context.cPg(u, v, true);
+  if (!wasCulled && context.cullPrim()) return;  // the surface failed and said so
+  const SgVec3T<double> N = context.cNg(u, v, true);
+  static const std::vector<int> none;
+  const std::vector<int>* list = candidates(patch->name(), face);
+  const double sum = vrguide::guideWeights(guides, list ? *list : none, P, N, region, mask,
+                                           context.activeGuides, context.weight);
+  if (sum <= static_cast<double>(1e-8f)) {
+    char point[96];
+    std::snprintf(point, sizeof point, "%f %f %f ", P.x, P.y, P.z);
+    VR_WARNING(3, "No guides within reach of point on patch " + patch->name() + "[" + std::to_string(face) +
+                      "]. Primitive (or clump guide) culled.  [ " + point + "]");
+    context.setCullPrim(true);
+    return;
+  }
+  context.weightN = 1.0 / sum;
+  VR_DEBUG(4, vrmsg::CatPrimitive, "Using " + std::to_string(context.activeGuides.size()) + " active guides.");
+}
+
+unsigned VrBasePrimitive::guideRegion(double, double, int, const std::string&) const { return 0; }
+
+double VrBasePrimitive::guideRegionMask(double, double, int, const std::string&) const { return 1.0; }
+
+const std::vector<double>& VrBasePrimitive::weight() const {
+  static const std::vector<double> none;
+  const VrPrimitiveContext* context = serialContext();
+  return context ? context->weight : none;
+}
+
+double VrBasePrimitive::weightN() const {
+  const VrPrimitiveContext* context = serialContext();
+  return context ? context->weightN : 0.0;
+}
+
+const std::vector<int>& VrBasePrimitive::activeGuides() const {
+  static const std::vector<int> none;
+  const VrPrimitiveContext* context = serialContext();
+  return context ? context->activeGuides : none;
 }

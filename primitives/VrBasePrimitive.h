@@ -4,11 +4,13 @@
 
 #include "document/VrObject.h"
 #include "primitives/VrGuide.h"
+#include "primitives/VrGuideInterpolation.h"
 
 #include <iosfwd>
 #include <vector>
 
 class VrPatch;
+class VrPrimitiveContext;
 
 class VrBasePrimitive : public VrObject {
  public:
@@ -36,6 +38,42 @@ class VrBasePrimitive : public VrObject {
   unsigned numGuidesOn(const VrPatch* patch) const;
   /// @}
 
+  /// @name Interpolation
+  /// Reach maps are built once per pass by `setupInterpolation`; afterwards guides are
+  /// read-only and `findGuidesAndWeightsInParallel` may run on many workers, each with its own
+  /// context.
+  /// @{
+  /// 0: attribute interpolation (no guide weights), 1: CV interpolation.
+  int iMethod() const { return interpMethod; }
+  void setIMethod(int method) { interpMethod = method; }
+  /// Places every guide's root and CVs on its patch; answers the number placed.
+  unsigned transformGuidesToSurface();
+  /// Clears the serial context's face, places the guides and builds reach maps and candidates.
+  virtual void setupInterpolation(bool silent);
+  /// Rebuilds reach maps and candidate lists of the guides on the surface; a non-empty
+  /// `connectivityFile` receives the reach maps.
+  virtual void initInterpolation(const std::string& connectivityFile);
+  void clearCandidates();
+  bool hasCandidates() const { return candidatesAssociated; }
+  const VrGuideCandidates& candidates() const { return candidateTable; }
+  /// The candidate list of a face, or null.
+  const std::vector<int>* candidates(const std::string& patchName, int face) const;
+  /// Guides and weights at (u, v) of the context's face, into the context.
+  virtual void findGuidesAndWeightsInParallel(VrPrimitiveContext& context, double u, double v);
+  virtual void findGuidesAndWeights(double u, double v);
+  void calcCVWeightsInParallel(VrPrimitiveContext& context, double u, double v);
+  void calcCVWeights(double u, double v);
+  /// Region id of a location; 0 without regions.
+  virtual unsigned guideRegion(double u, double v, int face, const std::string& patchName) const;
+  /// Weight of guides of another region at a location; 1.0 without regions.
+  virtual double guideRegionMask(double u, double v, int face, const std::string& patchName) const;
+  /// Results of the serial context (empty for a primitive without one).
+  const std::vector<double>& weight() const;
+  double weight(unsigned i) const { return weight()[i]; }
+  double weightN() const;
+  const std::vector<int>& activeGuides() const;
+  /// @}
+
   /// @name Guide blocks of a collection file
   /// @{
   /// Writes the "Guides" block of the guides on `patch`; nothing when there are none.
@@ -45,5 +83,11 @@ class VrBasePrimitive : public VrObject {
   /// @}
 
  private:
+  // The serial context of the concrete primitive, or null.
+  VrPrimitiveContext* serialContext() const;
+
   std::vector<VrGuide> guides;
+  VrGuideCandidates candidateTable;
+  bool candidatesAssociated = false;
+  int interpMethod = 1;
 };

@@ -81,6 +81,14 @@ class VrPrimitiveContext {
   unsigned numSamples() const { return static_cast<unsigned>(samples.size()); }
   /// @}
 
+  /// @name Guides reaching the location and their weights (parallel lists); weightN is the
+  /// reciprocal of the weights' sum
+  /// @{
+  std::vector<int> activeGuides;
+  std::vector<double> weight;
+  double weightN = 0.0;
+  /// @}
+
   /// @name Records of the worker (not owned)
   /// @{
   VrGeneratorContext* generatorContext() const { return generatorRecord; }
