@@ -10,6 +10,7 @@
 #include "document/vrutilString.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"
+#include "io/VrImportGeometry.h"
 #include "primitives/VrPrimitive.h"
 
 #include <algorithm>
@@ -278,6 +279,7 @@ VrPalette* VrImport(std::istream& in, const std::string& nameSpace, int sample) 
   if (sample == 0) {
     state.base = nullptr;
     state.patches.clear();
+    VrResetImportGeometry();  // a new base collection binds its geometry afresh
   }
   CollectionReader reader(in, nameSpace, sample);
   const bool ok = reader.run() && in.eof();
