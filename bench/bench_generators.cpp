@@ -14,6 +14,8 @@
 #include "primitives/VrPrimitive.h"
 #include "renderers/VrRenderer.h"
 
+#include "BenchMeshes.h"
+
 #include <benchmark/benchmark.h>
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -57,25 +59,10 @@ class BenchRenderer : public VrRenderer {
   size_t emitted = 0;
 };
 
-// An n x n grid of unit quads, gently warped.
-std::unique_ptr<SgSubdSurface> grid(int n) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i)
-      verts.insert(verts.end(), {float(i), float(j), 0.1f * static_cast<float>((i * 7 + j * 3) % 5)});
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(), faceVerts.data());
-}
-
 void BM_RandomScatter(benchmark::State& state) {
   const int threads = static_cast<int>(state.range(0));  // 0: the serial path
   const bool frame = state.range(1) != 0;
-  auto surface = grid(100);
+  auto surface = vrbench::warpedGrid(100);
   std::unique_ptr<VrPalette> palette(new VrPalette);
   auto* description = new VrDescription;
   palette->addDescription(description);

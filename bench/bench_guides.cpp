@@ -8,6 +8,8 @@
 #include "document/VrTaskManager.h"
 #include "primitives/VrPrimitive.h"
 
+#include "BenchMeshes.h"
+
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -16,25 +18,6 @@
 #include <vector>
 
 namespace {
-
-// An n x n grid of unit quads, slightly warped.
-std::unique_ptr<SgSubdSurface> grid(int n) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) {
-      verts.push_back(static_cast<float>(i));
-      verts.push_back(static_cast<float>(j));
-      verts.push_back(0.1f * static_cast<float>((i * 7 + j * 3) % 5));
-    }
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
-                                         faceVerts.data());
-}
 
 class BenchPrimitive : public VrPrimitive {
  public:
@@ -45,7 +28,7 @@ class BenchPrimitive : public VrPrimitive {
 struct Groom {
   Groom(int n, int guides) : palette(new VrPalette), description(new VrDescription) {
     palette->addDescription(description);
-    surface = grid(n);
+    surface = vrbench::warpedGrid(n);
     patch = new VrSubdPatch(description);
     patch->setName("body");
     description->addPatch(patch);

@@ -7,6 +7,8 @@
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 
+#include "BenchMeshes.h"
+
 #include <benchmark/benchmark.h>
 
 #include <memory>
@@ -14,30 +16,11 @@
 
 namespace {
 
-// An n x n grid of unit quads in the z = 0 plane, slightly warped so the limit surface curves.
-std::unique_ptr<SgSubdSurface> grid(int n) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) {
-      verts.push_back(static_cast<float>(i));
-      verts.push_back(static_cast<float>(j));
-      verts.push_back(0.1f * static_cast<float>((i * 7 + j * 3) % 5));
-    }
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
-                                         faceVerts.data());
-}
-
 void BM_PatchEvalGeom(benchmark::State& state) {
   std::unique_ptr<VrPalette> palette(new VrPalette);
   auto* description = new VrDescription;
   palette->addDescription(description);
-  auto surface = grid(8);
+  auto surface = vrbench::warpedGrid(8);
   VrSubdPatch patch(description);
   patch.bindGeometry(nullptr, surface.get(), false);
   VrExpression displacement("disp", "Bench", description, "0.05 * noise($u * 4, $v * 4)", "float");

@@ -181,10 +181,11 @@ bool VrAbcCompoundProperty::compound(size_t i, VrAbcCompoundProperty& out) const
   return load(core, pointer, heads[i], joinPath(where, heads[i].name), out);
 }
 
-bool VrAbcCompoundProperty::scalar(size_t i, VrAbcScalarProperty& out) const {
-  out = VrAbcScalarProperty();
+template <class PropertyT>
+bool VrAbcCompoundProperty::sampledChild(size_t i, VrAbcPropertyKind kind, PropertyT& out) const {
+  out = PropertyT();
   uint64_t pointer = 0;
-  if (!childGroup(i, VrAbcPropertyKind::Scalar, pointer)) return false;
+  if (!childGroup(i, kind, pointer)) return false;
   std::string error;
   std::vector<uint64_t> samples;
   const std::string path = joinPath(where, heads[i].name);
@@ -196,19 +197,12 @@ bool VrAbcCompoundProperty::scalar(size_t i, VrAbcScalarProperty& out) const {
   return true;
 }
 
+bool VrAbcCompoundProperty::scalar(size_t i, VrAbcScalarProperty& out) const {
+  return sampledChild(i, VrAbcPropertyKind::Scalar, out);
+}
+
 bool VrAbcCompoundProperty::array(size_t i, VrAbcArrayProperty& out) const {
-  out = VrAbcArrayProperty();
-  uint64_t pointer = 0;
-  if (!childGroup(i, VrAbcPropertyKind::Array, pointer)) return false;
-  std::string error;
-  std::vector<uint64_t> samples;
-  const std::string path = joinPath(where, heads[i].name);
-  if (!core->file.readGroup(pointer, samples, error)) return core->fail(path + ": " + error);
-  out.core = core;
-  out.head = heads[i];
-  out.where = path;
-  out.children = std::move(samples);
-  return true;
+  return sampledChild(i, VrAbcPropertyKind::Array, out);
 }
 
 bool VrAbcCompoundProperty::compound(const std::string& name, VrAbcCompoundProperty& out) const {

@@ -52,6 +52,9 @@ class VrAbcCompoundProperty {
 
  private:
   bool childGroup(size_t i, VrAbcPropertyKind kind, uint64_t& pointer) const;
+  /// Opens child i, a scalar or array property, with its list of sample groups.
+  template <class PropertyT>
+  bool sampledChild(size_t i, VrAbcPropertyKind kind, PropertyT& out) const;
 
   std::shared_ptr<const VrAbcArchiveCore> core;
   VrAbcPropertyHeader head;

@@ -99,6 +99,32 @@ class Walker {
   void bounds(const VrAbcGeomBase::Sample& p);
   void param(const char* name, bool present, const VrAbcGeomParam::Sample& s);
   void samplingInfo(uint32_t numSamples, const VrAbcTimeSampling& ts);
+  // The frame every schema block shares: the sampling lines and the schema's own `head` lines,
+  // then one block per sample written by `body`. A schema or sample that cannot be read ends the
+  // block with its error.
+  template <class SchemaT, class SampleT, class HeadFn, class BodyFn>
+  void dumpSchema(const VrAbcObject& object, SchemaT& schema, bool opened, SampleT& sample, HeadFn head,
+                  BodyFn body) {
+    if (!opened) {
+      error();
+      out << '\n';
+      return;
+    }
+    samplingInfo(schema.numSamples(), schema.timeSampling());
+    head();
+    out << '\n';
+    if (!startSamples(object, schema.numSamples())) return;
+    for (uint32_t i = 0; i < schema.numSamples(); ++i) {
+      sampleHeader(object, schema.timeSampling(), i);
+      if (!schema.read(i, sample)) {
+        error();
+        out << '\n';
+        return;
+      }
+      body();
+      out << '\n';
+    }
+  }
 
   void xform(const VrAbcObject& object);
   void polyMesh(const VrAbcObject& object);
@@ -321,290 +347,192 @@ void Walker::schemaBlock(const VrAbcObject& object, VrAbcSchema::Kind kind) {
 
 void Walker::xform(const VrAbcObject& object) {
   VrAbcXform schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  line("constant_identity", schema.isConstantIdentity() ? "1" : "0");
-  line("is_constant", schema.isConstant() ? "1" : "0");
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcXform::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    line("inherits", s.inherits ? "1" : "0");
-    line("num_ops", std::to_string(s.ops.size()));
-    std::string ops;
-    for (const VrAbcXform::Op& op : s.ops) {
-      if (!ops.empty()) ops += ' ';
-      ops += std::string(VrAbcXform::opName(op.type)) + "(";
-      for (size_t c = 0; c < op.channels.size(); ++c) ops += (c ? "," : "") + g6(op.channels[c]);
-      ops += ")";
-    }
-    line("ops", ops.empty() ? "-" : ops);
-    for (int r = 0; r < 4; ++r)
-      line("matrix_row" + std::to_string(r), g6(s.matrix[r][0]) + " " + g6(s.matrix[r][1]) + " " +
-                                                  g6(s.matrix[r][2]) + " " + g6(s.matrix[r][3]));
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [&] {
+        line("constant_identity", schema.isConstantIdentity() ? "1" : "0");
+        line("is_constant", schema.isConstant() ? "1" : "0");
+      },
+      [&] {
+        line("inherits", s.inherits ? "1" : "0");
+        line("num_ops", std::to_string(s.ops.size()));
+        std::string ops;
+        for (const VrAbcXform::Op& op : s.ops) {
+          if (!ops.empty()) ops += ' ';
+          ops += std::string(VrAbcXform::opName(op.type)) + "(";
+          for (size_t c = 0; c < op.channels.size(); ++c) ops += (c ? "," : "") + g6(op.channels[c]);
+          ops += ")";
+        }
+        line("ops", ops.empty() ? "-" : ops);
+        for (int r = 0; r < 4; ++r)
+          line("matrix_row" + std::to_string(r), g6(s.matrix[r][0]) + " " + g6(s.matrix[r][1]) + " " +
+                                                      g6(s.matrix[r][2]) + " " + g6(s.matrix[r][3]));
+      });
 }
 
 void Walker::polyMesh(const VrAbcObject& object) {
   VrAbcPolyMesh schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
-  std::string sets;
-  for (const std::string& name : schema.faceSetNames()) sets += (sets.empty() ? "" : " ") + VrAbcDump::escape(name);
-  line("face_sets", sets.empty() ? "-" : sets);
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcPolyMesh::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    points(s.points);
-    line("num_faces", std::to_string(s.faceCounts.size()));
-    line("face_counts_sum", std::to_string(sum(s.faceCounts)));
-    line("face_indices_count", std::to_string(s.faceIndices.size()));
-    line("face_indices_sum", std::to_string(sum(s.faceIndices)));
-    bounds(s.points);
-    param("uv", s.hasUvs, s.uvs);
-    param("normals", s.hasNormals, s.normals);
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [&] {
+        line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
+        std::string sets;
+        for (const std::string& name : schema.faceSetNames()) sets += (sets.empty() ? "" : " ") + VrAbcDump::escape(name);
+        line("face_sets", sets.empty() ? "-" : sets);
+      },
+      [&] {
+        points(s.points);
+        line("num_faces", std::to_string(s.faceCounts.size()));
+        line("face_counts_sum", std::to_string(sum(s.faceCounts)));
+        line("face_indices_count", std::to_string(s.faceIndices.size()));
+        line("face_indices_sum", std::to_string(sum(s.faceIndices)));
+        bounds(s.points);
+        param("uv", s.hasUvs, s.uvs);
+        param("normals", s.hasNormals, s.normals);
+      });
 }
 
 void Walker::subD(const VrAbcObject& object) {
   VrAbcSubD schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
-  std::string sets;
-  for (const std::string& name : schema.faceSetNames()) sets += (sets.empty() ? "" : " ") + VrAbcDump::escape(name);
-  line("face_sets", sets.empty() ? "-" : sets);
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcSubD::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    points(s.points);
-    line("num_faces", std::to_string(s.faceCounts.size()));
-    line("face_counts_sum", std::to_string(sum(s.faceCounts)));
-    line("face_indices_count", std::to_string(s.faceIndices.size()));
-    line("face_indices_sum", std::to_string(sum(s.faceIndices)));
-    line("subdivision_scheme", s.scheme.empty() ? "-" : VrAbcDump::escape(s.scheme));
-    line("interpolate_boundary", std::to_string(s.interpolateBoundary));
-    line("fv_interpolate_boundary", std::to_string(s.faceVaryingInterpolateBoundary));
-    line("fv_propagate_corners", std::to_string(s.faceVaryingPropagateCorners));
-    line("crease_indices_count", std::to_string(s.creaseIndices.size()));
-    line("crease_lengths_count", std::to_string(s.creaseLengths.size()));
-    line("crease_sharpnesses_count", std::to_string(s.creaseSharpnesses.size()));
-    line("corner_indices_count", std::to_string(s.cornerIndices.size()));
-    line("corner_sharpnesses_count", std::to_string(s.cornerSharpnesses.size()));
-    line("holes_count", std::to_string(s.holes.size()));
-    bounds(s.points);
-    param("uv", s.hasUvs, s.uvs);
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [&] {
+        line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
+        std::string sets;
+        for (const std::string& name : schema.faceSetNames()) sets += (sets.empty() ? "" : " ") + VrAbcDump::escape(name);
+        line("face_sets", sets.empty() ? "-" : sets);
+      },
+      [&] {
+        points(s.points);
+        line("num_faces", std::to_string(s.faceCounts.size()));
+        line("face_counts_sum", std::to_string(sum(s.faceCounts)));
+        line("face_indices_count", std::to_string(s.faceIndices.size()));
+        line("face_indices_sum", std::to_string(sum(s.faceIndices)));
+        line("subdivision_scheme", s.scheme.empty() ? "-" : VrAbcDump::escape(s.scheme));
+        line("interpolate_boundary", std::to_string(s.interpolateBoundary));
+        line("fv_interpolate_boundary", std::to_string(s.faceVaryingInterpolateBoundary));
+        line("fv_propagate_corners", std::to_string(s.faceVaryingPropagateCorners));
+        line("crease_indices_count", std::to_string(s.creaseIndices.size()));
+        line("crease_lengths_count", std::to_string(s.creaseLengths.size()));
+        line("crease_sharpnesses_count", std::to_string(s.creaseSharpnesses.size()));
+        line("corner_indices_count", std::to_string(s.cornerIndices.size()));
+        line("corner_sharpnesses_count", std::to_string(s.cornerSharpnesses.size()));
+        line("holes_count", std::to_string(s.holes.size()));
+        bounds(s.points);
+        param("uv", s.hasUvs, s.uvs);
+      });
 }
 
 void Walker::curves(const VrAbcObject& object) {
   VrAbcCurves schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcCurves::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    points(s.points);
-    line("num_curves", std::to_string(s.numVertices.size()));
-    line("nvertices_first10", list(s.numVertices, 10, false, false));
-    line("nvertices_sum", std::to_string(sum(s.numVertices)));
-    line("curve_type", VrAbcCurves::typeName(s.type));
-    line("wrap", VrAbcCurves::wrapName(s.wrap));
-    line("basis", VrAbcCurves::basisName(s.basis));
-    bounds(s.points);
-    std::vector<int> orders(s.orders.begin(), s.orders.end());
-    line("orders_count", std::to_string(orders.size()));
-    line("orders_first10", list(orders, 10, false, false));
-    line("knots_count", std::to_string(s.knots.size()));
-    line("knots", list(s.knots, 20, true, true));
-    line("position_weights_count", std::to_string(s.weights.size()));
-    param("widths", s.hasWidths, s.widths);
-    param("uv", s.hasUvs, s.uvs);
-    param("normals", s.hasNormals, s.normals);
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [&] {
+        line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
+      },
+      [&] {
+        points(s.points);
+        line("num_curves", std::to_string(s.numVertices.size()));
+        line("nvertices_first10", list(s.numVertices, 10, false, false));
+        line("nvertices_sum", std::to_string(sum(s.numVertices)));
+        line("curve_type", VrAbcCurves::typeName(s.type));
+        line("wrap", VrAbcCurves::wrapName(s.wrap));
+        line("basis", VrAbcCurves::basisName(s.basis));
+        bounds(s.points);
+        std::vector<int> orders(s.orders.begin(), s.orders.end());
+        line("orders_count", std::to_string(orders.size()));
+        line("orders_first10", list(orders, 10, false, false));
+        line("knots_count", std::to_string(s.knots.size()));
+        line("knots", list(s.knots, 20, true, true));
+        line("position_weights_count", std::to_string(s.weights.size()));
+        param("widths", s.hasWidths, s.widths);
+        param("uv", s.hasUvs, s.uvs);
+        param("normals", s.hasNormals, s.normals);
+      });
 }
 
 void Walker::nuPatch(const VrAbcObject& object) {
   VrAbcNuPatch schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
-  line("has_trim_curve", schema.hasTrimCurve() ? "1" : "0");
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcNuPatch::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    points(s.points);
-    line("nu", std::to_string(s.numU));
-    line("nv", std::to_string(s.numV));
-    line("u_order", std::to_string(s.uOrder));
-    line("v_order", std::to_string(s.vOrder));
-    line("u_knots_count", std::to_string(s.uKnots.size()));
-    line("u_knots", list(s.uKnots, 64, false, true));
-    line("v_knots_count", std::to_string(s.vKnots.size()));
-    line("v_knots", list(s.vKnots, 64, false, true));
-    line("position_weights_count", std::to_string(s.weights.size()));
-    bounds(s.points);
-    if (s.hasTrim) {
-      line("trim_num_loops", std::to_string(s.trimNumLoops));
-      line("trim_num_curves_count", std::to_string(s.trimNumCurves.size()));
-      line("trim_num_vertices_count", std::to_string(s.trimNumVertices.size()));
-      line("trim_u_count", std::to_string(s.trimU.size()));
-    }
-    param("uv", s.hasUvs, s.uvs);
-    param("normals", s.hasNormals, s.normals);
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [&] {
+        line("topology_variance", VrAbcSchema::varianceName(schema.topologyVariance()));
+        line("has_trim_curve", schema.hasTrimCurve() ? "1" : "0");
+      },
+      [&] {
+        points(s.points);
+        line("nu", std::to_string(s.numU));
+        line("nv", std::to_string(s.numV));
+        line("u_order", std::to_string(s.uOrder));
+        line("v_order", std::to_string(s.vOrder));
+        line("u_knots_count", std::to_string(s.uKnots.size()));
+        line("u_knots", list(s.uKnots, 64, false, true));
+        line("v_knots_count", std::to_string(s.vKnots.size()));
+        line("v_knots", list(s.vKnots, 64, false, true));
+        line("position_weights_count", std::to_string(s.weights.size()));
+        bounds(s.points);
+        if (s.hasTrim) {
+          line("trim_num_loops", std::to_string(s.trimNumLoops));
+          line("trim_num_curves_count", std::to_string(s.trimNumCurves.size()));
+          line("trim_num_vertices_count", std::to_string(s.trimNumVertices.size()));
+          line("trim_u_count", std::to_string(s.trimU.size()));
+        }
+        param("uv", s.hasUvs, s.uvs);
+        param("normals", s.hasNormals, s.normals);
+      });
 }
 
 void Walker::pointsSchema(const VrAbcObject& object) {
   VrAbcPoints schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcPoints::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    points(s.points);
-    line("ids_count", std::to_string(s.ids.size()));
-    line("ids_first3", list(s.ids, 3, false, false));
-    bounds(s.points);
-    param("widths", s.hasWidths, s.widths);
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [] {},
+      [&] {
+        points(s.points);
+        line("ids_count", std::to_string(s.ids.size()));
+        line("ids_first3", list(s.ids, 3, false, false));
+        bounds(s.points);
+        param("widths", s.hasWidths, s.widths);
+      });
 }
 
 void Walker::camera(const VrAbcObject& object) {
   VrAbcCamera schema;
-  if (!schema.open(object)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   VrAbcCamera::Sample s;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, s)) {
-      error();
-      out << '\n';
-      return;
-    }
-    const double* v = s.values;
-    line("focal_length", g6(v[VrAbcCamera::FocalLength]));
-    line("horizontal_aperture", g6(v[VrAbcCamera::HorizontalAperture]));
-    line("vertical_aperture", g6(v[VrAbcCamera::VerticalAperture]));
-    line("horizontal_film_offset", g6(v[VrAbcCamera::HorizontalFilmOffset]));
-    line("vertical_film_offset", g6(v[VrAbcCamera::VerticalFilmOffset]));
-    line("lens_squeeze_ratio", g6(v[VrAbcCamera::LensSqueezeRatio]));
-    line("near_clipping_plane", g6(v[VrAbcCamera::NearClippingPlane]));
-    line("far_clipping_plane", g6(v[VrAbcCamera::FarClippingPlane]));
-    line("f_stop", g6(v[VrAbcCamera::FStop]));
-    line("focus_distance", g6(v[VrAbcCamera::FocusDistance]));
-    line("shutter_open", g6(v[VrAbcCamera::ShutterOpen]));
-    line("shutter_close", g6(v[VrAbcCamera::ShutterClose]));
-    line("field_of_view", g6(s.fieldOfView()));
-    line("num_film_back_ops", std::to_string(s.filmBackOps.size()));
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object), s,
+      [] {},
+      [&] {
+        const double* v = s.values;
+        line("focal_length", g6(v[VrAbcCamera::FocalLength]));
+        line("horizontal_aperture", g6(v[VrAbcCamera::HorizontalAperture]));
+        line("vertical_aperture", g6(v[VrAbcCamera::VerticalAperture]));
+        line("horizontal_film_offset", g6(v[VrAbcCamera::HorizontalFilmOffset]));
+        line("vertical_film_offset", g6(v[VrAbcCamera::VerticalFilmOffset]));
+        line("lens_squeeze_ratio", g6(v[VrAbcCamera::LensSqueezeRatio]));
+        line("near_clipping_plane", g6(v[VrAbcCamera::NearClippingPlane]));
+        line("far_clipping_plane", g6(v[VrAbcCamera::FarClippingPlane]));
+        line("f_stop", g6(v[VrAbcCamera::FStop]));
+        line("focus_distance", g6(v[VrAbcCamera::FocusDistance]));
+        line("shutter_open", g6(v[VrAbcCamera::ShutterOpen]));
+        line("shutter_close", g6(v[VrAbcCamera::ShutterClose]));
+        line("field_of_view", g6(s.fieldOfView()));
+        line("num_film_back_ops", std::to_string(s.filmBackOps.size()));
+      });
 }
 
 void Walker::faceSet(const VrAbcObject& object) {
   VrAbcFaceSet schema;
   uint32_t exclusive = 0;
-  if (!schema.open(object) || !schema.exclusive(exclusive)) {
-    error();
-    out << '\n';
-    return;
-  }
-  samplingInfo(schema.numSamples(), schema.timeSampling());
-  line("exclusivity", exclusive == 1 ? "exclusive" : "nonexclusive");
-  out << '\n';
-  if (!startSamples(object, schema.numSamples())) return;
   std::vector<int32_t> faces;
-  for (uint32_t i = 0; i < schema.numSamples(); ++i) {
-    sampleHeader(object, schema.timeSampling(), i);
-    if (!schema.read(i, faces)) {
-      error();
-      out << '\n';
-      return;
-    }
-    line("num_faces", std::to_string(faces.size()));
-    line("faces_first10", list(faces, 10, false, false));
-    line("faces_sum", std::to_string(sum(faces)));
-    out << '\n';
-  }
+  dumpSchema(object, schema, schema.open(object) && schema.exclusive(exclusive), faces,
+      [&] {
+        line("exclusivity", exclusive == 1 ? "exclusive" : "nonexclusive");
+      },
+      [&] {
+        line("num_faces", std::to_string(faces.size()));
+        line("faces_first10", list(faces, 10, false, false));
+        line("faces_sum", std::to_string(sum(faces)));
+      });
 }
 
 void Walker::light(const VrAbcObject& object) {

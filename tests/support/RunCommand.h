@@ -29,4 +29,14 @@ inline CommandResult runCommand(const std::string& commandLine) {
 /// The command-line tool of this build.
 inline std::string vornCli() { return VORN_CLI_PATH; }
 
+/// One shell word, whatever `text` holds.
+inline std::string shellWord(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+/// Runs the tool of this build with `arguments` (already shell words).
+inline CommandResult vorn(const std::string& arguments) { return runCommand(vornCli() + " " + arguments); }
+
 }  // namespace vrtest

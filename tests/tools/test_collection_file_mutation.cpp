@@ -7,6 +7,8 @@
 #include "document/VrPalette.h"
 #include "support/CaptureLogger.h"
 
+#include "support/Examples.h"
+
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -17,12 +19,7 @@
 
 namespace {
 
-std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using vrtest::readText;
 
 // Control characters and bytes above 126 as escapes, for failure reports.
 std::string printable(const std::string& text) {

@@ -1,6 +1,7 @@
 // The scripting commands of the `vorn` tool: `api` (facade calls read from a script) and `eval`
 // (an attribute's expression at a location), run as a separate process.
 
+#include "support/Examples.h"
 #include "support/RunCommand.h"
 #include "support/TempDir.h"
 
@@ -17,17 +18,12 @@ using vrtest::vornCli;
 
 namespace {
 
-const std::string hairsFile = std::string(VORN_SOURCE_DIR) + "/examples/hairs.vorn";
-const std::string groomFile = std::string(VORN_SOURCE_DIR) + "/examples/groom.vorn";
+const std::string hairsFile = vrtest::examplePath("hairs.vorn");
+const std::string groomFile = vrtest::examplePath("groom.vorn");
 
 // One shell word, whatever it holds.
-std::string q(const std::string& text) {
-  std::string out = "'";
-  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
-
-vrtest::CommandResult vorn(const std::string& arguments) { return runCommand(vornCli() + " " + arguments); }
+std::string q(const std::string& text) { return vrtest::shellWord(text); }
+using vrtest::vorn;
 
 // Writes the script into the folder and runs `vorn api` on it.
 vrtest::CommandResult api(const vrtest::TempDir& dir, const std::string& script) {

@@ -1,6 +1,7 @@
 // The collection file commands of the `vorn` tool (check, ls, get, set, resave), run as a
 // separate process on the bundled examples and on broken copies of them.
 
+#include "support/Examples.h"
 #include "support/RunCommand.h"
 #include "support/TempDir.h"
 
@@ -16,24 +17,14 @@ using vrtest::vornCli;
 
 namespace {
 
-const std::string hairsFile = std::string(VORN_SOURCE_DIR) + "/examples/hairs.vorn";
-const std::string groomFile = std::string(VORN_SOURCE_DIR) + "/examples/groom.vorn";
+const std::string hairsFile = vrtest::examplePath("hairs.vorn");
+const std::string groomFile = vrtest::examplePath("groom.vorn");
 
 // One shell word, whatever it holds.
-std::string q(const std::string& text) {
-  std::string out = "'";
-  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
+std::string q(const std::string& text) { return vrtest::shellWord(text); }
+using vrtest::vorn;
 
-vrtest::CommandResult vorn(const std::string& arguments) { return runCommand(vornCli() + " " + arguments); }
-
-std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using vrtest::readText;
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 

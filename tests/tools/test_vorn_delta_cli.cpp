@@ -19,13 +19,8 @@ const std::string hairsFile = vrtest::examplePath("hairs.vorn");
 const std::string groomFile = vrtest::examplePath("groom.vorn");
 
 // One shell word, whatever it holds.
-std::string q(const std::string& text) {
-  std::string out = "'";
-  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
-
-vrtest::CommandResult vorn(const std::string& arguments) { return runCommand(vornCli() + " " + arguments); }
+std::string q(const std::string& text) { return vrtest::shellWord(text); }
+using vrtest::vorn;
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
