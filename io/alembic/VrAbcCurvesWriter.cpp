@@ -71,3 +71,24 @@ bool VrAbcCurvesWriter::write(const Sample& s) {
     return false;
   return true;
 }
+
+bool VrAbcCurvesWriter::write(const SpooledSample& s) {
+  VrAbcCompoundWriter* schema = base.schema();
+  if (!schema) return false;
+  if (!s.positions || !s.numVertices) return schema->fail("a spooled sample needs points and vertex counts");
+  const uint32_t done = base.numSamples();
+  if (s.widths && !lateParam(widths, *schema, "width", VrAbcDataType{VrAbcPod::Float32, 1}, "", VrAbcScope::Vertex,
+                             base.timeSampling(), done))
+    return false;
+  const uint8_t basisAndTypeValue[4] = {s.type, s.wrap, s.basis, s.basis};
+  if (!base.writePositions(*s.positions) || !numVertices->setSample(*s.numVertices) ||
+      !basisAndType->setSample(basisAndTypeValue, 1) || !base.writeBounds(s.bounds))
+    return false;
+  if (widths.valid() && !(s.widths ? widths.write(*s.widths) : widths.write(nullptr, 0, false))) return false;
+  if ((uvs.valid() && !uvs.write(nullptr, 0, false)) || (normals.valid() && !normals.write(nullptr, 0, false)))
+    return false;
+  if ((weights && !weights->setFromPrevious()) || (orders && !orders->setFromPrevious()) ||
+      (knots && !knots->setFromPrevious()))
+    return false;
+  return true;
+}

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <string>
 
+class VrAbcSpool;
+
 class VrAbcCurvesWriter {
  public:
   /// Stored numbers of the curve type, wrap and basis (see VrAbcCurves).
@@ -34,8 +36,24 @@ class VrAbcCurvesWriter {
     VrAbcView<float> knots;
   };
 
+  /// A sample whose arrays were gathered in spools (see VrAbcSpool), for curve sets too large
+  /// to hold in memory. Points, vertex counts and the box are required; widths, one per point,
+  /// may be null.
+  struct SpooledSample {
+    const VrAbcSpool* positions = nullptr;    ///< x, y, z floats per point
+    const VrAbcSpool* numVertices = nullptr;  ///< int32 points per curve
+    const VrAbcSpool* widths = nullptr;       ///< floats, one per point (vertex scope)
+    double bounds[6] = {0, 0, 0, 0, 0, 0};    ///< lower corner, then upper corner
+    uint8_t type = Cubic;
+    uint8_t wrap = NonPeriodic;
+    uint8_t basis = Bspline;
+  };
+
   bool create(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling);
   bool write(const Sample& sample);
+  /// The next sample from spools; what was given to earlier samples but not here (uv, normals,
+  /// weights, orders, knots) repeats.
+  bool write(const SpooledSample& sample);
   uint32_t numSamples() const { return base.numSamples(); }
   VrAbcObjectWriter* object() const { return base.object(); }
   /// The ".arbGeomParams" compound of the curves, for attributes of their own.

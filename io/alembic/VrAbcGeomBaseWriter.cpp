@@ -49,8 +49,12 @@ bool VrAbcGeomBaseWriter::writeBounds(const VrAbcView<float>& positions) {
       if (v > box[3 + k]) box[3 + k] = v;
     }
   }
-  return bounds->setSample(box, 1);
+  return writeBounds(box);
 }
+
+bool VrAbcGeomBaseWriter::writeBounds(const double box[6]) { return bounds && bounds->setSample(box, 1); }
+
+bool VrAbcGeomBaseWriter::writePositions(const VrAbcSpool& spool) { return points && points->setSample(spool); }
 
 VrAbcCompoundWriter* VrAbcGeomBaseWriter::arbGeomParams() {
   if (!arbitrary && compound) arbitrary = compound->createCompound(".arbGeomParams");

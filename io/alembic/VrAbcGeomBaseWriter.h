@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <string>
 
+class VrAbcSpool;
+
 class VrAbcGeomBaseWriter {
  public:
   /// Creates object `name` under `parent`, marked as holding schema `kind`, with its schema
@@ -27,6 +29,10 @@ class VrAbcGeomBaseWriter {
   bool writePositions(const VrAbcView<float>& positions);
   /// The next bounds sample, from the positions when given, else a repeat.
   bool writeBounds(const VrAbcView<float>& positions);
+  /// The next positions sample gathered in `spool` (x, y, z as floats per point).
+  bool writePositions(const VrAbcSpool& spool);
+  /// The next bounds sample as given: x, y, z of the lower corner, then of the upper one.
+  bool writeBounds(const double box[6]);
 
   /// The ".arbGeomParams" compound, made on first use.
   VrAbcCompoundWriter* arbGeomParams();

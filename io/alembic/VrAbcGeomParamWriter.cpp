@@ -32,6 +32,12 @@ bool VrAbcGeomParamWriter::write(const void* values, uint64_t numValues, bool gi
   return !indices || indices->setSample(index, numIndices);
 }
 
+bool VrAbcGeomParamWriter::write(const VrAbcSpool& spool) {
+  if (!vals) return false;
+  if (indices) return false;
+  return vals->setSample(spool);
+}
+
 bool VrAbcGeomParamWriter::writeEmpty() {
   if (!vals) return false;
   return vals->setSample(nullptr, 0) && (!indices || indices->setSample(nullptr, 0));

@@ -24,6 +24,8 @@ class VrAbcGeomParamWriter {
   /// given repeat the previous sample.
   bool write(const void* values, uint64_t numValues, bool given, const uint32_t* index = nullptr,
              uint64_t numIndices = 0);
+  /// The next sample of a plain (not indexed) parameter, its values gathered in `spool`.
+  bool write(const VrAbcSpool& spool);
   /// An empty sample, which the format's writers use to fill samples before a parameter
   /// appeared.
   bool writeEmpty();

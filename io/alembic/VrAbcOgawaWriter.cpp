@@ -6,6 +6,7 @@ bool VrAbcOgawaWriter::open(const std::string& path, std::string& error) {
   file.reset(new VrAtomicFile(path));
   failed = false;
   position = 0;
+  pendingData = 0;
   if (!file->ok()) {
     file.reset();
     error = "cannot create the file";
@@ -32,8 +33,32 @@ bool VrAbcOgawaWriter::put(const void* data, uint64_t size) {
   return true;
 }
 
+bool VrAbcOgawaWriter::beginData(uint64_t total, uint64_t& pointer) {
+  if (pendingData) failed = true;
+  if (total == 0) {
+    pointer = emptyData;
+    return !failed && file;
+  }
+  const uint64_t at = position;
+  if (!put(&total, 8)) return false;
+  pendingData = total;
+  pointer = at | emptyData;
+  return true;
+}
+
+bool VrAbcOgawaWriter::appendData(const void* data, uint64_t size) {
+  if (size > pendingData) {
+    failed = true;
+    return false;
+  }
+  if (!put(data, size)) return false;
+  pendingData -= size;
+  return true;
+}
+
 bool VrAbcOgawaWriter::writeData(const void* const* parts, const uint64_t* sizes, size_t count,
                                  uint64_t& pointer) {
+  if (pendingData) failed = true;
   uint64_t total = 0;
   for (size_t i = 0; i < count; ++i) total += sizes[i];
   if (total == 0) {
@@ -53,6 +78,7 @@ bool VrAbcOgawaWriter::writeData(const void* data, uint64_t size, uint64_t& poin
 }
 
 bool VrAbcOgawaWriter::writeGroup(const std::vector<uint64_t>& children, uint64_t& out) {
+  if (pendingData) failed = true;
   if (children.empty()) {
     out = emptyGroup;
     return !failed && file;
@@ -65,7 +91,7 @@ bool VrAbcOgawaWriter::writeGroup(const std::vector<uint64_t>& children, uint64_
 }
 
 bool VrAbcOgawaWriter::close(uint64_t rootGroup, std::string& error) {
-  if (!file || failed) {
+  if (!file || failed || pendingData) {
     error = "the file could not be written";
     file.reset();
     return false;

@@ -25,6 +25,10 @@ class VrAbcOgawaWriter {
   /// back in `pointer`, or the empty-data pointer when all parts are empty.
   bool writeData(const void* const* parts, const uint64_t* sizes, size_t count, uint64_t& pointer);
   bool writeData(const void* data, uint64_t size, uint64_t& pointer);
+  /// Starts a data block of `total` bytes that arrive through `appendData`; the block must be
+  /// complete before anything else is written. `total` 0 gives the empty-data pointer.
+  bool beginData(uint64_t total, uint64_t& pointer);
+  bool appendData(const void* data, uint64_t size);
   /// Appends a group of these children; its position comes back (0, the empty group, for none).
   bool writeGroup(const std::vector<uint64_t>& children, uint64_t& position);
 
@@ -38,5 +42,6 @@ class VrAbcOgawaWriter {
 
   std::unique_ptr<VrAtomicFile> file;
   uint64_t position = 0;
+  uint64_t pendingData = 0;  // bytes still owed to a block begun by beginData
   bool failed = false;
 };

@@ -2,6 +2,7 @@
 
 #include "io/alembic/VrAbcMurmur3.h"
 #include "io/alembic/VrAbcSpookyHash.h"
+#include "io/alembic/VrAbcSpool.h"
 #include "io/alembic/VrAbcWriterCore.h"
 
 #include <algorithm>
@@ -65,8 +66,24 @@ void VrAbcPropertyWriter::foldDigest(const VrAbcDigest& key, const std::vector<u
 }
 
 bool VrAbcPropertyWriter::store(const uint8_t* payload, uint64_t bytes, const std::vector<uint64_t>& dims) {
-  if (core.failed || !roomForSample()) return false;
   const VrAbcDigest key = VrAbcMurmur3::hash(payload, static_cast<size_t>(bytes));
+  return store(key, bytes, dims, [&] { return core.file.appendData(payload, bytes); });
+}
+
+bool VrAbcPropertyWriter::setSample(const VrAbcSpool& spool) {
+  if (!head.isArray() || vrabc::isStringPod(head.dataType.pod))
+    return core.fail(where + ": only arrays of numbers take a spooled sample");
+  const uint64_t valueBytes = head.dataType.valueBytes();
+  if (spool.failed() || valueBytes == 0 || spool.size() % valueBytes != 0)
+    return core.fail(where + ": the spooled sample is not a whole number of values");
+  return store(spool.digest(), spool.size(), std::vector<uint64_t>(1, spool.size() / valueBytes), [&] {
+    return spool.readBack([&](const void* data, uint64_t size) { return core.file.appendData(data, size); });
+  });
+}
+
+bool VrAbcPropertyWriter::store(const VrAbcDigest& key, uint64_t bytes, const std::vector<uint64_t>& dims,
+                                const std::function<bool()>& writePayload) {
+  if (core.failed || !roomForSample()) return false;
   const bool repeat = hasPrevious && key == previousKey && bytes == previousBytes;
   if (!repeat) {
     // Samples since the last change were only counted; now they are stored.
@@ -86,11 +103,10 @@ bool VrAbcPropertyWriter::store(const uint8_t* payload, uint64_t bytes, const st
     if (found == core.stored.end()) {
       VrAbcWriterCore::Stored entry;
       entry.numElements = bytes == 0 ? 0 : numPoints * head.dataType.extent;
-      const void* parts[2] = {key.bytes, payload};
-      const uint64_t sizes[2] = {16, bytes};
       if (bytes == 0) {
         entry.pointer = VrAbcOgawaWriter::emptyData;
-      } else if (!core.file.writeData(parts, sizes, 2, entry.pointer)) {
+      } else if (!core.file.beginData(16 + bytes, entry.pointer) || !core.file.appendData(key.bytes, 16) ||
+                 !writePayload()) {
         return core.fail(where + ": the sample could not be written");
       }
       found = core.stored.emplace(storedKey, entry).first;

@@ -6,9 +6,11 @@
 #include "io/alembic/VrAbcTypes.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+class VrAbcSpool;
 struct VrAbcWriterCore;
 
 class VrAbcPropertyWriter {
@@ -29,12 +31,19 @@ class VrAbcPropertyWriter {
   bool setStrings(const std::vector<std::string>& values);
   /// Repeats the last sample.
   bool setFromPrevious();
+  /// A one-dimensional array sample whose bytes were gathered in `spool` (a whole number of
+  /// values of the property's type); they are copied into the archive from there.
+  bool setSample(const VrAbcSpool& spool);
 
  private:
   friend class VrAbcCompoundWriter;
   VrAbcPropertyWriter(VrAbcWriterCore& core, const VrAbcPropertyHeader& header, std::string path);
 
   bool store(const uint8_t* payload, uint64_t bytes, const std::vector<uint64_t>& dims);
+  /// Stores a sample of `bytes` bytes with digest `key`; `writePayload` appends them as the
+  /// data block after the key, and is called only when no equal sample is stored yet.
+  bool store(const VrAbcDigest& key, uint64_t bytes, const std::vector<uint64_t>& dims,
+             const std::function<bool()>& writePayload);
   bool roomForSample();
   void foldDigest(const VrAbcDigest& key, const std::vector<uint64_t>& dims);
   /// Writes the property's group and gives the digest its parent folds in.

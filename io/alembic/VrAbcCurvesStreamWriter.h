@@ -1,0 +1,77 @@
+#pragma once
+// VrAbcCurvesStreamWriter: writes one Curves object of one sample from batches of curves that
+// arrive one after another, for outputs (a render of millions of hairs) too large to hold in
+// memory. Each array (points, vertex counts, widths) is spooled to an unlinked temporary file as
+// the batches come, its digest taken on the way; `close` assembles the archive from the spools,
+// under a temporary name that is renamed into place only when everything succeeded. Memory use
+// does not grow with the number of curves.
+//
+//   VrAbcCurvesStreamWriter out;
+//   out.open("hair.abc", VrAbcCurvesStreamWriter::Options());
+//   out.append(points, numPoints, counts, numCurves, widths);  // as often as needed
+//   out.close();                                              // or abort()
+//
+// On failure or abort no file is left at the path. One thread at a time; errors are Errors
+// naming the class and the file.
+
+#include "io/alembic/VrAbcArchiveWriter.h"
+#include "io/alembic/VrAbcCurvesWriter.h"
+#include "io/alembic/VrAbcSpool.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class VrAbcCurvesStreamWriter {
+ public:
+  struct Options {
+    std::string objectName = "curves";  ///< the Curves object, under the top
+    double frame = 1.0;                 ///< the sample stands at frame / framesPerSecond seconds
+    double framesPerSecond = 24.0;      ///< also the step of the uniform time sampling
+    uint8_t type = VrAbcCurvesWriter::Cubic;
+    uint8_t basis = VrAbcCurvesWriter::Bspline;
+    std::string spoolDirectory;  ///< where the spools go; TMPDIR or /tmp when empty
+    VrAbcArchiveWriter::Options archive;
+  };
+
+  VrAbcCurvesStreamWriter() = default;
+  /// A writer neither closed nor aborted is aborted.
+  ~VrAbcCurvesStreamWriter() { abort(); }
+  VrAbcCurvesStreamWriter(const VrAbcCurvesStreamWriter&) = delete;
+  VrAbcCurvesStreamWriter& operator=(const VrAbcCurvesStreamWriter&) = delete;
+
+  /// Starts an output to `path`. False with an Error when the spools cannot be made, the
+  /// options are unusable (no object name, a rate not above 0), or the folder of `path` is not
+  /// writable. Nothing is written at `path` before `close`.
+  bool open(const std::string& path, const Options& options);
+  bool isOpen() const { return opened; }
+
+  /// Adds `numCurves` curves: `counts[i]` points for curve i, `numPoints` points in all given
+  /// as x, y, z in `points`, and `widths` one per point or null. Either every batch has widths
+  /// or none has. False with an Error (the writer is then spent: `close` fails) for counts that
+  /// do not add up to `numPoints`, a negative count, or a spool that cannot be written.
+  bool append(const float* points, uint64_t numPoints, const int32_t* counts, uint64_t numCurves,
+              const float* widths);
+
+  /// Writes the archive and renames it into place. False with an Error, and no file at the
+  /// path, when anything failed since `open`.
+  bool close();
+  /// Drops everything; no file is left at the path.
+  void abort();
+
+  uint64_t numCurves() const { return curves; }
+  uint64_t numPoints() const { return points; }
+
+ private:
+  bool fail(const std::string& what);
+
+  Options settings;
+  std::string target;
+  std::unique_ptr<VrAbcSpool> positionSpool, countSpool, widthSpool;
+  double box[6] = {0, 0, 0, 0, 0, 0};
+  uint64_t curves = 0;
+  uint64_t points = 0;
+  int hasWidths = -1;  // unknown until the first batch with points
+  bool opened = false;
+  bool failed = false;
+};

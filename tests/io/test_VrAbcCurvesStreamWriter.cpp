@@ -1,0 +1,219 @@
+#include "io/alembic/VrAbcCurvesStreamWriter.h"
+
+#include "io/alembic/VrAbcArchiveWriter.h"
+#include "io/alembic/VrAbcCurvesWriter.h"
+#include "io/alembic/VrAbcDump.h"
+#include "io/alembic/VrAbcMurmur3.h"
+#include "support/CaptureLogger.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+// A test groom: curve i has 2 + i % 5 points on a slanted line from (i, 0, -i); widths fall
+// from 0.1 along each curve.
+struct Groom {
+  std::vector<float> points;
+  std::vector<int32_t> counts;
+  std::vector<float> widths;
+  explicit Groom(int numCurves) {
+    for (int i = 0; i < numCurves; ++i) {
+      const int n = 2 + i % 5;
+      counts.push_back(n);
+      for (int k = 0; k < n; ++k) {
+        points.insert(points.end(), {static_cast<float>(i) + 0.25f * k, 0.5f * k, -static_cast<float>(i)});
+        widths.push_back(0.1f - 0.01f * k);
+      }
+    }
+  }
+};
+
+std::string fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+// The dump without its "file:" line, which names the file.
+std::string dump(const std::string& path) {
+  std::ostringstream out;
+  EXPECT_EQ(VrAbcDump::write(path, out), VrAbcDump::Result::Ok);
+  std::string text = out.str();
+  const size_t at = text.find("\nfile: ");
+  if (at != std::string::npos) text.erase(at, text.find('\n', at + 1) - at);
+  return text;
+}
+
+// The same curves in one piece through the schema writer, at the same time sampling.
+bool writeWhole(const std::string& path, const Groom& groom, bool withWidths, double frame) {
+  VrAbcArchiveWriter writer;
+  if (!writer.open(path, VrAbcArchiveWriter::Options())) return false;
+  const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, frame / 24.0));
+  VrAbcCurvesWriter curves;
+  if (!curves.create(writer.top(), "hair", ts)) return false;
+  VrAbcCurvesWriter::Sample sample;
+  sample.positions = groom.points;
+  sample.numVertices = groom.counts;
+  if (withWidths) sample.widths = groom.widths;
+  return curves.write(sample) && writer.close();
+}
+
+// Streams the groom in batches of `batch` curves.
+bool writeStreamed(const std::string& path, const Groom& groom, bool withWidths, double frame, size_t batch) {
+  VrAbcCurvesStreamWriter out;
+  VrAbcCurvesStreamWriter::Options options;
+  options.objectName = "hair";
+  options.frame = frame;
+  if (!out.open(path, options)) return false;
+  size_t point = 0;
+  for (size_t first = 0; first < groom.counts.size(); first += batch) {
+    const size_t n = std::min(batch, groom.counts.size() - first);
+    uint64_t numPoints = 0;
+    for (size_t i = first; i < first + n; ++i) numPoints += static_cast<uint64_t>(groom.counts[i]);
+    if (!out.append(groom.points.data() + 3 * point, numPoints, groom.counts.data() + first, n,
+                    withWidths ? groom.widths.data() + point : nullptr))
+      return false;
+    point += numPoints;
+  }
+  if (out.numCurves() != groom.counts.size() || out.numPoints() != groom.widths.size()) return false;
+  return out.close();
+}
+
+}  // namespace
+
+TEST(AbcMurmur3, StreamedPiecesGiveTheWholeDigest) {
+  std::mt19937 random(7);
+  std::vector<uint8_t> bytes(300);
+  for (uint8_t& b : bytes) b = static_cast<uint8_t>(random());
+  for (size_t length : {0u, 1u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 100u, 300u}) {
+    const VrAbcDigest whole = VrAbcMurmur3::hash(bytes.data(), length);
+    for (size_t piece : {1u, 3u, 7u, 16u, 50u}) {
+      SCOPED_TRACE(std::to_string(length) + " in pieces of " + std::to_string(piece));
+      VrAbcMurmur3::Stream stream;
+      for (size_t at = 0; at < length; at += piece) stream.update(bytes.data() + at, std::min(piece, length - at));
+      EXPECT_TRUE(stream.digest() == whole);
+      EXPECT_EQ(stream.length(), length);
+    }
+  }
+  // A known value: the digest of no bytes with seed 0 is all zeros.
+  const VrAbcDigest empty = VrAbcMurmur3::hash(nullptr, 0);
+  EXPECT_EQ(empty.word(0), 0u);
+  EXPECT_EQ(empty.word(1), 0u);
+}
+
+TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const Groom groom(1000);
+  for (const bool widths : {true, false}) {
+    SCOPED_TRACE(widths ? "with widths" : "without widths");
+    const std::string whole = dir.file(widths ? "whole_w.abc" : "whole.abc");
+    ASSERT_TRUE(writeWhole(whole, groom, widths, 12.0));
+    for (size_t batch : {1u, 7u, 1000u}) {
+      SCOPED_TRACE("batches of " + std::to_string(batch));
+      const std::string streamed = dir.file("streamed" + std::to_string(batch) + (widths ? "_w" : "") + ".abc");
+      ASSERT_TRUE(writeStreamed(streamed, groom, widths, 12.0, batch));
+      EXPECT_EQ(fileBytes(streamed), fileBytes(whole));
+      EXPECT_EQ(dump(streamed), dump(whole));
+    }
+  }
+  // More than a read-back piece (1 MiB) of points: 60000 curves, 240000 points, 2.9 MB.
+  const Groom big(60000);
+  const std::string bigWhole = dir.file("bigWhole.abc");
+  const std::string bigStreamed = dir.file("bigStreamed.abc");
+  ASSERT_TRUE(writeWhole(bigWhole, big, true, 3.0));
+  ASSERT_TRUE(writeStreamed(bigStreamed, big, true, 3.0, 4999));
+  EXPECT_TRUE(fileBytes(bigStreamed) == fileBytes(bigWhole));
+  // Nothing but the outputs is left in the folder (spools are unlinked at once).
+  size_t entries = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    (void)entry;
+    ++entries;
+  }
+  EXPECT_EQ(entries, 10u);
+  EXPECT_TRUE(log.errors().empty());
+}
+
+TEST(AbcCurvesStreamWriter, NoCurvesStillMakeAValidArchive) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const std::string path = dir.file("empty.abc");
+  VrAbcCurvesStreamWriter out;
+  ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
+  EXPECT_TRUE(out.append(nullptr, 0, nullptr, 0, nullptr));
+  ASSERT_TRUE(out.close());
+  const std::string text = dump(path);
+  EXPECT_NE(text.find("curves"), std::string::npos);
+  EXPECT_TRUE(log.errors().empty());
+}
+
+TEST(AbcCurvesStreamWriter, FailuresLeaveNoFile) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const std::string path = dir.file("out.abc");
+  const Groom groom(3);  // counts 2, 3, 4: nine points
+
+  {  // Counts that do not add up spend the writer.
+    VrAbcCurvesStreamWriter out;
+    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
+    EXPECT_FALSE(out.append(groom.points.data(), 8, groom.counts.data(), 3, nullptr));
+    EXPECT_FALSE(out.close());
+    EXPECT_FALSE(std::filesystem::exists(path));
+    ASSERT_FALSE(log.errors().empty());
+    EXPECT_EQ(log.errors().front(),
+              "VrAbcCurvesStreamWriter: " + path + ": the point counts of a batch add up to 9, not 8");
+  }
+  log.clear();
+  {  // Widths on one batch and not the next.
+    VrAbcCurvesStreamWriter out;
+    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
+    EXPECT_TRUE(out.append(groom.points.data(), 2, groom.counts.data(), 1, groom.widths.data()));
+    EXPECT_FALSE(out.append(groom.points.data() + 6, 3, groom.counts.data() + 1, 1, nullptr));
+    EXPECT_FALSE(out.close());
+    EXPECT_FALSE(std::filesystem::exists(path));
+    // One Error, from the batch; closing a spent writer only answers false.
+    ASSERT_EQ(log.errors().size(), 1u);
+    EXPECT_EQ(log.errors().front(),
+              "VrAbcCurvesStreamWriter: " + path + ": widths must come with every batch or with none");
+  }
+  log.clear();
+  {  // A negative count.
+    VrAbcCurvesStreamWriter out;
+    const int32_t bad[2] = {4, -2};
+    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
+    EXPECT_FALSE(out.append(groom.points.data(), 2, bad, 2, nullptr));
+    EXPECT_FALSE(out.close());
+    EXPECT_FALSE(std::filesystem::exists(path));
+  }
+  {  // Aborted, and dropped without closing.
+    VrAbcCurvesStreamWriter out;
+    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
+    EXPECT_TRUE(out.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
+    out.abort();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    VrAbcCurvesStreamWriter dropped;
+    ASSERT_TRUE(dropped.open(path, VrAbcCurvesStreamWriter::Options()));
+    EXPECT_TRUE(dropped.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
+  }
+  EXPECT_FALSE(std::filesystem::exists(path));
+  log.clear();
+  // A folder that does not exist, and unusable options, are refused at open.
+  VrAbcCurvesStreamWriter out;
+  EXPECT_FALSE(out.open(dir.file("missing/out.abc"), VrAbcCurvesStreamWriter::Options()));
+  VrAbcCurvesStreamWriter::Options noRate;
+  noRate.framesPerSecond = 0.0;
+  EXPECT_FALSE(out.open(path, noRate));
+  EXPECT_EQ(log.errors().size(), 2u);
+  // Nothing at all is left in the folder.
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
