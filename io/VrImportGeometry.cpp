@@ -23,8 +23,10 @@
 #include "io/alembic/VrAbcSchema.h"
 #include "io/alembic/VrAbcSubD.h"
 #include "primitives/VrBasePrimitive.h"
+#include "primitives/VrGuide.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sstream>
 #include <unistd.h>
@@ -314,27 +316,50 @@ bool positionsAt(const GeometryObject& geometry, double time, int mode, std::vec
     VrAbcSampleInterpolator::lerp(a, b, weight, out);
     return true;
   }
-  // Quadratic and cubic use the neighbours outside the bracket (repeated at the ends).
+  // Quadratic and cubic use the neighbours outside the bracket, at their own sample times (so an
+  // acyclic sampling with uneven gaps is followed too). Quadratic: the parabola through the
+  // sample before, the bracket and, at the start, the sample after. Cubic: the Hermite segment
+  // whose tangents at both ends are those of the parabola through that end and its neighbours;
+  // at the first or last sample the one parabola there serves, so that steady and steadily
+  // accelerated motion keep their shape up to the ends (on even gaps this is Catmull-Rom with
+  // the missing neighbour extrapolated along the parabola).
+  const VrAbcTimeSampling& sampling = geometry.timeSampling();
+  double ta = 0.0, tb = 1.0, tBefore = -1.0, tAfter = 2.0;
+  if (!sampling.sampleTime(first, ta) || !sampling.sampleTime(second, tb) || !(tb > ta)) {
+    ta = 0.0;
+    tb = 1.0;
+  }
   std::vector<float> before, after;
-  if (first == 0 || !geometry.positions(first - 1, before) || before.size() != a.size()) before = a;
-  if (second + 1 >= count || !geometry.positions(second + 1, after) || after.size() != a.size()) after = b;
-  const double t = weight;
+  const bool hasBefore = first > 0 && geometry.positions(first - 1, before) && before.size() == a.size() &&
+                         sampling.sampleTime(first - 1, tBefore) && tBefore < ta;
+  const bool hasAfter = second + 1 < count && geometry.positions(second + 1, after) && after.size() == a.size() &&
+                        sampling.sampleTime(second + 1, tAfter) && tAfter > tb;
+  const double h = tb - ta;
+  const double x = ta + weight * h;
+  const double s = weight;
+  // Value and slope at `at` of the parabola through (x0, y0), (x1, y1), (x2, y2).
+  auto parabola = [](double x0, double x1, double x2, double y0, double y1, double y2, double at, double& slope) {
+    const double d0 = (x0 - x1) * (x0 - x2), d1 = (x1 - x0) * (x1 - x2), d2 = (x2 - x0) * (x2 - x1);
+    slope = y0 * ((at - x1) + (at - x2)) / d0 + y1 * ((at - x0) + (at - x2)) / d1 + y2 * ((at - x0) + (at - x1)) / d2;
+    return y0 * (at - x1) * (at - x2) / d0 + y1 * (at - x0) * (at - x2) / d1 + y2 * (at - x0) * (at - x1) / d2;
+  };
   out.resize(a.size());
   for (size_t i = 0; i < a.size(); ++i) {
-    double value;
+    const double p1 = a[i], p2 = b[i];
+    const double p0 = hasBefore ? before[i] : 0.0, p3 = hasAfter ? after[i] : 0.0;
+    double value, slope;
     if (mode == 2) {
-      // The parabola through the samples at -1, 0 and 1 of the segment, or through 0, 1, 2 at
-      // the start of the samples.
-      if (first > 0) {
-        value = a[i] + 0.5 * t * (b[i] - before[i]) + 0.5 * t * t * (b[i] - 2.0 * a[i] + before[i]);
-      } else {
-        value = a[i] + t * (-1.5 * a[i] + 2.0 * b[i] - 0.5 * after[i]) + t * t * 0.5 * (a[i] - 2.0 * b[i] + after[i]);
-      }
+      if (hasBefore) value = parabola(tBefore, ta, tb, p0, p1, p2, x, slope);
+      else if (hasAfter) value = parabola(ta, tb, tAfter, p1, p2, p3, x, slope);
+      else value = p1 + s * (p2 - p1);
     } else {
-      // Catmull-Rom through before, a, b, after.
-      const double p0 = before[i], p1 = a[i], p2 = b[i], p3 = after[i];
-      value = 0.5 * (2.0 * p1 + (-p0 + p2) * t + (2.0 * p0 - 5.0 * p1 + 4.0 * p2 - p3) * t * t +
-                     (-p0 + 3.0 * p1 - 3.0 * p2 + p3) * t * t * t);
+      double m1 = (p2 - p1) / h, m2 = m1;
+      if (hasBefore) parabola(tBefore, ta, tb, p0, p1, p2, ta, m1);
+      else if (hasAfter) parabola(ta, tb, tAfter, p1, p2, p3, ta, m1);
+      if (hasAfter) parabola(ta, tb, tAfter, p1, p2, p3, tb, m2);
+      else if (hasBefore) parabola(tBefore, ta, tb, p0, p1, p2, tb, m2);
+      const double s2 = s * s, s3 = s2 * s;
+      value = (2 * s3 - 3 * s2 + 1) * p1 + (s3 - 2 * s2 + s) * h * m1 + (-2 * s3 + 3 * s2) * p2 + (s3 - s2) * h * m2;
     }
     out[i] = static_cast<float>(value);
   }
@@ -511,6 +536,48 @@ namespace {
 
 const char* const guideIndexName = "vorn_guideIndex";
 const char* const spaceName = "vorn_space";
+const char* const cvValuePrefix = "vorn_cv_";
+
+// The values of "vorn_cv_<N>" for every CV of a curve of `numCVs` CVs; empty when the curve
+// carries none. A missing or unreadable entry gives an empty list for that CV.
+std::vector<std::vector<float>> readCVValues(const VrAbcCompoundProperty& params, size_t numCVs) {
+  std::vector<std::vector<float>> out;
+  if (!params.valid()) return out;
+  bool any = false;
+  std::vector<std::vector<float>> values(numCVs);
+  for (size_t n = 0; n < numCVs; ++n) {
+    const std::string name = cvValuePrefix + std::to_string(n);
+    if (!params.findHeader(name)) continue;
+    VrAbcGeomParam param;
+    VrAbcGeomParam::Sample sample;
+    if (param.open(params, name, VrAbcPod::Float32, 1, nullptr) && param.read(0, sample) &&
+        sample.values.as(values[n]))
+      any = true;
+  }
+  if (any) out = std::move(values);
+  return out;
+}
+
+// Solves a * x + b * y + c * z = d for (x, y, z); false when the axes are degenerate.
+bool solveFrame(const SgVec3T<double>& a, const SgVec3T<double>& b, const SgVec3T<double>& c,
+                const SgVec3T<double>& d, SgVec3T<double>& out) {
+  const double det = a.dot(b.cross(c));
+  if (std::fabs(det) < 1e-12) return false;
+  out = SgVec3T<double>(d.dot(b.cross(c)) / det, a.dot(d.cross(c)) / det, a.dot(b.cross(d)) / det);
+  return true;
+}
+
+// A world-space CV as the guide keeps it: the offset from the reference root in the root frame
+// (tangent, normal, binormal), written along the exported u tangent, normal and v tangent (the
+// inverse of the placement VrGuide::patchFrame makes).
+bool worldToGuide(const VrGuide& guide, const SgVec3T<double>& cv, SgVec3T<double>& out) {
+  SgVec3T<double> abc;
+  if (!solveFrame(guide.cGuideTangent(true), guide.cGuideN(true), guide.cGuideBinormal(true), cv - guide.cGuideP(true),
+                  abc))
+    return false;
+  out = guide.exportedUTangent() * abc.x + guide.exportedNormal() * abc.y + guide.exportedVTangent() * abc.z;
+  return true;
+}
 
 // Curve objects with the object above them, in the order of the file.
 void collectCurves(const VrAbcObject& object, int depth, std::vector<std::pair<VrAbcObject, VrAbcObject>>& out) {
@@ -562,6 +629,7 @@ bool AlembicUtil::readGuideCurves(double time, std::vector<VrCacheCurve>& curves
         guideIndex = values.front();
     }
     const std::string space = readSpace(entry.second);
+    const VrAbcCompoundProperty& params = check.arbGeomParams();
     std::vector<float> values;
     std::vector<int32_t> counts, unused;
     uint32_t index = 0;
@@ -577,6 +645,7 @@ bool AlembicUtil::readGuideCurves(double time, std::vector<VrCacheCurve>& curves
       curve.guideIndex = guideIndex;
       curve.space = space;
       curve.cvs = toPoints(values, start, static_cast<size_t>(count));
+      curve.cvValues = readCVValues(params, curve.cvs.size());
       curves.push_back(std::move(curve));
       start += static_cast<size_t>(count);
     }
@@ -597,14 +666,18 @@ bool AlembicUtil::overrideGuides(VrBasePrimitive& primitive, double time, const 
   bool ok = readGuideCurves(time, curves, where);
   for (VrCacheCurve& curve : curves) {
     if (curve.cvs.empty()) continue;
+    const bool world = curve.space == "world";
     long target = curve.guideIndex;
     if (target < 0) {
       VR_WARNING(1, "No vorn_guideIndex attribute on rig guide. Use closest guide instead.");
       double best = 0.0;
       for (unsigned i = 0; i < primitive.numGuides(); ++i) {
-        const std::vector<SgVec3T<double>>& cvs = primitive.guide(i).iOrigGuideGeom();
+        const VrGuide& guide = primitive.guide(i);
+        const std::vector<SgVec3T<double>>& cvs = guide.iOrigGuideGeom();
         if (cvs.empty()) continue;
-        const SgVec3T<double> d = cvs.front() - curve.cvs.front();
+        // World-space curves are compared with the root on the surface, when there is one.
+        const SgVec3T<double> root = world && guide.transformedToSurface() ? guide.cGuideP(true) : cvs.front();
+        const SgVec3T<double> d = root - curve.cvs.front();
         const double distance = d.x * d.x + d.y * d.y + d.z * d.z;
         if (target < 0 || distance < best) {
           target = static_cast<long>(i);
@@ -613,7 +686,33 @@ bool AlembicUtil::overrideGuides(VrBasePrimitive& primitive, double time, const 
       }
     }
     if (target < 0 || target >= static_cast<long>(primitive.numGuides())) continue;
-    primitive.guide(static_cast<unsigned>(target)).setOrigIGeom(std::move(curve.cvs));
+    VrGuide& guide = primitive.guide(static_cast<unsigned>(target));
+    if (world) {
+      bool placed = guide.transformedToSurface() || guide.patchFrame(guide.faceId());
+      std::vector<SgVec3T<double>> local(curve.cvs.size());
+      for (size_t i = 0; placed && i < curve.cvs.size(); ++i) placed = worldToGuide(guide, curve.cvs[i], local[i]);
+      if (placed) {
+        curve.cvs = std::move(local);
+      } else {
+        VR_WARNING(1, "Guide " + std::to_string(target) +
+                          " is not on its surface: world space CVs are taken as they are. [" + where + "]");
+      }
+    }
+    if (!curve.cvValues.empty()) {
+      std::vector<std::string> names;
+      for (auto it = guide.guideCVAttrs().begin(); it != guide.guideCVAttrs().end(); ++it) names.push_back(it.key());
+      std::sort(names.begin(), names.end());
+      for (size_t n = 0; n < curve.cvValues.size(); ++n) {
+        for (size_t k = 0; k < curve.cvValues[n].size(); ++k) {
+          if (k >= names.size()) names.push_back("vorn_cv" + std::to_string(k));
+          std::vector<float>* values = guide.guideCVAttrs().find(names[k]);
+          if (!values) values = guide.guideCVAttrs().insert(names[k].c_str(), std::vector<float>()).first;
+          if (values->size() < curve.cvValues.size()) values->resize(curve.cvValues.size(), 0.0f);
+          (*values)[n] = curve.cvValues[n][k];
+        }
+      }
+    }
+    guide.setOrigIGeom(std::move(curve.cvs));
   }
   return ok;
 }
@@ -660,6 +759,23 @@ bool AlembicUtil::writeCurves(const std::vector<VrCacheCurve>& curves) {
     sample.orders = orders;
     sample.knots = knots;
     if (!shape.write(sample)) return false;
+    if (!curve.cvValues.empty()) {
+      if (curve.cvValues.size() != curve.cvs.size()) {
+        VR_ERROR("Curve " + name + " has values for " + std::to_string(curve.cvValues.size()) + " CVs but " +
+                 std::to_string(curve.cvs.size()) + " CVs [" + file + "]");
+        return false;
+      }
+      VrAbcCompoundWriter* params = shape.arbGeomParams();
+      if (!params) return false;
+      for (size_t n = 0; n < curve.cvValues.size(); ++n) {
+        VrAbcGeomParamWriter values;
+        const std::vector<float>& cv = curve.cvValues[n];
+        if (!values.create(*params, cvValuePrefix + std::to_string(n), VrAbcDataType{VrAbcPod::Float32, 1}, "",
+                           VrAbcScope::Constant, false, 0) ||
+            !values.write(cv.data(), cv.size(), true))
+          return false;
+      }
+    }
     if (curve.guideIndex >= 0) {
       VrAbcCompoundWriter* params = shape.arbGeomParams();
       VrAbcGeomParamWriter index;

@@ -29,12 +29,15 @@ using VrSurfaceTable = std::map<std::string, SgSurface*>;
 using VrPatchTable = std::map<std::string, std::vector<VrPatch*>>;
 
 /// One guide or wire curve of a geometry file: its CVs, root first, the guide it belongs to
-/// ("vorn_guideIndex", -1 when the file names none) and the space its placement names
-/// ("vorn_space").
+/// ("vorn_guideIndex", -1 when the file names none), the space its placement names
+/// ("vorn_space": "world" for CVs in world space; anything else, "local" by convention, for CVs
+/// already in the guide's own space) and the attribute values of each CV ("vorn_cv_<N>" holds
+/// those of CV N; empty when the file has none).
 struct VrCacheCurve {
   int guideIndex = -1;
   std::vector<SgVec3T<double>> cvs;
   std::string space;
+  std::vector<std::vector<float>> cvValues;
 };
 
 /// A reader of geometry files.
@@ -83,15 +86,20 @@ class AlembicUtil : public CacheUtil {
   bool readGuideCurves(double time, std::vector<VrCacheCurve>& curves, const std::string& where = "");
   /// Replaces the CVs of the primitive's guides with the file's curves at `time`: each curve
   /// goes to the guide its "vorn_guideIndex" names (passed over when out of range), or without
-  /// one to the guide whose root is nearest its first CV. CVs are taken as the file holds them.
-  /// `where` (the collection path) ends the Errors. False on any failure.
+  /// one to the guide whose root is nearest its first CV. Curves in "world" space are brought
+  /// into the guide's space (offsets from its reference root, in its exported frame); a guide
+  /// that cannot be placed on its surface takes them as they are, with a warning. CV values go
+  /// to the guide's CV attributes, value k of each CV to the k-th attribute name in sorted
+  /// order (names "vorn_cv<k>" when the guide has fewer). `where` (the collection path) ends
+  /// the Errors. False on any failure.
   bool overrideGuides(VrBasePrimitive& primitive, double time, const std::string& where);
   /// @}
 
   /// Writes the curves as a new file: for curve k a placement "guide<k>" carrying "vorn_space"
   /// and under it the NURBS curve "guide<k>Shape" (clamped, cubic or of lower order when there
-  /// are fewer CVs) carrying "vorn_guideIndex". False with an Error when the file cannot be
-  /// written or a curve has no CVs.
+  /// are fewer CVs) carrying "vorn_guideIndex" and, when `cvValues` is given, "vorn_cv_<N>" for
+  /// each CV. False with an Error when the file cannot be written, a curve has no CVs, or its
+  /// CV values do not come one list per CV.
   bool writeCurves(const std::vector<VrCacheCurve>& curves);
 
   /// "none" 0, "linear" 1, "quadratic" 2, "cubic" 3; any other name is linear.

@@ -542,3 +542,167 @@ TEST(AlembicUtil, OverrideGuidesByIndexAndByNearestRoot) {
   EXPECT_FALSE(absent.overrideGuides(primitive, 0.0, "/proj/rig.vorn"));
   EXPECT_TRUE(contains(log.errors(), "File does not exist: " + dir.file("absent.abc")));
 }
+
+TEST_F(ImportGeometry, CurvedModesKeepTheirShapeOnTheEndSegments) {
+  // Samples at x = i * i for i = 0..3 (frames 24..27). On the last segment, halfway (frame
+  // 26.5), the parabola gives 2.5 * 2.5 = 6.25; a repeated end sample would pull the cubic to
+  // 6.6875. On the first segment (frame 24.5) both curved modes give 0.25.
+  const std::string file = dir.file("ends.abc");
+  std::vector<std::vector<float>> samples;
+  for (int i = 0; i < 4; ++i) samples.push_back(moved(cube, static_cast<float>(i * i), 0, 0));
+  ASSERT_TRUE(writeArchive(file, {{"skin", VrAbcMeshWriter::Kind::SubD, samples, {}}}, false));
+  // Two samples (x = 0 and 4): nothing to bend with, so both curved modes are linear.
+  const std::string pair = dir.file("pair.abc");
+  ASSERT_TRUE(writeArchive(pair, {{"skin", VrAbcMeshWriter::Kind::SubD, {cube, moved(cube, 4, 0, 0)}, {}}}, false));
+  struct Case {
+    std::string file;
+    const char* mode;
+    double frame;
+    double offset;
+  };
+  int round = 0;
+  for (const Case& c : {Case{file, "cubic", 26.5, 6.25}, Case{file, "quadratic", 26.5, 6.25},
+                        Case{file, "cubic", 24.5, 0.25}, Case{file, "cubic", 26.25, 2.25 * 2.25},
+                        Case{pair, "cubic", 24.25, 1.0}, Case{pair, "quadratic", 24.75, 3.0}}) {
+    SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
+    VrResetImportGeometry();
+    PalettePtr next = importCollection("ends" + std::to_string(++round), {{"d", "Subd", "skin"}});
+    ASSERT_TRUE(next);
+    ASSERT_TRUE(VrImportGeometry(c.file, c.frame, c.mode, 24.0));
+    const VrPatch* skin = next->description("d")->patch("skin");
+    ASSERT_TRUE(skin && skin->isBound());
+    expectNear(point(skin, 0, false), point(skin, 0, true) + SgVec3T<double>(c.offset, 0, 0), 1e-4);
+    palette = std::move(next);
+  }
+  EXPECT_TRUE(log.errors().empty());
+}
+
+TEST_F(ImportGeometry, CurvedModesFollowUnevenSampleTimes) {
+  // Samples on frames 24, 25, 27 and 30 (an acyclic sampling at 24 per second), the cage moved
+  // by (frame - 24)^2: the curved modes follow that parabola on every segment; linear cuts the
+  // corners (at 28.5 it gives 9 + 27 / 2 = 22.5).
+  const std::string file = dir.file("uneven.abc");
+  {
+    VrAbcArchiveWriter writer;
+    ASSERT_TRUE(writer.open(file, VrAbcArchiveWriter::Options()));
+    std::vector<double> times;
+    for (int frame : {24, 25, 27, 30}) times.push_back(frame / 24.0);
+    const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::acyclic(times));
+    VrAbcObjectWriter* group = writer.top().createChild("group");
+    ASSERT_TRUE(group);
+    VrAbcMeshWriter mesh;
+    ASSERT_TRUE(mesh.create(*group, "skin", VrAbcMeshWriter::Kind::SubD, ts));
+    bool firstSample = true;
+    std::vector<std::vector<float>> samples;
+    for (int frame : {24, 25, 27, 30}) samples.push_back(moved(cube, static_cast<float>((frame - 24) * (frame - 24)), 0, 0));
+    for (const std::vector<float>& points : samples) {
+      VrAbcMeshWriter::Sample sample;
+      sample.positions = points;
+      if (firstSample) {
+        sample.faceCounts = cubeCounts;
+        sample.faceIndices = cubeIndices;
+      }
+      firstSample = false;
+      ASSERT_TRUE(mesh.write(sample));
+    }
+    ASSERT_TRUE(writer.close());
+  }
+  struct Case {
+    const char* mode;
+    double frame;
+    double offset;
+  };
+  int round = 0;
+  for (const Case& c : {Case{"quadratic", 28.5, 20.25}, Case{"cubic", 28.5, 20.25}, Case{"quadratic", 26.0, 4.0},
+                        Case{"cubic", 26.0, 4.0}, Case{"cubic", 24.5, 0.25}, Case{"quadratic", 24.5, 0.25},
+                        Case{"linear", 28.5, 22.5}}) {
+    SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
+    VrResetImportGeometry();
+    PalettePtr next = importCollection("uneven" + std::to_string(++round), {{"d", "Subd", "skin"}});
+    ASSERT_TRUE(next);
+    ASSERT_TRUE(VrImportGeometry(file, c.frame, c.mode, 24.0));
+    const VrPatch* skin = next->description("d")->patch("skin");
+    ASSERT_TRUE(skin && skin->isBound());
+    expectNear(point(skin, 0, false), point(skin, 0, true) + SgVec3T<double>(c.offset, 0, 0), 1e-3);
+    palette = std::move(next);
+  }
+  EXPECT_TRUE(log.errors().empty());
+}
+
+TEST(AlembicUtil, CVValuesRoundTripAndReachTheGuides) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const std::string file = dir.file("cvvalues.abc");
+  std::vector<VrCacheCurve> rig(2);
+  rig[0].guideIndex = 0;
+  rig[0].cvs = {SgVec3T<double>(0, 0, 0), SgVec3T<double>(0, 1, 0), SgVec3T<double>(0, 2, 0)};
+  rig[0].cvValues = {{0.5f, 10.0f}, {0.25f, 20.0f}, {0.125f, 30.0f}};
+  rig[1].guideIndex = 1;
+  rig[1].cvs = {SgVec3T<double>(1, 0, 0), SgVec3T<double>(1, 1, 0)};
+  ASSERT_TRUE(AlembicUtil(file).writeCurves(rig));
+
+  std::vector<VrCacheCurve> read;
+  ASSERT_TRUE(AlembicUtil(file).readGuideCurves(0.0, read));
+  ASSERT_EQ(read.size(), 2u);
+  EXPECT_EQ(read[0].cvValues, rig[0].cvValues);
+  EXPECT_TRUE(read[1].cvValues.empty());
+
+  // The guide's attribute names, sorted ("clump" before "width"), take the values in order.
+  GuideHolder primitive;
+  VrGuide& first = primitive.addGuide();
+  first.setOrigIGeom({SgVec3T<double>(), SgVec3T<double>(0, 1, 0), SgVec3T<double>(0, 2, 0)});
+  first.guideCVAttrs().insert("width", std::vector<float>(3, 0.0f));
+  first.guideCVAttrs().insert("clump", std::vector<float>(3, 0.0f));
+  primitive.addGuide().setOrigIGeom({SgVec3T<double>(1, 0, 0), SgVec3T<double>(1, 1, 0)});
+  ASSERT_TRUE(AlembicUtil(file).overrideGuides(primitive, 0.0, "/proj/rig.vorn"));
+  const std::vector<float>* clump = primitive.guide(0u).guideCVAttrs().find("clump");
+  const std::vector<float>* width = primitive.guide(0u).guideCVAttrs().find("width");
+  ASSERT_TRUE(clump && width);
+  EXPECT_EQ(*clump, (std::vector<float>{0.5f, 0.25f, 0.125f}));
+  EXPECT_EQ(*width, (std::vector<float>{10.0f, 20.0f, 30.0f}));
+  EXPECT_TRUE(primitive.guide(1u).guideCVAttrs().empty());
+  EXPECT_TRUE(log.errors().empty());
+
+  // Values for a different number of CVs are refused.
+  rig[1].cvValues = {{1.0f}};
+  EXPECT_FALSE(AlembicUtil(dir.file("bad.abc")).writeCurves(rig));
+  EXPECT_FALSE(log.errors().empty());
+}
+
+TEST(AlembicUtil, WorldSpaceCurvesComeIntoTheGuideFrame) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const std::string file = dir.file("world.abc");
+  std::vector<VrCacheCurve> rig(2);
+  rig[0].guideIndex = 0;
+  rig[0].space = "world";
+  rig[0].cvs = {SgVec3T<double>(1, 2, 3), SgVec3T<double>(1, 3, 3), SgVec3T<double>(1, 2, 5),
+                SgVec3T<double>(3, 2, 3)};
+  rig[1].guideIndex = 1;
+  rig[1].space = "world";
+  rig[1].cvs = {SgVec3T<double>(7, 8, 9), SgVec3T<double>(7, 9, 9)};
+  ASSERT_TRUE(AlembicUtil(file).writeCurves(rig));
+
+  GuideHolder primitive;
+  // Root at (1, 2, 3) with tangent +z, normal +y and binormal +x; the exported frame is the
+  // default (u tangent +x, normal +y, v tangent +z).
+  VrGuide& placed = primitive.addGuide();
+  placed.setOrigIGeom({SgVec3T<double>(), SgVec3T<double>(0, 1, 0)});
+  placed.setRootFrame(true, SgVec3T<double>(1, 2, 3), SgVec3T<double>(0, 1, 0), SgVec3T<double>(0, 0, 1),
+                      SgVec3T<double>(1, 0, 0));
+  placed.setTransformedToSurface(true);
+  // A guide with no patch cannot be placed: its CVs stay as the file has them.
+  primitive.addGuide().setOrigIGeom({SgVec3T<double>(), SgVec3T<double>(0, 1, 0)});
+  ASSERT_TRUE(AlembicUtil(file).overrideGuides(primitive, 0.0, "/proj/rig.vorn"));
+
+  const std::vector<SgVec3T<double>>& local = primitive.guide(0u).iOrigGuideGeom();
+  ASSERT_EQ(local.size(), 4u);
+  expectNear(local[0], SgVec3T<double>(0, 0, 0));
+  expectNear(local[1], SgVec3T<double>(0, 1, 0));  // along the normal
+  expectNear(local[2], SgVec3T<double>(2, 0, 0));  // two along the tangent: the exported u tangent
+  expectNear(local[3], SgVec3T<double>(0, 0, 2));  // two along the binormal: the exported v tangent
+  expectNear(primitive.guide(1u).iOrigGuideGeom()[1], SgVec3T<double>(7, 9, 9));
+  EXPECT_TRUE(contains(log.warnings(),
+                       "Guide 1 is not on its surface: world space CVs are taken as they are. [/proj/rig.vorn]"));
+  EXPECT_TRUE(log.errors().empty());
+}
