@@ -14,6 +14,7 @@
 #include "primitives/VrPrimitive.h"
 #include "renderers/VrRenderer.h"
 
+#include "BenchAllocations.h"
 #include "BenchMeshes.h"
 
 #include <benchmark/benchmark.h>
@@ -28,10 +29,12 @@
 #include <vector>
 
 // Heap allocations, counted while `countAllocations` is set.
-namespace {
+namespace vrbench {
 std::atomic<bool> countAllocations{false};
 std::atomic<size_t> allocations{0};
-}  // namespace
+}  // namespace vrbench
+using vrbench::allocations;
+using vrbench::countAllocations;
 
 // Kept out of line, so that the compiler pairs each new with its delete and not with malloc and
 // free inside them.

@@ -34,6 +34,7 @@ struct Groom {
     description->addPatch(patch);
     patch->bindGeometry(nullptr, surface.get(), false);
     primitive = std::make_unique<BenchPrimitive>(description);
+    primitive->setIMethod(1);  // shapes from guides
     std::mt19937 random(3);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     std::uniform_int_distribution<int> anyFace(0, n * n - 1);

@@ -9,6 +9,7 @@
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
+#include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrGuideRenderer.h"
 #include "renderers/VrNullRenderer.h"
 
@@ -33,8 +34,7 @@ struct Family {
 
 constexpr const char* generators[] = {"GuideGenerator", "UniformGenerator", "PointGenerator",
                                       "FileGenerator"};
-constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive",
-                                      "SplinePrimitive"};
+constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive"};
 constexpr const char* renderers[] = {
     "GLRenderer", "GeometryRenderer", "FileRenderer", "PointRenderer", "OrmRenderer",
     "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
@@ -65,6 +65,7 @@ bool registerFamily(const char* const (&)[N]) {
 const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRandomGenerator>) &&
                         VrRegisterModule("NullRenderer", &createObject<VrNullRenderer>) &&
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
+                        VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
                         registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&

@@ -183,7 +183,9 @@ void SgCurve::normalize(Points& pts) {
 
 void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
   if (pts.empty()) return;
-  const Points source = pts;
+  // Working copies are kept per thread, so that a steady stream of rebuilds allocates nothing.
+  thread_local Points source;
+  source.assign(pts.begin(), pts.end());
   rebuild(pts, source, count, uniform, widths);
 }
 
@@ -203,8 +205,9 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     return static_cast<float>(w[j] + f * (static_cast<double>(w[j1]) - w[j]));
   };
 
-  Points out(m);
-  std::vector<double> seg;
+  thread_local Points out;
+  thread_local std::vector<double> seg;
+  out.resize(m);
   const double total = cpolyLength(source, seg);
   if (uniform && total >= 1e-5) {
     const double step = total / static_cast<double>(m - 1);
@@ -242,7 +245,7 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     newWidths[m - 1] = (*widths)[n - 1];
     *widths = std::move(newWidths);
   }
-  pts = std::move(out);
+  pts.assign(out.begin(), out.end());
 }
 
 void SgCurve::subdivide(Points& pts, int levels) {
@@ -266,7 +269,7 @@ void SgCurve::subdivide(Points& pts, int levels) {
     q0 = q2;
   }
   out.push_back(pts[n - 1]);
-  pts = std::move(out);
+  pts.assign(out.begin(), out.end());
 }
 
 void SgCurve::cut(Points& pts, double t, bool resample) {

@@ -55,6 +55,17 @@ bool VrBasePrimitive::newCopiedGuides(const VrBasePrimitive* other) {
   return true;
 }
 
+SgBox3T<double> VrBasePrimitive::guideBoundingBox(unsigned index) const {
+  SgBox3T<double> box;
+  if (index >= guides.size()) return box;
+  for (const SgVec3T<double>& cv : guides[index].cGuideGeom()) box.extend(cv);
+  return box;
+}
+
+void VrBasePrimitive::defaultGuideGeom(VrGuide& guide) const {
+  guide.setOrigIGeom({SgVec3T<double>(0.0, 0.0, 0.0), guide.exportedNormal()});
+}
+
 unsigned VrBasePrimitive::numGuidesOn(const VrPatch* patch) const {
   return static_cast<unsigned>(
       std::count_if(guides.begin(), guides.end(), [patch](const VrGuide& g) { return g.patch() == patch; }));

@@ -3,6 +3,7 @@
 // values in one list; each knows its patch. Main thread only.
 
 #include "document/VrObject.h"
+#include "geometry/SgBox3T.h"
 #include "primitives/VrGuide.h"
 #include "primitives/VrGuideInterpolation.h"
 
@@ -36,6 +37,16 @@ class VrBasePrimitive : public VrObject {
   bool newCopiedGuides(const VrBasePrimitive* other);
   /// Number of guides on one patch.
   unsigned numGuidesOn(const VrPatch* patch) const;
+  /// Box of a guide's CVs as they stand on the surface; invalid for a bad index or no CVs.
+  virtual SgBox3T<double> guideBoundingBox(unsigned index) const;
+  /// The fewest CVs a guide of the kind may have.
+  virtual unsigned minGuideCVCount() const { return 2; }
+  /// Gives a new guide the kind's default CVs: two, one unit along the exported normal.
+  virtual void defaultGuideGeom(VrGuide& guide) const;
+  /// True when `cvs` can shape a primitive of the kind: at least `minGuideCVCount` CVs.
+  virtual bool verifyGuideGeom(const std::vector<SgVec3T<double>>& cvs) const {
+    return cvs.size() >= minGuideCVCount();
+  }
   /// @}
 
   /// @name Interpolation

@@ -2,14 +2,384 @@
 
 #include "document/VrMessage.h"
 #include "document/VrModules.h"
+#include "document/vrutilCodec.h"
 #include "fxmodules/VrFXModule.h"
+#include "geometry/VrPatch.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ostream>
+
+namespace {
+
+constexpr double pi = 3.14159265358979323846;
+constexpr double degreesToRadians = pi / 180.0;
+constexpr const char* objectWord = "Primitive";
+
+// Rotates v about the unit axis by `radians` (right-handed).
+SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
+  const double c = std::cos(radians), s = std::sin(radians);
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+// The lean (a, b) as a direction in (U, V, N) coordinates: h along N.
+void leanToDirection(double& a, double& b, double& h) {
+  const double m = std::sqrt(a * a + b * b);
+  if (m == 0.0) {
+    h = 1.0;
+  } else if (m > 1.95) {
+    const double s = 0.05 * 1.5691819 / m;
+    a *= s;
+    b *= s;
+    h = -0.99691733;
+  } else if (m > 1.0) {
+    const double mp = 2.0 - m;
+    const double s = (mp / m) * std::sin(mp * pi / 2.0) / mp;
+    a *= s;
+    b *= s;
+    h = -std::cos(mp * pi / 2.0);
+  } else {
+    const double s = std::sin(m * pi / 2.0) / m;
+    a *= s;
+    b *= s;
+    h = std::cos(m * pi / 2.0);
+  }
+}
+
+}  // namespace
+
+VrPrimitive::VrPrimitive(VrDescription* description)
+    : VrPrimitive(description, std::make_unique<VrPrimitiveContext>(description), false) {}
+
+VrPrimitive::VrPrimitive(VrDescription* description, std::unique_ptr<VrPrimitiveContext> context)
+    : VrPrimitive(description, std::move(context), true) {}
+
+VrPrimitive::VrPrimitive(VrDescription* description, std::unique_ptr<VrPrimitiveContext> context, bool declare)
+    : VrBasePrimitive(description),
+      primContext(std::move(context)),
+      lengthExpression("length", objectWord, description, "$a=1.0;#0.05,5.0\\n$a", "float"),
+      widthExpression("width", objectWord, description, "$a=1.0;#0.05,5.0\\n$a", "float"),
+      depthExpression("depth", objectWord, description, "$a=1.0;#0.05,5.0\\n$a", "float"),
+      offUExpression("offU", objectWord, description, "$a=0.0;#-2.0,2.0\\n$a", "float"),
+      offVExpression("offV", objectWord, description, "$a=0.0;#-2.0,2.0\\n$a", "float"),
+      offNExpression("offN", objectWord, description, "$a=0.0;#-180.0,180.0\\n$a", "float"),
+      aboutNExpression("aboutN", objectWord, description, "$a=0.0;#-180.0,180.0\\n$a", "float"),
+      regionMaskExpression("regionMask", objectWord, description, "0.0", "float"),
+      regionExpression("regionExprInternal", objectWord, description, "0", "color"),
+      guideColorExpression("guideColorInternal", objectWord, description, "[1,1,1]", "color"),
+      colorExpression("CsExpr", objectWord, description, "[1,1,1]", "color") {
+  // Shape from attributes unless told otherwise, for the kinds known by name only as well.
+  setIMethod(0);
+  if (declare) declareAttrs();
+}
 
 VrPrimitive::~VrPrimitive() {
   for (VrFXModule* module : stack) delete module;
 }
+
+void VrPrimitive::declareAttrs() {
+  setAttr("length", "$a=1.0;#0.05,5.0\\n$a", "expr");
+  setAttr("width", "$a=1.0;#0.05,5.0\\n$a", "expr");
+  setAttr("depth", "$a=1.0;#0.05,5.0\\n$a", "expr");
+  setAttr("offU", "$a=0.0;#-2.0,2.0\\n$a", "expr");
+  setAttr("offV", "$a=0.0;#-2.0,2.0\\n$a", "expr");
+  setAttr("offN", "$a=0.0;#-180.0,180.0\\n$a", "expr");
+  setAttr("aboutN", "$a=0.0;#-180.0,180.0\\n$a", "expr");
+  setAttr("regionMap", "${DESC}/Region/", "string");
+  setAttr("regionMask", "0.0", "expr");
+  setAttr("iMethod", "0", "enum", "Attribute:CV");
+  setAttr("useCache", "false", "bool");
+  setAttr("liveMode", "true", "bool");
+  setAttr("_wireNames", "", "float");
+  setAttr("cacheFileName", "${DESC}/guides.abc", "string");
+}
+
+bool VrPrimitive::setAttr(const std::string& name, const std::string& value, const std::string& type,
+                          const std::string& enumStrings) {
+  if (VrBasePrimitive::setAttr(name, value, type, enumStrings)) return true;
+  struct Named {
+    const char* name;
+    VrExpression VrPrimitive::*expr;
+  };
+  static const Named expressions[] = {
+      {"length", &VrPrimitive::lengthExpression}, {"width", &VrPrimitive::widthExpression},
+      {"depth", &VrPrimitive::depthExpression},   {"offU", &VrPrimitive::offUExpression},
+      {"offV", &VrPrimitive::offVExpression},     {"offN", &VrPrimitive::offNExpression},
+      {"aboutN", &VrPrimitive::aboutNExpression}, {"regionMask", &VrPrimitive::regionMaskExpression},
+      {"CsExpr", &VrPrimitive::colorExpression}};
+  for (const Named& e : expressions) {
+    if (name == e.name) {
+      (this->*e.expr).setExpression(value);
+      return true;
+    }
+  }
+  if (name == "iMethod") {
+    int method = 0;
+    const bool ok = intAttr(name, value, method);
+    if (ok) setIMethod(method);
+    return ok;
+  }
+  if (name == "regionMap") {
+    regionMapName = value;
+    return true;
+  }
+  if (name == "cacheFileName") {
+    cacheFile = value;
+    return true;
+  }
+  if (name == "useCache") return boolAttr(name, value, useCacheFlag);
+  if (name == "liveMode") return boolAttr(name, value, liveModeFlag);
+  return false;
+}
+
+void VrPrimitive::getExternalContext(ExternalContext& pairs, const std::string& prefix) const {
+  VrBasePrimitive::getExternalContext(pairs, prefix);
+  for (const char* name : {"length", "width", "depth", "offU", "offV", "offN", "aboutN", "regionMask"})
+    if (const VrExpression* e = attrExpression(name)) e->getExternalContext(pairs, prefix + name);
+}
+
+const VrExpression* VrPrimitive::attrExpression(const std::string& name) const {
+  if (name == "length") return &lengthExpression;
+  if (name == "width") return &widthExpression;
+  if (name == "depth") return &depthExpression;
+  if (name == "offU") return &offUExpression;
+  if (name == "offV") return &offVExpression;
+  if (name == "offN") return &offNExpression;
+  if (name == "aboutN") return &aboutNExpression;
+  if (name == "regionMask") return &regionMaskExpression;
+  if (name == "CsExpr") return &colorExpression;
+  return nullptr;
+}
+
+void VrPrimitive::copyAttrs(const VrPrimitive* other) {
+  if (!other || other == this) return;
+  VR_DEBUG(2, vrmsg::CatPrimitive, "Copying primitive attributes.");
+  std::string value, type;
+  for (unsigned i = 0; i < other->numAttrs(); ++i) {
+    const std::string name = other->attr(i);
+    if (name == "name") continue;
+    if (other->getAttr(name, value, type)) setAttr(name, value, type);
+  }
+}
+
+std::unique_ptr<VrPrimitiveContext> VrPrimitive::createContext() const {
+  return std::make_unique<VrPrimitiveContext>(description());
+}
+
+// ---------------------------------------------------------------------------------------------
+// The pipeline
+
+void VrPrimitive::makeGeometryInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* fxModule) {
+  context.cP(u, v, false);  // the frame first; everything else is built on it
+  context.setCullPrim(false);
+  findGuidesAndWeightsInParallel(context, u, v);
+  context.overrideCLength(1.0);
+  context.overrideCWidth(1.0);
+  context.overrideCDepth(1.0);
+  if (context.cullPrim()) return;
+  mkGeometryInParallel(context, u, v);
+  applyFXModulesInParallel(context, u, v, fxModule);
+}
+
+void VrPrimitive::mkGeometryInParallel(VrPrimitiveContext&, double, double) {}
+
+void VrPrimitive::applyFXModulesInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* stop) {
+  for (VrFXModule* module : stack) {
+    if (module == stop || context.cullPrim()) break;
+    if (module->isActive()) module->apply(this, context, u, v);
+  }
+  postApplyFxInParallel(context);
+}
+
+bool VrPrimitive::postApplyFxInParallel(VrPrimitiveContext&) { return false; }
+
+void VrPrimitive::initDescription() {
+  setupInterpolation(true);
+  initModules();
+}
+
+void VrPrimitive::initDescriptionInParallel(VrPrimitiveContext&) {}
+
+void VrPrimitive::finishDescription() { finishModules(); }
+
+void VrPrimitive::finishDescriptionInParallel(VrPrimitiveContext& context) {
+  context.removeAllModuleContext();
+  context.removeAllPipeData();
+}
+
+void VrPrimitive::beginPatchFaceModules(VrPrimitiveContext& context, const VrPatch* patch, int face) {
+  for (VrFXModule* module : stack)
+    if (module->isActive()) module->beginPatchFace(context, patch, face);
+}
+
+void VrPrimitive::endPatchFaceModules(VrPrimitiveContext& context, const VrPatch* patch, int face) {
+  for (VrFXModule* module : stack)
+    if (module->isActive()) module->endPatchFace(context, patch, face);
+}
+
+unsigned VrPrimitive::maximumCVCount() const {
+  size_t most = finalCVCount();
+  for (unsigned i = 0; i < numGuides(); ++i) most = std::max(most, guide(i).iGuideGeom().size());
+  return static_cast<unsigned>(most);
+}
+
+void VrPrimitive::initModules() {
+  for (VrFXModule* module : stack) {
+    if (module->isActive() && !module->initModule(this)) module->setActive(false);
+  }
+}
+
+void VrPrimitive::finishModules() {
+  for (VrFXModule* module : stack)
+    if (module->isActive()) module->finishModule(this);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Interpolation
+
+void VrPrimitive::setupInterpolation(bool silent) {
+  regionsOn = false;
+  switch (iMethod()) {
+    case 0:
+      VR_DEBUG(2, vrmsg::CatPrimitive, "Attribute interpolation");
+      return;
+    case 1:
+      break;
+    default:
+      VR_ERROR("Invalid interpolation method.");
+      return;
+  }
+  overrideGuidesWithCache();
+  if (regionMaskExpression.isConstant() && regionMaskExpression.eval(0.0, 0.0, 0).x < 0.0001) {
+    regionsOn = false;
+  } else {
+    regionsOn = true;
+    regionExpression.setExpression("255 * map(\"" + regionMapName + "\")");
+  }
+  VrBasePrimitive::setupInterpolation(silent);
+}
+
+unsigned VrPrimitive::guideRegion(double u, double v, int face, const std::string& patchName) const {
+  if (!regionsOn) return 0;
+  return vrutil::decodeRGB2Id(regionExpression.eval(u, v, face, &patchName));
+}
+
+double VrPrimitive::guideRegionMask(double u, double v, int face, const std::string& patchName) const {
+  if (!regionsOn) return 1.0;
+  return std::clamp(1.0 - regionMaskExpression.eval(u, v, face, &patchName).x, 0.0, 1.0);
+}
+
+bool VrPrimitive::overrideGuidesWithCache() { return false; }
+
+// ---------------------------------------------------------------------------------------------
+// Per-CV attributes and colour
+
+std::vector<SgVec3T<double>>* VrPrimitive::addCVAttr(const std::string& name, const std::string& type,
+                                                     VrPrimitiveContext* context) {
+  cvAttrTypeNames[name] = type;
+  VrPrimitiveContext& target = context ? *context : *primContext;
+  std::vector<SgVec3T<double>>& values = target.getCVAttrs()[name];
+  values.resize(target.cGeom().size());
+  return &values;
+}
+
+std::vector<SgVec3T<double>>* VrPrimitive::getCVAttr(const std::string& name, const std::string& type,
+                                                     VrPrimitiveContext* context) {
+  const std::string* known = cvAttrTypeNames.find(name);
+  if (!known || *known != type) return nullptr;
+  return (context ? *context : *primContext).cvAttr(name);
+}
+
+SgVec3T<double> VrPrimitive::evalColorInParallel(VrPrimitiveContext& context, double u, double v, int face,
+                                                 const std::string* patchName) const {
+  if (iMethod() == 1) return evalInterpGuideColor(context);
+  return colorExpression.eval(u, v, face, patchName);
+}
+
+SgVec3T<double> VrPrimitive::evalInterpGuideColor(const VrPrimitiveContext& context) const {
+  SgVec3T<double> sum;
+  for (size_t i = 0; i < context.activeGuides.size() && i < context.weight.size(); ++i) {
+    const VrGuide& g = guide(static_cast<unsigned>(context.activeGuides[i]));
+    const std::string* patchName = g.patch() ? &g.patch()->name() : nullptr;
+    sum += guideColorExpression.eval(g.patchU(), g.patchV(), g.faceId(), patchName) * context.weight[i];
+  }
+  return sum * context.weightN;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Lean and direction
+
+void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3T<double>& U, SgVec3T<double>& V,
+                         double tiltU, double tiltV, double tiltN, double aboutN, double length,
+                         std::vector<SgVec3T<double>>& cvs, bool isFirst, double twist) {
+  double a = tiltU, b = tiltV, h = 1.0;
+  if (isFirst) {
+    const double a0 = a, b0 = b;
+    a = a0 * std::sqrt(std::max(0.0, 1.0 - b0 * b0 / 2.0));
+    b = b0 * std::sqrt(std::max(0.0, 1.0 - a0 * a0 / 2.0));
+  }
+  leanToDirection(a, b, h);
+  if (aboutN != 0.0) {
+    U = rotated(U, N, aboutN * degreesToRadians);
+    V = rotated(V, N, aboutN * degreesToRadians);
+  }
+  SgVec3T<double> dir = U * a + V * b + N * h;
+  dir.normalize();
+
+  SgVec3T<double> axis = N.cross(dir);
+  SgVec3T<double> newU;
+  if (axis.length() > 1e-5) {
+    axis.normalize();
+    newU = rotated(U, axis, std::acos(std::clamp(dir.dot(N), -1.0, 1.0)));
+  } else {
+    // Along or against N: U stays in the plane across dir.
+    newU = dir.cross(U).cross(dir);
+  }
+  newU.normalize();
+  if (twist != 0.0) newU = rotated(newU, dir, twist * degreesToRadians);
+  SgVec3T<double> third = dir.cross(newU);
+  if (tiltN != 0.0) {
+    // dir and U turn towards each other about the third axis.
+    dir = rotated(dir, third, tiltN * degreesToRadians);
+    newU = rotated(newU, third, tiltN * degreesToRadians);
+  }
+  cvs.push_back(root + dir * length);
+  N = dir;
+  U = newU;
+  V = third;
+}
+
+bool VrPrimitive::findOrient(const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& N,
+                             const SgVec3T<double>& U, const SgVec3T<double>& V, double& tiltU, double& tiltV,
+                             bool isFirst) {
+  if (cvs.size() < 2) return false;
+  SgVec3T<double> dir = cvs[1] - cvs[0];
+  if (dir.normalize() == 0.0) return false;
+  const double a0 = dir.dot(U), b0 = dir.dot(V), h = dir.dot(N);
+  const double s = std::sqrt(a0 * a0 + b0 * b0);
+  double a = 0.0, b = 0.0;
+  if (s > 0.0) {
+    // The angle from N, as a share of the half turn, is the lean's size.
+    const double m = 2.0 * std::atan2(s, h) / pi;
+    a = a0 * m / s;
+    b = b0 * m / s;
+  }
+  if (isFirst) {
+    // Inverse of a' = a·sqrt(1 − b²/2), b' = b·sqrt(1 − a²/2), on squares: A − B = A' − B'.
+    const double A1 = a * a, B1 = b * b, c = A1 - B1;
+    const double p = 1.0 - c / 2.0;
+    const double B = std::max(0.0, p - std::sqrt(std::max(0.0, p * p - 2.0 * B1)));
+    const double A = std::max(0.0, B + c);
+    a = std::copysign(std::sqrt(A), a);
+    b = std::copysign(std::sqrt(B), b);
+  }
+  tiltU = a;
+  tiltV = b;
+  return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The FX module stack
 
 VrFXModule* VrPrimitive::addFXModule(const std::string& type) {
   if (type.find("FXModule") == std::string::npos) {
@@ -24,9 +394,7 @@ VrFXModule* VrPrimitive::addFXModule(const std::string& type) {
   return module;
 }
 
-bool VrPrimitive::removeFXModule(const std::string& name) {
-  return removeFXModule(findFXModule(name));
-}
+bool VrPrimitive::removeFXModule(const std::string& name) { return removeFXModule(findFXModule(name)); }
 
 bool VrPrimitive::removeFXModule(const VrFXModule* module) {
   auto found = std::find(stack.begin(), stack.end(), module);
@@ -68,15 +436,9 @@ void VrPrimitive::getFXTextures(std::vector<std::string>& lines) const {
   for (const VrFXModule* module : stack) module->getTexMap(lines);
 }
 
-bool VrPrimitive::setFXTexture(const std::string& module, const std::string& attr,
-                               const std::string& text) {
+bool VrPrimitive::setFXTexture(const std::string& module, const std::string& attr, const std::string& text) {
   VrFXModule* found = findFXModule(module);
   return found && found->setTexture(attr, text);
-}
-
-void VrPrimitive::makeGeometryInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule*) {
-  context.setCullPrim(false);
-  context.cP(u, v, false);  // the frame first; everything else is built on it
 }
 
 void VrPrimitive::renumberModules() {

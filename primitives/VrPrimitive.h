@@ -1,12 +1,19 @@
 #pragma once
-// VrPrimitive: the base of the generated primitive kinds. It owns the ordered FX module stack
-// that reshapes its primitives, and the primitive context of the serial path. Main thread only,
-// except `makeGeometryInParallel` on a worker's own context.
+// VrPrimitive: the base of the generated primitive kinds. It holds the attributes every kind
+// shares (length, width, depth, lean, regions, interpolation method), the ordered FX module
+// stack that reshapes its primitives, and the primitive context of the serial path.
+//
+// `makeGeometry` builds one primitive into a context in a fixed order: the surface frame, the
+// guides and weights, the kind's geometry (`mkGeometry`), then the FX stack. Attributes, guides
+// and the stack change on the main thread only; during generation the primitive is read-only and
+// `makeGeometryInParallel` may run on many workers at once, each with its own context.
 
+#include "expressions/VrExpression.h"
 #include "primitives/VrBasePrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
 
 #include <iosfwd>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,23 +21,146 @@ class VrFXModule;
 
 class VrPrimitive : public VrBasePrimitive {
  public:
-  explicit VrPrimitive(VrDescription* description)
-      : VrBasePrimitive(description), primContext(description) {}
+  /// A primitive of a kind this build knows by name only: it holds the attributes it is given
+  /// (read from a file or set one by one) and builds no geometry of its own.
+  explicit VrPrimitive(VrDescription* description);
   ~VrPrimitive() override;
+
+  bool setAttr(const std::string& name, const std::string& value, const std::string& type = "float",
+               const std::string& enumStrings = "") override;
+  void getExternalContext(ExternalContext& pairs, const std::string& prefix) const override;
+  /// The expression object of an expression attribute ("length", "width", "offU", ...); null for
+  /// other attributes.
+  virtual const VrExpression* attrExpression(const std::string& name) const;
+  /// Copies every attribute of `other` that it holds, through `setAttr`.
+  void copyAttrs(const VrPrimitive* other);
+
+  /// @name Contexts
+  /// @{
+  /// The context of the serial path.
+  VrPrimitiveContext& context() { return *primContext; }
+  const VrPrimitiveContext& context() const { return *primContext; }
+  /// A fresh context of the kind, for a worker.
+  virtual std::unique_ptr<VrPrimitiveContext> createContext() const;
+  /// A copy of `context` of the same kind, for a worker.
+  std::unique_ptr<VrPrimitiveContext> cloneContext(const VrPrimitiveContext& context) const {
+    return context.cloneContext();
+  }
+  /// @}
+
+  /// @name A pass over the description
+  /// @{
+  /// Before a pass: builds the guides' reach maps (silently) and initialises the FX modules.
+  virtual void initDescription();
+  /// Before a worker's share of a pass, on its context; the base does nothing.
+  virtual void initDescriptionInParallel(VrPrimitiveContext& context);
+  /// After a pass: finishes the FX modules.
+  virtual void finishDescription();
+  /// After a worker's share: drops the context's module records and pipe data.
+  virtual void finishDescriptionInParallel(VrPrimitiveContext& context);
+  /// Runs `beginPatchFace` (`endPatchFace`) of every active module, in stack order.
+  void beginPatchFaceModules(VrPrimitiveContext& context, const VrPatch* patch, int face);
+  void endPatchFaceModules(VrPrimitiveContext& context, const VrPatch* patch, int face);
+  /// @}
 
   /// @name Building primitives
   /// @{
-  /// The context of the serial path.
-  VrPrimitiveContext& context() { return primContext; }
-  const VrPrimitiveContext& context() const { return primContext; }
-  /// Builds the primitive at (u, v) of the context's face into `context`, stopping before
-  /// `fxModule` (null: every module). For now the surface frame only; a failed evaluation
-  /// leaves the context's culled flag set.
+  /// Builds the primitive at (u, v) of the context's face into `context`: the frame, guides and
+  /// weights, lengths reset to 1, the kind's geometry and the FX stack up to (not including)
+  /// `fxModule` (null: every module). A refused primitive has the context's culled flag set.
   void makeGeometryInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* fxModule);
   /// The same on the serial context.
   void makeGeometry(double u, double v, VrFXModule* fxModule) {
-    makeGeometryInParallel(primContext, u, v, fxModule);
+    makeGeometryInParallel(*primContext, u, v, fxModule);
   }
+  /// The kind's geometry at (u, v); the base makes none.
+  virtual void mkGeometryInParallel(VrPrimitiveContext& context, double u, double v);
+  void mkGeometry(double u, double v) { mkGeometryInParallel(*primContext, u, v); }
+  /// Runs every active module in stack order up to `stop`, until one culls; then `postApplyFX`.
+  void applyFXModulesInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* stop);
+  void applyFXModules(double u, double v, VrFXModule* stop) { applyFXModulesInParallel(*primContext, u, v, stop); }
+  /// After the modules: lets the kind mark what depends on the final shape. The base does
+  /// nothing and answers false.
+  virtual bool postApplyFxInParallel(VrPrimitiveContext& context);
+  bool postApplyFX() { return postApplyFxInParallel(*primContext); }
+  /// CVs of a primitive after the modules' rebuild; the base has none. A primitive's own count is
+  /// `cGeom().size()` of its context (a spline from guides has the guides' count).
+  virtual unsigned finalCVCount() const { return 0; }
+  /// The greatest of `finalCVCount` and the CV counts of the guides: room for any primitive.
+  unsigned maximumCVCount() const;
+  /// @}
+
+  /// @name Shared attributes (the kind clamps the leans `offU`/`offV` to [-1, 1] when it uses them)
+  /// @{
+  const VrExpression& lengthExpr() const { return lengthExpression; }
+  const VrExpression& widthExpr() const { return widthExpression; }
+  const VrExpression& depthExpr() const { return depthExpression; }
+  const VrExpression& offUExpr() const { return offUExpression; }
+  const VrExpression& offVExpr() const { return offVExpression; }
+  const VrExpression& offNExpr() const { return offNExpression; }
+  const VrExpression& aboutNExpr() const { return aboutNExpression; }
+  const VrExpression& regionMaskExpr() const { return regionMaskExpression; }
+  const std::string& regionMap() const { return regionMapName; }
+  bool useCache() const { return useCacheFlag; }
+  bool liveMode() const { return liveModeFlag; }
+  const std::string& cacheFileName() const { return cacheFile; }
+  /// @}
+
+  /// @name Interpolation
+  /// @{
+  /// Regions off; with CV interpolation the guides may come from the cache and regions follow
+  /// `regionMask` and `regionMap`; then the base setup. "Invalid interpolation method." for a
+  /// method other than 0 and 1.
+  void setupInterpolation(bool silent) override;
+  unsigned guideRegion(double u, double v, int face, const std::string& patchName) const override;
+  double guideRegionMask(double u, double v, int face, const std::string& patchName) const override;
+  /// Replaces the guides' CVs with those of the cache when `useCache` is on; the base has no
+  /// cache reader and answers false.
+  virtual bool overrideGuidesWithCache();
+  /// @}
+
+  /// @name Per-CV attributes
+  /// The registry of names and types lives on the primitive; the values live in each context.
+  /// @{
+  /// Registers the attribute and gives `context` (null: the serial one) one value per CV;
+  /// answers the values.
+  std::vector<SgVec3T<double>>* addCVAttr(const std::string& name, const std::string& type,
+                                          VrPrimitiveContext* context = nullptr);
+  /// The values of a registered attribute of that type, or null.
+  std::vector<SgVec3T<double>>* getCVAttr(const std::string& name, const std::string& type,
+                                          VrPrimitiveContext* context = nullptr);
+  /// Names and types of the registered attributes.
+  const VrDict<std::string>& cvAttrTypes() const { return cvAttrTypeNames; }
+  /// @}
+
+  /// @name Colour
+  /// @{
+  /// `CsExpr` at the location, or with CV interpolation the guide colours blended by weight.
+  SgVec3T<double> evalColorInParallel(VrPrimitiveContext& context, double u, double v, int face,
+                                      const std::string* patchName) const;
+  SgVec3T<double> evalColor(double u, double v, int face, const std::string* patchName) const {
+    return evalColorInParallel(*primContext, u, v, face, patchName);
+  }
+  /// Sum over the active guides of colour times weight, times weightN.
+  SgVec3T<double> evalInterpGuideColor(const VrPrimitiveContext& context) const;
+  /// @}
+
+  /// @name Lean and direction
+  /// @{
+  /// Turns the lean (tiltU, tiltV) in the frame (N, U, V) into a direction and appends the CV
+  /// `root` + direction · length to `cvs`. Lean 0 points along N, 1 lies in the tangent plane
+  /// and 2 points against N; `isFirst` maps the square [-1, 1]² onto the disc first. `aboutN`
+  /// (degrees) turns U and V about N first, `twist` (degrees) turns the new frame about the
+  /// direction, `tiltN` (degrees) turns the direction and U towards each other. On return N, U
+  /// and V are the frame of the new segment (N the direction).
+  static void orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3T<double>& U, SgVec3T<double>& V,
+                     double tiltU, double tiltV, double tiltN, double aboutN, double length,
+                     std::vector<SgVec3T<double>>& cvs, bool isFirst, double twist = 0.0);
+  /// Reads the lean (tiltU, tiltV) back from the first segment of `cvs` in the frame (N, U, V);
+  /// undoes the disc mapping with `isFirst`. False for fewer than two CVs or a zero segment.
+  static bool findOrient(const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& N,
+                         const SgVec3T<double>& U, const SgVec3T<double>& V, double& tiltU, double& tiltV,
+                         bool isFirst);
   /// @}
 
   /// @name FX module stack (owned, in stack order)
@@ -53,11 +183,39 @@ class VrPrimitive : public VrBasePrimitive {
   void getFXTextures(std::vector<std::string>& lines) const;
   /// Links a texture to an attribute of the named module; false when no module has it.
   bool setFXTexture(const std::string& module, const std::string& attr, const std::string& text);
+  /// Runs `initModule` of every active module (deactivating those that refuse) and
+  /// `finishModule` at the end of the pass.
+  virtual void initModules();
+  virtual void finishModules();
   /// @}
 
+ protected:
+  /// For the kinds with behaviour: declares the shared attributes with their defaults, and
+  /// `context` (of the kind) becomes the serial context.
+  VrPrimitive(VrDescription* description, std::unique_ptr<VrPrimitiveContext> context);
+
  private:
+  VrPrimitive(VrDescription* description, std::unique_ptr<VrPrimitiveContext> context, bool declare);
+  void declareAttrs();
   void renumberModules();
 
   std::vector<VrFXModule*> stack;
-  VrPrimitiveContext primContext;
+  std::unique_ptr<VrPrimitiveContext> primContext;
+  VrExpression lengthExpression;
+  VrExpression widthExpression;
+  VrExpression depthExpression;
+  VrExpression offUExpression;
+  VrExpression offVExpression;
+  VrExpression offNExpression;
+  VrExpression aboutNExpression;
+  VrExpression regionMaskExpression;
+  VrExpression regionExpression;
+  VrExpression guideColorExpression;
+  VrExpression colorExpression;
+  std::string regionMapName;
+  std::string cacheFile;
+  bool useCacheFlag = false;
+  bool liveModeFlag = true;
+  bool regionsOn = false;
+  VrDict<std::string> cvAttrTypeNames;
 };

@@ -2,81 +2,122 @@
 
 #include "document/VrDescription.h"
 #include "document/VrMessage.h"
+#include "fxmodules/VrFXModule.h"
 #include "generators/VrGenerator.h"
+#include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
 
-#include <limits>
-
-namespace {
-constexpr double unset = std::numeric_limits<double>::quiet_NaN();
-}  // namespace
-
-VrPrimitiveContext::VrPrimitiveContext(VrDescription* description) : owner(description) { forgetFrames(); }
+VrPrimitiveContext::VrPrimitiveContext(VrDescription* description) : VrBasePrimitiveContext(description) {}
 
 VrPrimitiveContext::~VrPrimitiveContext() = default;
 
-void VrPrimitiveContext::forgetFrames() {
-  // NaN never equals a parameter, so every slot evaluates again.
-  for (int slot = 0; slot < 4; ++slot) evalU[slot] = evalV[slot] = unset;
+VrPrimitiveContext::VrPrimitiveContext(const VrPrimitiveContext& other)
+    : VrBasePrimitiveContext(other),
+      length(other.length),
+      width(other.width),
+      depth(other.depth),
+      lengthDirty(other.lengthDirty),
+      cvAttrValues(other.cvAttrValues),
+      cvAttrLocations(other.cvAttrLocations),
+      samples(other.samples),
+      pipe(other.pipe),
+      generatorRecord(other.generatorRecord) {
+  moduleRecords.reserve(other.moduleRecords.size());
+  for (const ModuleRecord& r : other.moduleRecords)
+    moduleRecords.push_back(ModuleRecord{r.module, r.record ? r.record->clone() : nullptr});
 }
 
-void VrPrimitiveContext::setActivePatchFace(const VrPatch* value, int face) {
-  patch = value;
-  faceId = face;
-  forgetFrames();
+VrPrimitiveContext& VrPrimitiveContext::operator=(const VrPrimitiveContext& other) {
+  if (this == &other) return *this;
+  VrPrimitiveContext copy(other);
+  VrBasePrimitiveContext::operator=(copy);
+  length = copy.length;
+  width = copy.width;
+  depth = copy.depth;
+  lengthDirty = copy.lengthDirty;
+  cvAttrValues = copy.cvAttrValues;
+  cvAttrLocations = copy.cvAttrLocations;
+  samples = copy.samples;
+  pipe = copy.pipe;
+  moduleRecords = std::move(copy.moduleRecords);
+  generatorRecord = copy.generatorRecord;
+  return *this;
 }
 
-void VrPrimitiveContext::setcPatch(const VrPatch* value) {
-  patch = value;
-  forgetFrames();
+double VrPrimitiveContext::cLength() {
+  if (lengthDirty) overrideCLength(computeLength());
+  return length;
 }
 
-void VrPrimitiveContext::evalPatch(int slot, double u, double v) {
-  if (!patch || (evalU[slot] == u && evalV[slot] == v)) return;
-  const bool ref = slot == 0 || slot == 2;
-  bool ok = false;
-  if (slot < 2) {
-    ok = patch->evalGeom(u, v, faceId, point[slot], normal[slot], dPdu[slot], dPdv[slot], ref);
-  } else {
-    // The displaced surface: the active generator says how the surface is moved.
-    const auto* generator = owner ? dynamic_cast<const VrGenerator*>(owner->activeGenerator()) : nullptr;
-    ok = generator ? patch->evalGeom(u, v, faceId, &generator->displacement(), generator->vectorDisplacement(),
-                                     &generator->bump(), &generator->offset(), point[slot], normal[slot],
-                                     dPdu[slot], dPdv[slot], ref)
-                   : patch->evalGeom(u, v, faceId, nullptr, false, nullptr, nullptr, point[slot], normal[slot],
-                                     dPdu[slot], dPdv[slot], ref);
+double VrPrimitiveContext::computeLength() { return SgCurve::length(cGeom()); }
+
+bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
+  // The displaced surface: the active generator says how the surface is moved.
+  VrDescription* desc = description();
+  const auto* generator = desc ? dynamic_cast<const VrGenerator*>(desc->activeGenerator()) : nullptr;
+  Slot& s = slot(index);
+  const bool ref = index == 2;
+  if (!generator)
+    return cPatch()->evalGeom(u, v, cFaceId(), nullptr, false, nullptr, nullptr, s.point, s.normal, s.dPdu,
+                              s.dPdv, ref);
+  return cPatch()->evalGeom(u, v, cFaceId(), &generator->displacement(), generator->vectorDisplacement(),
+                            &generator->bump(), &generator->offset(), s.point, s.normal, s.dPdu, s.dPdv, ref);
+}
+
+void VrPrimitiveContext::packCVAttrs(std::vector<float>& floats, VrDict<Location>& map) {
+  floats.clear();
+  map.clear();
+  for (auto it = cvAttrValues.begin(); it != cvAttrValues.end(); ++it) {
+    const std::vector<SgVec3T<double>>& values = it.value();
+    Location where{static_cast<unsigned>(floats.size()), static_cast<unsigned>(values.size() * 3)};
+    for (const SgVec3T<double>& x : values) {
+      floats.push_back(static_cast<float>(x.x));
+      floats.push_back(static_cast<float>(x.y));
+      floats.push_back(static_cast<float>(x.z));
+    }
+    map[it.key()] = where;
   }
-  if (!ok) {
-    VR_ERROR("Failed to evaluate patch " + patch->name() + " of " + (owner ? owner->name() : std::string()) +
-             " [" + std::to_string(faceId) + "]");
-    culled = true;
-    evalU[slot] = evalV[slot] = unset;
-    return;
+  cvAttrLocations = map;
+}
+
+bool VrPrimitiveContext::unpackCVAttrs(const std::vector<float>& floats, const VrDict<Location>& map) {
+  for (auto it = map.begin(); it != map.end(); ++it) {
+    const Location& where = it.value();
+    if (where.size % 3 != 0 || static_cast<size_t>(where.offset) + where.size > floats.size()) {
+      VR_WARNING(1, "CV attribute " + it.key() + " lies outside the packed values; not unpacked.");
+      return false;
+    }
   }
-  evalU[slot] = u;
-  evalV[slot] = v;
+  for (auto it = map.begin(); it != map.end(); ++it) {
+    const Location& where = it.value();
+    std::vector<SgVec3T<double>>& values = cvAttrValues[it.key()];
+    values.resize(where.size / 3);
+    const float* f = floats.data() + where.offset;
+    for (size_t i = 0; i < values.size(); ++i, f += 3) values[i] = SgVec3T<double>(f[0], f[1], f[2]);
+  }
+  cvAttrLocations = map;
+  return true;
 }
 
-const SgVec3T<double>& VrPrimitiveContext::cP(double u, double v, bool ref) {
-  const int slot = ref ? 2 : 3;
-  evalPatch(slot, u, v);
-  return point[slot];
+void VrPrimitiveContext::setPipeData(const std::string& name, const std::vector<SgVec3T<double>>& values) {
+  std::vector<SgVec3T<double>>& stored = pipe[name];
+  stored.assign(values.begin(), values.end());
 }
 
-const SgVec3T<double>& VrPrimitiveContext::cN(double u, double v, bool ref) {
-  const int slot = ref ? 2 : 3;
-  evalPatch(slot, u, v);
-  return normal[slot];
+void VrPrimitiveContext::addModuleContext(const VrFXModule* module, std::unique_ptr<VrFXModuleContext> record) {
+  for (ModuleRecord& r : moduleRecords) {
+    if (r.module == module) {
+      r.record = std::move(record);
+      return;
+    }
+  }
+  moduleRecords.push_back(ModuleRecord{module, std::move(record)});
 }
 
-const SgVec3T<double>& VrPrimitiveContext::cPg(double u, double v, bool ref) {
-  const int slot = ref ? 0 : 1;
-  evalPatch(slot, u, v);
-  return point[slot];
+VrFXModuleContext* VrPrimitiveContext::fxModuleContext(const VrFXModule* module) const {
+  for (const ModuleRecord& r : moduleRecords)
+    if (r.module == module) return r.record.get();
+  return nullptr;
 }
 
-const SgVec3T<double>& VrPrimitiveContext::cNg(double u, double v, bool ref) {
-  const int slot = ref ? 0 : 1;
-  evalPatch(slot, u, v);
-  return normal[slot];
-}
+void VrPrimitiveContext::removeAllModuleContext() { moduleRecords.clear(); }

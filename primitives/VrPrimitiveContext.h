@@ -1,78 +1,82 @@
 #pragma once
-// VrPrimitiveContext: the record of the primitive being made at one location. Generators,
-// primitives, renderers and expressions read primitive state from here. Each primitive owns one
-// context for the serial path (`VrPrimitive::context()`); a parallel render gives every worker a
-// copy of its own, so that nothing per location is shared between threads.
+// VrPrimitiveContext: the record of the primitive being made at one location, as generators,
+// primitives, FX modules, renderers and expressions read it. On top of the frame, identity, CVs
+// and guide weights of `VrBasePrimitiveContext` it holds the primitive's length, width and depth,
+// its per-CV attributes, the contexts of the other motion samples, values one module hands to a
+// later one, a record per FX module, and the generator and renderer records of the worker.
 //
-// This first form holds what the generators need: the face being worked on and its patch, the
-// primitive id, the culled flag, the level-of-detail width factor, the surface frame at a
-// location, the motion sample contexts and the generator and renderer records of the worker.
-// The guides and weights, the primitive's geometry, its per-CV attributes and the module
-// contexts come with the primitive pipeline.
-//
-// The frame is cached in four slots: 0 the reference surface without displacement, 1 the
-// animated one without, 2 the reference surface with the active generator's displacement, bump
-// and offset, 3 the animated one with them. A slot answers from its cache while u and v stay
-// those of its last evaluation; `setActivePatchFace` empties every slot.
+// Each primitive owns one context for the serial path (`VrPrimitive::context()`); a parallel
+// render gives every worker a clone of the kind (`VrPrimitive::cloneContext`), so that nothing
+// per location is shared between threads. Sample contexts and worker records are not owned; the
+// module records are, and a clone copies them.
 
-#include "geometry/SgVec3T.h"
+#include "document/VrDict.h"
+#include "primitives/VrBasePrimitiveContext.h"
 
+#include <memory>
+#include <string>
 #include <vector>
 
-class VrDescription;
+class VrFXModule;
+class VrFXModuleContext;
 class VrGeneratorContext;
-class VrPatch;
-class VrRendererContext;
 
-class VrPrimitiveContext {
+class VrPrimitiveContext : public VrBasePrimitiveContext {
  public:
+  /// Where one CV attribute stands in a packed float array: `size` floats from `offset`
+  /// (three per CV).
+  struct Location {
+    unsigned offset = 0;
+    unsigned size = 0;
+  };
+  using CVAttrs = VrDict<std::vector<SgVec3T<double>>>;
+
   explicit VrPrimitiveContext(VrDescription* description = nullptr);
-  virtual ~VrPrimitiveContext();
-  /// A copy is a worker's clone: it shares the description, patch, sample contexts and records.
-  VrPrimitiveContext(const VrPrimitiveContext&) = default;
-  VrPrimitiveContext& operator=(const VrPrimitiveContext&) = default;
+  ~VrPrimitiveContext() override;
+  /// A copy is a worker's clone: it shares the description, patch, sample contexts and records
+  /// and copies the module records.
+  VrPrimitiveContext(const VrPrimitiveContext& other);
+  VrPrimitiveContext& operator=(const VrPrimitiveContext& other);
 
-  VrDescription* description() const { return owner; }
+  /// A new context of the same kind holding a copy of this one.
+  std::unique_ptr<VrPrimitiveContext> cloneContext() const {
+    return std::unique_ptr<VrPrimitiveContext>(static_cast<VrPrimitiveContext*>(cloneContextImp()));
+  }
 
-  /// @name Face being worked on
+  /// @name Length, width and depth
   /// @{
-  /// Stores both and forgets the cached frames; called by the renderer at each face.
-  virtual void setActivePatchFace(const VrPatch* patch, int face);
-  const VrPatch* cPatch() const { return patch; }
-  void setcPatch(const VrPatch* value);
-  int cFaceId() const { return faceId; }
+  /// The stored length, or `computeLength()` when it is marked dirty (the result is stored).
+  double cLength();
+  double cWidth() const { return width; }
+  double cDepth() const { return depth; }
+  /// Marks the length as depending on the current CVs.
+  void dirtyCLength() { lengthDirty = true; }
+  bool isLengthDirty() const { return lengthDirty; }
+  /// Stores the length and clears the dirty mark.
+  void overrideCLength(double value) {
+    length = value;
+    lengthDirty = false;
+  }
+  void overrideCWidth(double value) { width = value; }
+  void overrideCDepth(double value) { depth = value; }
   /// @}
 
-  /// @name Identity: the place in the face's sequence of locations
+  /// @name Per-CV attributes by name, one entry per CV
   /// @{
-  unsigned id() const { return primId; }
-  void setId(unsigned value) { primId = value; }
-  void incrId() { ++primId; }
-  void resetId() { primId = 0; }
+  const CVAttrs& cvAttrs() const { return cvAttrValues; }
+  CVAttrs& getCVAttrs() { return cvAttrValues; }
+  /// The values of one attribute, or null.
+  std::vector<SgVec3T<double>>* cvAttr(const std::string& name) { return cvAttrValues.find(name); }
+  const VrDict<Location>& cvAttrsLoc() const { return cvAttrLocations; }
+  /// Writes every attribute as floats (x, y, z per CV) into `floats`, replacing its contents, and
+  /// records in `map` (and in `cvAttrsLoc`) where each one stands.
+  void packCVAttrs(std::vector<float>& floats, VrDict<Location>& map);
+  /// Reads attributes back from an array packed with `map`; attributes named in the map are
+  /// created as needed. False (and a warning) when the map points past the end of `floats`.
+  bool unpackCVAttrs(const std::vector<float>& floats, const VrDict<Location>& map);
   /// @}
 
-  /// @name Refusal and level of detail
-  /// @{
-  /// Set by any stage that refuses the primitive; later stages are skipped.
-  bool cullPrim() const { return culled; }
-  void setCullPrim(bool value) { culled = value; }
-  /// The level-of-detail width factor of the parallel path (the serial path keeps it on the
-  /// description).
-  double lodAdjustment() const { return lodFactor; }
-  void setLodAdjustment(double value) { lodFactor = value; }
-  /// @}
-
-  /// @name Surface frame at (u, v) of the active face; `ref` selects the reference surface
-  /// @{
-  /// Point and normal with the active generator's displacement, bump and offset.
-  const SgVec3T<double>& cP(double u, double v, bool ref);
-  const SgVec3T<double>& cN(double u, double v, bool ref);
-  /// Point and normal of the plain surface.
-  const SgVec3T<double>& cPg(double u, double v, bool ref);
-  const SgVec3T<double>& cNg(double u, double v, bool ref);
-  /// @}
-
-  /// @name Motion samples: the contexts of the other samples, sample 1 first
+  /// @name Motion samples: the contexts of the other samples, sample 1 first (not owned)
   /// @{
   void addSample(VrPrimitiveContext* context) { samples.push_back(context); }
   void clearSamples() { samples.clear(); }
@@ -81,38 +85,52 @@ class VrPrimitiveContext {
   unsigned numSamples() const { return static_cast<unsigned>(samples.size()); }
   /// @}
 
-  /// @name Guides reaching the location and their weights (parallel lists); weightN is the
-  /// reciprocal of the weights' sum
+  /// @name Pipe data: named values one module leaves for a later one
   /// @{
-  std::vector<int> activeGuides;
-  std::vector<double> weight;
-  double weightN = 0.0;
+  void setPipeData(const std::string& name, const std::vector<SgVec3T<double>>& values);
+  /// Null when nothing is stored under that name.
+  const std::vector<SgVec3T<double>>* getPipeData(const std::string& name) const { return pipe.find(name); }
+  bool removePipeData(const std::string& name) { return pipe.erase(name); }
+  void removeAllPipeData() { pipe.clear(); }
+  /// @}
+
+  /// @name Module records, one per FX module of the stack (owned)
+  /// @{
+  /// Stores the record of `module` (replacing an earlier one).
+  void addModuleContext(const VrFXModule* module, std::unique_ptr<VrFXModuleContext> record);
+  /// Null when the module has none.
+  VrFXModuleContext* fxModuleContext(const VrFXModule* module) const;
+  void removeAllModuleContext();
   /// @}
 
   /// @name Records of the worker (not owned)
   /// @{
   VrGeneratorContext* generatorContext() const { return generatorRecord; }
   void setGeneratorContext(VrGeneratorContext* record) { generatorRecord = record; }
-  VrRendererContext* rendererContext() const { return rendererRecord; }
-  void setRendererContext(VrRendererContext* record) { rendererRecord = record; }
   /// @}
 
- private:
-  // Evaluates the slot at (u, v) unless it holds them already; a failure marks the primitive
-  // culled.
-  void evalPatch(int slot, double u, double v);
-  void forgetFrames();
+ protected:
+  VrBasePrimitiveContext* cloneContextImp() const override { return new VrPrimitiveContext(*this); }
+  /// The expression form of the surface with the active generator's displacement, bump and
+  /// offset.
+  bool evalGeomWithDisplacement(int slot, double u, double v) override;
+  /// The length of the current CVs (the spline through them).
+  virtual double computeLength();
 
-  VrDescription* owner;
-  double evalU[4];
-  double evalV[4];
-  SgVec3T<double> dPdu[4], dPdv[4], normal[4], point[4];
-  const VrPatch* patch = nullptr;
-  int faceId = 0;
-  bool culled = false;
-  unsigned primId = 0;
-  double lodFactor = 1.0;
+ private:
+  struct ModuleRecord {
+    const VrFXModule* module = nullptr;
+    std::unique_ptr<VrFXModuleContext> record;
+  };
+
+  double length = 1.0;
+  double width = 1.0;
+  double depth = 1.0;
+  bool lengthDirty = false;
+  CVAttrs cvAttrValues;
+  VrDict<Location> cvAttrLocations;
   std::vector<VrPrimitiveContext*> samples;
+  VrDict<std::vector<SgVec3T<double>>> pipe;
+  std::vector<ModuleRecord> moduleRecords;
   VrGeneratorContext* generatorRecord = nullptr;
-  VrRendererContext* rendererRecord = nullptr;
 };

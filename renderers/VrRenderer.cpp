@@ -217,6 +217,7 @@ void VrRenderer::initDescription() {
         primitive->numGuides() > 0 && sampleDesc->lodFlag())
       VR_ERROR("Stochastic LOD not supported for " + primitive->typeName() + " when using guide interpolation. " +
                "[" + (palette ? palette->name() : std::string()) + "," + sampleDesc->name() + "]");
+    if (VrPrimitive* own = sampleDesc->activePrimitive()) own->initDescription();
     if (auto* generator = dynamic_cast<VrGenerator*>(sampleDesc->activeGenerator())) generator->initDescription();
   }
 
@@ -230,6 +231,7 @@ void VrRenderer::initDescriptionInParallel(VrPrimitiveContext& context) {
     VrDescription* sampleDesc = sampleDescription(s);
     VrPrimitiveContext* own = s == 0 ? &context : context.sample(static_cast<unsigned>(s - 1));
     if (!sampleDesc || !own) continue;
+    if (VrPrimitive* primitive = sampleDesc->activePrimitive()) primitive->initDescriptionInParallel(*own);
     if (auto* generator = dynamic_cast<VrGenerator*>(sampleDesc->activeGenerator()))
       generator->initDescriptionInParallel(*own);
   }
@@ -244,6 +246,7 @@ void VrRenderer::finishDescription() {
     VrDescription* sampleDesc = sampleDescription(s);
     if (!sampleDesc) continue;
     if (auto* generator = dynamic_cast<VrGenerator*>(sampleDesc->activeGenerator())) generator->finishDescription();
+    if (VrPrimitive* primitive = sampleDesc->activePrimitive()) primitive->finishDescription();
   }
 }
 
@@ -254,6 +257,7 @@ void VrRenderer::finishDescriptionInParallel(VrPrimitiveContext& context) {
     if (!sampleDesc || !own) continue;
     if (auto* generator = dynamic_cast<VrGenerator*>(sampleDesc->activeGenerator()))
       generator->finishDescriptionInParallel(*own);
+    if (VrPrimitive* primitive = sampleDesc->activePrimitive()) primitive->finishDescriptionInParallel(*own);
   }
 }
 
@@ -272,7 +276,9 @@ bool VrRenderer::beginPatchFace(const std::vector<VrPatch*>& patches, int face) 
   for (size_t s = 0; s < patches.size(); ++s) {
     VrDescription* sampleDesc = sampleDescription(static_cast<int>(s));
     VrPrimitive* primitive = sampleDesc ? sampleDesc->activePrimitive() : nullptr;
-    if (primitive) primitive->context().setActivePatchFace(patches[s], face);
+    if (!primitive) continue;
+    primitive->context().setActivePatchFace(patches[s], face);
+    primitive->beginPatchFaceModules(primitive->context(), patches[s], face);
   }
   faceEmits = 0;
   emittedValid = false;
@@ -286,7 +292,11 @@ bool VrRenderer::beginPatchFaceInParallel(VrPrimitiveContext& context, const std
   if (record) vrutil::beginTiming(record->timingMark());
   for (size_t s = 0; s < patches.size(); ++s) {
     VrPrimitiveContext* own = s == 0 ? &context : context.sample(static_cast<unsigned>(s - 1));
-    if (own) own->setActivePatchFace(patches[s], face);
+    if (!own) continue;
+    own->setActivePatchFace(patches[s], face);
+    VrDescription* sampleDesc = sampleDescription(static_cast<int>(s));
+    if (VrPrimitive* primitive = sampleDesc ? sampleDesc->activePrimitive() : nullptr)
+      primitive->beginPatchFaceModules(*own, patches[s], face);
   }
   if (record) {
     record->resetEmitCount();
@@ -316,6 +326,11 @@ void VrRenderer::raiseMaxBound(double value) {
 
 void VrRenderer::endPatchFace(const std::vector<VrPatch*>& patches, int face) {
   VR_DEBUG(3, vrmsg::CatRender, "End " + faceText(patches, face));
+  for (size_t s = 0; s < patches.size(); ++s) {
+    VrDescription* sampleDesc = sampleDescription(static_cast<int>(s));
+    if (VrPrimitive* primitive = sampleDesc ? sampleDesc->activePrimitive() : nullptr)
+      primitive->endPatchFaceModules(primitive->context(), patches[s], face);
+  }
   if (emittedValid && !patches.empty() && patches[0]) {
     const double old = bound.load();
     const double raised = raisedBound(old, emittedBox(), patches[0]->boundingBox(face, false));
@@ -336,6 +351,12 @@ void VrRenderer::endPatchFace(const std::vector<VrPatch*>& patches, int face) {
 void VrRenderer::endPatchFaceInParallel(VrPrimitiveContext& context, const std::vector<VrPatch*>& patches,
                                         int face) {
   VR_DEBUG(3, vrmsg::CatRender, "End " + faceText(patches, face));
+  for (size_t s = 0; s < patches.size(); ++s) {
+    VrPrimitiveContext* own = s == 0 ? &context : context.sample(static_cast<unsigned>(s - 1));
+    VrDescription* sampleDesc = sampleDescription(static_cast<int>(s));
+    if (VrPrimitive* primitive = own && sampleDesc ? sampleDesc->activePrimitive() : nullptr)
+      primitive->endPatchFaceModules(*own, patches[s], face);
+  }
   VrRendererContext* record = context.rendererContext();
   if (!record) return;
   if (record->emittedValid() && !patches.empty() && patches[0])
@@ -472,14 +493,15 @@ bool VrRenderer::renderPatchInParallel(const std::string& patchName) {
         [&](const tbb::blocked_range<size_t>& range) {
           VrExpression::initTLS();
           // One primitive context per sample, each a clone of the sample primitive's own.
-          VrPrimitiveContext context(primitive->context());
+          std::unique_ptr<VrPrimitiveContext> worker = primitive->cloneContext(primitive->context());
+          VrPrimitiveContext& context = *worker;
           context.clearSamples();
           std::vector<std::unique_ptr<VrPrimitiveContext>> motion;
           for (int s = 1; s < samples; ++s) {
             VrDescription* sampleDesc = sampleDescription(s);
             VrPrimitive* samplePrimitive = sampleDesc ? sampleDesc->activePrimitive() : nullptr;
             if (!samplePrimitive) break;
-            motion.push_back(std::make_unique<VrPrimitiveContext>(samplePrimitive->context()));
+            motion.push_back(samplePrimitive->cloneContext(samplePrimitive->context()));
             motion.back()->clearSamples();
             context.addSample(motion.back().get());
           }

@@ -57,6 +57,7 @@ struct Scene {
     description->addPatch(patch);
     patch->bindGeometry(nullptr, surface.get(), false);
     primitive = std::make_unique<TestPrimitive>(description);
+    primitive->setIMethod(1);
   }
   ~Scene() { patch->unbindGeometry(); }
 

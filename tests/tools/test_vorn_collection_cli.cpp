@@ -207,8 +207,8 @@ TEST(VornCliGet, MissingPartsAreNamed) {
       {"mask brows Clumping", "vorn: no object or FX module \"Clumping\" in description \"brows\"\n"},
       {"magnitude scalp Clumping",
        "vorn: FX module \"Clumping\" of description \"scalp\" has no attribute \"magnitude\"\n"},
-      {"taper scalp SplinePrimitive",
-       "vorn: object \"SplinePrimitive\" of description \"scalp\" has no attribute \"taper\"\n"},
+      {"noSuchAttr scalp SplinePrimitive",
+       "vorn: object \"SplinePrimitive\" of description \"scalp\" has no attribute \"noSuchAttr\"\n"},
   };
   for (const Case& c : cases) {
     const auto result = vorn("get " + q(groomFile) + " " + c.arguments);

@@ -1,0 +1,105 @@
+#include "primitives/VrBasePrimitiveContext.h"
+
+#include "document/VrDescription.h"
+#include "document/VrMessage.h"
+#include "geometry/VrPatch.h"
+
+#include <limits>
+
+namespace {
+// NaN never equals a parameter, so a slot holding it evaluates at the next call.
+constexpr double unset = std::numeric_limits<double>::quiet_NaN();
+}  // namespace
+
+VrBasePrimitiveContext::VrBasePrimitiveContext(VrDescription* description) : owner(description) {
+  forgetFrames();
+}
+
+VrBasePrimitiveContext::~VrBasePrimitiveContext() = default;
+
+void VrBasePrimitiveContext::forgetFrames() {
+  for (int s = 0; s < 4; ++s) evalU[s] = evalV[s] = unset;
+  for (int s = 0; s < 2; ++s) curvU[s] = curvV[s] = unset;
+}
+
+void VrBasePrimitiveContext::setActivePatchFace(const VrPatch* value, int face) {
+  patch = value;
+  faceId = face;
+  activeGuides.clear();
+  forgetFrames();
+}
+
+void VrBasePrimitiveContext::setcPatch(const VrPatch* value) {
+  patch = value;
+  forgetFrames();
+}
+
+VrBasePrimitiveContext::Slot& VrBasePrimitiveContext::slotAt(int index, double u, double v) {
+  if (evalU[index] != u || evalV[index] != v) evalPatch(index, u, v);
+  return slots[index];
+}
+
+bool VrBasePrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
+  Slot& s = slots[index];
+  return patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 2);
+}
+
+void VrBasePrimitiveContext::evalPatch(int index, double u, double v) {
+  if (!patch) return;
+  Slot& s = slots[index];
+  const bool ok = index < 2 ? patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 0)
+                            : evalGeomWithDisplacement(index, u, v);
+  if (!ok) {
+    VR_ERROR("Failed to evaluate patch " + patch->name() + " of " + (owner ? owner->name() : std::string()) +
+             " [" + std::to_string(faceId) + "]");
+    culled = true;
+    evalU[index] = evalV[index] = unset;
+    return;
+  }
+  s.unitU = s.dPdu;
+  s.unitU.normalize();
+  s.unitV = s.dPdv;
+  s.unitV.normalize();
+  evalU[index] = u;
+  evalV[index] = v;
+}
+
+void VrBasePrimitiveContext::evalCurvatureSlot(int index, double u, double v) {
+  if (curvU[index] == u && curvV[index] == v) return;
+  double k1 = 0.0, k2 = 0.0;
+  if (!patch || !patch->evalCurvature(u, v, faceId, k1, k2, index == 0)) k1 = k2 = 0.0;
+  curvature[index][0] = static_cast<float>(k1);
+  curvature[index][1] = static_cast<float>(k2);
+  curvU[index] = u;
+  curvV[index] = v;
+}
+
+float VrBasePrimitiveContext::cKu(double u, double v, bool ref) {
+  const int index = ref ? 0 : 1;
+  evalCurvatureSlot(index, u, v);
+  return curvature[index][0];
+}
+
+float VrBasePrimitiveContext::cKv(double u, double v, bool ref) {
+  const int index = ref ? 0 : 1;
+  evalCurvatureSlot(index, u, v);
+  return curvature[index][1];
+}
+
+bool VrBasePrimitiveContext::getAttrValue(const std::string& name, SgVec3T<double>& value,
+                                          const VrPrimitive*) const {
+  return patch && patch->getAttrValue(name, value);
+}
+
+void VrBasePrimitiveContext::toRefGeomSpace(double u, double v, std::vector<SgVec3T<double>>& cvs) {
+  if (cvs.empty() || !patch) return;
+  // Copies: the two slots are read together.
+  const Slot animated = slotAt(3, u, v);
+  const Slot reference = slotAt(2, u, v);
+  const SgVec3T<double> root = cvs[0];
+  for (SgVec3T<double>& cv : cvs) {
+    const SgVec3T<double> d = cv - root;
+    const double a = d.dot(animated.unitU), b = d.dot(animated.unitV), h = d.dot(animated.normal);
+    cv = reference.point + reference.unitU * a + reference.unitV * b + reference.normal * h;
+  }
+}

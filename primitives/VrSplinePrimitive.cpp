@@ -1,0 +1,416 @@
+#include "primitives/VrSplinePrimitive.h"
+
+#include "document/VrMessage.h"
+#include "geometry/SgCurve.h"
+#include "geometry/VrPatch.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr double degreesToRadians = 3.14159265358979323846 / 180.0;
+constexpr const char* objectWord = "SplinePrimitive";
+constexpr const char* leanDefault = "$a=0.0;#-2.0,2.0\\n$a";
+
+SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
+  const double c = std::cos(radians), s = std::sin(radians);
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+// Working arrays of a plain context, which has none of its own.
+struct Scratch {
+  std::vector<double> positions, leanU, leanV;
+};
+thread_local Scratch plainScratch;
+
+std::string bendParamDefault(unsigned k, unsigned bendCount) {
+  char position[32];
+  std::snprintf(position, sizeof(position), "%g", static_cast<double>(k + 1) / (bendCount + 1));
+  return std::string("$a=") + position + ";#0.0,1.0\\n$a";
+}
+
+// "bendU[3]" -> ("bendU", 3); false for other names.
+bool splitBendName(const std::string& name, std::string& base, unsigned& index) {
+  const size_t open = name.find('[');
+  if (open == std::string::npos || name.back() != ']' || open + 2 > name.size() - 1) return false;
+  base = name.substr(0, open);
+  if (base != "bendParam" && base != "bendU" && base != "bendV") return false;
+  char* end = nullptr;
+  const unsigned long value = std::strtoul(name.c_str() + open + 1, &end, 10);
+  if (end != name.c_str() + name.size() - 1) return false;
+  index = static_cast<unsigned>(value);
+  return true;
+}
+
+}  // namespace
+
+/// One bend of the attribute shape: where along the length, and the lean there.
+struct VrSplinePrimitive::Bend {
+  Bend(unsigned k, VrDescription* description)
+      : param("bendParam[" + std::to_string(k) + "]", objectWord, description, "0.5", "float"),
+        u("bendU[" + std::to_string(k) + "]", objectWord, description, leanDefault, "float"),
+        v("bendV[" + std::to_string(k) + "]", objectWord, description, leanDefault, "float") {}
+  VrExpression param, u, v;
+};
+
+VrSplinePrimitive::VrSplinePrimitive(VrDescription* description)
+    : VrPrimitive(description, std::make_unique<VrSplinePrimitiveContext>(description)),
+      taperExpression("taper", objectWord, description, "$a=0.0;#-1.0,1.0\\n$a", "float"),
+      taperStartExpression("taperStart", objectWord, description, "$a=0.0;#0.0,1.0\\n$a", "float"),
+      guideMaskExpression("guideMask", objectWord, description, "1.0", "float"),
+      cutParamExpression("cutParam", objectWord, description, "1.0", "float"),
+      widthRamp(SgRampUIComp::RampUIDefault) {
+  declareAttrs();
+}
+
+VrSplinePrimitive::~VrSplinePrimitive() = default;
+
+void VrSplinePrimitive::declareAttrs() {
+  setAttr("taper", "$a=0.0;#-1.0,1.0\\n$a", "expr");
+  setAttr("taperStart", "$a=0.0;#0.0,1.0\\n$a", "expr");
+  setAttr("displayWidth", "true", "bool");
+  setAttr("faceCamera", "true", "bool");
+  setAttr("tubeShade", "true", "bool");
+  setAttr("tubes", "", "string");
+  setAttr("guideSpacing", "1.0", "float");
+  setAttr("guideMask", "1.0", "expr");
+  setAttr("cutParam", "1.0", "expr");
+  setAttr("texelsPerUnit", "10.0", "float");
+  setAttr("CVFrequency", "1.0", "float");
+  setAttr("width", "$a=0.1;#0.005,0.5\\n$a", "expr");
+  setAttr("widthRamp", SgRampUIComp::RampUIDefault, "rampUI");
+  setAttr("attrCVCount", "3", "int");
+  setAttr("fxCVCount", "5", "int");
+  setAttr("uniformCVs", "true", "bool");
+}
+
+bool VrSplinePrimitive::setAttr(const std::string& name, const std::string& value, const std::string& type,
+                                const std::string& enumStrings) {
+  std::string previous;
+  const bool hadValue = getAttr(name, previous);
+  if (VrPrimitive::setAttr(name, value, type, enumStrings)) return true;
+
+  if (name == "taper") {
+    taperExpression.setExpression(value);
+    return true;
+  }
+  if (name == "taperStart") {
+    taperStartExpression.setExpression(value);
+    return true;
+  }
+  if (name == "guideMask") {
+    guideMaskExpression.setExpression(value);
+    return true;
+  }
+  if (name == "cutParam") {
+    cutParamExpression.setExpression(value);
+    return true;
+  }
+  if (name == "displayWidth") return boolAttr(name, value, displayWidthFlag);
+  if (name == "faceCamera") return boolAttr(name, value, faceCameraFlag);
+  if (name == "tubeShade") return boolAttr(name, value, tubeShadeFlag);
+  if (name == "uniformCVs") return boolAttr(name, value, uniform);
+  if (name == "guideSpacing") return floatAttr(name, value, guideSpacingValue);
+  if (name == "texelsPerUnit") return floatAttr(name, value, texelsPerUnitValue);
+  if (name == "CVFrequency") return floatAttr(name, value, cvFrequency);
+  if (name == "tubes") return true;
+  if (name == "widthRamp") {
+    SgRampUIComp parsed;
+    if (!parsed.init(value)) {
+      VR_ERROR("Syntax Error in parsing widthScale: " + value);
+      if (hadValue) VrObject::setAttr(name, previous, type, enumStrings);
+      return false;
+    }
+    widthRamp = parsed;
+    return true;
+  }
+  if (name == "attrCVCount") {
+    int n = 0;
+    if (!intAttr(name, value, n) || !setAttrCVCount(n)) {
+      VrObject::setAttr(name, std::to_string(attrCVs), type, enumStrings);
+      return false;
+    }
+    return true;
+  }
+  if (name == "fxCVCount") {
+    int n = 0;
+    if (!intAttr(name, value, n)) return false;
+    fxCVs = static_cast<unsigned>(std::max(n, 0));
+    return true;
+  }
+  if (name == "spacing" || name == "oneLength") {
+    // Old names: the spacing moves to its new name, the rest is forgotten.
+    remAttr(name);
+    if (name == "spacing") setAttr("guideSpacing", value, "float");
+    return true;
+  }
+  std::string base;
+  unsigned k = 0;
+  if (splitBendName(name, base, k)) {
+    // A bend past the count is kept as text and read when the count grows.
+    if (k < bends.size()) {
+      Bend& b = *bends[k];
+      (base == "bendParam" ? b.param : base == "bendU" ? b.u : b.v).setExpression(value);
+    }
+    return true;
+  }
+  return false;
+}
+
+bool VrSplinePrimitive::setAttrCVCount(int n) {
+  if (n < 3) {
+    VR_ERROR("Cant set cv count to a value less than three.");
+    return false;
+  }
+  VR_DEBUG(3, vrmsg::CatPrimitive, "Changing the number of attribute CVs: " + std::to_string(n));
+  attrCVs = static_cast<unsigned>(n);
+  makeBends(attrCVs - 2);
+  return true;
+}
+
+void VrSplinePrimitive::makeBends(unsigned count) {
+  const unsigned before = static_cast<unsigned>(bends.size());
+  for (unsigned k = count; k < before; ++k) {
+    for (const char* base : {"bendParam[", "bendU[", "bendV["}) remAttr(base + std::to_string(k) + "]");
+  }
+  bends.resize(std::min(before, count));
+  std::string text;
+  for (unsigned k = static_cast<unsigned>(bends.size()); k < count; ++k) {
+    bends.push_back(std::make_unique<Bend>(k, description()));
+    const std::string names[3] = {"bendParam[" + std::to_string(k) + "]", "bendU[" + std::to_string(k) + "]",
+                                  "bendV[" + std::to_string(k) + "]"};
+    const std::string defaults[3] = {bendParamDefault(k, count), leanDefault, leanDefault};
+    for (int i = 0; i < 3; ++i) setAttr(names[i], getAttr(names[i], text) ? text : defaults[i], "expr");
+  }
+}
+
+void VrSplinePrimitive::getExternalContext(ExternalContext& pairs, const std::string& prefix) const {
+  VrPrimitive::getExternalContext(pairs, prefix);
+  taperExpression.getExternalContext(pairs, prefix + "taper");
+  taperStartExpression.getExternalContext(pairs, prefix + "taperStart");
+}
+
+const VrExpression* VrSplinePrimitive::attrExpression(const std::string& name) const {
+  if (name == "taper") return &taperExpression;
+  if (name == "taperStart") return &taperStartExpression;
+  if (name == "guideMask") return &guideMaskExpression;
+  if (name == "cutParam") return &cutParamExpression;
+  std::string base;
+  unsigned k = 0;
+  if (splitBendName(name, base, k) && k < bends.size()) {
+    const Bend& b = *bends[k];
+    return base == "bendParam" ? &b.param : base == "bendU" ? &b.u : &b.v;
+  }
+  return VrPrimitive::attrExpression(name);
+}
+
+std::unique_ptr<VrPrimitiveContext> VrSplinePrimitive::createContext() const {
+  auto fresh = std::make_unique<VrSplinePrimitiveContext>(description());
+  fresh->breakActive = breakFlag;
+  return fresh;
+}
+
+void VrSplinePrimitive::defaultGuideGeom(VrGuide& guide) const {
+  const SgVec3T<double> n = guide.exportedNormal();
+  guide.setOrigIGeom({SgVec3T<double>(0.0, 0.0, 0.0), n * (1.0 / 3.0), n * (2.0 / 3.0), n});
+}
+
+bool VrSplinePrimitive::overrideGuidesWithCache() {
+  breakFlag = false;
+  splineContext().breakActive = false;
+  const bool overridden = VrPrimitive::overrideGuidesWithCache();
+  if (!useCache()) return false;
+  for (unsigned i = 0; i < numGuides() && !breakFlag; ++i) breakFlag = guide(i).guideCVAttrs().contains("break");
+  splineContext().breakActive = breakFlag;
+  return overridden;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Geometry
+
+void VrSplinePrimitive::mkGeometryInParallel(VrPrimitiveContext& context, double u, double v) {
+  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+  if (iMethod() != 0) {
+    mkGeometryFromGuides(context, u, v);
+  } else {
+    mkGeometryFromAttrs(context, u, v);
+    SgCurve::rebuild(context.getGeom(), static_cast<int>(fxCVs), uniform, nullptr);
+  }
+  if (context.cullPrim()) return;
+  const int face = context.cFaceId();
+  const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
+  double width = widthExpr().eval(u, v, face, patchName).x;
+  const float taper = static_cast<float>(taperExpression.eval(u, v, face, patchName).x);
+  const float taperStart =
+      static_cast<float>(std::clamp(taperStartExpression.eval(u, v, face, patchName).x, 0.0, 1.0));
+  width *= context.lodAdjustment();
+  context.overrideCWidth(width);
+  if (spline) {
+    spline->taper = taper;
+    spline->taperStart = taperStart;
+    const std::vector<SgVec3T<double>>& P = context.cGeom();
+    if (P.size() >= 3) {
+      calcWidthVec(P[1] - P[0], P[2] - P[1], context.cN(u, v, false), context.cU(u, v, false), spline->widthVec);
+    } else {
+      spline->widthVec = context.cU(u, v, false);
+    }
+  }
+  if (context.cLength() < 0.0001 || context.cWidth() < 0.0001) context.setCullPrim(true);
+}
+void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v) {
+  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+  const int face = context.cFaceId();
+  const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
+  const double length = std::max(lengthExpr().eval(u, v, face, patchName).x, 1e-6);
+  context.overrideCLength(length);
+  const double tu = std::clamp(offUExpr().eval(u, v, face, patchName).x, -1.0, 1.0);
+  const double tv = std::clamp(offVExpr().eval(u, v, face, patchName).x, -1.0, 1.0);
+  const double tilt = offNExpr().eval(u, v, face, patchName).x;
+  const double about = aboutNExpr().eval(u, v, face, patchName).x;
+
+  // Bend positions p[0..n+1] with p[0] = 0 and p[n+1] = 1, each bend at least 0.01 past the
+  // one before and leaving room for those after.
+  const size_t n = bends.size();
+  std::vector<double>& p = spline ? spline->bendPositions : plainScratch.positions;
+  std::vector<double>& bu = spline ? spline->bendLeanU : plainScratch.leanU;
+  std::vector<double>& bv = spline ? spline->bendLeanV : plainScratch.leanV;
+  p.resize(n + 2);
+  bu.resize(n);
+  bv.resize(n);
+  p[0] = 0.0;
+  for (size_t k = 0; k < n; ++k) {
+    const Bend& b = *bends[k];
+    bu[k] = std::clamp(b.u.eval(u, v, face, patchName).x, -2.0, 2.0);
+    bv[k] = std::clamp(b.v.eval(u, v, face, patchName).x, -2.0, 2.0);
+    double x = b.param.eval(u, v, face, patchName).x;
+    x = std::max(x, p[k] + 0.01);
+    x = std::min(x, 1.0 - static_cast<double>(n - k) * 0.01);
+    p[k + 1] = x;
+  }
+  p[n + 1] = 1.0;
+
+  // Each segment leans relative to the frame the segment before it leaves, so the tail built
+  // from the tip back and turned by each earlier segment equals the chain walked from the root
+  // with the frame carried along; the chain is walked here.
+  std::vector<SgVec3T<double>>& geom = context.getGeom();
+  geom.clear();
+  geom.push_back(context.cP(u, v, false));
+  SgVec3T<double> N = context.cN(u, v, false);
+  SgVec3T<double> U = context.cU(u, v, false);
+  SgVec3T<double> V = context.cV(u, v, false);
+  const unsigned segments = attrCVs - 1;
+  for (unsigned i = 0; i < segments; ++i) {
+    const double share = (p[i + 1] - p[i]) * length;
+    const SgVec3T<double> root = geom.back();
+    if (i == 0) {
+      orient(root, N, U, V, tu, tv, tilt, about, share, geom, true);
+    } else {
+      orient(root, N, U, V, bu[i - 1], bv[i - 1], 0.0, 0.0, share, geom, false);
+    }
+  }
+  SgCurve::setLength(geom, length, -1.0);
+}
+
+void VrSplinePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double u, double v) {
+  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+  const bool breakActive = spline && spline->breakActive;
+  std::vector<SgVec3T<double>>& geom = context.getGeom();
+  if (numGuides() == 0 || context.activeGuides.empty() || context.weightN <= 0.0) {
+    VR_DEBUG(3, vrmsg::CatPrimitive, "No guides to shape the spline from; primitive culled.");
+    geom.clear();
+    context.setCullPrim(true);
+    return;
+  }
+  const size_t count = guide(0).cGuideGeom().size();
+  geom.resize(count);
+  if (count == 0) {
+    context.setCullPrim(true);
+    return;
+  }
+  geom[0] = context.cP(u, v, false);
+
+  const std::vector<float>* breakValues = nullptr;
+  int dominant = -1;
+  if (breakActive) {
+    double best = -1.0;
+    for (size_t i = 0; i < context.activeGuides.size(); ++i) {
+      if (context.weight[i] > best) {  // the earlier guide keeps a tie
+        best = context.weight[i];
+        dominant = context.activeGuides[i];
+      }
+    }
+    breakValues = guide(static_cast<unsigned>(dominant)).guideCVAttrs().find("break");
+  }
+  if (spline) spline->dominantGuide = dominant;
+
+  for (size_t k = 1; k < count; ++k) {
+    double W = 1.0 / context.weightN;
+    SgVec3T<double> sum;
+    const double b = breakValues && k < breakValues->size() ? (*breakValues)[k] : 1.0;
+    for (size_t i = 0; i < context.activeGuides.size(); ++i) {
+      const int g = context.activeGuides[i];
+      const std::vector<SgVec3T<double>>& cvs = guide(static_cast<unsigned>(g)).cGuideGeom();
+      if (k >= cvs.size()) continue;
+      const double w = context.weight[i];
+      double w2 = w;
+      if (breakActive && g != dominant) {
+        w2 = w * b;
+        W += w2 - w;
+      }
+      sum += (cvs[k] - cvs[0]) * w2;
+    }
+    geom[k] = (W != 0.0 ? sum / W : SgVec3T<double>()) + geom[0];
+  }
+  context.dirtyCLength();
+
+  const int face = context.cFaceId();
+  const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
+  const float tilt = static_cast<float>(offNExpr().eval(u, v, face, patchName).x);
+  const float about = static_cast<float>(aboutNExpr().eval(u, v, face, patchName).x);
+  if (tilt == 0.0f && about == 0.0f) return;
+  SgVec3T<double> N = context.cN(u, v, false);
+  N.normalize();
+  SgVec3T<double> axis = count > 1 ? N.cross(geom[1] - geom[0]) : SgVec3T<double>();
+  axis.normalize();
+  for (size_t k = 1; k < count; ++k) {
+    SgVec3T<double> d = geom[k] - geom[0];
+    if (tilt != 0.0f && axis.lengthSquared() > 0.0) d = rotated(d, axis, tilt * degreesToRadians);
+    if (about != 0.0f) d = rotated(d, N, about * degreesToRadians);
+    geom[k] = geom[0] + d;
+  }
+}
+
+bool VrSplinePrimitive::postApplyFxInParallel(VrPrimitiveContext& context) {
+  context.dirtyCLength();
+  return true;
+}
+
+void VrSplinePrimitive::calcWidthVec(const SgVec3T<double>& T0, const SgVec3T<double>& T1,
+                                     const SgVec3T<double>& N, const SgVec3T<double>& W, SgVec3T<double>& out) {
+  SgVec3T<double> t0 = T0;
+  t0.normalize();
+  SgVec3T<double> axis = N.cross(t0);
+  if (axis.normalize() > 0.0) {
+    out = rotated(W, axis, std::acos(std::clamp(N.dot(t0), -1.0, 1.0)));
+  } else {
+    out = W;
+  }
+  SgVec3T<double> c = T1.cross(T0);
+  if (c.normalize() > 0.0) out = c.dot(out) < 0.0 ? -c : c;
+  out.normalize();
+}
+
+void VrSplinePrimitive::calcCVWidths(const VrSplinePrimitiveContext& context, std::vector<float>& widths) const {
+  if (widths.empty()) widths.resize(context.cGeom().size());
+  const size_t n = widths.size();
+  const double taper = context.taper, start = context.taperStart;
+  for (size_t i = 0; i < n; ++i) {
+    const double s = n > 1 ? static_cast<double>(i) / static_cast<double>(n - 1) : 0.0;
+    double f = 1.0;
+    if (s > start) f = 1.0 - ((s - start) / (1.0 - start)) * taper;
+    widths[i] = static_cast<float>(f * context.cWidth() * widthRamp.getValue(static_cast<float>(s)));
+  }
+}

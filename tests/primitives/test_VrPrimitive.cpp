@@ -1,0 +1,524 @@
+#include "primitives/VrPrimitive.h"
+
+#include "document/VrDescription.h"
+#include "document/VrMessage.h"
+#include "document/VrModules.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "fxmodules/VrFXModule.h"
+#include "geometry/SgSubdSurface.h"
+#include "geometry/VrSubdPatch.h"
+#include "primitives/VrSplinePrimitive.h"
+#include "renderers/VrNullRenderer.h"
+#include "support/CaptureLogger.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Vec = SgVec3T<double>;
+
+// An n x n grid of unit quads in the plane z = height.
+std::unique_ptr<SgSubdSurface> flatGrid(int n, float height) {
+  std::vector<float> verts;
+  for (int j = 0; j <= n; ++j)
+    for (int i = 0; i <= n; ++i) verts.insert(verts.end(), {static_cast<float>(i), static_cast<float>(j), height});
+  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int a = j * (n + 1) + i;
+      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
+    }
+  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
+                                         faceVerts.data());
+}
+
+// Records what the pipeline did with it.
+class ProbePrimitive : public VrPrimitive {
+ public:
+  explicit ProbePrimitive(VrDescription* description)
+      : VrPrimitive(description, std::make_unique<VrPrimitiveContext>(description)) {}
+  std::string typeName() const override { return "ProbePrimitive"; }
+  void mkGeometryInParallel(VrPrimitiveContext& context, double, double) override {
+    ++mkCalls;
+    lengthSeen = context.cLength();
+    widthSeen = context.cWidth();
+    context.getGeom().assign({Vec(0, 0, 0), Vec(0, 0, 1)});
+  }
+  bool postApplyFxInParallel(VrPrimitiveContext&) override {
+    ++postCalls;
+    return true;
+  }
+  int mkCalls = 0;
+  int postCalls = 0;
+  double lengthSeen = 0.0;
+  double widthSeen = 0.0;
+};
+
+// A module that counts the primitives it sees and culls when told to.
+class ProbeFXModule : public VrFXModule {
+ public:
+  using VrFXModule::VrFXModule;
+  std::string typeName() const override { return "TestProbeFXModule"; }
+  bool initModule(VrPrimitive*) override {
+    ++inits;
+    return !refuse;
+  }
+  void finishModule(VrPrimitive*) override { ++finishes; }
+  void beginPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++begins; }
+  void endPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++ends; }
+  void apply(VrPrimitive*, VrPrimitiveContext& context, double, double) override {
+    ++applied;
+    order.push_back(moduleIndex());
+    if (cull) context.setCullPrim(true);
+  }
+  int applied = 0;
+  bool cull = false;
+  bool refuse = false;
+  std::atomic<int> begins{0}, ends{0};
+  int inits = 0, finishes = 0;
+  static std::vector<int> order;
+};
+std::vector<int> ProbeFXModule::order;
+
+void* createProbe(VrDescription* description) { return static_cast<VrObject*>(new ProbeFXModule(description)); }
+const bool probeRegistered = VrRegisterModule("TestProbeFXModule", &createProbe);
+
+// A context that counts evaluations of the displaced slots.
+class CountingContext : public VrPrimitiveContext {
+ public:
+  using VrPrimitiveContext::VrPrimitiveContext;
+  int displaced = 0;
+  int lengths = 0;
+
+ protected:
+  bool evalGeomWithDisplacement(int slot, double u, double v) override {
+    ++displaced;
+    return VrPrimitiveContext::evalGeomWithDisplacement(slot, u, v);
+  }
+  double computeLength() override {
+    ++lengths;
+    return 7.0;
+  }
+  VrBasePrimitiveContext* cloneContextImp() const override { return new CountingContext(*this); }
+};
+
+// One description with a 4 x 4 patch whose animated surface lies one unit above the reference.
+struct Scene {
+  Scene() : palette(new VrPalette), description(new VrDescription) {
+    palette->addDescription(description);
+    reference = flatGrid(4, 0.0f);
+    animated = flatGrid(4, 1.0f);
+    patch = new VrSubdPatch(description);
+    patch->setName("body");
+    description->addPatch(patch);
+    patch->bindGeometry(reference.get(), animated.get(), false);
+  }
+  ~Scene() { patch->unbindGeometry(); }
+
+  std::unique_ptr<VrPalette> palette;
+  VrDescription* description;
+  std::unique_ptr<SgSubdSurface> reference, animated;
+  VrSubdPatch* patch;
+};
+
+void expectNear(const Vec& a, const Vec& b, double tolerance) {
+  EXPECT_NEAR(a.x, b.x, tolerance);
+  EXPECT_NEAR(a.y, b.y, tolerance);
+  EXPECT_NEAR(a.z, b.z, tolerance);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// The context's frame cache
+
+TEST(VrPrimitiveContext, FrameSlotsEvaluateOncePerLocation) {
+  Scene scene;
+  CountingContext context(scene.description);
+  context.setActivePatchFace(scene.patch, 5);
+  const Vec p = context.cP(0.25, 0.5, false);
+  context.cP(0.25, 0.5, false);
+  context.cN(0.25, 0.5, false);
+  context.cdPdu(0.25, 0.5, false);
+  context.cU(0.25, 0.5, false);
+  EXPECT_EQ(context.displaced, 1);
+  EXPECT_EQ(context.cu(false), 0.25);
+  EXPECT_EQ(context.cv(false), 0.5);
+
+  context.cP(0.75, 0.5, false);
+  EXPECT_EQ(context.displaced, 2);
+  context.cP(0.25, 0.5, true);  // the reference slot is a slot of its own
+  EXPECT_EQ(context.displaced, 3);
+
+  // A new face with the same parameters must evaluate again, and lands elsewhere.
+  context.setActivePatchFace(scene.patch, 6);
+  const Vec q = context.cP(0.25, 0.5, false);
+  EXPECT_EQ(context.displaced, 4);
+  EXPECT_NEAR((q - p).length(), 1.0, 1e-6);  // the next face along x
+}
+
+TEST(VrPrimitiveContext, ReferenceAndAnimatedSurfaces) {
+  Scene scene;
+  VrPrimitiveContext context(scene.description);
+  context.setActivePatchFace(scene.patch, 0);
+  EXPECT_NEAR(context.cPg(0.5, 0.5, true).z, 0.0, 1e-9);
+  EXPECT_NEAR(context.cPg(0.5, 0.5, false).z, 1.0, 1e-9);
+  EXPECT_NEAR(context.cP(0.5, 0.5, true).z, 0.0, 1e-9);
+  EXPECT_NEAR(context.cP(0.5, 0.5, false).z, 1.0, 1e-9);
+  // Unit tangents and a unit normal across them.
+  const Vec U = context.cUg(0.5, 0.5, true), V = context.cVg(0.5, 0.5, true), N = context.cNg(0.5, 0.5, true);
+  EXPECT_NEAR(U.length(), 1.0, 1e-9);
+  EXPECT_NEAR(V.length(), 1.0, 1e-9);
+  EXPECT_NEAR(std::fabs(N.z), 1.0, 1e-9);
+  EXPECT_NEAR(U.dot(N), 0.0, 1e-9);
+  EXPECT_FALSE(context.cullPrim());
+}
+
+TEST(VrPrimitiveContext, NoPatchEvaluatesNothing) {
+  VrPrimitiveContext context;
+  EXPECT_EQ(context.cP(0.5, 0.5, false), Vec());
+  EXPECT_FALSE(context.cullPrim());
+  context.activeGuides = {1, 2};
+  context.setActivePatchFace(nullptr, 3);
+  EXPECT_TRUE(context.activeGuides.empty());
+  EXPECT_EQ(context.cFaceId(), 3);
+}
+
+TEST(VrPrimitiveContext, LengthIsCachedUntilDirty) {
+  CountingContext context;
+  context.overrideCLength(2.0);
+  EXPECT_EQ(context.cLength(), 2.0);
+  EXPECT_EQ(context.lengths, 0);
+  context.dirtyCLength();
+  EXPECT_EQ(context.cLength(), 7.0);
+  EXPECT_EQ(context.cLength(), 7.0);
+  EXPECT_EQ(context.lengths, 1);
+
+  // The plain context measures the curve through its CVs: a straight line measures its chord.
+  VrPrimitiveContext plain;
+  plain.getGeom().assign({Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 0, 2), Vec(0, 0, 3)});
+  plain.dirtyCLength();
+  EXPECT_NEAR(plain.cLength(), 3.0, 1e-9);
+}
+
+TEST(VrPrimitiveContext, PackedCVAttributesRoundTrip) {
+  VrPrimitiveContext context;
+  context.getCVAttrs()["colour"] = {Vec(0.5, 0.25, 1), Vec(2, 3, 4)};
+  context.getCVAttrs()["radius"] = {Vec(1, 0, 0), Vec(2, 0, 0), Vec(3, 0, 0)};
+  std::vector<float> floats{99.0f};
+  VrDict<VrPrimitiveContext::Location> map;
+  context.packCVAttrs(floats, map);
+  ASSERT_EQ(floats.size(), 15u);
+  ASSERT_EQ(map.size(), 2u);
+  EXPECT_EQ(map.find("colour")->size, 6u);
+  EXPECT_EQ(map.find("radius")->size, 9u);
+  EXPECT_EQ(floats[map.find("radius")->offset + 6], 3.0f);
+
+  VrPrimitiveContext other;
+  ASSERT_TRUE(other.unpackCVAttrs(floats, map));
+  ASSERT_NE(other.cvAttr("colour"), nullptr);
+  EXPECT_EQ(*other.cvAttr("colour"), *context.cvAttr("colour"));
+  EXPECT_EQ(*other.cvAttr("radius"), *context.cvAttr("radius"));
+  EXPECT_EQ(other.cvAttrsLoc().size(), 2u);
+
+  vrtest::CaptureLogger log;
+  floats.resize(10);
+  VrPrimitiveContext third;
+  EXPECT_FALSE(third.unpackCVAttrs(floats, map));
+  EXPECT_EQ(log.warnings().size(), 1u);
+  EXPECT_TRUE(third.cvAttrs().empty());
+}
+
+TEST(VrPrimitiveContext, PipeDataAndModuleRecords) {
+  VrPrimitiveContext context;
+  EXPECT_EQ(context.getPipeData("clump"), nullptr);
+  context.setPipeData("clump", {Vec(1, 2, 3)});
+  ASSERT_NE(context.getPipeData("clump"), nullptr);
+  EXPECT_EQ((*context.getPipeData("clump"))[0], Vec(1, 2, 3));
+  EXPECT_TRUE(context.removePipeData("clump"));
+  EXPECT_FALSE(context.removePipeData("clump"));
+
+  const VrFXModule* key = reinterpret_cast<const VrFXModule*>(&context);
+  context.addModuleContext(key, std::make_unique<VrFXModuleContext>());
+  VrFXModuleContext* record = context.fxModuleContext(key);
+  ASSERT_NE(record, nullptr);
+  std::unique_ptr<VrPrimitiveContext> clone = context.cloneContext();
+  ASSERT_NE(clone->fxModuleContext(key), nullptr);
+  EXPECT_NE(clone->fxModuleContext(key), record);  // the clone owns a copy
+  context.removeAllModuleContext();
+  EXPECT_EQ(context.fxModuleContext(key), nullptr);
+  EXPECT_NE(clone->fxModuleContext(key), nullptr);
+}
+
+TEST(VrPrimitiveContext, CloneKeepsTheKind) {
+  VrSplinePrimitiveContext context;
+  context.taper = 0.5f;
+  context.dominantGuide = 3;
+  context.getGeom().assign(4, Vec(1, 1, 1));
+  context.setId(42);
+  const VrPrimitiveContext& base = context;
+  std::unique_ptr<VrPrimitiveContext> clone = base.cloneContext();
+  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(clone.get());
+  ASSERT_NE(spline, nullptr);
+  EXPECT_EQ(spline->taper, 0.5f);
+  EXPECT_EQ(spline->dominantGuide, 3);
+  EXPECT_EQ(spline->cGeom().size(), 4u);
+  EXPECT_EQ(spline->id(), 42u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Attributes
+
+TEST(VrPrimitive, AttributesInOrderWithDefaults) {
+  Scene scene;
+  ProbePrimitive primitive(scene.description);
+  const std::vector<std::string> expected = {"length", "width", "depth",    "offU",     "offV",
+                                             "offN",   "aboutN", "regionMap", "regionMask", "iMethod",
+                                             "useCache", "liveMode", "_wireNames", "cacheFileName"};
+  ASSERT_GE(primitive.attrNames().size(), expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) EXPECT_EQ(primitive.attrNames()[i], expected[i]);
+  std::string value;
+  ASSERT_TRUE(primitive.getAttr("length", value));
+  EXPECT_EQ(value, "$a=1.0;#0.05,5.0\\n$a");
+  ASSERT_TRUE(primitive.getAttr("iMethod", value));
+  EXPECT_EQ(value, "0");
+  EXPECT_EQ(primitive.iMethod(), 0);
+  ASSERT_TRUE(primitive.getAttr("cacheFileName", value));
+  EXPECT_EQ(value, "${DESC}/guides.abc");
+  EXPECT_TRUE(primitive.liveMode());
+  EXPECT_FALSE(primitive.useCache());
+
+  ASSERT_NE(primitive.attrExpression("offU"), nullptr);
+  EXPECT_EQ(primitive.attrExpression("offU")->expression(), "$a=0.0;#-2.0,2.0\\n$a");
+  EXPECT_EQ(primitive.attrExpression("regionMap"), nullptr);
+
+  primitive.setAttr("length", "3.5");
+  ProbePrimitive copy(scene.description);
+  copy.copyAttrs(&primitive);
+  EXPECT_EQ(copy.lengthExpr().eval(0.5, 0.5, 0).x, 3.5);
+}
+
+TEST(VrPrimitive, InvalidInterpolationMethod) {
+  vrtest::CaptureLogger log;
+  Scene scene;
+  ProbePrimitive primitive(scene.description);
+  primitive.setAttr("iMethod", "2");
+  primitive.setupInterpolation(true);
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Invalid interpolation method."});
+}
+
+// ---------------------------------------------------------------------------------------------
+// The pipeline
+
+TEST(VrPrimitive, MakeGeometryRunsTheStackInOrder) {
+  Scene scene;
+  ProbePrimitive primitive(scene.description);
+  auto* first = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
+  auto* second = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
+  auto* third = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
+  ASSERT_TRUE(first && second && third);
+  ProbeFXModule::order.clear();
+
+  VrPrimitiveContext& context = primitive.context();
+  context.setActivePatchFace(scene.patch, 0);
+  context.overrideCLength(5.0);
+  context.overrideCWidth(5.0);
+  context.setCullPrim(true);  // a stale flag is cleared
+  primitive.makeGeometry(0.5, 0.5, nullptr);
+  EXPECT_FALSE(context.cullPrim());
+  EXPECT_EQ(primitive.mkCalls, 1);
+  EXPECT_EQ(primitive.lengthSeen, 1.0);
+  EXPECT_EQ(primitive.widthSeen, 1.0);
+  EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0, 1, 2}));
+  EXPECT_EQ(primitive.postCalls, 1);
+
+  // A stop module and everything behind it are left out; an inactive module is skipped.
+  ProbeFXModule::order.clear();
+  second->setAttr("active", "false", "bool");
+  EXPECT_FALSE(second->isActive());
+  primitive.makeGeometry(0.5, 0.5, third);
+  EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0}));
+
+  // A module that culls ends the stack.
+  ProbeFXModule::order.clear();
+  second->setActive(true);
+  first->cull = true;
+  primitive.makeGeometry(0.5, 0.5, nullptr);
+  EXPECT_TRUE(context.cullPrim());
+  EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0}));
+}
+
+TEST(VrPrimitive, CulledPrimitiveMakesNoGeometry) {
+  vrtest::CaptureLogger log;
+  Scene scene;
+  ProbePrimitive primitive(scene.description);
+  auto* module = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
+  ASSERT_NE(module, nullptr);
+  // CV interpolation with a guide but no candidate table: the guide step refuses the location.
+  primitive.setAttr("iMethod", "1");
+  VrGuide& g = primitive.addGuide();
+  g.setPatch(scene.patch);
+  primitive.context().setActivePatchFace(scene.patch, 0);
+  primitive.makeGeometry(0.5, 0.5, nullptr);
+  EXPECT_TRUE(primitive.context().cullPrim());
+  EXPECT_EQ(primitive.mkCalls, 0);
+  EXPECT_EQ(module->applied, 0);
+  EXPECT_EQ(primitive.postCalls, 0);
+  ASSERT_EQ(log.errors().size(), 1u);
+  EXPECT_EQ(log.errors()[0].rfind("Candidate guides have not been associated! ", 0), 0u);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Lean and direction
+
+TEST(VrPrimitive, OrientLeansAgainstHandValues) {
+  const Vec root(1, 2, 3);
+  struct Case {
+    double a, b;
+    Vec dir;
+  } cases[] = {
+      {0.0, 0.0, Vec(0, 0, 1)},
+      {1.0, 0.0, Vec(1, 0, 0)},
+      {0.0, -1.0, Vec(0, -1, 0)},
+      {0.5, 0.0, Vec(std::sqrt(0.5), 0, std::sqrt(0.5))},
+      {1.5, 0.0, Vec(std::sqrt(0.5), 0, -std::sqrt(0.5))},
+      {2.0, 0.0, Vec(0.05 * 1.5691819, 0, -0.99691733)},
+      {0.0, 1.97, Vec(0, 0.05 * 1.5691819, -0.99691733)},
+  };
+  for (const Case& c : cases) {
+    Vec N(0, 0, 1), U(1, 0, 0), V(0, 1, 0);
+    std::vector<Vec> cvs;
+    VrPrimitive::orient(root, N, U, V, c.a, c.b, 0.0, 0.0, 2.0, cvs, false);
+    ASSERT_EQ(cvs.size(), 1u);
+    SCOPED_TRACE(c.a);
+    expectNear(cvs[0], root + c.dir * 2.0, 1e-6);
+    // The new frame: N along the segment, right-handed and unit.
+    expectNear(N, c.dir, 1e-6);
+    EXPECT_NEAR(U.dot(N), 0.0, 1e-9);
+    expectNear(U.cross(V), N, 1e-9);
+  }
+  // A lean of 1 along U tips U under the surface.
+  Vec N(0, 0, 1), U(1, 0, 0), V(0, 1, 0);
+  std::vector<Vec> cvs;
+  VrPrimitive::orient(Vec(), N, U, V, 1.0, 0.0, 0.0, 0.0, 1.0, cvs, false);
+  expectNear(U, Vec(0, 0, -1), 1e-9);
+  expectNear(V, Vec(0, 1, 0), 1e-9);
+}
+
+TEST(VrPrimitive, OrientDiscMappingAndRotations) {
+  // The corner (1, 1) maps onto the unit circle: the segment lies in the tangent plane.
+  Vec N(0, 0, 1), U(1, 0, 0), V(0, 1, 0);
+  std::vector<Vec> cvs;
+  VrPrimitive::orient(Vec(), N, U, V, 1.0, 1.0, 0.0, 0.0, 1.0, cvs, true);
+  expectNear(cvs[0], Vec(std::sqrt(0.5), std::sqrt(0.5), 0), 1e-9);
+
+  // aboutN turns the lean about the normal.
+  N = Vec(0, 0, 1), U = Vec(1, 0, 0), V = Vec(0, 1, 0);
+  cvs.clear();
+  VrPrimitive::orient(Vec(), N, U, V, 1.0, 0.0, 0.0, 90.0, 1.0, cvs, false);
+  expectNear(cvs[0], Vec(0, 1, 0), 1e-9);
+
+  // tiltN turns an upright segment towards -U by the angle.
+  N = Vec(0, 0, 1), U = Vec(1, 0, 0), V = Vec(0, 1, 0);
+  cvs.clear();
+  VrPrimitive::orient(Vec(), N, U, V, 0.0, 0.0, 30.0, 0.0, 1.0, cvs, false);
+  EXPECT_NEAR(cvs[0].z, std::cos(M_PI / 6.0), 1e-9);
+  EXPECT_NEAR(std::fabs(cvs[0].x), 0.5, 1e-9);
+  EXPECT_NEAR(cvs[0].y, 0.0, 1e-9);
+}
+
+TEST(VrPrimitive, FindOrientInvertsOrient) {
+  std::mt19937 random(11);
+  std::uniform_real_distribution<double> unit(-1.0, 1.0);
+  for (int i = 0; i < 500; ++i) {
+    // A random right-handed frame.
+    Vec N(unit(random), unit(random), unit(random));
+    if (N.normalize() == 0.0) continue;
+    Vec U = N.cross(Vec(unit(random), unit(random), unit(random)));
+    if (U.normalize() == 0.0) continue;
+    const Vec V = N.cross(U);
+    const Vec root(unit(random), unit(random), unit(random));
+
+    for (bool isFirst : {false, true}) {
+      double a = unit(random), b = unit(random);
+      if (!isFirst) {
+        // Any lean within the invertible disc of radius 1.95.
+        a *= 1.9;
+        b *= 1.9;
+        if (std::hypot(a, b) > 1.94) continue;
+      }
+      Vec n = N, u = U, v = V;
+      std::vector<Vec> cvs{root};
+      VrPrimitive::orient(root, n, u, v, a, b, 0.0, 0.0, 0.7, cvs, isFirst);
+      double ra = 0.0, rb = 0.0;
+      ASSERT_TRUE(VrPrimitive::findOrient(cvs, N, U, V, ra, rb, isFirst));
+      EXPECT_NEAR(ra, a, 1e-7) << "lean " << a << ", " << b << (isFirst ? " first" : "");
+      EXPECT_NEAR(rb, b, 1e-7) << "lean " << a << ", " << b << (isFirst ? " first" : "");
+    }
+  }
+  double a = 0.0, b = 0.0;
+  EXPECT_FALSE(VrPrimitive::findOrient({Vec()}, Vec(0, 0, 1), Vec(1, 0, 0), Vec(0, 1, 0), a, b, false));
+}
+
+// ---------------------------------------------------------------------------------------------
+// A render pass drives the primitive and its modules
+
+TEST(VrPrimitive, RenderPassPreparesGuidesAndModules) {
+  vrtest::CaptureLogger log;
+  Scene scene;
+  VrDescription* desc = scene.description;
+  desc->setActive("SplinePrimitive");
+  desc->setActive("RandomGenerator");
+  desc->activeGenerator()->setAttr("density", "20");
+  auto* spline = static_cast<VrSplinePrimitive*>(desc->activePrimitive());
+  ASSERT_NE(spline, nullptr);
+  spline->setAttr("iMethod", "1");
+  for (int face : {0, 3, 12, 15}) {
+    VrGuide& g = spline->addGuide();
+    g.setId(std::to_string(face + 1));
+    g.setPatch(scene.patch);
+    g.setFaceId(face);
+    g.setU(0.5);
+    g.setV(0.5);
+    spline->defaultGuideGeom(g);
+  }
+  auto* module = static_cast<ProbeFXModule*>(spline->addFXModule("TestProbeFXModule"));
+  auto* refusing = static_cast<ProbeFXModule*>(spline->addFXModule("TestProbeFXModule"));
+  refusing->refuse = true;
+  VrNullRenderer renderer(desc);
+  desc->setActiveRenderer(&renderer);
+
+  renderer.initDescription();
+  EXPECT_TRUE(spline->hasCandidates());  // the reach maps were built for the pass
+  EXPECT_EQ(module->inits, 1);
+  EXPECT_FALSE(refusing->isActive());  // a module that refuses is switched off
+  const int faces = static_cast<int>(scene.patch->numFaces());
+  for (int face = 0; face < faces; ++face) renderer.render(face, "body");
+  const unsigned serial = renderer.totalEmitCount();
+  renderer.finishDescription();
+  EXPECT_GT(serial, 0u);
+  EXPECT_EQ(module->begins.load(), faces);
+  EXPECT_EQ(module->ends.load(), faces);
+  EXPECT_EQ(refusing->begins.load(), 0);
+  EXPECT_EQ(module->finishes, 1);
+  EXPECT_TRUE(log.errors().empty()) << log.errors()[0];
+
+  // Workers clone the spline's own context and build the same primitives.
+  const size_t saved = VrTaskManager::threadCount();
+  VrTaskManager::setThreadCount(2);
+  renderer.initDescription();
+  renderer.renderPatchInParallel("body");
+  renderer.finishDescription();
+  VrTaskManager::setThreadCount(saved);
+  EXPECT_EQ(renderer.totalEmitCount(), serial);
+  EXPECT_EQ(module->begins.load(), 2 * faces);
+  desc->setActiveRenderer(nullptr);
+}
