@@ -12,6 +12,7 @@
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrGuideRenderer.h"
 #include "renderers/VrNullRenderer.h"
+#include "renderers/renderapi/VornRenderAPIRenderer.h"
 
 #include <cstddef>
 #include <utility>
@@ -37,8 +38,7 @@ constexpr const char* generators[] = {"GuideGenerator", "UniformGenerator", "Poi
 constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive"};
 constexpr const char* renderers[] = {
     "GLRenderer", "GeometryRenderer", "FileRenderer", "PointRenderer", "OrmRenderer",
-    "ParticleRenderer", "PromoteRenderer", "RendermanRenderer",
-    "SculptRenderer"};
+    "ParticleRenderer", "PromoteRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule", "ClumpingFXModule",
     "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
@@ -65,6 +65,7 @@ bool registerFamily(const char* const (&)[N]) {
 const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRandomGenerator>) &&
                         VrRegisterModule("NullRenderer", &createObject<VrNullRenderer>) &&
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
+                        VrRegisterModule("RendermanRenderer", &createObject<VornRenderAPI::Renderer2>) &&
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
                         registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&

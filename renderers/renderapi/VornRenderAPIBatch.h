@@ -1,0 +1,104 @@
+#pragma once
+// The storage of one batch of the render back end, and the read-only `PrimitiveCache` view that
+// the plug-in's `flush` receives. A batch belongs to one thread (the serial renderer's, or one
+// worker's `Renderer2::Context`); the view lives only during the `flush` call.
+
+#include <string>
+#include <vector>
+
+#include "renderers/renderapi/VornRenderAPI.h"
+
+namespace VornRenderAPI {
+
+/// Arrays of one batch; vec3 arrays are flat, three floats per entry.
+struct Batch {
+  static constexpr int FloatChannels = 7;
+  static constexpr int IntChannels = 6;
+  static constexpr int StringChannels = 6;
+  static constexpr int Vec3Channels = 17;
+
+  unsigned count = 0;                        ///< complete primitives in the batch
+  std::vector<std::vector<float>> points;    ///< per sample
+  std::vector<std::vector<float>> normals;   ///< per sample
+  std::vector<std::vector<float>> widths;    ///< per sample, one per CV
+  std::vector<float> floats[FloatChannels];  ///< by PrimitiveCache::EFloatArrayAttribute
+  std::vector<int> ints[IntChannels];        ///< by PrimitiveCache::EIntArrayAttribute
+  std::vector<std::string> strings[StringChannels];
+  std::vector<float> vec3s[Vec3Channels];        ///< by PrimitiveCache::EVec3ArrayAttribute
+  std::vector<std::vector<float>> customFloats;  ///< per custom channel
+  std::vector<std::vector<int>> customInts;      ///< per custom channel
+  std::vector<float> scratch;                    ///< per-CV work space of the emitting thread
+
+  /// Makes room for `samples` motion samples (never shrinks).
+  void sizeSamples(unsigned samples);
+  /// Makes `channels` rows in both custom tables (never shrinks).
+  void sizeCustoms(size_t channels);
+  /// Empties every array and sets the count to 0; the sample rows stay.
+  void clear();
+};
+
+/// What a batch view reports besides the arrays: set by the renderer when a description starts.
+struct BatchState {
+  bool flags[37] = {};
+  double primitiveBound = 0.0;
+  double maxBound = 0.0;
+  float constantWidth = 0.0f;
+  int numLodRanges = 0;
+  double lodRanges[4][3] = {};
+  unsigned batchLimit = 0;
+  unsigned sampleCount = 1;
+  std::string typeName;
+  /// One entry per custom channel, in row order: its name, type word and declaration
+  /// ("uniform <type>" or "varying <type>" for per-CV values).
+  std::vector<std::string> customNames, customTypes, customDeclarations;
+};
+
+/// The view handed to `flush`.
+class BatchView : public PrimitiveCache {
+ public:
+  BatchView(const Batch& batch, const BatchState& state) : BatchView(batch, state, state.maxBound) {}
+  /// `maxBound` replaces the state's (it grows while a description renders).
+  BatchView(const Batch& batch, const BatchState& state, double maxBound)
+      : batch(batch), state(state), maxBound(maxBound) {}
+
+  const float* getVec3Array2D(EVec3Array2DAttribute key, unsigned row) const override;
+  const int* getIntArray2D(EIntArray2DAttribute key, unsigned row) const override;
+  const float* getFloatArray2D(EFloatArray2DAttribute key, unsigned row) const override;
+  const float* getVec3Array(EVec3ArrayAttribute key) const override;
+  const char* getStringArray(EStringArrayAttribute key, unsigned index) const override;
+  const int* getIntArray(EIntArrayAttribute key) const override;
+  const float* getFloatArray(EFloatArrayAttribute key) const override;
+  const double* getDoubleArray(EDoubleArrayAttribute key) const override;
+  const bool* getBoolArray(EBoolArrayAttribute key) const override;
+  const double* getVec3(EVec3Attribute key) const override;
+  unsigned getUInt(EUIntAttribute key) const override;
+  const char* getString() const override;
+  int getInt(EIntAttribute key) const override;
+  float getFloat(EFloatAttribute key) const override;
+  double getDouble(EDoubleAttribute key) const override;
+  bool getBool(EBoolAttribute key) const override;
+
+  unsigned getVec3Array2DSize(EVec3Array2DAttribute key, unsigned row) const override;
+  unsigned getIntArray2DSize(EIntArray2DAttribute key, unsigned row) const override;
+  unsigned getFloatArray2DSize(EFloatArray2DAttribute key, unsigned row) const override;
+  unsigned getVec3ArraySize(EVec3ArrayAttribute key) const override;
+  unsigned getStringArraySize(EStringArrayAttribute key) const override;
+  unsigned getIntArraySize(EIntArrayAttribute key) const override;
+  unsigned getFloatArraySize(EFloatArrayAttribute key) const override;
+  unsigned getDoubleArraySize(EDoubleArrayAttribute key) const override;
+  unsigned getBoolArraySize(EBoolArrayAttribute key) const override;
+
+  bool cachedBound(unsigned prim, double bbox[6]) const override;
+
+ private:
+  const std::vector<float>* row2D(EVec3Array2DAttribute key, unsigned row) const;
+  const std::vector<float>* row2D(EFloatArray2DAttribute key, unsigned row) const;
+  /// The list behind a string channel: per primitive in the batch, per custom channel in the state.
+  const std::vector<std::string>* strings(EStringArrayAttribute key) const;
+
+  const Batch& batch;
+  const BatchState& state;
+  double maxBound;
+};
+
+}  // namespace VornRenderAPI
