@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs missing packages, builds an optimised library and the vorn tool, and runs the main
-# job on the bundled example: it reads the example groom, lists it and evaluates one of its
-# expressions.
+# job on the bundled example: it renders the hair of examples/head (a few hundred thousand
+# splines on a scalp) to an Alembic curves file through the render API, and inspects the result.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -15,8 +15,13 @@ cmake -S . -B "$BUILD_DIR" "${GENERATOR[@]}" -DCMAKE_BUILD_TYPE=Release -DVORN_B
 cmake --build "$BUILD_DIR" -j "$(nproc)" --target vorn_cli
 
 VORN="$BUILD_DIR/bin/vorn"
-"$VORN" info
-"$VORN" check examples/groom.vorn
-"$VORN" ls examples/groom.vorn
-echo "length of the scalp's splines at (u, v) = (0.5, 0.5) of face 1:"
-"$VORN" eval examples/groom.vorn scalp SplinePrimitive length --u 0.5 --v 0.5 --face 1
+OUT_DIR="$BUILD_DIR/example"
+mkdir -p "$OUT_DIR"
+"$VORN" info | head -n 3
+"$VORN" check examples/head/head.vorn
+"$VORN" render examples/head/head.vorn --geom examples/head/head.abc --frame 1 \
+  -o "$OUT_DIR/head_hair.abc" --threads "$(nproc)"
+echo "$OUT_DIR/head_hair.abc:"
+"$VORN" inspect "$OUT_DIR/head_hair.abc" |
+  grep -E '^(object: /vornCurves|schema:|num_curves:|num_points:|self_bounds:|has_widths:|end:)' |
+  grep -v '^schema: none'

@@ -75,4 +75,27 @@ int runDeltaApply(const std::string& base, const std::vector<std::string>& delta
 /// when the archive is refused or any part of it cannot be read.
 int runInspect(const std::string& file);
 
+/// What `vorn render` renders and how (see docs/render-command.md).
+struct RenderRequest {
+  std::string collection;             ///< collection file
+  std::string geometry;               ///< Alembic file the patches bind to
+  double frame = 1.0;
+  std::string output;                 ///< .abc (curves) or .jsonl (one line per primitive)
+  int threads = 0;                    ///< 0: serial face by face; N: N workers
+  std::string extraArgs;              ///< appended to the render API argument string
+  std::string camera, fov, cameraXform, ratio;
+  std::vector<float> shutter;
+  bool hasShutterOpen = false;
+  float shutterOpen = 0.0f;
+  std::vector<std::string> overrides;  ///< name=value, answered for "user:vorn_" + name
+  std::vector<std::string> deltas;
+  std::string nameSpace;
+  bool progress = false;               ///< draw the progress bar even when stderr is no terminal
+};
+
+/// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every
+/// description through the render API, as a renderer plug-in would, and writes the primitives
+/// ordered by patch, face and id. 1, with no output file, on any failure.
+int runRender(const RenderRequest& request);
+
 }  // namespace vorncli

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <unistd.h>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -134,6 +135,27 @@ int main(int argc, char** argv) {
   CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive's objects, properties and samples");
   inspect->add_option("file", archive, "Alembic archive (.abc, Ogawa)")->required();
 
+  vorncli::RenderRequest renderRequest;
+  std::string shutterText;
+  CLI::App* render = app.add_subcommand(
+      "render", "render a collection through the render API and write the primitives (.abc curves or .jsonl)");
+  render->add_option("collection", renderRequest.collection, "collection file (.vorn)")->required();
+  render->add_option("--geom", renderRequest.geometry, "Alembic file the patches bind to")->required();
+  render->add_option("--frame", renderRequest.frame, "frame to render")->required();
+  render->add_option("-o,--output", renderRequest.output, "output file: .abc (curves) or .jsonl")->required();
+  render->add_option("--threads", renderRequest.threads, "render faces on N threads (default: serially)");
+  render->add_option("--args", renderRequest.extraArgs, "raw text appended to the render API argument string");
+  render->add_option("--camera", renderRequest.camera, "\"name,x,y,z\": camera name and view direction");
+  render->add_option("--fov", renderRequest.fov, "\"h,v\": field of view in degrees");
+  render->add_option("--cam-xform", renderRequest.cameraXform, "16 numbers, camera to world, row by row");
+  render->add_option("--ratio", renderRequest.ratio, "aspect ratio");
+  render->add_option("--shutter", shutterText, "\"t0,t1,...\": motion sample times");
+  CLI::Option* shutterOpen = render->add_option("--shutter-open", renderRequest.shutterOpen, "shutter open time");
+  render->add_option("--override", renderRequest.overrides, "name=value, answered for user:vorn_<name>");
+  render->add_option("--delta", renderRequest.deltas, "delta file applied after the import (repeatable)");
+  render->add_option("--name-space", renderRequest.nameSpace, "name space of the render collection");
+  render->add_flag("--progress", renderRequest.progress, "draw the progress bar even when stderr is no terminal");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -159,6 +181,24 @@ int main(int argc, char** argv) {
   if (*deltaCreate) return vorncli::runDeltaCreate(deltaBase, deltaEdited, deltaOutput);
   if (*deltaApply) return vorncli::runDeltaApply(deltaBase, deltaFiles, deltaOutput);
   if (*inspect) return vorncli::runInspect(archive);
+  if (*render) {
+    renderRequest.hasShutterOpen = shutterOpen->count() > 0;
+    std::string item;
+    for (char& c : shutterText)
+      if (c == ';' || c == ' ') c = ',';
+    std::istringstream times(shutterText);
+    while (std::getline(times, item, ',')) {
+      if (item.empty()) continue;
+      char* end = nullptr;
+      const float t = std::strtof(item.c_str(), &end);
+      if (!end || *end) {
+        std::cerr << "vorn: --shutter takes numbers separated by commas: " << shutterText << "\n";
+        return 2;
+      }
+      renderRequest.shutter.push_back(t);
+    }
+    return vorncli::runRender(renderRequest);
+  }
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;
     return vorncli::runEval(evalRequest);

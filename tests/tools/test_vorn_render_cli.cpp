@@ -1,0 +1,262 @@
+// `vorn render`: failures leave no output, the output does not depend on the thread count, and
+// what comes out is what the bundled example's expressions ask for.
+
+#include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "support/RunCommand.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+using vrtest::runCommand;
+using vrtest::shellWord;
+using vrtest::vorn;
+
+namespace {
+
+std::string readText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+const std::string exampleDir = std::string(VORN_SOURCE_DIR) + "/examples/head";
+
+// The bundled example with a low density, so that a render takes a moment.
+std::string smallCollection(const vrtest::TempDir& dir) {
+  std::string text = readText(exampleDir + "/head.vorn");
+  const std::string from = "density\t\t\t50000.0";
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos);
+  if (at != std::string::npos) text.replace(at, from.size(), "density\t\t\t150.0");
+  return dir.write("small.vorn", text);
+}
+
+std::string renderArgs(const std::string& collection, const std::string& geometry, const std::string& output) {
+  return "render " + shellWord(collection) + " --geom " + shellWord(geometry) + " --frame 1 -o " + shellWord(output);
+}
+
+// The numbers of one JSON array of numbers starting at `at` (just after its '[').
+std::vector<double> numbersIn(const std::string& text, size_t at, size_t end) {
+  std::vector<double> out;
+  std::string token;
+  for (size_t i = at; i < end; ++i) {
+    const char c = text[i];
+    if (c == '[' || c == ']' || c == ',') {
+      if (!token.empty()) out.push_back(std::stod(token));
+      token.clear();
+    } else {
+      token += c;
+    }
+  }
+  if (!token.empty()) out.push_back(std::stod(token));
+  return out;
+}
+
+// The first line where two texts differ, both versions; "" when they are equal.
+std::string firstDifference(const std::string& a, const std::string& b) {
+  std::istringstream ia(a), ib(b);
+  std::string la, lb;
+  for (int n = 1;; ++n) {
+    const bool moreA = static_cast<bool>(std::getline(ia, la));
+    const bool moreB = static_cast<bool>(std::getline(ib, lb));
+    if (!moreA && !moreB) return "";
+    if (moreA != moreB || la != lb) return "line " + std::to_string(n) + ":\n" + la + "\n" + lb;
+  }
+}
+
+struct Line {
+  std::string patch;
+  int face = 0;
+  int id = 0;
+  std::vector<double> cvs;
+  std::vector<double> widths;
+};
+
+// Reads the lines of a JSONL output in the layout the command writes.
+std::vector<Line> parse(const std::string& text) {
+  std::vector<Line> lines;
+  std::istringstream in(text);
+  for (std::string row; std::getline(in, row);) {
+    Line line;
+    const size_t patch = row.find("{\"patch\":\"");
+    const size_t face = row.find("\",\"face\":");
+    const size_t id = row.find(",\"id\":");
+    const size_t cvs = row.find(",\"cvs\":[");
+    const size_t widths = row.find("],\"widths\":[");
+    if (patch != 0 || face == std::string::npos || id == std::string::npos || cvs == std::string::npos ||
+        widths == std::string::npos || row.substr(row.size() - 2) != "]}") {
+      ADD_FAILURE() << "not a line of the render output: " << row;
+      return lines;
+    }
+    line.patch = row.substr(10, face - 10);
+    line.face = std::stoi(row.substr(face + 9));
+    line.id = std::stoi(row.substr(id + 6));
+    line.cvs = numbersIn(row, cvs + 8, widths);
+    line.widths = numbersIn(row, widths + 12, row.size() - 2);
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+}  // namespace
+
+TEST(VornRender, BadInputFailsClearlyAndLeavesNoOutput) {
+  vrtest::TempDir dir;
+  const std::string collection = smallCollection(dir);
+  const std::string geometry = exampleDir + "/head.abc";
+  const std::string out = dir.file("out.jsonl");
+
+  // No --geom at all is a usage error.
+  auto result = vorn("render " + shellWord(collection) + " --frame 1 -o " + shellWord(out));
+  EXPECT_EQ(result.exitCode, 2) << result.output;
+  EXPECT_NE(result.output.find("--geom"), std::string::npos) << result.output;
+  // A geometry file that is not there.
+  result = vorn(renderArgs(collection, dir.file("nothing.abc"), out));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("vorn: no such geometry file: " + dir.file("nothing.abc")), std::string::npos)
+      << result.output;
+  // A collection that cannot be read, and one that is not there.
+  const std::string garbage = dir.write("garbage.vorn", "this is not a collection\n");
+  result = vorn(renderArgs(garbage, geometry, out));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("vorn: cannot read a collection from " + garbage), std::string::npos)
+      << result.output;
+  result = vorn(renderArgs(dir.file("absent.vorn"), geometry, out));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("vorn: no such file: " + dir.file("absent.vorn")), std::string::npos);
+  // Malformed Alembic: text, and a real archive cut short.
+  const std::string text = dir.write("text.abc", "not an archive at all\n");
+  const std::string bytes = readText(geometry);
+  const std::string cut = dir.write("cut.abc", bytes.substr(0, bytes.size() / 2));
+  for (const std::string& bad : {text, cut}) {
+    SCOPED_TRACE(bad);
+    for (const std::string& output : {out, dir.file("out.abc")}) {
+      result = vorn(renderArgs(collection, bad, output));
+      EXPECT_EQ(result.exitCode, 1) << result.output;
+      EXPECT_NE(result.output.find("vorn: not a readable Alembic archive: " + bad), std::string::npos)
+          << result.output;
+    }
+  }
+  // A sound archive without the scalp, and a delta that does not apply: the render API reports
+  // Errors while setting up, and nothing is written.
+  const std::string other = dir.file("other.abc");
+  {
+    VrAbcCurvesStreamWriter writer;
+    const float points[6] = {0, 0, 0, 0, 1, 0};
+    const int32_t counts[1] = {2};
+    ASSERT_TRUE(writer.open(other, VrAbcCurvesStreamWriter::Options()));
+    ASSERT_TRUE(writer.append(points, 2, counts, 1, nullptr));
+    ASSERT_TRUE(writer.close());
+  }
+  result = vorn(renderArgs(collection, other, out));
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_NE(result.output.find("error: Lumo Error. Removing patch: scalpShape"), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("vorn: the render API could not set up patch \"scalpShape\" of description \"hair\""),
+            std::string::npos)
+      << result.output;
+  const std::string delta = dir.write("bad.delta", "x");
+  result = vorn(renderArgs(collection, geometry, out) + " --delta " + shellWord(delta));
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_NE(result.output.find("vorn: the render API reported errors while setting up the render; nothing was written"),
+            std::string::npos)
+      << result.output;
+  // An output that is neither .abc nor .jsonl.
+  result = vorn(renderArgs(collection, geometry, dir.file("out.txt")));
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_NE(result.output.find("the output must end in .abc or .jsonl"), std::string::npos) << result.output;
+
+  for (const char* name : {"out.jsonl", "out.abc", "out.txt"}) EXPECT_FALSE(std::filesystem::exists(dir.file(name)));
+  // Nothing else was left behind either: only the inputs written above.
+  size_t entries = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    (void)entry;
+    ++entries;
+  }
+  EXPECT_EQ(entries, 6u);
+}
+
+TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
+  vrtest::TempDir dir;
+  const std::string collection = smallCollection(dir);
+  const std::string geometry = exampleDir + "/head.abc";
+  std::vector<std::string> outputs;
+  for (const std::string& threads : {std::string(), std::string(" --threads 1"), std::string(" --threads 2")}) {
+    const std::string out = dir.file("out" + std::to_string(outputs.size()) + ".jsonl");
+    const auto result = vorn(renderArgs(collection, geometry, out) + threads);
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_NE(result.output.find("rendered "), std::string::npos) << result.output;
+    outputs.push_back(readText(out));
+  }
+  ASSERT_FALSE(outputs[0].empty());
+  for (size_t k = 1; k < outputs.size(); ++k) {
+    SCOPED_TRACE("render " + std::to_string(k) + " against the serial one");
+    EXPECT_EQ(outputs[k].size(), outputs[0].size());
+    EXPECT_EQ(firstDifference(outputs[k], outputs[0]), "");
+  }
+
+  // Ordered by face and id, each (face, id) once, all on the example's one patch.
+  const std::vector<Line> lines = parse(outputs[0]);
+  ASSERT_GT(lines.size(), 100u);
+  for (size_t i = 0; i < lines.size(); ++i) {
+    SCOPED_TRACE("line " + std::to_string(i));
+    const Line& line = lines[i];
+    EXPECT_EQ(line.patch, "scalpShape");
+    if (i > 0) EXPECT_LT(std::tie(lines[i - 1].face, lines[i - 1].id), std::tie(line.face, line.id));
+    ASSERT_EQ(line.cvs.size() % 3, 0u);
+    ASSERT_EQ(line.widths.size() * 3, line.cvs.size());
+    ASSERT_GE(line.widths.size(), 2u);
+    // Roots stand on the dome (the subdivision limit of points on the unit sphere, upper half).
+    const double radius = std::sqrt(line.cvs[0] * line.cvs[0] + line.cvs[1] * line.cvs[1] + line.cvs[2] * line.cvs[2]);
+    EXPECT_GT(radius, 0.9);
+    EXPECT_LT(radius, 1.0 + 1e-6);
+    EXPECT_GT(line.cvs[1], -1e-3);
+    // length = 0.3 + 0.15 * rand(): the hairs are straight, so their polylines are that long.
+    double length = 0.0;
+    for (size_t k = 3; k < line.cvs.size(); k += 3)
+      length += std::sqrt(std::pow(line.cvs[k] - line.cvs[k - 3], 2) + std::pow(line.cvs[k + 1] - line.cvs[k - 2], 2) +
+                          std::pow(line.cvs[k + 2] - line.cvs[k - 1], 2));
+    EXPECT_GT(length, 0.3 - 1e-4);
+    EXPECT_LT(length, 0.45 + 1e-4);
+    // width = 0.004 * (0.7 + 0.6 * noise), noise in [0, 1].
+    for (double w : line.widths) {
+      EXPECT_GE(w, 0.004 * 0.7 - 1e-7);
+      EXPECT_LE(w, 0.004 * 1.3 + 1e-7);
+    }
+  }
+  // The summary counts what was written.
+  const auto again = vorn(renderArgs(collection, geometry, dir.file("again.jsonl")));
+  EXPECT_NE(again.output.find("rendered " + std::to_string(lines.size()) + " primitives"), std::string::npos)
+      << again.output;
+}
+
+TEST(VornRender, AlembicOutputOpensWithInspectAndHoldsEveryCurve) {
+  vrtest::TempDir dir;
+  const std::string collection = smallCollection(dir);
+  const std::string geometry = exampleDir + "/head.abc";
+  const std::string json = dir.file("hair.jsonl");
+  const std::string abc = dir.file("hair.abc");
+  ASSERT_EQ(vorn(renderArgs(collection, geometry, json)).exitCode, 0);
+  const auto rendered = vorn(renderArgs(collection, geometry, abc) + " --threads 2");
+  ASSERT_EQ(rendered.exitCode, 0) << rendered.output;
+  const std::vector<Line> lines = parse(readText(json));
+  size_t points = 0;
+  for (const Line& line : lines) points += line.widths.size();
+
+  const auto dump = vorn("inspect " + shellWord(abc));
+  ASSERT_EQ(dump.exitCode, 0) << dump.output;
+  EXPECT_NE(dump.output.find("\nnum_curves: " + std::to_string(lines.size()) + "\n"), std::string::npos)
+      << dump.output;
+  EXPECT_NE(dump.output.find("\nnum_points: " + std::to_string(points) + "\n"), std::string::npos);
+  EXPECT_NE(dump.output.find("\nwidths_count: " + std::to_string(points) + "\n"), std::string::npos);
+  EXPECT_NE(dump.output.find("\ntime: 0.0416666667\n"), std::string::npos);  // frame 1 at 24 per second
+  EXPECT_NE(dump.output.find("\nend: ok\n"), std::string::npos);
+}

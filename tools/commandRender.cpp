@@ -1,0 +1,643 @@
+// `vorn render`: renders a collection through the render API exactly as a renderer plug-in does,
+// and writes the primitives to an Alembic curves file or to JSON lines.
+//
+// Ownership and lifetime: the collection is read once with the library to learn the names of its
+// descriptions and patches, then deleted, so that the render API's own import binds the
+// geometry. Every patch gets a PatchRenderer, whose faces are rendered face by face or through a
+// ParallelRenderer; the callbacks object outlives them all.
+//
+// Memory: `flush` never keeps a batch. Each batch is cut into runs of one face, every run is
+// appended to an unlinked temporary file, and only a small index entry per run (patch, face,
+// first id, where the bytes are) stays in memory. At the end the index is sorted and the runs
+// are read back one at a time, so the output comes in (patch, face, id) order whatever the
+// thread count, and the Alembic output streams through VrAbcCurvesStreamWriter.
+//
+// Threads: `flush` may be called from render workers at once; it builds its records on the
+// calling thread and takes one mutex only to append them to the spool.
+
+#include "tools/commands.h"
+
+#include "document/VrAtomicFile.h"
+#include "document/VrDescription.h"
+#include "document/VrObject.h"
+#include "document/VrPalette.h"
+#include "io/alembic/VrAbcArchive.h"
+#include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "renderers/renderapi/VornRenderAPI.h"
+#include "tools/cliLogger.h"
+#include "tools/collectionAccess.h"
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <numeric>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace vorncli {
+namespace {
+
+using namespace VornRenderAPI;
+
+// One patch to render, with the names the argument string needs.
+struct PatchJob {
+  std::string description;
+  std::string patch;
+};
+
+// Where one run of primitives (one face of one patch, ids ascending) lies in the spool.
+struct Run {
+  size_t job = 0;
+  int face = 0;
+  int firstId = 0;
+  uint64_t offset = 0;
+  uint64_t bytes = 0;
+  uint32_t count = 0;
+};
+
+// One primitive as the spool holds it: face, id and CV count as int32, then x, y, z per CV,
+// then one width per CV, all floats.
+struct Primitive {
+  int face = 0;
+  int id = 0;
+  std::vector<float> cvs;
+  std::vector<float> widths;
+};
+
+void putInt(std::vector<char>& out, int32_t value) {
+  const char* p = reinterpret_cast<const char*>(&value);
+  out.insert(out.end(), p, p + 4);
+}
+
+void putFloats(std::vector<char>& out, const float* values, size_t count) {
+  const char* p = reinterpret_cast<const char*>(values);
+  out.insert(out.end(), p, p + count * sizeof(float));
+}
+
+// Reads the next primitive of a run; false when the bytes run short.
+bool takePrimitive(const char*& at, const char* end, Primitive& out) {
+  int32_t head[3];
+  if (end - at < 12) return false;
+  std::memcpy(head, at, 12);
+  at += 12;
+  if (head[2] < 0) return false;
+  const size_t n = static_cast<size_t>(head[2]);
+  if (static_cast<size_t>(end - at) < n * 16) return false;
+  out.face = head[0];
+  out.id = head[1];
+  out.cvs.resize(3 * n);
+  out.widths.resize(n);
+  if (n) {
+    std::memcpy(out.cvs.data(), at, n * 12);
+    std::memcpy(out.widths.data(), at + n * 12, n * 4);
+  }
+  at += n * 16;
+  return true;
+}
+
+// The temporary file of runs, unlinked at once so that nothing is left behind.
+class RunSpool {
+ public:
+  ~RunSpool() {
+    if (file) std::fclose(file);
+  }
+  bool open() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string name = std::string(tmp && *tmp ? tmp : "/tmp") + "/vornRenderXXXXXX";
+    std::vector<char> buffer(name.begin(), name.end());
+    buffer.push_back('\0');
+    const int fd = mkstemp(buffer.data());
+    if (fd < 0) return false;
+    unlink(buffer.data());
+    file = fdopen(fd, "w+b");
+    return file != nullptr;
+  }
+  // Appends the bytes of one run; thread-safe.
+  void add(Run run, const std::vector<char>& bytes) {
+    std::lock_guard<std::mutex> hold(lock);
+    run.offset = end;
+    run.bytes = bytes.size();
+    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) broken = true;
+    end += bytes.size();
+    runs.push_back(run);
+  }
+  bool failed() const { return broken; }
+  // The runs in (patch, face, first id) order.
+  std::vector<Run> sortedRuns() const {
+    std::vector<Run> out = runs;
+    std::sort(out.begin(), out.end(), [](const Run& a, const Run& b) {
+      if (a.job != b.job) return a.job < b.job;
+      if (a.face != b.face) return a.face < b.face;
+      return a.firstId < b.firstId;
+    });
+    return out;
+  }
+  bool read(const Run& run, std::vector<char>& out) {
+    out.resize(run.bytes);
+    if (std::fflush(file) != 0 || fseeko(file, static_cast<off_t>(run.offset), SEEK_SET) != 0) return false;
+    return run.bytes == 0 || std::fread(out.data(), 1, run.bytes, file) == run.bytes;
+  }
+
+ private:
+  std::FILE* file = nullptr;
+  std::mutex lock;
+  std::vector<Run> runs;
+  uint64_t end = 0;
+  bool broken = false;
+};
+
+// The plug-in side of the render API: answers from the command's flags and spools the batches.
+class RenderCallbacks : public ProceduralCallbacks {
+ public:
+  RenderCallbacks(const RenderRequest& request, RunSpool& spool) : request(request), spool(spool) {
+    for (const std::string& entry : request.overrides) {
+      const size_t eq = entry.find('=');
+      overrides["user:vorn_" + entry.substr(0, eq)] = eq == std::string::npos ? "" : entry.substr(eq + 1);
+    }
+    // Without camera flags the render API is told of a camera at the origin looking down -z
+    // with a 90 degree view, so that it has one to read; culling to the view stays as the
+    // collection sets it.
+    camera = request.camera.empty() ? "vornRender,0,0,-1" : request.camera;
+    fov = request.fov.empty() ? "90,90" : request.fov;
+    ratio = request.ratio.empty() ? "1" : request.ratio;
+    xformText = "1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1";
+    if (!request.cameraXform.empty()) {
+      std::string text = request.cameraXform;
+      std::replace(text.begin(), text.end(), ' ', ',');
+      std::string joined;
+      std::stringstream in(text);
+      for (std::string item; std::getline(in, item, ',');)
+        if (!item.empty()) joined += (joined.empty() ? "" : ",") + item;
+      xformText = joined;
+    }
+  }
+
+  void setJob(size_t job) { currentJob = job; }
+  uint64_t primitives() const { return numPrimitives.load(); }
+  uint64_t cvs() const { return numCVs.load(); }
+
+  void log(const char* text) override {
+    if (text && *text) std::cerr << "vorn: render: " << text << (text[std::strlen(text) - 1] == '\n' ? "" : "\n");
+  }
+  const char* getString(EStringAttribute key) override {
+    switch (key) {
+      case EStringAttribute::RenderCam:
+        return camera.c_str();
+      case EStringAttribute::RenderCamFOV:
+        return fov.c_str();
+      case EStringAttribute::RenderCamRatio:
+        return ratio.c_str();
+      case EStringAttribute::RenderCamXform:
+        return xformText.c_str();
+      default:
+        return nullptr;
+    }
+  }
+  float getFloat(EFloatAttribute key) override {
+    return key == EFloatAttribute::ShutterOpen && request.hasShutterOpen ? request.shutterOpen : 0.0f;
+  }
+  const float* getFloatArray(EFloatArrayAttribute key) override {
+    return key == EFloatArrayAttribute::Shutter && !request.shutter.empty() ? request.shutter.data() : nullptr;
+  }
+  unsigned getArraySize(EFloatArrayAttribute key) override {
+    return key == EFloatArrayAttribute::Shutter ? static_cast<unsigned>(request.shutter.size()) : 0u;
+  }
+  const char* getOverride(const char* name) override {
+    if (!name) return nullptr;
+    auto found = overrides.find(name);
+    return found == overrides.end() ? nullptr : found->second.c_str();
+  }
+
+  void flush(const char* /*geomName*/, PrimitiveCache* cache) override {
+    if (!cache) return;
+    const unsigned count = cache->getUInt(PrimitiveCache::EUIntAttribute::BatchCount);
+    if (count == 0) return;
+    using IntKey = PrimitiveCache::EIntArrayAttribute;
+    using FloatKey = PrimitiveCache::EFloatArrayAttribute;
+    // A channel counts only when it has an entry for every primitive of the batch.
+    auto channel = [&](IntKey key) { return cache->getIntArraySize(key) >= count ? cache->getIntArray(key) : nullptr; };
+    const int* cvCounts = channel(IntKey::CVCount);
+    const int* ids = channel(IntKey::PrimitiveId);
+    const int* faces = channel(IntKey::FaceId);
+    const float* points = cache->getVec3Array2D(PrimitiveCache::EVec3Array2DAttribute::Points, 0);
+    const size_t numPoints = cache->getVec3Array2DSize(PrimitiveCache::EVec3Array2DAttribute::Points, 0);
+
+    // Where each primitive's CVs start; primitives other than splines give their position
+    // (the first of their four vectors) as one CV.
+    std::vector<size_t> first(count + 1, 0);
+    std::vector<size_t> stride(count, 1);
+    for (unsigned i = 0; i < count; ++i) {
+      const size_t n = cvCounts ? static_cast<size_t>(std::max(cvCounts[i], 0)) : 1;
+      stride[i] = cvCounts ? n : 4;
+      first[i + 1] = first[i] + stride[i];
+    }
+    if (!points || first[count] > numPoints) {
+      log("a batch with fewer points than its CV counts was passed over");
+      return;
+    }
+    const size_t totalCVs = first[count];
+    const float* cvWidths = nullptr;
+    const float* primWidths = nullptr;
+    float constant = 0.0f;
+    if (cvCounts && cache->getFloatArray2DSize(PrimitiveCache::EFloatArray2DAttribute::WidthsPerCV, 0) >= totalCVs)
+      cvWidths = cache->getFloatArray2D(PrimitiveCache::EFloatArray2DAttribute::WidthsPerCV, 0);
+    else if (cache->getFloatArraySize(FloatKey::ConstantWidth) >= count)
+      primWidths = cache->getFloatArray(FloatKey::ConstantWidth);
+    else if (cache->getFloatArraySize(FloatKey::Width) >= count)
+      primWidths = cache->getFloatArray(FloatKey::Width);
+    else if (cache->getBool(PrimitiveCache::EBoolAttribute::ConstantWidth))
+      constant = cache->getFloat(PrimitiveCache::EFloatAttribute::ConstantWidth);
+
+    // Runs of one face, ids ascending.
+    std::vector<unsigned> order(count);
+    std::iota(order.begin(), order.end(), 0u);
+    auto faceOf = [&](unsigned i) { return faces ? faces[i] : -1; };
+    auto idOf = [&](unsigned i) { return ids ? ids[i] : static_cast<int>(i); };
+    std::stable_sort(order.begin(), order.end(), [&](unsigned a, unsigned b) {
+      if (faceOf(a) != faceOf(b)) return faceOf(a) < faceOf(b);
+      return idOf(a) < idOf(b);
+    });
+    std::vector<char> bytes;
+    std::vector<float> widths;
+    uint64_t cvTotal = 0;
+    for (size_t k = 0; k < order.size();) {
+      Run run;
+      run.job = currentJob;
+      run.face = faceOf(order[k]);
+      run.firstId = idOf(order[k]);
+      bytes.clear();
+      for (; k < order.size() && faceOf(order[k]) == run.face; ++k) {
+        const unsigned i = order[k];
+        const size_t n = cvCounts ? stride[i] : 1;
+        putInt(bytes, run.face);
+        putInt(bytes, idOf(i));
+        putInt(bytes, static_cast<int32_t>(n));
+        putFloats(bytes, points + 3 * first[i], 3 * n);
+        widths.assign(n, constant);
+        for (size_t c = 0; c < n; ++c) {
+          if (cvWidths) widths[c] = cvWidths[first[i] + c];
+          else if (primWidths) widths[c] = primWidths[i];
+        }
+        putFloats(bytes, widths.data(), n);
+        ++run.count;
+        cvTotal += n;
+      }
+      spool.add(run, bytes);
+    }
+    numPrimitives += count;
+    numCVs += cvTotal;
+  }
+
+ private:
+  const RenderRequest& request;
+  RunSpool& spool;
+  std::map<std::string, std::string> overrides;
+  std::string camera, fov, ratio, xformText;
+  size_t currentJob = 0;
+  std::atomic<uint64_t> numPrimitives{0};
+  std::atomic<uint64_t> numCVs{0};
+};
+
+// "faces done / total" on standard error, redrawn in place.
+class ProgressBar {
+ public:
+  ProgressBar(bool shown, size_t total) : shown(shown), total(total) { draw(); }
+  void advance(size_t faces) {
+    done += faces;
+    draw();
+  }
+  void finish() {
+    if (shown) std::cerr << "\n";
+  }
+
+ private:
+  void draw() {
+    if (!shown) return;
+    const int width = 40;
+    const size_t filled = total ? done * width / total : width;
+    std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] " << done << "/"
+              << total << " faces" << std::flush;
+  }
+  bool shown;
+  size_t total;
+  size_t done = 0;
+};
+
+// The shortest text that reads back as the same float, free of the locale.
+void putNumber(std::string& out, float value) {
+  char text[32];
+  const auto result = std::to_chars(text, text + sizeof text, value);
+  out.append(text, result.ptr);
+}
+
+void putJsonString(std::string& out, const std::string& text) {
+  out += '"';
+  for (char c : text) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+      out += escaped;
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
+}
+
+// Writes the runs in order to the output; false with a message on failure (nothing is left).
+bool writeOutput(const RenderRequest& request, const std::vector<PatchJob>& jobs, RunSpool& spool) {
+  const bool json = request.output.size() >= 6 && request.output.compare(request.output.size() - 6, 6, ".jsonl") == 0;
+  std::vector<char> bytes;
+  Primitive prim;
+  if (json) {
+    VrAtomicFile file(request.output);
+    if (!file.ok()) {
+      fail("cannot write " + request.output);
+      return false;
+    }
+    std::string line;
+    for (const Run& run : spool.sortedRuns()) {
+      if (!spool.read(run, bytes)) {
+        fail("the temporary file of the render could not be read back");
+        return false;
+      }
+      const char* at = bytes.data();
+      const char* end = at + bytes.size();
+      while (at < end && takePrimitive(at, end, prim)) {
+        line = "{\"patch\":";
+        putJsonString(line, jobs[run.job].patch);
+        line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":[";
+        for (size_t c = 0; c < prim.widths.size(); ++c) {
+          line += c ? ",[" : "[";
+          for (int k = 0; k < 3; ++k) {
+            if (k) line += ',';
+            putNumber(line, prim.cvs[3 * c + static_cast<size_t>(k)]);
+          }
+          line += ']';
+        }
+        line += "],\"widths\":[";
+        for (size_t c = 0; c < prim.widths.size(); ++c) {
+          if (c) line += ',';
+          putNumber(line, prim.widths[c]);
+        }
+        line += "]}\n";
+        file.out() << line;
+      }
+    }
+    if (!file.commit()) {
+      fail("cannot write " + request.output);
+      return false;
+    }
+    return true;
+  }
+
+  VrAbcCurvesStreamWriter writer;
+  VrAbcCurvesStreamWriter::Options options;
+  options.objectName = "vornCurves";
+  options.frame = request.frame;
+  options.archive.applicationName = "vorn render";
+  if (!writer.open(request.output, options)) return false;
+  std::vector<float> points, widths;
+  std::vector<int32_t> counts;
+  for (const Run& run : spool.sortedRuns()) {
+    if (!spool.read(run, bytes)) {
+      fail("the temporary file of the render could not be read back");
+      return false;
+    }
+    points.clear();
+    widths.clear();
+    counts.clear();
+    const char* at = bytes.data();
+    const char* end = at + bytes.size();
+    while (at < end && takePrimitive(at, end, prim)) {
+      points.insert(points.end(), prim.cvs.begin(), prim.cvs.end());
+      widths.insert(widths.end(), prim.widths.begin(), prim.widths.end());
+      counts.push_back(static_cast<int32_t>(prim.widths.size()));
+    }
+    if (!writer.append(points.data(), widths.size(), counts.data(), counts.size(), widths.data())) return false;
+  }
+  return writer.close();
+}
+
+// The description `description` of the collection the render API imported as `collection`: the
+// names may carry a name space ("ns:head", "VR_RENDER_:ns:head") in front.
+VrDescription* importedDescription(const std::string& collection, const std::string& description) {
+  auto named = [](const std::string& full, const std::string& name) {
+    return full == name ||
+           (full.size() > name.size() && full.compare(full.size() - name.size(), name.size(), name) == 0 &&
+            full[full.size() - name.size() - 1] == ':');
+  };
+  for (auto it = VrPalette::palettes().begin(); it != VrPalette::palettes().end(); ++it) {
+    VrPalette* palette = it.value();
+    if (!palette || !named(palette->name(), collection)) continue;
+    for (unsigned d = 0; d < palette->numDescriptions(); ++d) {
+      VrDescription* found = palette->description(d);
+      if (found && named(found->name(), description)) return found;
+    }
+  }
+  return nullptr;
+}
+
+std::string argWord(const std::string& text) { return "\"" + text + "\""; }
+
+std::string number(double value) {
+  std::ostringstream out;
+  out.imbue(std::locale::classic());
+  out.precision(17);
+  out << value;
+  return out.str();
+}
+
+int render(const RenderRequest& request, const CliLogger& logger) {
+  const auto start = std::chrono::steady_clock::now();
+  const std::string& out = request.output;
+  const bool toJson = out.size() >= 6 && out.compare(out.size() - 6, 6, ".jsonl") == 0;
+  const bool toAbc = out.size() >= 4 && out.compare(out.size() - 4, 4, ".abc") == 0;
+  if (!toJson && !toAbc) {
+    fail("the output must end in .abc or .jsonl: " + out);
+    return ExitUsage;
+  }
+  if (request.threads < 0) {
+    fail("--threads must be 1 or more");
+    return ExitUsage;
+  }
+
+  // The geometry must be there and be an archive this library reads.
+  std::error_code ec;
+  if (request.geometry.empty() || !std::filesystem::is_regular_file(request.geometry, ec)) {
+    fail("no such geometry file: " + request.geometry);
+    return ExitFailed;
+  }
+  {
+    VrAbcArchive archive;
+    if (!archive.open(request.geometry)) {
+      fail("not a readable Alembic archive: " + request.geometry);
+      return ExitFailed;
+    }
+  }
+
+  // The names of descriptions and patches, from a read of our own that is deleted again.
+  std::string collectionName;
+  std::vector<PatchJob> jobs;
+  {
+    PalettePtr palette = importCollection(request.collection);
+    if (!palette) return ExitFailed;
+    collectionName = palette->name();
+    for (unsigned d = 0; d < palette->numDescriptions(); ++d) {
+      const VrDescription* description = palette->description(d);
+      if (!description) continue;
+      const VrObject* renderer = description->activeRenderer();
+      const std::string kind = renderer ? renderer->typeName() : std::string("(none)");
+      if (kind != "RendermanRenderer") {
+        warn("description " + inQuotes(description->name()) + " renders with " + kind +
+             ", not RendermanRenderer: skipped");
+        continue;
+      }
+      for (const auto& entry : description->patches()) jobs.push_back({description->name(), entry.first});
+    }
+  }
+  if (jobs.empty()) warn("nothing to render in " + request.collection);
+
+  const unsigned errorsBefore = logger.errors();
+  RunSpool spool;
+  if (!spool.open()) {
+    fail("cannot make a temporary file for the render");
+    return ExitFailed;
+  }
+  RenderCallbacks callbacks(request, spool);
+
+  std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
+                       " -palette " + argWord(collectionName) + " -frame " + number(request.frame);
+  if (!request.deltas.empty()) {
+    std::string list;
+    for (const std::string& delta : request.deltas) list += (list.empty() ? "" : " ") + delta;
+    common += " -delta " + argWord(list);
+  }
+  if (!request.nameSpace.empty()) common += " -nameSpace " + argWord(request.nameSpace);
+
+  // Every patch is set up first, so that the number of faces is known for the progress bar.
+  struct Prepared {
+    std::unique_ptr<PatchRenderer> patch;
+    std::vector<unsigned> faces;
+  };
+  std::vector<Prepared> prepared(jobs.size());
+  size_t totalFaces = 0;
+  std::map<std::string, bool> channelsOn;
+  for (size_t j = 0; j < jobs.size(); ++j) {
+    const std::string args = "-description " + argWord(jobs[j].description) + " -patch " + argWord(jobs[j].patch) +
+                             common + (request.extraArgs.empty() ? "" : " " + request.extraArgs);
+    prepared[j].patch.reset(PatchRenderer::init(&callbacks, args.c_str()));
+    if (!prepared[j].patch) {
+      fail("the render API could not set up patch " + inQuotes(jobs[j].patch) + " of description " +
+           inQuotes(jobs[j].description));
+      return ExitFailed;
+    }
+    // Primitive and face ids travel with every batch, so that the output can be ordered.
+    if (!channelsOn[jobs[j].description]) {
+      VrDescription* description = importedDescription(collectionName, jobs[j].description);
+      VrObject* renderer = description ? description->activeRenderer() : nullptr;
+      if (!renderer) {
+        fail("the render API's collection has no renderer for description " + inQuotes(jobs[j].description));
+        return ExitFailed;
+      }
+      renderer->setAttr("addPrimitiveId", "true");
+      renderer->setAttr("addFaceId", "true");
+      channelsOn[jobs[j].description] = true;
+    }
+    double box[6];
+    unsigned face = 0;
+    while (prepared[j].patch->nextFace(box, face)) {
+      bool empty = true;
+      for (double v : box) empty = empty && v == 0.0;
+      if (!empty) prepared[j].faces.push_back(face);
+    }
+    totalFaces += prepared[j].faces.size();
+  }
+
+  // An Error while setting up (a delta that failed, geometry that did not bind) would make a
+  // render of something else than what was asked for.
+  if (logger.errors() != errorsBefore) {
+    fail("the render API reported errors while setting up the render; nothing was written");
+    return ExitFailed;
+  }
+  const unsigned setupErrors = logger.errors();
+
+  ProgressBar progress(request.progress || isatty(2), totalFaces);
+  for (size_t j = 0; j < jobs.size(); ++j) {
+    callbacks.setJob(j);
+    PatchRenderer* patch = prepared[j].patch.get();
+    std::vector<std::unique_ptr<FaceRenderer>> faces;
+    for (unsigned face : prepared[j].faces) {
+      faces.emplace_back(FaceRenderer::init(patch, face, &callbacks));
+      if (!faces.back()) {
+        fail("the render API could not set up face " + std::to_string(face) + " of patch " + inQuotes(jobs[j].patch));
+        return ExitFailed;
+      }
+    }
+    if (request.threads > 0) {
+      std::unique_ptr<ParallelRenderer> parallel(ParallelRenderer::init(patch));
+      if (!parallel) {
+        fail("the render API could not set up a parallel render of patch " + inQuotes(jobs[j].patch));
+        return ExitFailed;
+      }
+      for (auto& face : faces) parallel->enqueue(face.get());
+      parallel->setThreads(request.threads);
+      parallel->run();
+      parallel->release();
+      progress.advance(faces.size());
+    } else {
+      for (auto& face : faces) {
+        face->render();
+        progress.advance(1);
+      }
+    }
+    faces.clear();
+  }
+  progress.finish();
+  for (Prepared& p : prepared) p.patch.reset();
+  PatchRenderer::deleteTempRenderPalettes();
+
+  if (logger.errors() != setupErrors)
+    warn("the render reported " + std::to_string(logger.errors() - setupErrors) + " errors");
+  if (spool.failed()) {
+    fail("the temporary file of the render could not be written");
+    return ExitFailed;
+  }
+  if (!writeOutput(request, jobs, spool)) return ExitFailed;
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const uint64_t prims = callbacks.primitives();
+  std::ostringstream summary;
+  summary.imbue(std::locale::classic());
+  summary.setf(std::ios::fixed);
+  summary.precision(3);
+  summary << "rendered " << prims << " primitives, " << callbacks.cvs() << " CVs in " << seconds << " s (";
+  summary.precision(0);
+  summary << (seconds > 0.0 ? static_cast<double>(prims) / seconds : 0.0) << " primitives/s) on "
+          << (request.threads > 0 ? std::to_string(request.threads) + " threads" : std::string("1 thread (serial)"))
+          << "\n";
+  std::cout << summary.str();
+  return ExitOk;
+}
+
+}  // namespace
+
+int runRender(const RenderRequest& request) {
+  CliLogger logger;
+  return guarded(ExitFailed, [&] { return render(request, logger); });
+}
+
+}  // namespace vorncli
