@@ -21,6 +21,7 @@
 #include "document/VrDescription.h"
 #include "document/VrObject.h"
 #include "document/VrPalette.h"
+#include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 #include "renderers/renderapi/VornRenderAPI.h"
@@ -610,6 +611,11 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   progress.finish();
   for (Prepared& p : prepared) p.patch.reset();
   PatchRenderer::deleteTempRenderPalettes();
+  // The collection the render API kept for later procedurals is ours to release: a host would
+  // at the end of its session, and the per-thread parses of its expressions go with it.
+  for (const std::string& name : {collectionName, request.nameSpace + ":" + collectionName})
+    delete VrPalette::palette(name);
+  VrResetImportGeometry();
 
   if (logger.errors() != setupErrors)
     warn("the render reported " + std::to_string(logger.errors() - setupErrors) + " errors");
