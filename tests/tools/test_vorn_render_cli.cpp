@@ -210,7 +210,9 @@ TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
     SCOPED_TRACE("line " + std::to_string(i));
     const Line& line = lines[i];
     EXPECT_EQ(line.patch, "scalpShape");
-    if (i > 0) EXPECT_LT(std::tie(lines[i - 1].face, lines[i - 1].id), std::tie(line.face, line.id));
+    if (i > 0) {
+      EXPECT_LT(std::tie(lines[i - 1].face, lines[i - 1].id), std::tie(line.face, line.id));
+    }
     ASSERT_EQ(line.cvs.size() % 3, 0u);
     ASSERT_EQ(line.widths.size() * 3, line.cvs.size());
     ASSERT_GE(line.widths.size(), 2u);
@@ -219,12 +221,13 @@ TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
     EXPECT_GT(radius, 0.9);
     EXPECT_LT(radius, 1.0 + 1e-6);
     EXPECT_GT(line.cvs[1], -1e-3);
-    // length = 0.3 + 0.15 * rand(): the hairs are straight, so their polylines are that long.
+    // length = 0.3 + 0.15 * rand(). The bent shape is rebuilt to fxCVCount CVs after its length
+    // is set, and a polyline through the rebuilt CVs cuts the bend's corners: allow 2% short.
     double length = 0.0;
     for (size_t k = 3; k < line.cvs.size(); k += 3)
       length += std::sqrt(std::pow(line.cvs[k] - line.cvs[k - 3], 2) + std::pow(line.cvs[k + 1] - line.cvs[k - 2], 2) +
                           std::pow(line.cvs[k + 2] - line.cvs[k - 1], 2));
-    EXPECT_GT(length, 0.3 - 1e-4);
+    EXPECT_GT(length, 0.3 * 0.98);
     EXPECT_LT(length, 0.45 + 1e-4);
     // width = 0.004 * (0.7 + 0.6 * noise), noise in [0, 1].
     for (double w : line.widths) {
