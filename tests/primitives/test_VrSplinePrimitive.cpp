@@ -479,3 +479,28 @@ TEST(VrSplinePrimitive, DefaultGuidesAndTheirBoxes) {
   expectNear(box.maxCorner(), Vec(2, 5, 4), 0.0);
   EXPECT_FALSE(s.guideBoundingBox(7).valid);
 }
+
+TEST(VrSplinePrimitive, GuideBlockSkipsUnknownTokensAndRefusesMissingCVs) {
+  Scene scene;
+  VrSplinePrimitive& s = *scene.spline;
+  vrtest::CaptureLogger log;
+  // An unknown token loses its own line only: the guide after it still reads whole.
+  std::istringstream good("1\n\tid 4\n\tbogus 1 2 3\n\tloc 0.25 0.75 5\n\tCVs\t3\n\t0 0 1\n\t0 0 2\n");
+  ASSERT_TRUE(s.importGuides(good, scene.patch, 18));
+  EXPECT_EQ(log.errors(),
+            (std::vector<std::string>{"Unrecognized token: bogus in Guide import. Trying to read and continue."}));
+  ASSERT_EQ(s.numGuides(), 1u);
+  EXPECT_EQ(s.guide(0).faceId(), 5);
+  EXPECT_DOUBLE_EQ(s.guide(0).patchV(), 0.75);
+  ASSERT_EQ(s.guide(0).iOrigGuideGeom().size(), 3u);
+  expectNear(s.guide(0).iOrigGuideGeom()[2], Vec(0, 0, 2), 0.0);
+
+  // A CV list cut short, and a guide with no CVs at all, are refused.
+  log.clear();
+  std::istringstream shortList("1\n\tCVs\t4\n\t0 0 1\n");
+  EXPECT_FALSE(s.importGuides(shortList, scene.patch, 18));
+  std::istringstream none("1\n\tid 2\n");
+  EXPECT_FALSE(s.importGuides(none, scene.patch, 18));
+  EXPECT_EQ(log.errors(), (std::vector<std::string>{"No CVs found for guide during import.",
+                                                    "No CVs found for guide during import."}));
+}

@@ -7,8 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstring>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -196,12 +197,24 @@ TEST(VornCliApi, EveryFacadeFunctionIsCallable) {
   // arguments it is refused for its argument count, never as an unknown name.
   std::ifstream header(std::string(VORN_SOURCE_DIR) + "/document/vrapi.h");
   ASSERT_TRUE(header);
-  const std::regex declaration(R"(^[A-Za-z_:<>]+\s+(\w+)\()");
+  // A declaration line: a return type word at the start of the line, blanks, then name + '('.
+  const auto declaredName = [](const std::string& line) -> std::string {
+    size_t at = 0;
+    while (at < line.size() && (std::isalpha(static_cast<unsigned char>(line[at])) ||
+                                std::strchr("_:<>", line[at])))
+      ++at;
+    const size_t typeEnd = at;
+    while (at < line.size() && std::isspace(static_cast<unsigned char>(line[at]))) ++at;
+    if (typeEnd == 0 || at == typeEnd) return {};
+    const size_t nameBegin = at;
+    while (at < line.size() && (std::isalnum(static_cast<unsigned char>(line[at])) || line[at] == '_')) ++at;
+    return at > nameBegin && at < line.size() && line[at] == '(' ? line.substr(nameBegin, at - nameBegin) : "";
+  };
   std::set<std::string> names;
   std::string line;
   while (std::getline(header, line)) {
-    std::smatch match;
-    if (std::regex_search(line, match, declaration)) names.insert(match[1]);
+    const std::string name = declaredName(line);
+    if (!name.empty()) names.insert(name);
   }
   ASSERT_GE(names.size(), 50u);
   EXPECT_TRUE(names.count("createDescription") && names.count("setMessageLevel") && names.count("palettes"));
