@@ -10,6 +10,7 @@
 
 class VrDescription;
 class VrExpression;
+class VrPrimitiveContext;
 
 struct VrExprContext {
   /// Expressions being evaluated on this thread, innermost last.
@@ -32,12 +33,16 @@ struct VrExprContext {
   std::string lastPatch;
   /// @}
 
+  /// The primitive contexts of the thread's current work, set by `VrExpression::initTLS`: the
+  /// main one first, then those of its motion samples (not owned). Empty outside parallel work.
+  std::vector<VrPrimitiveContext*> primitives;
+
   /// The context of the calling thread.
   static VrExprContext& current();
 
   /// Recomputes the face seed when the face, description id or patch changed.
   void updateFaceSeed(int descriptionId);
 
-  /// Forgets the location and the face seed cache.
+  /// Forgets the location and the face seed cache (not the primitive contexts).
   void reset();
 };

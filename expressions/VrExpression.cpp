@@ -16,6 +16,7 @@
 #include "document/vrutilCodec.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrSeExpr.h"
+#include "primitives/VrPrimitiveContext.h"
 
 #include <tbb/enumerable_thread_specific.h>
 
@@ -145,7 +146,10 @@ void VrExpression::reportLoop() const {
 }
 
 SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::string* patchName) const {
-  if (!isValid()) return SgVec3T<double>();
+  // Under threads the validity is that of the thread's own parse, checked when it was made: the
+  // main parse is made lazily and must not be built by two workers at once.
+  VrSeExpr& parsed = parseForThisThread();
+  if (VrTaskManager::seExprMultithreading() ? !parsed.isValid() : !isValid()) return SgVec3T<double>();
   VrExprContext& context = VrExprContext::current();
   if (onStack(context.stack, this)) {
     reportLoop();
@@ -176,7 +180,6 @@ SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::st
   if (!nested) context.description = owner;
   context.updateFaceSeed(context.description ? static_cast<int>(context.description->descriptionId()) : 0);
 
-  VrSeExpr& parsed = parseForThisThread();
   context.stack.push_back(this);
   const double* value = parsed.evalFP();
   context.stack.pop_back();
@@ -216,9 +219,21 @@ int VrExpression::randInstance() const { return seExpr()->randInstance(); }
 void VrExpression::setRandInstance(int n) { seExpr()->setRandInstance(n); }
 int VrExpression::nextRandInstance() { return seExpr()->nextRandInstance(); }
 
-void VrExpression::initTLS(VrPrimitiveContext*) { VrExprContext::current().reset(); }
+void VrExpression::initTLS(VrPrimitiveContext* primitiveContext) {
+  VrExprContext& context = VrExprContext::current();
+  context.reset();
+  context.primitives.clear();
+  if (!primitiveContext) return;
+  context.primitives.push_back(primitiveContext);
+  for (unsigned i = 0; i < primitiveContext->numSamples(); ++i)
+    if (VrPrimitiveContext* sample = primitiveContext->sample(i)) context.primitives.push_back(sample);
+}
 
-void VrExpression::clearTLS() { VrExprContext::current().reset(); }
+void VrExpression::clearTLS() {
+  VrExprContext& context = VrExprContext::current();
+  context.reset();
+  context.primitives.clear();
+}
 
 void VrExpression::setCustomVariable(const std::string& name, double value) {
   vrexpr::setCustomVariable(name, SgVec3T<double>(value, value, value));

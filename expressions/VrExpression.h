@@ -95,9 +95,12 @@ class VrExpression {
 
   /// @name Process-wide state
   /// @{
-  /// Resets the calling thread's evaluation state at the start of a parallel job.
+  /// Resets the calling thread's evaluation state at the start of a parallel job and makes
+  /// `context` (with its motion samples) the primitive that the primitive variables (`$P`,
+  /// `$id`, ...) read on this thread while expression multithreading is on. Null: they read the
+  /// active primitive of the evaluating description.
   static void initTLS(VrPrimitiveContext* context = nullptr);
-  /// Resets the calling thread's state when a parallel job ends.
+  /// Resets the calling thread's state, primitive contexts included, when a parallel job ends.
   static void clearTLS();
   static void setCustomVariable(const std::string& name, double value);
   static void setCustomVariable(const std::string& name, const SgVec3T<double>& value);

@@ -2,11 +2,16 @@
 
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
 #include "document/vrutilString.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrExprFunctions.h"
 #include "expressions/VrExpression.h"
 #include "expressions/VrSeExprHash.h"
+#include "geometry/VrPatch.h"
+#include "primitives/VrPrimitive.h"
+#include "primitives/VrPrimitiveContext.h"
+#include "renderers/VrRenderer.h"
 
 #include <KSeExpr/ExprBuiltins.h>
 
@@ -65,18 +70,117 @@ class DescriptionVar : public ExprVarRef {
   Reader reader;
 };
 
-// A variable of the primitive being built at the location. Its value comes from the primitive
-// context of the thread; where no primitive is being built it is zero.
-class PrimitiveVar : public ExprVarRef {
+// The primitive being built where the current expression evaluates. Under expression
+// multithreading with primitive contexts given to the thread (`VrExpression::initTLS`), the one
+// of the expression's description: the main context or a motion sample's; otherwise the context
+// of the description's active primitive. Null outside an evaluation or without a primitive.
+VrPrimitiveContext* currentPrimitiveContext() {
+  const VrExprContext& context = VrExprContext::current();
+  if (context.stack.empty()) return nullptr;
+  const VrDescription* description = context.stack.back()->description();
+  if (!description) return nullptr;
+  if (VrTaskManager::seExprMultithreading() && !context.primitives.empty()) {
+    for (VrPrimitiveContext* primitive : context.primitives)
+      if (primitive->description() == description) return primitive;
+    return nullptr;  // never another thread's serial context
+  }
+  VrPrimitive* primitive = description->activePrimitive();
+  return primitive ? &primitive->context() : nullptr;
+}
+
+// The collection's world transform of the evaluating description, or null.
+const SgXform3T<double>* worldTransform() {
+  const VrExpression* expression = currentExpression();
+  const VrDescription* description = expression ? expression->description() : nullptr;
+  const VrPalette* palette = description ? description->palette() : nullptr;
+  return palette ? &palette->world() : nullptr;
+}
+
+// A number of the primitive being built: id, length, width, depth, curvature, patch number.
+// Zero where no primitive is being built.
+class PrimScalarVar : public ExprVarRef {
  public:
-  explicit PrimitiveVar(bool vector) : ExprVarRef(vector ? vectorType() : scalarType()), dim(vector ? 3 : 1) {}
+  using Reader = double (*)(VrPrimitiveContext&, const VrExprContext&);
+  explicit PrimScalarVar(Reader reader) : ExprVarRef(scalarType()), reader(reader) {}
   void eval(double* result) override {
-    for (int i = 0; i < dim; ++i) result[i] = 0.0;
+    VrPrimitiveContext* primitive = currentPrimitiveContext();
+    result[0] = primitive ? reader(*primitive, VrExprContext::current()) : 0.0;
   }
   void eval(const char**) override {}
 
  private:
-  int dim;
+  Reader reader;
+};
+
+// A vector of the primitive's surface frame at the expression's (u, v): the accessor of the
+// context on the reference or the animated surface, optionally moved through the collection's
+// world transform (points only). Zero where no primitive is being built or it has no patch.
+class PrimVectorVar : public ExprVarRef {
+ public:
+  using Accessor = const SgVec3T<double>& (VrBasePrimitiveContext::*)(double, double, bool);
+  PrimVectorVar(Accessor accessor, bool ref, bool world)
+      : ExprVarRef(vectorType()), accessor(accessor), ref(ref), world(world) {}
+  void eval(double* result) override {
+    SgVec3T<double> value;
+    VrPrimitiveContext* primitive = currentPrimitiveContext();
+    if (primitive && primitive->cPatch()) {
+      const VrExprContext& context = VrExprContext::current();
+      value = (primitive->*accessor)(context.u, context.v, ref);
+      if (world)
+        if (const SgXform3T<double>* xform = worldTransform()) value = xform->transformed(value);
+    }
+    result[0] = value.x;
+    result[1] = value.y;
+    result[2] = value.z;
+  }
+  void eval(const char**) override {}
+
+ private:
+  Accessor accessor;
+  bool ref;
+  bool world;
+};
+
+// The render camera's position through the collection's world transform; for an orthographic
+// camera a far point behind it along its view direction. Zero without an active renderer.
+class CameraVar : public ExprVarRef {
+ public:
+  CameraVar() : ExprVarRef(vectorType()) {}
+  void eval(double* result) override {
+    SgVec3T<double> value;
+    const VrExpression* expression = currentExpression();
+    const VrDescription* description = expression ? expression->description() : nullptr;
+    if (description && description->activeRenderer()) {
+      value = VrRenderer::camIsOrtho() ? VrRenderer::camDir() * -100000.0 : VrRenderer::camPosition();
+      if (const SgXform3T<double>* xform = worldTransform()) value = xform->transformed(value);
+    }
+    result[0] = value.x;
+    result[1] = value.y;
+    result[2] = value.z;
+  }
+  void eval(const char**) override {}
+};
+
+// The surface colour of the active primitive (`CsExpr`, or its guides' colours blended) at the
+// expression's location. Zero where no primitive is being built or it has no patch.
+class ColorVar : public ExprVarRef {
+ public:
+  ColorVar() : ExprVarRef(vectorType()) {}
+  void eval(double* result) override {
+    SgVec3T<double> value;
+    VrPrimitiveContext* primitive = currentPrimitiveContext();
+    const VrDescription* description = primitive ? primitive->description() : nullptr;
+    const VrPrimitive* owner = description ? description->activePrimitive() : nullptr;
+    if (owner && primitive->cPatch()) {
+      const VrExprContext& context = VrExprContext::current();
+      value = owner->evalColorInParallel(*primitive, context.u, context.v, primitive->cFaceId(),
+                                         &primitive->cPatch()->name());
+    }
+    result[0] = value.x;
+    result[1] = value.y;
+    result[2] = value.z;
+  }
+  void eval(const char**) override {}
 };
 
 // A process-wide custom variable, read by value at each evaluation.
@@ -94,6 +198,12 @@ class CustomVar : public ExprVarRef {
   std::shared_ptr<SgVec3T<double>> value;
 };
 
+// The curvature of the plain surface at the expression's (u, v): along v when `alongV`.
+double curvature(VrPrimitiveContext& p, const VrExprContext& c, bool alongV, bool ref) {
+  if (!p.cPatch()) return 0.0;
+  return alongV ? p.cKv(c.u, c.v, ref) : p.cKu(c.u, c.v, ref);
+}
+
 double frameOf(const VrDescription& d) { return d.palette() ? d.palette()->frame() : 0.0; }
 double idOf(const VrDescription& d) { return d.descriptionId(); }
 
@@ -109,17 +219,52 @@ struct VariableTable {
     return variable;
   }
 
+  void addPrimitiveVariables() {
+    using Ctx = VrPrimitiveContext;
+    using Loc = VrExprContext;
+    add(new PrimScalarVar([](Ctx& p, const Loc&) { return static_cast<double>(p.id()); }), {"id"});
+    add(new PrimScalarVar([](Ctx& p, const Loc&) { return p.cLength(); }), {"cLength"});
+    add(new PrimScalarVar([](Ctx& p, const Loc&) { return p.cWidth(); }), {"cWidth"});
+    add(new PrimScalarVar([](Ctx& p, const Loc&) { return p.cDepth(); }), {"cDepth"});
+    add(new PrimScalarVar([](Ctx& p, const Loc& c) { return curvature(p, c, false, false); }), {"ku"});
+    add(new PrimScalarVar([](Ctx& p, const Loc& c) { return curvature(p, c, false, true); }), {"kuref"});
+    add(new PrimScalarVar([](Ctx& p, const Loc& c) { return curvature(p, c, true, false); }), {"kv"});
+    add(new PrimScalarVar([](Ctx& p, const Loc& c) { return curvature(p, c, true, true); }), {"kvref"});
+    add(new PrimScalarVar([](Ctx& p, const Loc&) { return p.cPatch() ? double(p.cPatch()->index()) : 0.0; }),
+        {"patchId", "objectId"});
+
+    // Each family: the displaced surface and the plain one ("g"), animated and reference ("ref").
+    struct Family {
+      const char* name;
+      PrimVectorVar::Accessor displaced;
+      PrimVectorVar::Accessor plain;
+    };
+    using Base = VrBasePrimitiveContext;
+    const Family families[] = {{"P", &Base::cP, &Base::cPg},         {"N", &Base::cN, &Base::cNg},
+                               {"dPdu", &Base::cdPdu, &Base::cdPdug}, {"dPdv", &Base::cdPdv, &Base::cdPdvg},
+                               {"U", &Base::cU, &Base::cUg},         {"V", &Base::cV, &Base::cVg}};
+    for (const Family& f : families) {
+      const std::string name = f.name;
+      add(new PrimVectorVar(f.displaced, false, false), {name});
+      add(new PrimVectorVar(f.plain, false, false), {name + "g"});
+      add(new PrimVectorVar(f.displaced, true, false), {name + "ref"});
+      add(new PrimVectorVar(f.plain, true, false), {name + "refg"});
+    }
+    add(new PrimVectorVar(&Base::cP, false, true), {"Pw"});
+    add(new PrimVectorVar(&Base::cPg, false, true), {"Pgw"});
+    add(new PrimVectorVar(&Base::cP, true, true), {"Prefw"});
+    add(new PrimVectorVar(&Base::cPg, true, true), {"Prefgw"});
+  }
+
   VariableTable() {
     add(new ContextVar([](const VrExprContext& c) { return c.u; }), {"u"});
     add(new ContextVar([](const VrExprContext& c) { return c.v; }), {"v"});
     add(new ContextVar([](const VrExprContext& c) { return static_cast<double>(c.faceId); }), {"faceid", "faceId"});
     add(new DescriptionVar(frameOf), {"frame"});
     add(new DescriptionVar(idOf), {"descId"});
-    for (const char* name : {"id", "cLength", "cWidth", "cDepth", "ku", "kuref", "kv", "kvref", "patchId", "objectId"})
-      add(new PrimitiveVar(false), {name});
-    for (const char* base : {"P", "N", "dPdu", "dPdv", "U", "V"})
-      for (const char* suffix : {"", "g", "ref", "refg"}) add(new PrimitiveVar(true), {std::string(base) + suffix});
-    for (const char* name : {"Pw", "Pgw", "Prefw", "Prefgw", "cam", "Cs"}) add(new PrimitiveVar(true), {name});
+    addPrimitiveVariables();
+    add(new CameraVar, {"cam"});
+    add(new ColorVar, {"Cs"});
   }
 };
 

@@ -491,7 +491,6 @@ bool VrRenderer::renderPatchInParallel(const std::string& patchName) {
     tbb::parallel_for(
         tbb::blocked_range<size_t>(0, faces.size(), VrTaskManager::taskGrainSize(faces.size())),
         [&](const tbb::blocked_range<size_t>& range) {
-          VrExpression::initTLS();
           // One primitive context per sample, each a clone of the sample primitive's own.
           std::unique_ptr<VrPrimitiveContext> worker = primitive->cloneContext(primitive->context());
           VrPrimitiveContext& context = *worker;
@@ -505,6 +504,7 @@ bool VrRenderer::renderPatchInParallel(const std::string& patchName) {
             motion.back()->clearSamples();
             context.addSample(motion.back().get());
           }
+          VrExpression::initTLS(&context);
           std::unique_ptr<VrGeneratorContext> generatorRecord = generator->newGeneratorContext();
           std::unique_ptr<VrRendererContext> record = newRendererContext();
           context.setGeneratorContext(generatorRecord.get());

@@ -35,8 +35,10 @@ using Cache = PrimitiveCache;
 class ChannelCallbacks : public vrtest::RecordingCallbacks {
  public:
   void flush(const char* geomName, Cache* cache) override {
-    vrtest::RecordingCallbacks::flush(geomName, cache);
+    // One lock over both records, so that the primitives and their rows of a batch stay paired
+    // when workers flush at once.
     std::lock_guard<std::mutex> lock(guard);
+    vrtest::RecordingCallbacks::flush(geomName, cache);
     const float* u = cache->getFloatArray(Cache::EFloatArrayAttribute::U);
     us.insert(us.end(), u, u + cache->getFloatArraySize(Cache::EFloatArrayAttribute::U));
     const unsigned names = cache->getStringArraySize(Cache::EStringArrayAttribute::CustomName);

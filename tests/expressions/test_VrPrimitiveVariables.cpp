@@ -1,0 +1,406 @@
+// The variables of the primitive being built ($P, $N, $id, $cLength, ...), read from the serial
+// context of the description's active primitive or from the worker's context.
+
+#include "expressions/VrExpression.h"
+
+#include "document/VrDescription.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "geometry/SgSubdSurface.h"
+#include "geometry/VrSubdPatch.h"
+#include "primitives/VrPrimitive.h"
+#include "renderers/VrNullRenderer.h"
+#include "renderers/VrRenderer.h"
+#include "support/CaptureLogger.h"
+
+#include <gtest/gtest.h>
+#include <tbb/blocked_range.h>
+#include <tbb/global_control.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <mutex>
+#include <tuple>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Vec = SgVec3T<double>;
+
+// A 4 x 4 grid of unit quads in the z = 0 plane, moved by `shift`.
+std::unique_ptr<SgSubdSurface> grid(const Vec& shift) {
+  const int n = 4;
+  std::vector<float> verts;
+  for (int j = 0; j <= n; ++j)
+    for (int i = 0; i <= n; ++i)
+      verts.insert(verts.end(), {static_cast<float>(i + shift.x), static_cast<float>(j + shift.y),
+                                 static_cast<float>(shift.z)});
+  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
+  for (int j = 0; j < n; ++j)
+    for (int i = 0; i < n; ++i) {
+      const int a = j * (n + 1) + i;
+      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
+    }
+  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
+                                         faceVerts.data());
+}
+
+// A description with a spline primitive working on face 5 of a patch whose reference surface is
+// the plain grid and whose animated surface is the grid moved by `shift`.
+struct Scene {
+  explicit Scene(const Vec& shift = Vec(), const std::string& name = "fur")
+      : palette(new VrPalette), description(new VrDescription) {
+    palette->addDescription(description);
+    description->setAttr("name", name);
+    reference = grid(Vec());
+    animated = grid(shift);
+    patch = new VrSubdPatch(description);
+    patch->setName("body");
+    description->addPatch(patch);
+    patch->bindGeometry(reference.get(), animated.get(), false);
+    description->setActive("SplinePrimitive");
+    primitive = description->activePrimitive();
+    context().setActivePatchFace(patch, 5);
+  }
+  ~Scene() { patch->unbindGeometry(); }
+
+  VrPrimitiveContext& context() { return primitive->context(); }
+
+  Vec eval(const std::string& text, double u, double v) const {
+    VrExpression e("test", "Test", description, text, "vector");
+    std::string error;
+    EXPECT_TRUE(e.isValid(&error)) << error;
+    return e.eval(u, v, 5, &patch->name());
+  }
+
+  std::unique_ptr<VrPalette> palette;
+  VrDescription* description;
+  std::unique_ptr<SgSubdSurface> reference;
+  std::unique_ptr<SgSubdSurface> animated;
+  VrSubdPatch* patch;
+  VrPrimitive* primitive;
+};
+
+void expectNear(const Vec& a, const Vec& b, double tolerance = 1e-9) {
+  EXPECT_NEAR(a.x, b.x, tolerance);
+  EXPECT_NEAR(a.y, b.y, tolerance);
+  EXPECT_NEAR(a.z, b.z, tolerance);
+}
+
+SgXform3T<double> translation(const Vec& t) {
+  SgXform3T<double> x;
+  x.setTranslation(t);
+  return x;
+}
+
+// Restores the flag on every exit from a test.
+struct Multithreading {
+  explicit Multithreading(bool on) : was(VrTaskManager::seExprMultithreading()) {
+    VrTaskManager::setSeExprMultithreading(on);
+  }
+  ~Multithreading() {
+    VrTaskManager::setSeExprMultithreading(was);
+    VrExpression::clearTLS();
+  }
+  bool was;
+};
+
+}  // namespace
+
+TEST(VrPrimitiveVariables, FrameVariablesAreTheContextsAtTheLocation) {
+  Scene scene(Vec(0.5, 0.0, 2.0));
+  const double u = 0.3, v = 0.6;
+  VrPrimitiveContext& c = scene.context();
+  EXPECT_EQ(scene.eval("$P", u, v), c.cP(u, v, false));
+  EXPECT_EQ(scene.eval("$N", u, v), c.cN(u, v, false));
+  EXPECT_EQ(scene.eval("$dPdu", u, v), c.cdPdu(u, v, false));
+  EXPECT_EQ(scene.eval("$dPdv", u, v), c.cdPdv(u, v, false));
+  EXPECT_EQ(scene.eval("$U", u, v), c.cU(u, v, false));
+  EXPECT_EQ(scene.eval("$Vref", u, v), c.cV(u, v, true));
+  EXPECT_EQ(scene.eval("$dPdurefg", u, v), c.cdPdug(u, v, true));
+  EXPECT_EQ(scene.eval("$Ng", u, v), c.cNg(u, v, false));
+
+  // Face 5 is the quad from (1, 1) to (2, 2); the flat grid's limit surface is the plane itself.
+  expectNear(scene.eval("$Pref", u, v), Vec(1.3, 1.6, 0.0));
+  expectNear(scene.eval("$P", u, v), Vec(1.8, 1.6, 2.0));
+  expectNear(scene.eval("$P - $Pref", 0.9, 0.1), Vec(0.5, 0.0, 2.0));
+  expectNear(scene.eval("$Prefg", u, v), Vec(1.3, 1.6, 0.0));
+  // A moved surface keeps its frame: unit tangents along x and y, the normal along z.
+  expectNear(scene.eval("$U", u, v), Vec(1.0, 0.0, 0.0));
+  expectNear(scene.eval("$Vg", u, v), Vec(0.0, 1.0, 0.0));
+  expectNear(scene.eval("$N - $Nref", u, v), Vec());
+  EXPECT_NEAR(std::abs(scene.eval("$N[2]", u, v).x), 1.0, 1e-9);
+  // A plane has no curvature (to float precision); the values are the context's.
+  const Vec k = scene.eval("[$ku, $kvref, $kv]", u, v);
+  EXPECT_EQ(k, Vec(c.cKu(u, v, false), c.cKv(u, v, true), c.cKv(u, v, false)));
+  expectNear(k, Vec(), 1e-6);
+  EXPECT_EQ(scene.eval("$kuref", u, v).x, static_cast<double>(c.cKu(u, v, true)));
+}
+
+TEST(VrPrimitiveVariables, GuideFormsLeaveOutTheGeneratorsOffset) {
+  Scene scene;
+  ASSERT_TRUE(scene.description->setActive("RandomGenerator"));
+  scene.description->activeGenerator()->setAttr("offset", "0.25", "expr");
+  const Vec n = scene.eval("$Ng", 0.5, 0.5);
+  expectNear(scene.eval("$P - $Pg", 0.5, 0.5), n * 0.25);
+  expectNear(scene.eval("$Pref - $Prefg", 0.2, 0.7), n * 0.25);
+  expectNear(scene.eval("$Pg", 0.5, 0.5), Vec(1.5, 1.5, 0.0));
+}
+
+TEST(VrPrimitiveVariables, ScalarsOfThePrimitiveAfterItIsMade) {
+  Scene scene;
+  scene.primitive->setAttr("length", "0.7", "expr");
+  scene.primitive->setAttr("width", "0.02", "expr");
+  scene.primitive->makeGeometry(0.5, 0.5, nullptr);
+  ASSERT_FALSE(scene.context().cullPrim());
+  scene.context().setId(17);
+  scene.patch->setIndex(3);
+  const Vec value = scene.eval("[$cLength, $cWidth, $cDepth]", 0.5, 0.5);
+  EXPECT_NEAR(value.x, 0.7, 1e-9);
+  EXPECT_NEAR(value.y, 0.02, 1e-12);
+  EXPECT_EQ(value.z, 1.0);
+  EXPECT_EQ(scene.eval("[$id, $patchId, $objectId]", 0.5, 0.5), Vec(17.0, 3.0, 3.0));
+
+  // A length that follows the CVs is worked out when it is read.
+  scene.context().getGeom() = {Vec(0, 0, 0), Vec(0, 0, 1.5), Vec(0, 2, 1.5)};
+  scene.context().dirtyCLength();
+  EXPECT_NEAR(scene.eval("$cLength", 0.5, 0.5).x, scene.context().cLength(), 1e-12);
+  EXPECT_GT(scene.context().cLength(), 3.0);
+}
+
+TEST(VrPrimitiveVariables, WorldFormsGoThroughTheCollectionTransform) {
+  Scene scene(Vec(0.0, 0.0, 1.0));
+  scene.palette->setWorld(translation(Vec(10.0, 20.0, 30.0)));
+  expectNear(scene.eval("$Pw", 0.25, 0.5), Vec(11.25, 21.5, 31.0));
+  expectNear(scene.eval("$Pgw", 0.25, 0.5), Vec(11.25, 21.5, 31.0));
+  expectNear(scene.eval("$Prefw", 0.25, 0.5), Vec(11.25, 21.5, 30.0));
+  expectNear(scene.eval("$Prefgw - $Prefg", 0.75, 0.5), Vec(10.0, 20.0, 30.0));
+  expectNear(scene.eval("$P", 0.25, 0.5), Vec(1.25, 1.5, 1.0));  // the plain forms stay local
+}
+
+// Puts the process-wide camera back as a test found it.
+struct CameraState {
+  CameraState()
+      : dir(VrRenderer::camDir()), ortho(VrRenderer::camIsOrtho()), inverse(VrRenderer::camInverseXform()) {}
+  ~CameraState() {
+    VrRenderer::setCamDir(dir);
+    VrRenderer::setCamIsOrtho(ortho);
+    VrRenderer::setCamInverseXform(inverse);
+  }
+  Vec dir;
+  bool ortho;
+  SgXform3T<double> inverse;
+};
+
+TEST(VrPrimitiveVariables, CameraPositionOfTheRender) {
+  CameraState restore;
+  Scene scene;
+  VrRenderer::setCamIsOrtho(false);
+  EXPECT_EQ(scene.eval("$cam", 0.5, 0.5), Vec());  // no renderer
+  ASSERT_TRUE(scene.description->setActive("NullRenderer"));
+  VrRenderer::setCamInverseXform(translation(Vec(-1.0, -2.0, -3.0)));
+  expectNear(scene.eval("$cam", 0.5, 0.5), Vec(1.0, 2.0, 3.0));
+  scene.palette->setWorld(translation(Vec(0.0, 0.0, 10.0)));
+  expectNear(scene.eval("$cam", 0.5, 0.5), Vec(1.0, 2.0, 13.0));
+
+  VrRenderer::setCamIsOrtho(true);
+  VrRenderer::setCamDir(Vec(0.0, 0.0, -1.0));
+  expectNear(scene.eval("$cam", 0.5, 0.5), Vec(0.0, 0.0, 100010.0));
+}
+
+TEST(VrPrimitiveVariables, SurfaceColourIsThePrimitivesColourExpression) {
+  Scene scene;
+  scene.primitive->setAttr("CsExpr", "[0.2, $u, $faceId]", "expr");
+  expectNear(scene.eval("$Cs", 0.4, 0.6), Vec(0.2, 0.4, 5.0));
+  // The colour reads the primitive too.
+  scene.primitive->setAttr("CsExpr", "[$P[0], 0, 0]", "expr");
+  expectNear(scene.eval("$Cs", 0.4, 0.6), Vec(1.4, 0.0, 0.0));
+}
+
+TEST(VrPrimitiveVariables, ZeroWithoutAPrimitiveOrAPatch) {
+  VrPalette palette;
+  auto* description = new VrDescription;
+  palette.addDescription(description);
+  VrExpression noPrimitive("test", "Test", description, "$P + [$id, $cLength, $ku] + $Cs + $Pw", "vector");
+  EXPECT_EQ(noPrimitive.eval(0.5, 0.5, 0), Vec());
+  VrExpression noDescription("test", "Test", nullptr, "$N + [$cWidth, $patchId, 0] + $cam", "vector");
+  EXPECT_EQ(noDescription.eval(0.5, 0.5, 0), Vec());
+
+  // A primitive that is not on a face has no frame yet; its scalars are already there.
+  ASSERT_TRUE(description->setActive("SplinePrimitive"));
+  description->activePrimitive()->context().setId(4);
+  VrExpression noPatch("test", "Test", description, "$P + $Nref + $Cs + [$kv, $id, $patchId]", "vector");
+  EXPECT_EQ(noPatch.eval(0.5, 0.5, 0), Vec(0.0, 4.0, 0.0));
+}
+
+TEST(VrPrimitiveVariables, AnOffsetThatReadsPIsReportedAsALoop) {
+  Scene scene;
+  ASSERT_TRUE(scene.description->setActive("RandomGenerator"));
+  scene.description->activeGenerator()->setAttr("offset", "$P[0]", "expr");
+  vrtest::CaptureLogger log;
+  const Vec p = scene.eval("$P", 0.5, 0.5);
+  EXPECT_TRUE(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
+  ASSERT_EQ(log.errors().size(), 1u);
+  EXPECT_EQ(log.errors()[0], "Expression \"offset\" has an infinite loop. [$P[0]]");
+}
+
+TEST(VrPrimitiveVariables, WorkersReadTheirOwnContextAndItsSamples) {
+  Scene main(Vec(), "fur");
+  Scene sample(Vec(0.0, 0.0, 1.0), "furSample");
+  Scene other(Vec(), "other");
+  main.context().setId(900);  // the serial contexts must not be read by a worker
+  sample.context().setId(901);
+  other.context().setId(902);
+
+  std::unique_ptr<VrPrimitiveContext> worker = main.primitive->cloneContext(main.context());
+  std::unique_ptr<VrPrimitiveContext> workerSample = sample.primitive->cloneContext(sample.context());
+  worker->clearSamples();
+  worker->addSample(workerSample.get());
+  worker->setId(1);
+  workerSample->setId(2);
+
+  Multithreading on(true);
+  VrExpression::initTLS(worker.get());
+  EXPECT_EQ(main.eval("$id", 0.5, 0.5).x, 1.0);
+  EXPECT_EQ(sample.eval("$id", 0.5, 0.5).x, 2.0);
+  expectNear(sample.eval("$P", 0.5, 0.5), Vec(1.5, 1.5, 1.0));
+  EXPECT_EQ(other.eval("$id", 0.5, 0.5).x, 0.0);  // no context of its own on this thread
+
+  VrExpression::clearTLS();  // back to the serial contexts
+  EXPECT_EQ(main.eval("$id", 0.5, 0.5).x, 900.0);
+  EXPECT_EQ(other.eval("$id", 0.5, 0.5).x, 902.0);
+}
+
+TEST(VrPrimitiveVariables, SplineWidthsFromPSameOnOneAndTwoThreads) {
+  Scene scene(Vec(0.0, 0.5, 0.0));
+  scene.primitive->setAttr("width", "0.01 * $P[1]", "expr");
+  scene.primitive->setAttr("length", "0.5 + 0.01 * $id", "expr");
+  constexpr int count = 64;
+  auto location = [](int i, double& u, double& v) {
+    u = (i % 8 + 0.5) / 8.0;
+    v = (i / 8 + 0.25) / 8.0;
+  };
+
+  // Serial: the description's active primitive builds into its own context.
+  std::vector<Vec> serial(count);
+  for (int i = 0; i < count; ++i) {
+    double u, v;
+    location(i, u, v);
+    scene.context().setId(static_cast<unsigned>(i));
+    scene.primitive->makeGeometry(u, v, nullptr);
+    ASSERT_FALSE(scene.context().cullPrim());
+    serial[i] = Vec(scene.context().cWidth(), scene.context().cLength(), 0.0);
+    // The animated face 5 runs from y = 1.5 to 2.5.
+    EXPECT_NEAR(serial[i].x, 0.01 * (1.5 + v), 1e-12) << i;
+    EXPECT_NEAR(serial[i].y, 0.5 + 0.01 * i, 1e-12) << i;
+  }
+
+  scene.context().setId(1000);
+  Multithreading on(true);
+  for (int threads : {1, 2}) {
+    std::vector<Vec> parallel(count);
+    tbb::task_arena arena(threads);
+    arena.execute([&] {
+      tbb::parallel_for(tbb::blocked_range<int>(0, count, 4), [&](const tbb::blocked_range<int>& range) {
+        std::unique_ptr<VrPrimitiveContext> own = scene.primitive->cloneContext(scene.context());
+        own->setActivePatchFace(scene.patch, 5);
+        VrExpression::initTLS(own.get());
+        for (int i = range.begin(); i != range.end(); ++i) {
+          double u, v;
+          location(i, u, v);
+          own->setId(static_cast<unsigned>(i));
+          scene.primitive->makeGeometryInParallel(*own, u, v, nullptr);
+          parallel[i] = Vec(own->cWidth(), own->cLength(), own->cullPrim() ? 1.0 : 0.0);
+        }
+        VrExpression::clearTLS();
+      });
+    });
+    for (int i = 0; i < count; ++i) EXPECT_EQ(parallel[i], serial[i]) << "location " << i << ", " << threads;
+  }
+  EXPECT_EQ(scene.context().id(), 1000u);
+}
+
+namespace {
+
+// What a render left of one primitive: where it stands and the width it was given.
+struct Emitted {
+  int face;
+  unsigned id;
+  double u, v, width;
+  bool operator<(const Emitted& o) const { return std::tie(face, id) < std::tie(o.face, o.id); }
+  bool operator==(const Emitted& o) const {
+    return face == o.face && id == o.id && u == o.u && v == o.v && width == o.width;
+  }
+};
+
+class WidthRecorder : public VrNullRenderer {
+ public:
+  explicit WidthRecorder(VrDescription* description) : VrNullRenderer(description) {}
+  void emitPrimitive(int sample, double u, double v, int face,
+                     const std::vector<VrPatch*>& patches) override {
+    VrNullRenderer::emitPrimitive(sample, u, v, face, patches);
+    const VrPrimitiveContext& c = description()->activePrimitive()->context();
+    emitted.push_back({face, c.id(), u, v, c.cWidth()});
+  }
+  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
+                               const std::vector<VrPatch*>& patches) override {
+    VrNullRenderer::emitPrimitiveInParallel(context, sample, u, v, face, patches);
+    std::lock_guard<std::mutex> lock(mutex);
+    emitted.push_back({face, context.id(), u, v, context.cWidth()});
+  }
+  std::vector<Emitted> take() {
+    std::vector<Emitted> out;
+    out.swap(emitted);
+    std::sort(out.begin(), out.end());
+    return out;
+  }
+
+ private:
+  std::vector<Emitted> emitted;
+  std::mutex mutex;
+};
+
+}  // namespace
+
+TEST(VrPrimitiveVariables, RenderedWidthsFollowPOnOneAndTwoThreads) {
+  // The 4 x 4 grid lifted by 0.5 in y on the animated surface: face f spans y from f / 4 + 0.5.
+  std::unique_ptr<SgSubdSurface> reference = grid(Vec()), animated = grid(Vec(0.0, 0.5, 0.0));
+  VrPalette palette;
+  auto* description = new VrDescription;
+  palette.addDescription(description);
+  description->setAttr("name", "fur");
+  ASSERT_TRUE(description->setActive("SplinePrimitive"));
+  ASSERT_TRUE(description->setActive("RandomGenerator"));
+  description->activeGenerator()->setAttr("density", "20");
+  description->activePrimitive()->setAttr("width", "0.01 * $P[1]", "expr");
+  auto* patch = new VrSubdPatch(description);
+  patch->setName("skin");
+  description->addPatch(patch);
+  patch->bindGeometry(reference.get(), animated.get(), false);
+  WidthRecorder renderer(description);
+  description->setActiveRenderer(&renderer);
+
+  renderer.initDescription();
+  for (int face = 0; face < static_cast<int>(patch->numFaces()); ++face) renderer.render(face, "skin");
+  renderer.finishDescription();
+  const std::vector<Emitted> serial = renderer.take();
+  ASSERT_GT(serial.size(), 50u);
+  for (const Emitted& e : serial) EXPECT_NEAR(e.width, 0.01 * (e.face / 4 + e.v + 0.5), 1e-12) << e.face;
+
+  const size_t saved = VrTaskManager::threadCount();
+  for (size_t threads : {1, 2}) {
+    tbb::global_control parallelism(tbb::global_control::max_allowed_parallelism, threads);
+    VrTaskManager::setThreadCount(threads);
+    renderer.initDescription();
+    EXPECT_TRUE(renderer.renderPatchInParallel("skin"));
+    renderer.finishDescription();
+    EXPECT_EQ(renderer.take(), serial) << threads << " threads";
+  }
+  VrTaskManager::setThreadCount(saved);
+  description->setActiveRenderer(nullptr);
+  patch->unbindGeometry();
+}
