@@ -55,6 +55,9 @@ class VrFXModule : public VrObject {
   virtual bool canRunInParallel() const { return true; }
   /// @}
 
+  /// Whether the module is written into presets of its description.
+  virtual bool includedInPreset() const { return true; }
+
  private:
   int index = -1;
   bool active = true;

@@ -179,9 +179,15 @@ VrPrimitiveContext* VrBasePrimitive::serialContext() const {
 
 unsigned VrBasePrimitive::transformGuidesToSurface() {
   unsigned placed = 0;
-  for (VrGuide& g : guides)
-    if (g.patchFrame(g.faceId())) ++placed;
+  for (unsigned i = 0; i < numGuides(); ++i)
+    if (prepGuideCGeom(i)) ++placed;
   return placed;
+}
+
+bool VrBasePrimitive::prepGuideCGeom(unsigned index) {
+  if (index >= numGuides()) return false;
+  VrGuide& g = guides[index];
+  return g.patchFrame(g.faceId());
 }
 
 void VrBasePrimitive::setupInterpolation(bool silent) {

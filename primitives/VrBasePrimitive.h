@@ -57,8 +57,12 @@ class VrBasePrimitive : public VrObject {
   /// 0: attribute interpolation (no guide weights), 1: CV interpolation.
   int iMethod() const { return interpMethod; }
   void setIMethod(int method) { interpMethod = method; }
-  /// Places every guide's root and CVs on its patch; answers the number placed.
+  /// Places every guide's root and CVs on its patch through `prepGuideCGeom`; answers the
+  /// number placed.
   unsigned transformGuidesToSurface();
+  /// Places one guide's root frame and CVs (`cGuideGeom`) on its patch; false for an index past
+  /// the end or a guide that cannot be placed (it stays off the surface).
+  virtual bool prepGuideCGeom(unsigned index);
   /// Clears the serial context's face, places the guides and builds reach maps and candidates.
   virtual void setupInterpolation(bool silent);
   /// Rebuilds reach maps and candidate lists of the guides on the surface; a non-empty

@@ -1,14 +1,21 @@
 #include "primitives/VrPrimitive.h"
 
+#include "document/VrDescription.h"
 #include "document/VrMessage.h"
 #include "document/VrModules.h"
+#include "document/VrPalette.h"
 #include "document/vrutilCodec.h"
+#include "document/vrutilFiles.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"
+#include "io/VrImportGeometry.h"
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
 #include <ostream>
+#include <sstream>
 
 namespace {
 
@@ -195,12 +202,16 @@ bool VrPrimitive::postApplyFxInParallel(VrPrimitiveContext&) { return false; }
 
 void VrPrimitive::initDescription() {
   setupInterpolation(true);
+  setColorCache(iMethod() == 1);
   initModules();
 }
 
 void VrPrimitive::initDescriptionInParallel(VrPrimitiveContext&) {}
 
-void VrPrimitive::finishDescription() { finishModules(); }
+void VrPrimitive::finishDescription() {
+  finishModules();
+  setColorCache(false);
+}
 
 void VrPrimitive::finishDescriptionInParallel(VrPrimitiveContext& context) {
   context.removeAllModuleContext();
@@ -269,7 +280,64 @@ double VrPrimitive::guideRegionMask(double u, double v, int face, const std::str
   return std::clamp(1.0 - regionMaskExpression.eval(u, v, face, &patchName).x, 0.0, 1.0);
 }
 
-bool VrPrimitive::overrideGuidesWithCache() { return false; }
+std::string VrPrimitive::guideCacheFile() const {
+  const std::string expanded = vrutil::expandMacros(cacheFile, "", description());
+  if (expanded.empty() || access(expanded.c_str(), F_OK) == 0 || !description()) return expanded;
+  std::string found;
+  if (vrutil::findFileInVrDataPath(found, cacheFile, "", description(), "", true)) return found;
+  return expanded;
+}
+
+bool VrPrimitive::overrideGuidesWithCache() {
+  if (!useCacheFlag) return false;
+  std::string where;
+  if (VrDescription* desc = description()) {
+    where = desc->name();
+    if (const VrPalette* palette = desc->palette()) where = palette->name() + "," + where;
+  }
+  const std::string path = guideCacheFile();
+  if (path.empty() || access(path.c_str(), F_OK) != 0) {
+    VR_ERROR("File does not exist: " + path + " [" + where + "]");
+    return false;
+  }
+  const CacheUtilHandle handle(path);
+  auto* reader = dynamic_cast<AlembicUtil*>(handle.getCacheUtil());
+  if (!reader) {
+    VR_ERROR("Unable to read guide cache " + path + ": only Alembic files are read. [" + where + "]");
+    return false;
+  }
+  double time = 0.0;
+  if (description() && description()->palette()) {
+    const VrPalette& palette = *description()->palette();
+    time = palette.frame() / (palette.framesPerSecond() > 0.0 ? palette.framesPerSecond() : 24.0);
+  }
+
+  // The reader writes guide by guide; what it wrote is undone when it fails part way.
+  struct Kept {
+    std::vector<SgVec3T<double>> cvs;
+    VrDict<std::vector<float>> cvAttrs;
+  };
+  std::vector<Kept> kept(numGuides());
+  for (unsigned i = 0; i < numGuides(); ++i) kept[i] = {guide(i).iOrigGuideGeom(), guide(i).guideCVAttrs()};
+  if (!reader->overrideGuides(*this, time, where)) {
+    for (unsigned i = 0; i < numGuides(); ++i) {
+      guide(i).setOrigIGeom(std::move(kept[i].cvs));
+      guide(i).guideCVAttrs() = std::move(kept[i].cvAttrs);
+    }
+    VR_ERROR("Failed to override guides from cache " + path + ". The guides are kept as they were. [" +
+             where + "]");
+    return false;
+  }
+  // A guide with new CVs is interpolated and placed from them afresh.
+  for (unsigned i = 0; i < numGuides(); ++i) {
+    VrGuide& g = guide(i);
+    if (g.iOrigGuideGeom() == kept[i].cvs) continue;
+    g.setIGeom(g.iOrigGuideGeom());
+    g.setTransformedToSurface(false);
+  }
+  VR_DEBUG(2, vrmsg::CatPrimitive, "Guides overridden from cache: " + path);
+  return true;
+}
 
 // ---------------------------------------------------------------------------------------------
 // Per-CV attributes and colour
@@ -299,11 +367,93 @@ SgVec3T<double> VrPrimitive::evalColorInParallel(VrPrimitiveContext& context, do
 SgVec3T<double> VrPrimitive::evalInterpGuideColor(const VrPrimitiveContext& context) const {
   SgVec3T<double> sum;
   for (size_t i = 0; i < context.activeGuides.size() && i < context.weight.size(); ++i) {
-    const VrGuide& g = guide(static_cast<unsigned>(context.activeGuides[i]));
+    const unsigned index = static_cast<unsigned>(context.activeGuides[i]);
+    if (index < guideColors.size()) {
+      sum += guideColors[index] * context.weight[i];
+      continue;
+    }
+    const VrGuide& g = guide(index);
     const std::string* patchName = g.patch() ? &g.patch()->name() : nullptr;
     sum += guideColorExpression.eval(g.patchU(), g.patchV(), g.faceId(), patchName) * context.weight[i];
   }
   return sum * context.weightN;
+}
+
+void VrPrimitive::setColorCache(bool on) {
+  colorCacheFlag = on;
+  guideColors.clear();
+  if (!on) return;
+  guideColors.reserve(numGuides());
+  for (unsigned i = 0; i < numGuides(); ++i) {
+    const VrGuide& g = guide(i);
+    const std::string* patchName = g.patch() ? &g.patch()->name() : nullptr;
+    guideColors.push_back(guideColorExpression.eval(g.patchU(), g.patchV(), g.faceId(), patchName));
+  }
+}
+
+std::vector<std::string> VrPrimitive::animatableCVAttrs() const {
+  std::vector<std::string> names;
+  for (auto it = cvAttrTypeNames.begin(); it != cvAttrTypeNames.end(); ++it)
+    if (it.value() == "point") names.push_back(it.key());
+  return names;
+}
+
+std::vector<std::vector<SgVec3T<double>>*> VrPrimitive::animatableCVAttrs(VrPrimitiveContext& context) const {
+  std::vector<std::vector<SgVec3T<double>>*> values;
+  for (const std::string& name : animatableCVAttrs())
+    if (std::vector<SgVec3T<double>>* found = context.cvAttr(name)) values.push_back(found);
+  return values;
+}
+
+void VrPrimitive::packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const {
+  floats.push_back(static_cast<float>(context.cWidth()));
+  floats.push_back(static_cast<float>(context.cDepth()));
+}
+
+bool VrPrimitive::unpackAttrs(VrPrimitiveContext& context, const std::vector<float>& floats,
+                              size_t& offset) const {
+  if (offset > floats.size() || floats.size() - offset < packedAttrCount()) {
+    VR_WARNING(1, "Packed primitive attributes of " + typeName() + " are cut short; not unpacked.");
+    return false;
+  }
+  context.overrideCWidth(floats[offset]);
+  context.overrideCDepth(floats[offset + 1]);
+  offset += 2;
+  return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Wires
+
+bool VrPrimitive::wireNames(std::string& names) const {
+  std::string value;
+  if (!getAttr("_wireNames", value) || value.empty()) return false;
+  names = value;
+  return true;
+}
+
+std::vector<std::string> VrPrimitive::wireNameList() const {
+  std::vector<std::string> names;
+  std::string text;
+  if (!wireNames(text)) return names;
+  std::istringstream in(text);
+  std::string name;
+  while (std::getline(in, name, ':'))
+    if (!name.empty()) names.push_back(name);
+  return names;
+}
+
+void VrPrimitive::setWireNames() {
+  std::vector<std::string> names;
+  for (unsigned i = 0; i < numGuides(); ++i)
+    if (guide(i).enabledInExporting()) names.push_back(guide(i).id());
+  setWireNames(names);
+}
+
+void VrPrimitive::setWireNames(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ":") + name;
+  setAttr("_wireNames", text, "float");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -430,6 +580,61 @@ bool VrPrimitive::exportFXModules(std::ostream& out) const {
   bool ok = true;
   for (const VrFXModule* module : stack) ok = module->exportObj(out) && ok;
   return ok;
+}
+
+bool VrPrimitive::exportFXModulesAsPreset(std::ostream& out, bool withModules) const {
+  if (!withModules) return true;
+  for (const VrFXModule* module : stack)
+    if (module->includedInPreset() && !module->exportObjAsPreset(out)) return false;
+  return true;
+}
+
+std::vector<VrFXModule*> VrPrimitive::findFXModules(const std::string& type,
+                                                    std::vector<int>* indices) const {
+  std::vector<VrFXModule*> found;
+  if (indices) indices->clear();
+  for (size_t i = 0; i < stack.size(); ++i) {
+    if (stack[i]->typeName() != type) continue;
+    found.push_back(stack[i]);
+    if (indices) indices->push_back(static_cast<int>(i));
+  }
+  return found;
+}
+
+std::string VrPrimitive::uniqueFXName(const std::string& name, const VrFXModule* except) const {
+  auto taken = [&](const std::string& candidate) {
+    for (const VrFXModule* module : stack)
+      if (module != except && module->name() == candidate) return true;
+    return false;
+  };
+  if (!taken(name)) return name;
+  for (unsigned n = 1;; ++n) {
+    const std::string candidate = name + std::to_string(n);
+    if (!taken(candidate)) return candidate;
+  }
+}
+
+void VrPrimitive::deactivateFXModules(unsigned start, std::vector<bool>& previous) {
+  previous.clear();
+  for (size_t i = start; i < stack.size(); ++i) {
+    previous.push_back(stack[i]->isActive());
+    stack[i]->setActive(false);
+  }
+}
+
+bool VrPrimitive::setFXModulesStatus(unsigned start, const std::vector<bool>& status) {
+  for (size_t i = 0; i < status.size(); ++i) {
+    if (start + i >= stack.size()) return false;
+    stack[start + i]->setActive(status[i]);
+  }
+  return true;
+}
+
+int VrPrimitive::bakedGroomManagerPosition() const {
+  for (size_t i = 0; i < stack.size(); ++i)
+    if (stack[i]->isActive() && stack[i]->typeName() == "BakedGroomManagerFXModule")
+      return static_cast<int>(i);
+  return -1;
 }
 
 void VrPrimitive::getFXTextures(std::vector<std::string>& lines) const {

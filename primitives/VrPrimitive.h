@@ -114,9 +114,13 @@ class VrPrimitive : public VrBasePrimitive {
   void setupInterpolation(bool silent) override;
   unsigned guideRegion(double u, double v, int face, const std::string& patchName) const override;
   double guideRegionMask(double u, double v, int face, const std::string& patchName) const override;
-  /// Replaces the guides' CVs with those of the cache when `useCache` is on; the base has no
-  /// cache reader and answers false.
+  /// With `useCache` on, replaces the guides' CVs (and CV attributes) with the curves of the
+  /// guide cache `guideCacheFile()` at the collection's frame. False with `useCache` off; false
+  /// with an Error, the guides left as they were, when the file is missing or unreadable.
   virtual bool overrideGuidesWithCache();
+  /// `cacheFileName` with its macros expanded; a name that does not stand as it is is looked up
+  /// along the collection's data path.
+  std::string guideCacheFile() const;
   /// @}
 
   /// @name Per-CV attributes
@@ -131,6 +135,28 @@ class VrPrimitive : public VrBasePrimitive {
                                           VrPrimitiveContext* context = nullptr);
   /// Names and types of the registered attributes.
   const VrDict<std::string>& cvAttrTypes() const { return cvAttrTypeNames; }
+  /// Names of the registered attributes of kind "point", in registry order: the attributes that
+  /// move with the CVs when a module turns or bends the primitive.
+  std::vector<std::string> animatableCVAttrs() const;
+  /// The values of those attributes that `context` holds, in the same order.
+  std::vector<std::vector<SgVec3T<double>>*> animatableCVAttrs(VrPrimitiveContext& context) const;
+  /// @}
+
+  /// @name Per-primitive values in packed form
+  /// What a baked primitive needs besides its CVs and CV attributes. The base layout is
+  /// (width, depth); a kind may append its own values. `versionAttrs` names the layout, so that
+  /// a reader of baked files can tell whether it understands them.
+  /// @{
+  /// Appends the context's values to `floats`.
+  virtual void packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const;
+  /// Reads the values packed from `offset` on into `context` and advances `offset`; false with a
+  /// warning, the context untouched, when fewer than `packedAttrCount()` floats are left.
+  virtual bool unpackAttrs(VrPrimitiveContext& context, const std::vector<float>& floats,
+                           size_t& offset) const;
+  /// Floats written by `packAttrs` for one primitive.
+  virtual unsigned packedAttrCount() const { return 2; }
+  /// The version of the packed layout.
+  virtual unsigned versionAttrs() const { return 1; }
   /// @}
 
   /// @name Colour
@@ -141,8 +167,35 @@ class VrPrimitive : public VrBasePrimitive {
   SgVec3T<double> evalColor(double u, double v, int face, const std::string* patchName) const {
     return evalColorInParallel(*primContext, u, v, face, patchName);
   }
-  /// Sum over the active guides of colour times weight, times weightN.
+  /// Sum over the active guides of colour times weight, times weightN. A guide's colour is the
+  /// guide colour expression at its root, or its kept colour while the colour cache is on.
   SgVec3T<double> evalInterpGuideColor(const VrPrimitiveContext& context) const;
+  /// Sets the guide colour expression (type "color", default "[1,1,1]"); the colour cache is
+  /// left as it is.
+  void setGuideColorExpression(const std::string& text) { guideColorExpression.setExpression(text); }
+  /// With `on`, evaluates every guide's colour once and keeps it, so that interpolation reads
+  /// no expression per primitive; off forgets the kept colours. A pass turns it on for CV
+  /// interpolation and off at its end. Main thread only.
+  void setColorCache(bool on);
+  bool colorCacheOn() const { return colorCacheFlag; }
+  /// @}
+
+  /// @name Wires and baked geometry
+  /// @{
+  /// The wire list `_wireNames`, names separated by ':'; false when it is empty.
+  bool wireNames(std::string& names) const;
+  /// The wire list as names.
+  std::vector<std::string> wireNameList() const;
+  /// Makes the wire list from the guides: the id of each guide enabled in exporting, in guide
+  /// order (each such guide is written as one wire curve).
+  void setWireNames();
+  /// Stores `names` as the wire list.
+  void setWireNames(const std::vector<std::string>& names);
+  /// The box of the patch geometry the primitives were baked against; invalid until set.
+  const SgBox3T<double>& originalPatchBBox() const { return originalBox; }
+  void setOriginalPatchBBox(const SgVec3T<double>& min, const SgVec3T<double>& max) {
+    originalBox = SgBox3T<double>::fromCorners(min, max);
+  }
   /// @}
 
   /// @name Lean and direction
@@ -174,11 +227,28 @@ class VrPrimitive : public VrBasePrimitive {
   bool removeFXModule(const VrFXModule* module);
   /// The first module of that name (and its stack index), or null.
   VrFXModule* findFXModule(const std::string& name, int* index = nullptr) const;
+  /// Every module whose `typeName` is `type`, in stack order; `indices` (when given) receives
+  /// their stack indices.
+  std::vector<VrFXModule*> findFXModules(const std::string& type, std::vector<int>* indices = nullptr) const;
+  /// `name` when no module of the stack other than `except` carries it; otherwise `name`
+  /// followed by the smallest positive number that no such module carries.
+  std::string uniqueFXName(const std::string& name, const VrFXModule* except = nullptr) const;
+  /// Records the `active` state of the modules from `start` on in `previous` (one entry per
+  /// module, replacing its contents) and deactivates them.
+  void deactivateFXModules(unsigned start, std::vector<bool>& previous);
+  /// Gives module `start` + i the state `status[i]`; false when `status` reaches past the end of
+  /// the stack (the modules that exist are still set).
+  bool setFXModulesStatus(unsigned start, const std::vector<bool>& status);
+  /// Stack index of the first active "BakedGroomManagerFXModule", or -1.
+  int bakedGroomManagerPosition() const;
   /// Moves the first module of that name to `position`, clamped to the stack; false when there
   /// is none.
   bool moveFXModule(const std::string& name, int position);
   /// Writes one object block per module, in stack order.
   bool exportFXModules(std::ostream& out) const;
+  /// With `withModules`, writes a preset block for each module that is `includedInPreset`, in
+  /// stack order; without, writes nothing. False when a block could not be written.
+  bool exportFXModulesAsPreset(std::ostream& out, bool withModules) const;
   /// Appends the texture lines of every module.
   void getFXTextures(std::vector<std::string>& lines) const;
   /// Links a texture to an attribute of the named module; false when no module has it.
@@ -217,5 +287,8 @@ class VrPrimitive : public VrBasePrimitive {
   bool useCacheFlag = false;
   bool liveModeFlag = true;
   bool regionsOn = false;
+  bool colorCacheFlag = false;
+  std::vector<SgVec3T<double>> guideColors;
+  SgBox3T<double> originalBox;
   VrDict<std::string> cvAttrTypeNames;
 };

@@ -218,6 +218,49 @@ void VrSplinePrimitive::defaultGuideGeom(VrGuide& guide) const {
   guide.setOrigIGeom({SgVec3T<double>(0.0, 0.0, 0.0), n * (1.0 / 3.0), n * (2.0 / 3.0), n});
 }
 
+bool VrSplinePrimitive::prepGuideCGeom(unsigned index) {
+  if (index >= numGuides()) return false;
+  VrGuide& g = guide(index);
+  if (g.iGuideGeom().empty()) g.setIGeom(g.iOrigGuideGeom());
+  if (!verifyGuideGeom(g.iGuideGeom())) {
+    VR_WARNING(2, "Guide " + g.id() + " has " + std::to_string(g.iGuideGeom().size()) +
+                      " CVs, fewer than a spline needs; it takes the default shape.");
+    defaultGuideGeom(g);
+    g.setIGeom(g.iOrigGuideGeom());
+  }
+  const size_t count = index == 0 ? g.iGuideGeom().size() : guide(0).iGuideGeom().size();
+  if (count >= minGuideCVCount() && g.iGuideGeom().size() != count) {
+    std::vector<SgVec3T<double>> cvs = g.iGuideGeom();
+    SgCurve::rebuild(cvs, static_cast<int>(count), true, nullptr);
+    g.setIGeom(std::move(cvs));
+  }
+  return VrPrimitive::prepGuideCGeom(index);
+}
+
+void VrSplinePrimitive::packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const {
+  VrPrimitive::packAttrs(context, floats);
+  const auto* spline = dynamic_cast<const VrSplinePrimitiveContext*>(&context);
+  const SgVec3T<double> w = spline ? spline->widthVec : SgVec3T<double>();
+  floats.insert(floats.end(), {spline ? spline->taper : 0.0f, spline ? spline->taperStart : 0.0f,
+                               static_cast<float>(w.x), static_cast<float>(w.y), static_cast<float>(w.z)});
+}
+
+bool VrSplinePrimitive::unpackAttrs(VrPrimitiveContext& context, const std::vector<float>& floats,
+                                    size_t& offset) const {
+  if (offset > floats.size() || floats.size() - offset < packedAttrCount()) {
+    VR_WARNING(1, "Packed primitive attributes of " + typeName() + " are cut short; not unpacked.");
+    return false;
+  }
+  VrPrimitive::unpackAttrs(context, floats, offset);
+  if (auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context)) {
+    spline->taper = floats[offset];
+    spline->taperStart = floats[offset + 1];
+    spline->widthVec = SgVec3T<double>(floats[offset + 2], floats[offset + 3], floats[offset + 4]);
+  }
+  offset += 5;
+  return true;
+}
+
 bool VrSplinePrimitive::overrideGuidesWithCache() {
   breakFlag = false;
   splineContext().breakActive = false;

@@ -90,6 +90,22 @@ class VrSplinePrimitive : public VrPrimitive {
   unsigned minGuideCVCount() const override { return 3; }
   /// Four CVs along the guide's normal, one unit long.
   void defaultGuideGeom(VrGuide& guide) const override;
+  /// Places a guide on its surface after making its interpolated CVs fit a spline: a guide with
+  /// fewer than `minGuideCVCount` CVs takes the default shape (with a warning), and every guide
+  /// after the first is resampled, evenly along its length, to the CV count of guide 0, since a
+  /// spline blends its guides CV by CV.
+  bool prepGuideCGeom(unsigned index) override;
+  /// @}
+
+  /// @name Per-primitive values in packed form
+  /// The spline's layout appends taper, taper start and the width vector (x, y, z) to the base
+  /// (width, depth): 7 floats. A plain context packs zeros for the spline's values and ignores
+  /// them when unpacking.
+  /// @{
+  void packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const override;
+  bool unpackAttrs(VrPrimitiveContext& context, const std::vector<float>& floats,
+                   size_t& offset) const override;
+  unsigned packedAttrCount() const override { return 7; }
   /// @}
 
   /// Clears `breakActive`, runs the base; with `useCache` on, `breakActive` follows the guides'

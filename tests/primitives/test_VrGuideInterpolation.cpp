@@ -8,6 +8,7 @@
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
 #include "support/CaptureLogger.h"
+#include "support/GridSurface.h"
 
 #include <gtest/gtest.h>
 
@@ -22,25 +23,6 @@
 
 namespace {
 
-// An n x n grid of unit quads; `warp` lifts the vertices a little so the surface curves.
-std::unique_ptr<SgSubdSurface> grid(int n, float warp) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) {
-      verts.push_back(static_cast<float>(i));
-      verts.push_back(static_cast<float>(j));
-      verts.push_back(warp * static_cast<float>((i * 7 + j * 3) % 5));
-    }
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
-                                         faceVerts.data());
-}
-
 class TestPrimitive : public VrPrimitive {
  public:
   using VrPrimitive::VrPrimitive;
@@ -51,7 +33,7 @@ class TestPrimitive : public VrPrimitive {
 struct Scene {
   explicit Scene(int n = 4, float warp = 0.0f) : palette(new VrPalette), description(new VrDescription) {
     palette->addDescription(description);
-    surface = grid(n, warp);
+    surface = vrtest::gridSurface(n, 0.0f, warp);
     patch = new VrSubdPatch(description);
     patch->setName("body");
     description->addPatch(patch);

@@ -11,6 +11,7 @@
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrNullRenderer.h"
 #include "support/CaptureLogger.h"
+#include "support/GridSurface.h"
 
 #include <gtest/gtest.h>
 
@@ -24,21 +25,7 @@
 namespace {
 
 using Vec = SgVec3T<double>;
-
-// An n x n grid of unit quads in the plane z = height.
-std::unique_ptr<SgSubdSurface> flatGrid(int n, float height) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) verts.insert(verts.end(), {static_cast<float>(i), static_cast<float>(j), height});
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
-                                         faceVerts.data());
-}
+using vrtest::expectNear;
 
 // Records what the pipeline did with it.
 class ProbePrimitive : public VrPrimitive {
@@ -114,8 +101,8 @@ class CountingContext : public VrPrimitiveContext {
 struct Scene {
   Scene() : palette(new VrPalette), description(new VrDescription) {
     palette->addDescription(description);
-    reference = flatGrid(4, 0.0f);
-    animated = flatGrid(4, 1.0f);
+    reference = vrtest::gridSurface(4, 0.0f);
+    animated = vrtest::gridSurface(4, 1.0f);
     patch = new VrSubdPatch(description);
     patch->setName("body");
     description->addPatch(patch);
@@ -128,12 +115,6 @@ struct Scene {
   std::unique_ptr<SgSubdSurface> reference, animated;
   VrSubdPatch* patch;
 };
-
-void expectNear(const Vec& a, const Vec& b, double tolerance) {
-  EXPECT_NEAR(a.x, b.x, tolerance);
-  EXPECT_NEAR(a.y, b.y, tolerance);
-  EXPECT_NEAR(a.z, b.z, tolerance);
-}
 
 }  // namespace
 

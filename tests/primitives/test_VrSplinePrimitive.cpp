@@ -8,6 +8,7 @@
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "support/CaptureLogger.h"
+#include "support/GridSurface.h"
 
 #include <gtest/gtest.h>
 #include <tbb/blocked_range.h>
@@ -23,26 +24,13 @@
 namespace {
 
 using Vec = SgVec3T<double>;
-
-std::unique_ptr<SgSubdSurface> flatGrid(int n) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) verts.insert(verts.end(), {static_cast<float>(i), static_cast<float>(j), 0.0f});
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
-                                         faceVerts.data());
-}
+using vrtest::expectNear;
 
 // A description with a flat 4 x 4 patch and a spline primitive on face 5.
 struct Scene {
   Scene() : palette(new VrPalette), description(new VrDescription) {
     palette->addDescription(description);
-    surface = flatGrid(4);
+    surface = vrtest::gridSurface(4);
     patch = new VrSubdPatch(description);
     patch->setName("body");
     description->addPatch(patch);
@@ -68,12 +56,6 @@ struct Scene {
 std::string attr(const VrObject& object, const std::string& name) {
   std::string value;
   return object.getAttr(name, value) ? value : std::string("<none>");
-}
-
-void expectNear(const Vec& a, const Vec& b, double tolerance) {
-  EXPECT_NEAR(a.x, b.x, tolerance);
-  EXPECT_NEAR(a.y, b.y, tolerance);
-  EXPECT_NEAR(a.z, b.z, tolerance);
 }
 
 }  // namespace
