@@ -148,13 +148,15 @@ void VrExpression::reportLoop() const {
 SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::string* patchName) const {
   // Under threads the validity is that of the thread's own parse, checked when it was made: the
   // main parse is made lazily and must not be built by two workers at once.
-  VrSeExpr& parsed = parseForThisThread();
-  if (VrTaskManager::seExprMultithreading() ? !parsed.isValid() : !isValid()) return SgVec3T<double>();
+  // A loop: this expression is already evaluating on this thread, or is being prepared (the
+  // library reads variables while it builds its interpreter, and a variable can lead back here).
   VrExprContext& context = VrExprContext::current();
-  if (onStack(context.stack, this)) {
+  if (onStack(context.stack, this) || onStack(validating, this)) {
     reportLoop();
     return SgVec3T<double>();
   }
+  VrSeExpr& parsed = parseForThisThread();
+  if (VrTaskManager::seExprMultithreading() ? !parsed.isValid() : !isValid()) return SgVec3T<double>();
   VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
 
   // A nested evaluation (a collection expression called from another) restores the caller's
