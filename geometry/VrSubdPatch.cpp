@@ -1,24 +1,19 @@
 #include "geometry/VrSubdPatch.h"
 
 #include "document/VrMessage.h"
+#include "document/VrTaskManager.h"
 #include "document/vrutilCodec.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrPatchBindingImpl.h"
 #include "geometry/VrPatchUtil.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 
-namespace {
-std::atomic<bool>& threadedFlag() {
-  static std::atomic<bool> flag{false};
-  return flag;
-}
-}  // namespace
-
-void VrSubdPatch::setMultithreading(bool on) { threadedFlag() = on; }
-bool VrSubdPatch::multithreading() { return threadedFlag(); }
+// One flag with the task manager's patch multithreading, so that declaring it through either
+// (the facade's "MultithreadingPatch", a host, a benchmark) lifts the lock everywhere.
+void VrSubdPatch::setMultithreading(bool on) { VrTaskManager::setPatchMultithreading(on); }
+bool VrSubdPatch::multithreading() { return VrTaskManager::patchMultithreading(); }
 
 std::unique_lock<std::mutex> VrSubdPatch::lockUnlessThreaded() const {
   return multithreading() ? std::unique_lock<std::mutex>() : std::unique_lock<std::mutex>(mutex);

@@ -21,6 +21,7 @@
 #include "document/VrDescription.h"
 #include "document/VrObject.h"
 #include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
@@ -520,6 +521,9 @@ int render(const RenderRequest& request, const CliLogger& logger) {
     return ExitFailed;
   }
   RenderCallbacks callbacks(request, spool);
+  // The subdivision evaluator is read-only once a surface is built, so a threaded render
+  // declares patch multithreading, as a host would, instead of serialising every evaluation.
+  if (request.threads > 0) VrTaskManager::setPatchMultithreading(true);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
                        " -palette " + argWord(collectionName) + " -frame " + number(request.frame);
