@@ -12,6 +12,10 @@
 // are read back one at a time, so the output comes in (patch, face, id) order whatever the
 // thread count, and the Alembic output streams through VrAbcCurvesStreamWriter.
 //
+// Motion samples: every primitive carries the CVs of each sample (the render API's point rows),
+// widths only once, from the first sample. The JSON lines keep sample 0 in "cvs" and add the
+// others as "samples"; the Alembic curves get one sample of points per motion sample.
+//
 // Threads: `flush` may be called from render workers at once; it builds its records on the
 // calling thread and takes one mutex only to append them to the spool.
 
@@ -33,6 +37,7 @@
 #include <atomic>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,12 +73,13 @@ struct Run {
   uint32_t count = 0;
 };
 
-// One primitive as the spool holds it: face, id and CV count as int32, then x, y, z per CV,
-// then one width per CV, all floats.
+// One primitive as the spool holds it: face, id, CV count and sample count as int32, then x, y,
+// z per CV for each sample in turn, then one width per CV, all floats.
 struct Primitive {
   int face = 0;
   int id = 0;
-  std::vector<float> cvs;
+  size_t samples = 1;
+  std::vector<float> cvs;  ///< 3 * CV count floats per sample, sample 0 first
   std::vector<float> widths;
 };
 
@@ -89,22 +95,24 @@ void putFloats(std::vector<char>& out, const float* values, size_t count) {
 
 // Reads the next primitive of a run; false when the bytes run short.
 bool takePrimitive(const char*& at, const char* end, Primitive& out) {
-  int32_t head[3];
-  if (end - at < 12) return false;
-  std::memcpy(head, at, 12);
-  at += 12;
-  if (head[2] < 0) return false;
+  int32_t head[4];
+  if (end - at < 16) return false;
+  std::memcpy(head, at, 16);
+  at += 16;
+  if (head[2] < 0 || head[3] < 1) return false;
   const size_t n = static_cast<size_t>(head[2]);
-  if (static_cast<size_t>(end - at) < n * 16) return false;
+  const size_t samples = static_cast<size_t>(head[3]);
+  if (static_cast<size_t>(end - at) < n * (12 * samples + 4)) return false;
   out.face = head[0];
   out.id = head[1];
-  out.cvs.resize(3 * n);
+  out.samples = samples;
+  out.cvs.resize(3 * n * samples);
   out.widths.resize(n);
   if (n) {
-    std::memcpy(out.cvs.data(), at, n * 12);
-    std::memcpy(out.widths.data(), at + n * 12, n * 4);
+    std::memcpy(out.cvs.data(), at, n * 12 * samples);
+    std::memcpy(out.widths.data(), at + n * 12 * samples, n * 4);
   }
-  at += n * 16;
+  at += n * (12 * samples + 4);
   return true;
 }
 
@@ -162,11 +170,19 @@ class RunSpool {
 // The plug-in side of the render API: answers from the command's flags and spools the batches.
 class RenderCallbacks : public ProceduralCallbacks {
  public:
-  RenderCallbacks(const RenderRequest& request, RunSpool& spool) : request(request), spool(spool) {
+  RenderCallbacks(const RenderRequest& request, RunSpool& spool)
+      : request(request),
+        spool(spool),
+        samples(request.motionSamples.empty() ? 1 : request.motionSamples.size()) {
     for (const std::string& entry : request.overrides) {
       const size_t eq = entry.find('=');
       overrides["user:vorn_" + entry.substr(0, eq)] = eq == std::string::npos ? "" : entry.substr(eq + 1);
     }
+    // The back end wants one shutter time per motion sample; without --shutter the samples'
+    // frame offsets serve.
+    shutter = request.shutter;
+    if (shutter.empty() && request.motionSamples.size() > 1)
+      for (double offset : request.motionSamples) shutter.push_back(static_cast<float>(offset));
     // Without camera flags the render API is told of a camera at the origin looking down -z
     // with a 90 degree view, so that it has one to read; culling to the view stays as the
     // collection sets it.
@@ -210,10 +226,10 @@ class RenderCallbacks : public ProceduralCallbacks {
     return key == EFloatAttribute::ShutterOpen && request.hasShutterOpen ? request.shutterOpen : 0.0f;
   }
   const float* getFloatArray(EFloatArrayAttribute key) override {
-    return key == EFloatArrayAttribute::Shutter && !request.shutter.empty() ? request.shutter.data() : nullptr;
+    return key == EFloatArrayAttribute::Shutter && !shutter.empty() ? shutter.data() : nullptr;
   }
   unsigned getArraySize(EFloatArrayAttribute key) override {
-    return key == EFloatArrayAttribute::Shutter ? static_cast<unsigned>(request.shutter.size()) : 0u;
+    return key == EFloatArrayAttribute::Shutter ? static_cast<unsigned>(shutter.size()) : 0u;
   }
   const char* getOverride(const char* name) override {
     if (!name) return nullptr;
@@ -232,8 +248,23 @@ class RenderCallbacks : public ProceduralCallbacks {
     const int* cvCounts = channel(IntKey::CVCount);
     const int* ids = channel(IntKey::PrimitiveId);
     const int* faces = channel(IntKey::FaceId);
-    const float* points = cache->getVec3Array2D(PrimitiveCache::EVec3Array2DAttribute::Points, 0);
-    const size_t numPoints = cache->getVec3Array2DSize(PrimitiveCache::EVec3Array2DAttribute::Points, 0);
+    // One row of points per motion sample. Should a batch hold fewer rows than the render asked
+    // for, its last row stands in for the missing ones, and rows beyond are left out.
+    const unsigned rows = std::max(cache->getUInt(PrimitiveCache::EUIntAttribute::SampleCount), 1u);
+    if (rows != samples && !sampleMismatch.exchange(true))
+      log(("a batch came with " + std::to_string(rows) + " motion samples where " + std::to_string(samples) +
+           " were asked for")
+              .c_str());
+    using RowKey = PrimitiveCache::EVec3Array2DAttribute;
+    std::vector<const float*> points(samples, nullptr);
+    size_t numPoints = SIZE_MAX;
+    bool missing = false;
+    for (size_t s = 0; s < samples; ++s) {
+      const unsigned row = static_cast<unsigned>(std::min<size_t>(s, rows - 1));
+      points[s] = cache->getVec3Array2D(RowKey::Points, row);
+      numPoints = std::min<size_t>(numPoints, cache->getVec3Array2DSize(RowKey::Points, row));
+      missing = missing || !points[s];
+    }
 
     // Where each primitive's CVs start; primitives other than splines give their position
     // (the first of their four vectors) as one CV.
@@ -244,7 +275,7 @@ class RenderCallbacks : public ProceduralCallbacks {
       stride[i] = cvCounts ? n : 4;
       first[i + 1] = first[i] + stride[i];
     }
-    if (!points || first[count] > numPoints) {
+    if (missing || first[count] > numPoints) {
       log("a batch with fewer points than its CV counts was passed over");
       return;
     }
@@ -285,7 +316,8 @@ class RenderCallbacks : public ProceduralCallbacks {
         putInt(bytes, run.face);
         putInt(bytes, idOf(i));
         putInt(bytes, static_cast<int32_t>(n));
-        putFloats(bytes, points + 3 * first[i], 3 * n);
+        putInt(bytes, static_cast<int32_t>(samples));
+        for (const float* sample : points) putFloats(bytes, sample + 3 * first[i], 3 * n);
         widths.assign(n, constant);
         for (size_t c = 0; c < n; ++c) {
           if (cvWidths) widths[c] = cvWidths[first[i] + c];
@@ -306,7 +338,10 @@ class RenderCallbacks : public ProceduralCallbacks {
   RunSpool& spool;
   std::map<std::string, std::string> overrides;
   std::string camera, fov, ratio, xformText;
+  std::vector<float> shutter;
+  const size_t samples;
   size_t currentJob = 0;
+  std::atomic<bool> sampleMismatch{false};
   std::atomic<uint64_t> numPrimitives{0};
   std::atomic<uint64_t> numCVs{0};
 };
@@ -341,6 +376,20 @@ void putNumber(std::string& out, float value) {
   char text[32];
   const auto result = std::to_chars(text, text + sizeof text, value);
   out.append(text, result.ptr);
+}
+
+// "[[x,y,z],...]" for `count` points.
+void putPoints(std::string& out, const float* xyz, size_t count) {
+  out += '[';
+  for (size_t c = 0; c < count; ++c) {
+    out += c ? ",[" : "[";
+    for (size_t k = 0; k < 3; ++k) {
+      if (k) out += ',';
+      putNumber(out, xyz[3 * c + k]);
+    }
+    out += ']';
+  }
+  out += ']';
 }
 
 void putJsonString(std::string& out, const std::string& text) {
@@ -382,16 +431,18 @@ bool writeOutput(const RenderRequest& request, const std::vector<PatchJob>& jobs
       while (at < end && takePrimitive(at, end, prim)) {
         line = "{\"patch\":";
         putJsonString(line, jobs[run.job].patch);
-        line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":[";
-        for (size_t c = 0; c < prim.widths.size(); ++c) {
-          line += c ? ",[" : "[";
-          for (int k = 0; k < 3; ++k) {
-            if (k) line += ',';
-            putNumber(line, prim.cvs[3 * c + static_cast<size_t>(k)]);
+        line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":";
+        const size_t n = prim.widths.size();
+        putPoints(line, prim.cvs.data(), n);
+        if (prim.samples > 1) {
+          line += ",\"samples\":[";
+          for (size_t s = 1; s < prim.samples; ++s) {
+            if (s > 1) line += ',';
+            putPoints(line, prim.cvs.data() + 3 * n * s, n);
           }
           line += ']';
         }
-        line += "],\"widths\":[";
+        line += ",\"widths\":[";
         for (size_t c = 0; c < prim.widths.size(); ++c) {
           if (c) line += ',';
           putNumber(line, prim.widths[c]);
@@ -411,26 +462,40 @@ bool writeOutput(const RenderRequest& request, const std::vector<PatchJob>& jobs
   VrAbcCurvesStreamWriter::Options options;
   options.objectName = "vornCurves";
   options.frame = request.frame;
+  options.framesPerSecond = request.fps;
+  options.sampleOffsets = request.motionSamples;
   options.archive.applicationName = "vorn render";
   if (!writer.open(request.output, options)) return false;
-  std::vector<float> points, widths;
+  const size_t samples = writer.numSamples();
+  std::vector<std::vector<float>> points(samples);
+  std::vector<const float*> rows(samples);
+  std::vector<float> widths;
   std::vector<int32_t> counts;
   for (const Run& run : spool.sortedRuns()) {
     if (!spool.read(run, bytes)) {
       fail("the temporary file of the render could not be read back");
       return false;
     }
-    points.clear();
+    for (std::vector<float>& sample : points) sample.clear();
     widths.clear();
     counts.clear();
     const char* at = bytes.data();
     const char* end = at + bytes.size();
     while (at < end && takePrimitive(at, end, prim)) {
-      points.insert(points.end(), prim.cvs.begin(), prim.cvs.end());
+      if (prim.samples != samples) {
+        fail("the temporary file of the render holds a primitive of " + std::to_string(prim.samples) +
+             " samples where " + std::to_string(samples) + " were asked for");
+        return false;
+      }
+      const size_t n = prim.widths.size();
+      for (size_t s = 0; s < samples; ++s)
+        points[s].insert(points[s].end(), prim.cvs.begin() + 3 * n * s, prim.cvs.begin() + 3 * n * (s + 1));
       widths.insert(widths.end(), prim.widths.begin(), prim.widths.end());
-      counts.push_back(static_cast<int32_t>(prim.widths.size()));
+      counts.push_back(static_cast<int32_t>(n));
     }
-    if (!writer.append(points.data(), widths.size(), counts.data(), counts.size(), widths.data())) return false;
+    for (size_t s = 0; s < samples; ++s) rows[s] = points[s].data();
+    if (!writer.appendSamples(rows.data(), widths.size(), counts.data(), counts.size(), widths.data()))
+      return false;
   }
   return writer.close();
 }
@@ -475,6 +540,20 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   }
   if (request.threads < 0) {
     fail("--threads must be 1 or more");
+    return ExitUsage;
+  }
+  if (!(request.fps > 0.0) || !std::isfinite(request.fps)) {
+    fail("--fps must be above 0");
+    return ExitUsage;
+  }
+  for (size_t i = 1; i < request.motionSamples.size(); ++i)
+    if (!(request.motionSamples[i] > request.motionSamples[i - 1])) {
+      fail("--motion-samples must be frame offsets in increasing order");
+      return ExitUsage;
+    }
+  if (request.motionSamples.size() > 1 && !request.shutter.empty() &&
+      request.shutter.size() != request.motionSamples.size()) {
+    fail("--shutter needs one time per motion sample (" + std::to_string(request.motionSamples.size()) + ")");
     return ExitUsage;
   }
 
@@ -526,7 +605,14 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   if (request.threads > 0) VrTaskManager::setPatchMultithreading(true);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
-                       " -palette " + argWord(collectionName) + " -frame " + number(request.frame);
+                       " -palette " + argWord(collectionName) + " -frame " + number(request.frame) +
+                       " -fps " + number(request.fps);
+  // The same offsets serve the lookup of the collection and the placement on the geometry.
+  if (!request.motionSamples.empty()) {
+    std::string list;
+    for (double offset : request.motionSamples) list += (list.empty() ? "" : ",") + number(offset);
+    common += " -motionSamplesLookup " + argWord(list) + " -motionSamplesPlacement " + argWord(list);
+  }
   if (!request.deltas.empty()) {
     std::string list;
     for (const std::string& delta : request.deltas) list += (list.empty() ? "" : " ") + delta;

@@ -85,6 +85,8 @@ struct RenderRequest {
   std::string extraArgs;              ///< appended to the render API argument string
   std::string camera, fov, cameraXform, ratio;
   std::vector<float> shutter;
+  std::vector<double> motionSamples;  ///< frame offsets of the motion samples; empty: one at the frame
+  double fps = 24.0;                  ///< frames per second, for geometry times and output times
   bool hasShutterOpen = false;
   float shutterOpen = 0.0f;
   std::vector<std::string> overrides;  ///< name=value, answered for "user:vorn_" + name

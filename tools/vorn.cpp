@@ -12,6 +12,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <cstdlib>
 #include <unistd.h>
 #include <iostream>
@@ -150,6 +151,10 @@ int main(int argc, char** argv) {
   render->add_option("--cam-xform", renderRequest.cameraXform, "16 numbers, camera to world, row by row");
   render->add_option("--ratio", renderRequest.ratio, "aspect ratio");
   render->add_option("--shutter", shutterText, "\"t0,t1,...\": motion sample times");
+  std::string motionText;
+  render->add_option("--motion-samples", motionText,
+                     "\"a,b,...\": increasing frame offsets of the motion samples (default: 0)");
+  render->add_option("--fps", renderRequest.fps, "frames per second (default 24)");
   CLI::Option* shutterOpen = render->add_option("--shutter-open", renderRequest.shutterOpen, "shutter open time");
   render->add_option("--override", renderRequest.overrides, "name=value, answered for user:vorn_<name>");
   render->add_option("--delta", renderRequest.deltas, "delta file applied after the import (repeatable)");
@@ -196,6 +201,19 @@ int main(int argc, char** argv) {
         return 2;
       }
       renderRequest.shutter.push_back(t);
+    }
+    for (char& c : motionText)
+      if (c == ';' || c == ' ') c = ',';
+    std::istringstream offsets(motionText);
+    while (std::getline(offsets, item, ',')) {
+      if (item.empty()) continue;
+      char* end = nullptr;
+      const double offset = std::strtod(item.c_str(), &end);
+      if (!end || *end || !std::isfinite(offset)) {
+        std::cerr << "vorn: --motion-samples takes numbers separated by commas: " << motionText << "\n";
+        return 2;
+      }
+      renderRequest.motionSamples.push_back(offset);
     }
     return vorncli::runRender(renderRequest);
   }

@@ -29,23 +29,26 @@ bool VrAbcCurvesStreamWriter::open(const std::string& path, const Options& optio
   failed = false;
   curves = points = 0;
   hasWidths = -1;
-  box[0] = box[1] = box[2] = DBL_MAX;
-  box[3] = box[4] = box[5] = -DBL_MAX;
   if (path.empty()) return fail("no output file given");
   if (options.objectName.empty() || options.objectName.find('/') != std::string::npos)
     return fail("the object name must be a plain, non-empty name");
   if (!(options.framesPerSecond > 0.0)) return fail("the frame rate must be above 0");
+  for (size_t i = 1; i < options.sampleOffsets.size(); ++i)
+    if (!(options.sampleOffsets[i] > options.sampleOffsets[i - 1]))
+      return fail("the sample offsets must be strictly increasing");
   const std::string folder = folderOf(path);
   if (access(folder.c_str(), W_OK) != 0) return fail("cannot write in the folder " + folder);
-  positionSpool = std::make_unique<VrAbcSpool>();
+  const unsigned samples = numSamples();
+  boxes.assign(samples, {DBL_MAX, DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX, -DBL_MAX});
+  for (unsigned s = 0; s < samples; ++s) positionSpools.push_back(std::make_unique<VrAbcSpool>());
   countSpool = std::make_unique<VrAbcSpool>();
   widthSpool = std::make_unique<VrAbcSpool>();
+  std::vector<VrAbcSpool*> all = {countSpool.get(), widthSpool.get()};
+  for (auto& spool : positionSpools) all.push_back(spool.get());
   std::string error;
-  for (VrAbcSpool* spool : {positionSpool.get(), countSpool.get(), widthSpool.get()})
+  for (VrAbcSpool* spool : all)
     if (!spool->open(options.spoolDirectory, error)) {
-      positionSpool.reset();
-      countSpool.reset();
-      widthSpool.reset();
+      release();
       return fail(error);
     }
   opened = true;
@@ -54,10 +57,21 @@ bool VrAbcCurvesStreamWriter::open(const std::string& path, const Options& optio
 
 bool VrAbcCurvesStreamWriter::append(const float* batchPoints, uint64_t numPoints, const int32_t* counts,
                                      uint64_t numCurves, const float* widths) {
+  if (opened && !failed && numSamples() != 1)
+    return fail("a writer of " + std::to_string(numSamples()) + " samples needs the points of every sample");
+  return appendSamples(&batchPoints, numPoints, counts, numCurves, widths);
+}
+
+bool VrAbcCurvesStreamWriter::appendSamples(const float* const* samplePoints, uint64_t numPoints,
+                                            const int32_t* counts, uint64_t numCurves, const float* widths) {
   if (!opened) return fail("append before open");
   if (failed) return false;
   if (numCurves == 0 && numPoints == 0) return true;
-  if ((numPoints && !batchPoints) || (numCurves && !counts)) return fail("a batch without its arrays");
+  const unsigned samples = numSamples();
+  if (numPoints && !samplePoints) return fail("a batch without its arrays");
+  for (unsigned s = 0; numPoints && s < samples; ++s)
+    if (!samplePoints[s]) return fail("a batch without its arrays");
+  if (numCurves && !counts) return fail("a batch without its arrays");
   uint64_t total = 0;
   for (uint64_t i = 0; i < numCurves; ++i) {
     if (counts[i] < 0) return fail("curve " + std::to_string(curves + i) + " has a negative point count");
@@ -71,16 +85,20 @@ bool VrAbcCurvesStreamWriter::append(const float* batchPoints, uint64_t numPoint
     if (hasWidths < 0) hasWidths = given;
     if (hasWidths != given) return fail("widths must come with every batch or with none");
   }
-  for (uint64_t i = 0; i < numPoints; ++i)
-    for (int k = 0; k < 3; ++k) {
-      const double v = batchPoints[3 * i + static_cast<uint64_t>(k)];
-      if (v < box[k]) box[k] = v;
-      if (v > box[3 + k]) box[3 + k] = v;
-    }
-  if (!positionSpool->append(batchPoints, numPoints * 3 * sizeof(float)) ||
-      !countSpool->append(counts, numCurves * sizeof(int32_t)) ||
-      (hasWidths == 1 && !widthSpool->append(widths, numPoints * sizeof(float))))
-    return fail("a temporary file could not be written");
+  bool written = countSpool->append(counts, numCurves * sizeof(int32_t)) &&
+                 (hasWidths != 1 || widthSpool->append(widths, numPoints * sizeof(float)));
+  for (unsigned s = 0; written && numPoints && s < samples; ++s) {
+    const float* p = samplePoints[s];
+    std::array<double, 6>& box = boxes[s];
+    for (uint64_t i = 0; i < numPoints; ++i)
+      for (int k = 0; k < 3; ++k) {
+        const double v = p[3 * i + static_cast<uint64_t>(k)];
+        if (v < box[k]) box[k] = v;
+        if (v > box[3 + k]) box[3 + k] = v;
+      }
+    written = positionSpools[s]->append(p, numPoints * 3 * sizeof(float));
+  }
+  if (!written) return fail("a temporary file could not be written");
   curves += numCurves;
   points += numPoints;
   return true;
@@ -97,30 +115,44 @@ bool VrAbcCurvesStreamWriter::close() {
     VrAbcArchiveWriter archive;
     if (archive.open(target, settings.archive)) {
       const double step = 1.0 / settings.framesPerSecond;
-      const uint32_t sampling = archive.addTimeSampling(VrAbcTimeSampling::uniform(step, settings.frame * step));
+      const unsigned samples = numSamples();
+      const double firstOffset = settings.sampleOffsets.empty() ? 0.0 : settings.sampleOffsets[0];
+      VrAbcTimeSampling timing = VrAbcTimeSampling::uniform(step, (settings.frame + firstOffset) * step);
+      if (samples > 1) {
+        std::vector<double> times;
+        for (double offset : settings.sampleOffsets) times.push_back((settings.frame + offset) * step);
+        timing = VrAbcTimeSampling::acyclic(times);
+      }
+      const uint32_t sampling = archive.addTimeSampling(timing);
       VrAbcCurvesWriter shape;
-      VrAbcCurvesWriter::SpooledSample sample;
-      sample.positions = positionSpool.get();
-      sample.numVertices = countSpool.get();
-      sample.widths = hasWidths == 1 ? widthSpool.get() : nullptr;
-      sample.type = settings.type;
-      sample.basis = settings.basis;
-      // The format's writers store an inverted box for no points.
-      for (int k = 0; k < 6; ++k) sample.bounds[k] = box[k];
-      ok = shape.create(archive.top(), settings.objectName, sampling) && shape.write(sample) && archive.close();
+      ok = shape.create(archive.top(), settings.objectName, sampling);
+      for (unsigned s = 0; ok && s < samples; ++s) {
+        VrAbcCurvesWriter::SpooledSample sample;
+        sample.positions = positionSpools[s].get();
+        // The counts are the same on every sample: the format stores a repeat only once, and
+        // widths not given on later samples repeat those of the first.
+        sample.numVertices = countSpool.get();
+        sample.widths = s == 0 && hasWidths == 1 ? widthSpool.get() : nullptr;
+        sample.type = settings.type;
+        sample.basis = settings.basis;
+        // The format's writers store an inverted box for no points.
+        for (int k = 0; k < 6; ++k) sample.bounds[k] = boxes[s][static_cast<size_t>(k)];
+        ok = shape.write(sample);
+      }
+      ok = ok && archive.close();
     }
   }
-  positionSpool.reset();
-  countSpool.reset();
-  widthSpool.reset();
-  opened = false;
+  release();
   if (!ok) return fail("the archive could not be written");
   return true;
 }
 
-void VrAbcCurvesStreamWriter::abort() {
-  positionSpool.reset();
+void VrAbcCurvesStreamWriter::release() {
+  positionSpools.clear();
   countSpool.reset();
   widthSpool.reset();
+  boxes.clear();
   opened = false;
 }
+
+void VrAbcCurvesStreamWriter::abort() { release(); }

@@ -1,6 +1,8 @@
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 
+#include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
+#include "io/alembic/VrAbcCurves.h"
 #include "io/alembic/VrAbcCurvesWriter.h"
 #include "io/alembic/VrAbcDump.h"
 #include "io/alembic/VrAbcMurmur3.h"
@@ -216,4 +218,129 @@ TEST(AbcCurvesStreamWriter, FailuresLeaveNoFile) {
   EXPECT_EQ(log.errors().size(), 2u);
   // Nothing at all is left in the folder.
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST(AbcCurvesStreamWriter, MotionSamplesShareTopologyAndStandAtTheirTimes) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const std::string path = dir.file("moving.abc");
+  const Groom groom(50);
+  // Sample 1 is sample 0 moved by (0, 0, 2); sample 2 by (1, 0, 0).
+  std::vector<float> moved = groom.points, shifted = groom.points;
+  for (size_t i = 0; i < moved.size(); i += 3) {
+    moved[i + 2] += 2.0f;
+    shifted[i] += 1.0f;
+  }
+  VrAbcCurvesStreamWriter out;
+  VrAbcCurvesStreamWriter::Options options;
+  options.objectName = "hair";
+  options.frame = 12.0;
+  options.framesPerSecond = 25.0;
+  options.sampleOffsets = {-0.25, 0.0, 0.5};
+  ASSERT_TRUE(out.open(path, options));
+  EXPECT_EQ(out.numSamples(), 3u);
+  size_t point = 0;
+  for (size_t first = 0; first < groom.counts.size(); first += 7) {
+    const size_t n = std::min<size_t>(7, groom.counts.size() - first);
+    uint64_t numPoints = 0;
+    for (size_t i = first; i < first + n; ++i) numPoints += static_cast<uint64_t>(groom.counts[i]);
+    const float* rows[3] = {groom.points.data() + 3 * point, moved.data() + 3 * point,
+                            shifted.data() + 3 * point};
+    ASSERT_TRUE(
+        out.appendSamples(rows, numPoints, groom.counts.data() + first, n, groom.widths.data() + point));
+    point += numPoints;
+  }
+  ASSERT_TRUE(out.close());
+
+  VrAbcArchive archive;
+  ASSERT_TRUE(archive.open(path));
+  VrAbcObject object;
+  ASSERT_TRUE(archive.findObject("/hair", object));
+  VrAbcCurves curves;
+  ASSERT_TRUE(curves.open(object));
+  ASSERT_EQ(curves.numSamples(), 3u);
+  // (12 - 0.25) / 25, 12 / 25, (12 + 0.5) / 25 seconds.
+  const double times[3] = {0.47, 0.48, 0.5};
+  const std::vector<float>* expected[3] = {&groom.points, &moved, &shifted};
+  for (uint32_t i = 0; i < 3; ++i) {
+    SCOPED_TRACE("sample " + std::to_string(i));
+    double time = -1.0;
+    ASSERT_TRUE(curves.timeSampling().sampleTime(i, time));
+    EXPECT_NEAR(time, times[i], 1e-12);
+    VrAbcCurves::Sample sample;
+    ASSERT_TRUE(curves.read(i, sample));
+    EXPECT_EQ(sample.points.positions, *expected[i]);
+    EXPECT_EQ(sample.numVertices, groom.counts);
+    ASSERT_TRUE(sample.hasWidths);
+    std::vector<float> widths;
+    ASSERT_TRUE(sample.widths.values.as(widths));
+    EXPECT_EQ(widths, groom.widths);
+    // The box of each sample is its own: z spans [-49, 0] moved by 2 in sample 1.
+    EXPECT_DOUBLE_EQ(sample.points.bounds[2], i == 1 ? -47.0 : -49.0);
+    EXPECT_DOUBLE_EQ(sample.points.bounds[5], i == 1 ? 2.0 : 0.0);
+  }
+  // Counts repeat, points change: the topology is shared.
+  EXPECT_EQ(curves.topologyVariance(), VrAbcSchema::Variance::Homogeneous);
+  EXPECT_TRUE(log.errors().empty());
+}
+
+TEST(AbcCurvesStreamWriter, MotionSampleMisuseIsRefused) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  const std::string path = dir.file("out.abc");
+  const Groom groom(3);
+  VrAbcCurvesStreamWriter::Options options;
+  for (const std::vector<double>& offsets : {std::vector<double>{0.5, 0.5}, std::vector<double>{0.5, -0.5}}) {
+    options.sampleOffsets = offsets;
+    VrAbcCurvesStreamWriter out;
+    EXPECT_FALSE(out.open(path, options));
+  }
+  ASSERT_EQ(log.errors().size(), 2u);
+  EXPECT_EQ(log.errors().back(),
+            "VrAbcCurvesStreamWriter: " + path + ": the sample offsets must be strictly increasing");
+  log.clear();
+  {  // A writer of two samples given the points of one.
+    options.sampleOffsets = {0.0, 1.0};
+    VrAbcCurvesStreamWriter out;
+    ASSERT_TRUE(out.open(path, options));
+    EXPECT_FALSE(out.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
+    EXPECT_FALSE(out.close());
+    ASSERT_EQ(log.errors().size(), 1u);
+    EXPECT_EQ(log.errors().front(),
+              "VrAbcCurvesStreamWriter: " + path +
+                  ": a writer of 2 samples needs the points of every sample");
+  }
+  log.clear();
+  {  // A missing row.
+    VrAbcCurvesStreamWriter out;
+    ASSERT_TRUE(out.open(path, options));
+    const float* rows[2] = {groom.points.data(), nullptr};
+    EXPECT_FALSE(out.appendSamples(rows, 9, groom.counts.data(), 3, nullptr));
+    EXPECT_FALSE(out.close());
+    ASSERT_EQ(log.errors().size(), 1u);
+    EXPECT_EQ(log.errors().front(), "VrAbcCurvesStreamWriter: " + path + ": a batch without its arrays");
+  }
+  // One offset is one sample at frame + offset, with the uniform sampling of a still output.
+  options.sampleOffsets = {0.5};
+  options.frame = 11.5;
+  {
+    VrAbcCurvesStreamWriter out;
+    ASSERT_TRUE(out.open(path, options));
+    EXPECT_EQ(out.numSamples(), 1u);
+    ASSERT_TRUE(out.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
+    ASSERT_TRUE(out.close());
+  }
+  const std::string still = dir.file("still.abc");
+  ASSERT_TRUE(writeWhole(still, groom, false, 12.0));
+  VrAbcArchive a, b;
+  ASSERT_TRUE(a.open(path));
+  ASSERT_TRUE(b.open(still));
+  VrAbcObject ca, cb;
+  ASSERT_TRUE(a.findObject("/curves", ca));
+  ASSERT_TRUE(b.findObject("/hair", cb));
+  VrAbcCurves sa, sb;
+  ASSERT_TRUE(sa.open(ca));
+  ASSERT_TRUE(sb.open(cb));
+  EXPECT_TRUE(sa.timeSampling() == sb.timeSampling());
+  EXPECT_EQ(sa.numSamples(), 1u);
 }

@@ -1,7 +1,10 @@
 // `vorn render`: failures leave no output, the output does not depend on the thread count, and
 // what comes out is what the bundled example's expressions ask for.
 
+#include "io/alembic/VrAbcArchive.h"
+#include "io/alembic/VrAbcCurves.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "renderers/renderapi/RenderAPITestSupport.h"
 #include "support/RunCommand.h"
 #include "support/TempDir.h"
 
@@ -78,6 +81,7 @@ struct Line {
   int face = 0;
   int id = 0;
   std::vector<double> cvs;
+  std::vector<std::vector<double>> samples;  // CVs of motion samples 1, 2, ...
   std::vector<double> widths;
 };
 
@@ -91,6 +95,7 @@ std::vector<Line> parse(const std::string& text) {
     const size_t face = row.find("\",\"face\":");
     const size_t id = row.find(",\"id\":");
     const size_t cvs = row.find(",\"cvs\":[");
+    const size_t samples = row.find("],\"samples\":[");
     const size_t widths = row.find("],\"widths\":[");
     if (patch != 0 || face == std::string::npos || id == std::string::npos || cvs == std::string::npos ||
         widths == std::string::npos || row.substr(row.size() - 2) != "]}") {
@@ -100,7 +105,16 @@ std::vector<Line> parse(const std::string& text) {
     line.patch = row.substr(10, face - 10);
     line.face = std::stoi(row.substr(face + 9));
     line.id = std::stoi(row.substr(id + 6));
-    line.cvs = numbersIn(row, cvs + 8, widths);
+    line.cvs = numbersIn(row, cvs + 8, samples == std::string::npos ? widths : samples);
+    if (samples != std::string::npos) {
+      // Every sample has as many CVs as sample 0.
+      const std::vector<double> all = numbersIn(row, samples + 13, widths);
+      for (size_t at = 0; !line.cvs.empty() && at + line.cvs.size() <= all.size(); at += line.cvs.size())
+        line.samples.emplace_back(all.begin() + static_cast<long>(at),
+                                  all.begin() + static_cast<long>(at + line.cvs.size()));
+      if (line.samples.empty() || line.samples.size() * line.cvs.size() != all.size())
+        ADD_FAILURE() << "motion samples of another size than sample 0: " << row;
+    }
     line.widths = numbersIn(row, widths + 12, row.size() - 2);
     lines.push_back(line);
   }
@@ -262,4 +276,169 @@ TEST(VornRender, AlembicOutputOpensWithInspectAndHoldsEveryCurve) {
   EXPECT_NE(dump.output.find("\nwidths_count: " + std::to_string(points) + "\n"), std::string::npos);
   EXPECT_NE(dump.output.find("\ntime: 0.0416666667\n"), std::string::npos);  // frame 1 at 24 per second
   EXPECT_NE(dump.output.find("\nend: ok\n"), std::string::npos);
+}
+
+// A grid that stands at z = 0 on frame 24 and at z = 1 on frame 25 (24 per second), with
+// splines on its four faces.
+class MovingGrid {
+ public:
+  MovingGrid() {
+    EXPECT_TRUE(vrtest::writeGrid(geometry));
+    collection = dir.write("grid.vorn", vrtest::collectionText("grid"));
+  }
+  std::string args(const std::string& frame, const std::string& output) const {
+    return "render " + shellWord(collection) + " --geom " + shellWord(geometry) + " --frame " + frame +
+           " -o " + shellWord(output);
+  }
+  vrtest::TempDir dir;
+  std::string geometry = dir.file("grid.abc");
+  std::string collection;
+};
+
+// Every CV of sample 1 is that of sample 0 moved by (0, 0, dz); roots stand at z = root.
+void expectMovedBy(const std::vector<Line>& lines, double root, double dz) {
+  ASSERT_GT(lines.size(), 10u);
+  for (const Line& line : lines) {
+    SCOPED_TRACE("face " + std::to_string(line.face) + " id " + std::to_string(line.id));
+    ASSERT_EQ(line.samples.size(), 1u);
+    ASSERT_EQ(line.samples[0].size(), line.cvs.size());
+    ASSERT_GE(line.cvs.size(), 6u);
+    EXPECT_NEAR(line.cvs[2], root, 1e-5);
+    for (size_t k = 0; k < line.cvs.size(); k += 3) {
+      EXPECT_NEAR(line.samples[0][k], line.cvs[k], 1e-5);
+      EXPECT_NEAR(line.samples[0][k + 1], line.cvs[k + 1], 1e-5);
+      EXPECT_NEAR(line.samples[0][k + 2], line.cvs[k + 2] + dz, 1e-5);
+    }
+  }
+}
+
+// The line without its "samples" member.
+std::string withoutSamples(const std::string& text) {
+  std::string out;
+  std::istringstream in(text);
+  for (std::string row; std::getline(in, row);) {
+    const size_t from = row.find(",\"samples\":");
+    const size_t to = row.find(",\"widths\":");
+    if (from != std::string::npos && to != std::string::npos && to > from) row.erase(from, to - from);
+    out += row + "\n";
+  }
+  return out;
+}
+
+TEST(VornRender, MotionSamplesFollowTheMovingGeometry) {
+  const MovingGrid grid;
+  // Frame 24.5 with offsets -0.5 and 0.5 samples the geometry at its own frames 24 and 25.
+  std::vector<std::string> outputs;
+  for (const std::string& threads : {std::string(), std::string(" --threads 2")}) {
+    const std::string out = grid.dir.file("moving" + std::to_string(outputs.size()) + ".jsonl");
+    const auto result = vorn(grid.args("24.5", out) + " --motion-samples=-0.5,0.5" + threads);
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    // The back end is given a shutter time per sample and has nothing to complain about.
+    EXPECT_EQ(result.output.find("error"), std::string::npos) << result.output;
+    outputs.push_back(readText(out));
+  }
+  EXPECT_EQ(firstDifference(outputs[1], outputs[0]), "");
+  const std::vector<Line> lines = parse(outputs[0]);
+  expectMovedBy(lines, 0.0, 1.0);
+  for (const Line& line : lines) EXPECT_EQ(line.patch, "plane");
+
+  // Between the stored frames the geometry is interpolated when asked: frames 24.25 and 24.75
+  // put the grid at z = 0.25 and 0.75.
+  const std::string linear = grid.dir.file("linear.jsonl");
+  const auto result =
+      vorn(grid.args("24.5", linear) + " --motion-samples \"-0.25 0.25\" --args \"-interpolation linear\"");
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_EQ(result.output.find("error"), std::string::npos) << result.output;
+  const std::vector<Line> between = parse(readText(linear));
+  expectMovedBy(between, 0.25, 0.5);
+  EXPECT_EQ(between.size(), lines.size());
+}
+
+TEST(VornRender, OneMotionSampleWritesWhatAStillRenderWrites) {
+  const MovingGrid grid;
+  const std::string still = grid.dir.file("still.jsonl");
+  const std::string one = grid.dir.file("one.jsonl");
+  const std::string two = grid.dir.file("two.jsonl");
+  ASSERT_EQ(vorn(grid.args("24", still)).exitCode, 0);
+  ASSERT_EQ(vorn(grid.args("24", one) + " --motion-samples 0").exitCode, 0);
+  ASSERT_EQ(vorn(grid.args("24", two) + " --motion-samples 0,1 --threads 2").exitCode, 0);
+  const std::string stillText = readText(still);
+  ASSERT_FALSE(stillText.empty());
+  EXPECT_EQ(stillText.find("samples"), std::string::npos);
+  EXPECT_EQ(firstDifference(readText(one), stillText), "");
+  // Sample 0 of a moving render is the still render of its frame.
+  const std::string twoText = readText(two);
+  EXPECT_NE(twoText.find("],\"samples\":[[["), std::string::npos);
+  EXPECT_EQ(firstDifference(withoutSamples(twoText), stillText), "");
+  expectMovedBy(parse(twoText), 0.0, 1.0);
+}
+
+TEST(VornRender, AlembicOutputHoldsEveryMotionSample) {
+  const MovingGrid grid;
+  const std::string json = grid.dir.file("moving.jsonl");
+  const std::string abc = grid.dir.file("moving.abc");
+  ASSERT_EQ(vorn(grid.args("24.5", json) + " --motion-samples=-0.5,0.5").exitCode, 0);
+  const auto rendered = vorn(grid.args("24.5", abc) + " --motion-samples=-0.5,0.5 --threads 2");
+  ASSERT_EQ(rendered.exitCode, 0) << rendered.output;
+  const std::vector<Line> lines = parse(readText(json));
+  ASSERT_FALSE(lines.empty());
+
+  // Read back: two samples at frames 24 and 25, each with the points of the JSON lines.
+  VrAbcArchive archive;
+  ASSERT_TRUE(archive.open(abc));
+  VrAbcObject object;
+  ASSERT_TRUE(archive.findObject("/vornCurves", object));
+  VrAbcCurves curves;
+  ASSERT_TRUE(curves.open(object));
+  ASSERT_EQ(curves.numSamples(), 2u);
+  double lowestZ[2] = {0.0, 0.0};
+  for (uint32_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE("sample " + std::to_string(i));
+    double time = 0.0;
+    ASSERT_TRUE(curves.timeSampling().sampleTime(i, time));
+    EXPECT_NEAR(time, (24.0 + i) / 24.0, 1e-12);
+    VrAbcCurves::Sample sample;
+    ASSERT_TRUE(curves.read(i, sample));
+    std::vector<float> expected;
+    std::vector<int32_t> counts;
+    for (const Line& line : lines) {
+      const std::vector<double>& cvs = i == 0 ? line.cvs : line.samples[0];
+      expected.insert(expected.end(), cvs.begin(), cvs.end());
+      counts.push_back(static_cast<int32_t>(line.widths.size()));
+    }
+    EXPECT_EQ(sample.points.positions, expected);
+    EXPECT_EQ(sample.numVertices, counts);
+    EXPECT_TRUE(sample.hasWidths);
+    lowestZ[i] = sample.points.bounds[2];
+  }
+  // The roots stand on the grid, at z = 0 and then z = 1.
+  EXPECT_NEAR(lowestZ[0], 0.0, 1e-5);
+  EXPECT_NEAR(lowestZ[1], 1.0, 1e-5);
+
+  // `vorn inspect` shows both samples with their times.
+  const auto dump = vorn("inspect " + shellWord(abc));
+  ASSERT_EQ(dump.exitCode, 0) << dump.output;
+  EXPECT_NE(dump.output.find("\nsample: /vornCurves 1\n"), std::string::npos) << dump.output;
+  EXPECT_NE(dump.output.find("\ntime: 1\n"), std::string::npos) << dump.output;
+  EXPECT_NE(dump.output.find("\ntime: 1.04166667\n"), std::string::npos) << dump.output;
+  EXPECT_NE(dump.output.find("\nend: ok\n"), std::string::npos);
+}
+
+TEST(VornRender, BadMotionFlagsAreUsageErrors) {
+  const MovingGrid grid;
+  const std::string out = grid.dir.file("out.jsonl");
+  const std::pair<std::string, std::string> cases[] = {
+      {" --motion-samples 0.5,0.5", "vorn: --motion-samples must be frame offsets in increasing order"},
+      {" --motion-samples 1,0", "vorn: --motion-samples must be frame offsets in increasing order"},
+      {" --motion-samples 0,x", "vorn: --motion-samples takes numbers separated by commas: 0,x"},
+      {" --fps 0", "vorn: --fps must be above 0"},
+      {" --motion-samples 0,1 --shutter 0,0.5,1", "vorn: --shutter needs one time per motion sample (2)"},
+  };
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.first);
+    const auto result = vorn(grid.args("24", out) + entry.first);
+    EXPECT_EQ(result.exitCode, 2) << result.output;
+    EXPECT_NE(result.output.find(entry.second), std::string::npos) << result.output;
+    EXPECT_FALSE(std::filesystem::exists(out));
+  }
 }
