@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cmath>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <vector>
@@ -61,19 +62,25 @@ class ProbeFXModule : public VrFXModule {
   void finishModule(VrPrimitive*) override { ++finishes; }
   void beginPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++begins; }
   void endPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++ends; }
+  // Called by render workers at once: the records are shared, so they are guarded.
   void apply(VrPrimitive*, VrPrimitiveContext& context, double, double) override {
     ++applied;
-    order.push_back(moduleIndex());
+    {
+      std::lock_guard<std::mutex> hold(orderMutex);
+      order.push_back(moduleIndex());
+    }
     if (cull) context.setCullPrim(true);
   }
-  int applied = 0;
+  std::atomic<int> applied{0};
   bool cull = false;
   bool refuse = false;
   std::atomic<int> begins{0}, ends{0};
   int inits = 0, finishes = 0;
   static std::vector<int> order;
+  static std::mutex orderMutex;
 };
 std::vector<int> ProbeFXModule::order;
+std::mutex ProbeFXModule::orderMutex;
 
 void* createProbe(VrDescription* description) { return static_cast<VrObject*>(new ProbeFXModule(description)); }
 const bool probeRegistered = VrRegisterModule("TestProbeFXModule", &createProbe);
@@ -351,7 +358,7 @@ TEST(VrPrimitive, CulledPrimitiveMakesNoGeometry) {
   primitive.makeGeometry(0.5, 0.5, nullptr);
   EXPECT_TRUE(primitive.context().cullPrim());
   EXPECT_EQ(primitive.mkCalls, 0);
-  EXPECT_EQ(module->applied, 0);
+  EXPECT_EQ(module->applied.load(), 0);
   EXPECT_EQ(primitive.postCalls, 0);
   ASSERT_EQ(log.errors().size(), 1u);
   EXPECT_EQ(log.errors()[0].rfind("Candidate guides have not been associated! ", 0), 0u);
