@@ -15,6 +15,7 @@
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcMeshWriter.h"
+#include "renderers/renderapi/RenderAPITestSupport.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 
 #include "BenchAllocations.h"
@@ -79,29 +80,14 @@ std::string collectionText(const std::string& name) {
 }
 
 // Counts what it is given; answers the camera questions with a view of the whole grid.
-class CountingCallbacks : public VornRenderAPI::ProceduralCallbacks {
+class CountingCallbacks : public vrtest::CameraCallbacks {
  public:
   using Cache = VornRenderAPI::PrimitiveCache;
+  CountingCallbacks() : CameraCallbacks("1,0,0,0,0,1,0,0,0,0,1,0,0,0,40,1") {}
   void flush(const char*, Cache* cache) override {
     if (!flushed.exchange(true)) firstFlush = Clock::now();
     primitives += cache->getUInt(Cache::EUIntAttribute::BatchCount);
     cvs += cache->getVec3Array2DSize(Cache::EVec3Array2DAttribute::Points, 0);
-  }
-  const char* getString(EStringAttribute key) override {
-    switch (key) {
-      case EStringAttribute::RenderCam:
-        return "persp,0,0,-1";
-      case EStringAttribute::RenderCamFOV:
-        return "90,90";
-      case EStringAttribute::RenderCamRatio:
-        return "1";
-      case EStringAttribute::RenderCamXform:
-        return "1,0,0,0,0,1,0,0,0,0,1,0,0,0,40,1";
-      case EStringAttribute::Phase:
-        return "Final";
-      default:
-        return "";
-    }
   }
   std::atomic<bool> flushed{false};
   Clock::time_point firstFlush;

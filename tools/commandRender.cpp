@@ -26,6 +26,7 @@
 #include "document/VrObject.h"
 #include "document/VrPalette.h"
 #include "document/VrTaskManager.h"
+#include "document/vrutilScratchFile.h"
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
@@ -122,15 +123,8 @@ class RunSpool {
   ~RunSpool() {
     if (file) std::fclose(file);
   }
-  bool open() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string name = std::string(tmp && *tmp ? tmp : "/tmp") + "/vornRenderXXXXXX";
-    std::vector<char> buffer(name.begin(), name.end());
-    buffer.push_back('\0');
-    const int fd = mkstemp(buffer.data());
-    if (fd < 0) return false;
-    unlink(buffer.data());
-    file = fdopen(fd, "w+b");
+  bool open(std::string& error) {
+    file = vrutil::openScratchFile("", error);
     return file != nullptr;
   }
   // Appends the bytes of one run; thread-safe.
@@ -595,8 +589,9 @@ int render(const RenderRequest& request, const CliLogger& logger) {
 
   const unsigned errorsBefore = logger.errors();
   RunSpool spool;
-  if (!spool.open()) {
-    fail("cannot make a temporary file for the render");
+  std::string spoolError;
+  if (!spool.open(spoolError)) {
+    fail("cannot make a temporary file for the render: " + spoolError);
     return ExitFailed;
   }
   RenderCallbacks callbacks(request, spool);

@@ -1,9 +1,7 @@
 #include "io/alembic/VrAbcSpool.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <unistd.h>
+#include "document/vrutilScratchFile.h"
+
 #include <vector>
 
 VrAbcSpool::~VrAbcSpool() {
@@ -15,27 +13,8 @@ bool VrAbcSpool::open(const std::string& directory, std::string& error) {
   file = nullptr;
   hash = VrAbcMurmur3::Stream();
   broken = false;
-  std::string dir = directory;
-  if (dir.empty()) {
-    const char* tmp = std::getenv("TMPDIR");
-    dir = tmp && *tmp ? tmp : "/tmp";
-  }
-  std::string name = dir + "/vornSpoolXXXXXX";
-  std::vector<char> buffer(name.begin(), name.end());
-  buffer.push_back('\0');
-  const int fd = mkstemp(buffer.data());
-  if (fd < 0) {
-    error = "cannot make a temporary file in " + dir + ": " + std::strerror(errno);
-    return false;
-  }
-  unlink(buffer.data());
-  file = fdopen(fd, "w+b");
-  if (!file) {
-    close(fd);
-    error = "cannot open a temporary file in " + dir;
-    return false;
-  }
-  return true;
+  file = vrutil::openScratchFile(directory, error);
+  return file != nullptr;
 }
 
 bool VrAbcSpool::append(const void* data, uint64_t bytes) {

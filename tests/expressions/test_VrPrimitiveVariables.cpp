@@ -12,6 +12,9 @@
 #include "renderers/VrNullRenderer.h"
 #include "renderers/VrRenderer.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
+#include "support/GridSurface.h"
+#include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
 #include <tbb/blocked_range.h>
@@ -33,40 +36,18 @@ using Vec = SgVec3T<double>;
 
 // A 4 x 4 grid of unit quads in the z = 0 plane, moved by `shift`.
 std::unique_ptr<SgSubdSurface> grid(const Vec& shift) {
-  const int n = 4;
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i)
-      verts.insert(verts.end(), {static_cast<float>(i + shift.x), static_cast<float>(j + shift.y),
-                                 static_cast<float>(shift.z)});
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
-                                         faceVerts.data());
+  return vrtest::gridSurface(4, static_cast<float>(shift.z), 0.0f, shift.x, shift.y);
 }
 
 // A description with a spline primitive working on face 5 of a patch whose reference surface is
 // the plain grid and whose animated surface is the grid moved by `shift`.
-struct Scene {
+struct Scene : vrtest::PatchScene {
   explicit Scene(const Vec& shift = Vec(), const std::string& name = "fur")
-      : palette(new VrPalette), description(new VrDescription) {
-    palette->addDescription(description);
-    description->setAttr("name", name);
-    reference = grid(Vec());
-    animated = grid(shift);
-    patch = new VrSubdPatch(description);
-    patch->setName("body");
-    description->addPatch(patch);
-    patch->bindGeometry(reference.get(), animated.get(), false);
+      : PatchScene(grid(shift), grid(Vec()), name) {
     description->setActive("SplinePrimitive");
     primitive = description->activePrimitive();
     context().setActivePatchFace(patch, 5);
   }
-  ~Scene() { patch->unbindGeometry(); }
 
   VrPrimitiveContext& context() { return primitive->context(); }
 
@@ -77,19 +58,10 @@ struct Scene {
     return e.eval(u, v, 5, &patch->name());
   }
 
-  std::unique_ptr<VrPalette> palette;
-  VrDescription* description;
-  std::unique_ptr<SgSubdSurface> reference;
-  std::unique_ptr<SgSubdSurface> animated;
-  VrSubdPatch* patch;
   VrPrimitive* primitive;
 };
 
-void expectNear(const Vec& a, const Vec& b, double tolerance = 1e-9) {
-  EXPECT_NEAR(a.x, b.x, tolerance);
-  EXPECT_NEAR(a.y, b.y, tolerance);
-  EXPECT_NEAR(a.z, b.z, tolerance);
-}
+void expectNear(const Vec& a, const Vec& b, double tolerance = 1e-9) { vrtest::expectNear(a, b, tolerance); }
 
 SgXform3T<double> translation(const Vec& t) {
   SgXform3T<double> x;

@@ -12,7 +12,9 @@
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurvesWriter.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
 #include "support/GridSurface.h"
+#include "support/PatchScene.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -28,16 +30,9 @@ using vrtest::expectNear;
 
 // A named collection with one description, a flat 4 x 4 patch and a spline primitive with three
 // guides shaped from guides (CV interpolation) at face centres.
-struct Scene {
-  Scene() : palette(new VrPalette), description(new VrDescription) {
+struct Scene : vrtest::PatchScene {
+  Scene() : PatchScene(vrtest::gridSurface(4), nullptr, "hair") {
     palette->setAttr("name", "cacheScene");
-    palette->addDescription(description);
-    description->setAttr("name", "hair");
-    surface = vrtest::gridSurface(4);
-    patch = new VrSubdPatch(description);
-    patch->setName("body");
-    description->addPatch(patch);
-    patch->bindGeometry(nullptr, surface.get(), false);
     spline = std::make_unique<VrSplinePrimitive>(description);
     spline->setAttr("iMethod", "1");
     const int faces[] = {5, 6, 10};
@@ -53,7 +48,6 @@ struct Scene {
     }
     vrutil::clearFileCache();
   }
-  ~Scene() { patch->unbindGeometry(); }
 
   std::vector<std::vector<Vec>> origCVs() const {
     std::vector<std::vector<Vec>> out;
@@ -61,10 +55,6 @@ struct Scene {
     return out;
   }
 
-  std::unique_ptr<VrPalette> palette;
-  VrDescription* description;
-  std::unique_ptr<SgSubdSurface> surface;
-  VrSubdPatch* patch;
   std::unique_ptr<VrSplinePrimitive> spline;
 };
 

@@ -9,6 +9,7 @@
 #include "primitives/VrPrimitive.h"
 #include "support/CaptureLogger.h"
 #include "support/GridSurface.h"
+#include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
 
@@ -30,18 +31,11 @@ class TestPrimitive : public VrPrimitive {
 };
 
 // A collection with one description, one primitive and one bound grid patch.
-struct Scene {
-  explicit Scene(int n = 4, float warp = 0.0f) : palette(new VrPalette), description(new VrDescription) {
-    palette->addDescription(description);
-    surface = vrtest::gridSurface(n, 0.0f, warp);
-    patch = new VrSubdPatch(description);
-    patch->setName("body");
-    description->addPatch(patch);
-    patch->bindGeometry(nullptr, surface.get(), false);
+struct Scene : vrtest::PatchScene {
+  explicit Scene(int n = 4, float warp = 0.0f) : PatchScene(vrtest::gridSurface(n, 0.0f, warp)) {
     primitive = std::make_unique<TestPrimitive>(description);
     primitive->setIMethod(1);
   }
-  ~Scene() { patch->unbindGeometry(); }
 
   VrGuide& addGuide(int face, double u, double v, double blend = 0.0) {
     VrGuide& g = primitive->addGuide();
@@ -55,10 +49,6 @@ struct Scene {
     return g;
   }
 
-  std::unique_ptr<VrPalette> palette;
-  VrDescription* description;
-  std::unique_ptr<SgSubdSurface> surface;
-  VrSubdPatch* patch;
   std::unique_ptr<TestPrimitive> primitive;
 };
 

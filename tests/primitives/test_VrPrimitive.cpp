@@ -11,7 +11,9 @@
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrNullRenderer.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
 #include "support/GridSurface.h"
+#include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
 
@@ -105,22 +107,8 @@ class CountingContext : public VrPrimitiveContext {
 };
 
 // One description with a 4 x 4 patch whose animated surface lies one unit above the reference.
-struct Scene {
-  Scene() : palette(new VrPalette), description(new VrDescription) {
-    palette->addDescription(description);
-    reference = vrtest::gridSurface(4, 0.0f);
-    animated = vrtest::gridSurface(4, 1.0f);
-    patch = new VrSubdPatch(description);
-    patch->setName("body");
-    description->addPatch(patch);
-    patch->bindGeometry(reference.get(), animated.get(), false);
-  }
-  ~Scene() { patch->unbindGeometry(); }
-
-  std::unique_ptr<VrPalette> palette;
-  VrDescription* description;
-  std::unique_ptr<SgSubdSurface> reference, animated;
-  VrSubdPatch* patch;
+struct Scene : vrtest::PatchScene {
+  Scene() : PatchScene(vrtest::gridSurface(4, 1.0f), vrtest::gridSurface(4, 0.0f)) {}
 };
 
 }  // namespace

@@ -12,7 +12,9 @@
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrSplinePrimitive.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
 #include "support/GridSurface.h"
+#include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
 
@@ -47,17 +49,8 @@ class PlainPrimitive : public VrPrimitive {
 };
 
 // A description with a bound 4 x 4 patch and a spline primitive.
-struct Scene {
-  Scene() : palette(new VrPalette), description(new VrDescription) {
-    palette->addDescription(description);
-    surface = vrtest::gridSurface(4);
-    patch = new VrSubdPatch(description);
-    patch->setName("body");
-    description->addPatch(patch);
-    patch->bindGeometry(nullptr, surface.get(), false);
-    spline = std::make_unique<VrSplinePrimitive>(description);
-  }
-  ~Scene() { patch->unbindGeometry(); }
+struct Scene : vrtest::PatchScene {
+  Scene() : PatchScene(vrtest::gridSurface(4)) { spline = std::make_unique<VrSplinePrimitive>(description); }
 
   // Adds a module of `type` named `name`.
   VrFXModule* add(const std::string& type, const std::string& name) {
@@ -71,10 +64,6 @@ struct Scene {
     return out;
   }
 
-  std::unique_ptr<VrPalette> palette;
-  VrDescription* description;
-  std::unique_ptr<SgSubdSurface> surface;
-  VrSubdPatch* patch;
   std::unique_ptr<VrSplinePrimitive> spline;
 };
 

@@ -8,7 +8,9 @@
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
 #include "support/GridSurface.h"
+#include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
 #include <tbb/blocked_range.h>
@@ -27,18 +29,11 @@ using Vec = SgVec3T<double>;
 using vrtest::expectNear;
 
 // A description with a flat 4 x 4 patch and a spline primitive on face 5.
-struct Scene {
-  Scene() : palette(new VrPalette), description(new VrDescription) {
-    palette->addDescription(description);
-    surface = vrtest::gridSurface(4);
-    patch = new VrSubdPatch(description);
-    patch->setName("body");
-    description->addPatch(patch);
-    patch->bindGeometry(nullptr, surface.get(), false);
+struct Scene : vrtest::PatchScene {
+  Scene() : PatchScene(vrtest::gridSurface(4)) {
     spline = std::make_unique<VrSplinePrimitive>(description);
     spline->context().setActivePatchFace(patch, 5);
   }
-  ~Scene() { patch->unbindGeometry(); }
 
   VrSplinePrimitiveContext& context() { return spline->splineContext(); }
   const std::vector<Vec>& make(double u = 0.5, double v = 0.5) {
@@ -46,10 +41,6 @@ struct Scene {
     return context().cGeom();
   }
 
-  std::unique_ptr<VrPalette> palette;
-  VrDescription* description;
-  std::unique_ptr<SgSubdSurface> surface;
-  VrSubdPatch* patch;
   std::unique_ptr<VrSplinePrimitive> spline;
 };
 

@@ -1,23 +1,22 @@
 #pragma once
-// Flat quad grids for tests of anything that stands on a surface, and a comparison of vectors.
+// Flat quad grids for tests and benchmarks of anything that stands on a surface.
 
 #include "geometry/SgSubdSurface.h"
-#include "geometry/SgVec3T.h"
-
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
 
 namespace vrtest {
 
-/// An n x n grid of unit quads over [0, n] x [0, n]. Vertex (i, j) stands at height
-/// `height` + `warp` * ((7i + 3j) mod 5), so a non-zero `warp` makes the limit surface curve.
-inline std::unique_ptr<SgSubdSurface> gridSurface(int n, float height = 0.0f, float warp = 0.0f) {
+/// An n x n grid of unit quads over [0, n] x [0, n], moved by (shiftX, shiftY) in the plane.
+/// Vertex (i, j) stands at height `height` + `warp` * ((7i + 3j) mod 5), so a non-zero `warp`
+/// makes the limit surface curve.
+inline std::unique_ptr<SgSubdSurface> gridSurface(int n, float height = 0.0f, float warp = 0.0f,
+                                                  double shiftX = 0.0, double shiftY = 0.0) {
   std::vector<float> verts;
   for (int j = 0; j <= n; ++j)
     for (int i = 0; i <= n; ++i)
-      verts.insert(verts.end(), {static_cast<float>(i), static_cast<float>(j),
+      verts.insert(verts.end(), {static_cast<float>(i + shiftX), static_cast<float>(j + shiftY),
                                  height + warp * static_cast<float>((i * 7 + j * 3) % 5)});
   std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
   for (int j = 0; j < n; ++j)
@@ -27,13 +26,6 @@ inline std::unique_ptr<SgSubdSurface> gridSurface(int n, float height = 0.0f, fl
     }
   return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(),
                                          faceVerts.data());
-}
-
-/// Expects each component of `a` within `tolerance` of that of `b`.
-inline void expectNear(const SgVec3T<double>& a, const SgVec3T<double>& b, double tolerance) {
-  EXPECT_NEAR(a.x, b.x, tolerance);
-  EXPECT_NEAR(a.y, b.y, tolerance);
-  EXPECT_NEAR(a.z, b.z, tolerance);
 }
 
 }  // namespace vrtest

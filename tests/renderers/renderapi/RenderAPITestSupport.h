@@ -3,6 +3,7 @@
 // splines on it, and a callbacks object that records every batch it is given.
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <mutex>
 #include <sstream>
@@ -32,8 +33,46 @@ struct RenderedPrim {
   }
 };
 
+/// The length of the polyline through the primitive's sample-0 CVs.
+inline double polylineLength(const RenderedPrim& prim) {
+  double length = 0.0;
+  for (int k = 1; k < prim.cvs; ++k) {
+    const float* a = &prim.points[3 * (k - 1)];
+    const float* b = &prim.points[3 * k];
+    length += std::sqrt((b[0] - a[0]) * (b[0] - a[0]) + (b[1] - a[1]) * (b[1] - a[1]) +
+                        (b[2] - a[2]) * (b[2] - a[2]));
+  }
+  return length;
+}
+
+/// Answers the camera questions of a colour pass: a perspective camera with a 90 degree view
+/// looking down -z, placed by `cameraXform` (16 numbers, camera to world).
+class CameraCallbacks : public VornRenderAPI::ProceduralCallbacks {
+ public:
+  explicit CameraCallbacks(const char* cameraXform = "1,0,0,0,0,1,0,0,0,0,1,0,0,0,10,1") : xform(cameraXform) {}
+  const char* getString(EStringAttribute key) override {
+    switch (key) {
+      case EStringAttribute::RenderCam:
+        return "persp,0,0,-1";
+      case EStringAttribute::RenderCamFOV:
+        return "90,90";
+      case EStringAttribute::RenderCamRatio:
+        return "1";
+      case EStringAttribute::RenderCamXform:
+        return xform;
+      case EStringAttribute::Phase:
+        return "Final";
+      default:
+        return "";
+    }
+  }
+
+ private:
+  const char* xform;
+};
+
 /// Answers the camera and shutter questions from its fields and records every flush.
-class RecordingCallbacks : public VornRenderAPI::ProceduralCallbacks {
+class RecordingCallbacks : public CameraCallbacks {
  public:
   using Cache = VornRenderAPI::PrimitiveCache;
 
@@ -88,22 +127,6 @@ class RecordingCallbacks : public VornRenderAPI::ProceduralCallbacks {
   unsigned getArraySize(EFloatArrayAttribute key) override {
     auto found = arrays.find(static_cast<int>(key));
     return found == arrays.end() ? 0u : static_cast<unsigned>(found->second.size());
-  }
-  const char* getString(EStringAttribute key) override {
-    switch (key) {
-      case EStringAttribute::RenderCam:
-        return "persp,0,0,-1";
-      case EStringAttribute::RenderCamFOV:
-        return "90,90";
-      case EStringAttribute::RenderCamRatio:
-        return "1";
-      case EStringAttribute::RenderCamXform:
-        return "1,0,0,0,0,1,0,0,0,0,1,0,0,0,10,1";
-      case EStringAttribute::Phase:
-        return "Final";
-      default:
-        return "";
-    }
   }
   bool getBool(EBoolAttribute key) override {
     return key == EBoolAttribute::DontReleaseCollection && keepCollection;

@@ -29,6 +29,7 @@ namespace {
 
 using namespace VornRenderAPI;
 using vrtest::RenderedPrim;
+using vrtest::polylineLength;
 using Cache = PrimitiveCache;
 
 /// Records, besides what the base keeps, u per primitive and every custom row by name.
@@ -109,16 +110,6 @@ class RenderAPIChannels : public ::testing::Test {
     runner->setGrain(1);
     runner->run();
     runner->release();
-  }
-  static double polylineLength(const RenderedPrim& prim) {
-    double length = 0.0;
-    for (int k = 1; k < prim.cvs; ++k) {
-      const float* a = &prim.points[3 * (k - 1)];
-      const float* b = &prim.points[3 * k];
-      length += std::sqrt((b[0] - a[0]) * (b[0] - a[0]) + (b[1] - a[1]) * (b[1] - a[1]) +
-                          (b[2] - a[2]) * (b[2] - a[2]));
-    }
-    return length;
   }
   // The primitives of a render without level-of-detail factors, in (face, id) order.
   std::vector<RenderedPrim> plainRender() {

@@ -244,14 +244,7 @@ TEST_F(RenderAPI, SplinesArriveWithTheirCVsAndWidths) {
     EXPECT_GE(prim.points[0], (prim.face % 2) - 1e-6);
     EXPECT_LE(prim.points[0], (prim.face % 2) + 1 + 1e-6);
     // The polyline has the primitive's length.
-    double length = 0.0;
-    for (int k = 1; k < prim.cvs; ++k) {
-      const float* a = &prim.points[3 * (k - 1)];
-      const float* b = &prim.points[3 * k];
-      length += std::sqrt((b[0] - a[0]) * (b[0] - a[0]) + (b[1] - a[1]) * (b[1] - a[1]) +
-                          (b[2] - a[2]) * (b[2] - a[2]));
-    }
-    EXPECT_NEAR(length, 0.5, 1e-4);
+    EXPECT_NEAR(vrtest::polylineLength(prim), 0.5, 1e-4);
     // Tapered: the tip is narrower than the root.
     EXPECT_LT(prim.widths.back(), prim.widths.front());
   }
