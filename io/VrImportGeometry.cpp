@@ -17,11 +17,13 @@
 #include "io/alembic/VrAbcGeomParam.h"
 #include "io/alembic/VrAbcGeomParamWriter.h"
 #include "io/alembic/VrAbcNuPatch.h"
+#include "io/alembic/VrAbcPlacement.h"
 #include "io/alembic/VrAbcPolyMesh.h"
 #include "io/alembic/VrAbcSampleInterpolator.h"
 #include "io/alembic/VrAbcScalarProperty.h"
 #include "io/alembic/VrAbcSchema.h"
 #include "io/alembic/VrAbcSubD.h"
+#include "io/alembic/VrAbcWinding.h"
 #include "primitives/VrBasePrimitive.h"
 #include "primitives/VrGuide.h"
 
@@ -41,6 +43,7 @@ struct ImportMemo {
   std::map<std::string, VrSurfaceTable> references;
   std::map<std::string, VrSurfaceTable> frames;
   unsigned reads = 0;
+  VrGeometrySpace space = VrGeometrySpace::World;
   // Part of the names under which the memo's surfaces enter SgSurfaceCache, counted up at each
   // reset, so that surfaces patches still hold from before a reset are never picked up again.
   unsigned generation = 0;
@@ -79,10 +82,35 @@ class GeometryObject {
   /// Face vertex counts and vertex lists of a mesh, or the vertex count of each curve (with no
   /// indices) of a curve set, at sample `index`. False for a surface.
   virtual bool topology(uint32_t, std::vector<int32_t>&, std::vector<int32_t>&) const { return false; }
+  /// Whether the faces may differ between samples.
+  virtual bool topologyMayChange() const { return false; }
+
+  /// The transforms above the object; its points are moved through them into world space
+  /// unless the import keeps object space.
+  VrAbcPlacement placement;
+  /// Moves points read at `time` (or, with `atRest`, points of the rest pose) into the space the
+  /// import works in. False when a transform cannot be read.
+  bool place(std::vector<float>& points, double time, bool interpolate, bool atRest = false) const {
+    if (placement.empty() || memo().space == VrGeometrySpace::Object) return true;
+    double matrix[4][4];
+    if (!(atRest ? placement.firstMatrix(matrix) : placement.worldMatrix(time, interpolate, matrix))) return false;
+    VrAbcPlacement::transformPoints(matrix, points);
+    return true;
+  }
 
  protected:
   virtual const VrAbcCompoundProperty& arbGeomParams() const = 0;
 };
+
+// A mesh's faces as the surfaces want them: the file's clockwise faces reversed. False when the
+// face counts do not add up to the indices.
+bool counterClockwise(std::vector<int32_t>& fileCounts, const std::vector<int32_t>& fileIndices,
+                      std::vector<int32_t>& counts, std::vector<int32_t>& indices) {
+  if (!vrabc::reverseEachFace(fileCounts.data(), fileCounts.size(), fileIndices.data(), fileIndices.size(), 1, indices))
+    return false;
+  counts = std::move(fileCounts);
+  return true;
+}
 
 SgSurface* buildMesh(const std::vector<int32_t>& counts, const std::vector<int32_t>& indices,
                      const std::vector<float>& points) {
@@ -115,12 +143,12 @@ class PolyMeshObject : public GeometryObject {
     std::vector<int32_t> counts, indices;
     return topology(index, counts, indices) ? buildMesh(counts, indices, points) : nullptr;
   }
+  bool topologyMayChange() const override {
+    return mesh.topologyVariance() == VrAbcSchema::Variance::Heterogeneous;
+  }
   bool topology(uint32_t index, std::vector<int32_t>& counts, std::vector<int32_t>& indices) const override {
     VrAbcPolyMesh::Sample sample;
-    if (!mesh.read(index, sample)) return false;
-    counts = std::move(sample.faceCounts);
-    indices = std::move(sample.faceIndices);
-    return true;
+    return mesh.read(index, sample) && counterClockwise(sample.faceCounts, sample.faceIndices, counts, indices);
   }
 
  protected:
@@ -144,12 +172,12 @@ class SubDObject : public GeometryObject {
     std::vector<int32_t> counts, indices;
     return topology(index, counts, indices) ? buildMesh(counts, indices, points) : nullptr;
   }
+  bool topologyMayChange() const override {
+    return subd.topologyVariance() == VrAbcSchema::Variance::Heterogeneous;
+  }
   bool topology(uint32_t index, std::vector<int32_t>& counts, std::vector<int32_t>& indices) const override {
     VrAbcSubD::Sample sample;
-    if (!subd.read(index, sample)) return false;
-    counts = std::move(sample.faceCounts);
-    indices = std::move(sample.faceIndices);
-    return true;
+    return subd.read(index, sample) && counterClockwise(sample.faceCounts, sample.faceIndices, counts, indices);
   }
 
  protected:
@@ -254,18 +282,34 @@ class CurvesObject : public GeometryObject {
   VrAbcCurves curves;
 };
 
-// Every object of the archive by stripped name; the first one met wins.
-void collectObjects(const VrAbcObject& object, int depth, std::map<std::string, VrAbcObject>& out) {
+// An object of the archive with the transforms that place it.
+struct PlacedObject {
+  VrAbcObject object;
+  VrAbcPlacement placement;
+};
+
+// Every object of the archive by stripped name; the first one met wins. Objects under a
+// transform that cannot be read are left out (the reader has reported it).
+void collectObjects(const VrAbcObject& object, const VrAbcPlacement& placement, int depth,
+                    std::map<std::string, PlacedObject>& out) {
   if (depth > 256) return;
   for (size_t i = 0; i < object.numChildren(); ++i) {
-    VrAbcObject child;
-    if (!object.child(i, child)) continue;
-    out.emplace(vrutil::stripNameSpace(child.name()), child);
-    collectObjects(child, depth + 1, out);
+    PlacedObject child;
+    if (!object.child(i, child.object) || !VrAbcPlacement::below(placement, child.object, child.placement)) continue;
+    collectObjects(child.object, child.placement, depth + 1, out);
+    out.emplace(vrutil::stripNameSpace(child.object.name()), std::move(child));
   }
 }
 
-std::unique_ptr<GeometryObject> openGeometry(const VrAbcObject& object, const std::string& name) {
+std::unique_ptr<GeometryObject> openShape(const VrAbcObject& object, const std::string& name);
+
+std::unique_ptr<GeometryObject> openGeometry(const PlacedObject& placed, const std::string& name) {
+  std::unique_ptr<GeometryObject> geometry = openShape(placed.object, name);
+  if (geometry) geometry->placement = placed.placement;
+  return geometry;
+}
+
+std::unique_ptr<GeometryObject> openShape(const VrAbcObject& object, const std::string& name) {
   switch (VrAbcSchema::strictKind(object.metaData())) {
     case VrAbcSchema::Kind::PolyMesh: {
       auto mesh = std::make_unique<PolyMeshObject>();
@@ -293,9 +337,10 @@ std::unique_ptr<GeometryObject> openGeometry(const VrAbcObject& object, const st
   return nullptr;
 }
 
-// Positions at `time`: the samples around it blended by `mode`; `index` is the sample whose
-// topology goes with them.
-bool positionsAt(const GeometryObject& geometry, double time, int mode, std::vector<float>& out, uint32_t& index) {
+// Positions at `time` in the object's own space: the samples around it blended by `mode`;
+// `index` is the sample whose topology goes with them.
+bool localPositionsAt(const GeometryObject& geometry, double time, int mode, std::vector<float>& out,
+                      uint32_t& index) {
   const uint32_t count = geometry.numSamples();
   uint32_t first = 0, second = 0;
   double weight = 0.0;
@@ -366,6 +411,25 @@ bool positionsAt(const GeometryObject& geometry, double time, int mode, std::vec
   return true;
 }
 
+// Hair is identified by face, so a mesh must keep its faces in every sample: the sample at
+// `index` against the first one, from which the reference surface is built. An Error when they
+// differ.
+bool sameTopology(const GeometryObject& geometry, uint32_t index, const std::string& name, const std::string& file) {
+  if (index == 0 || !geometry.topologyMayChange()) return true;
+  std::vector<int32_t> firstCounts, firstIndices, counts, indices;
+  if (!geometry.topology(0, firstCounts, firstIndices) || !geometry.topology(index, counts, indices)) return true;
+  if (firstCounts == counts && firstIndices == indices) return true;
+  VR_ERROR("The geometry " + name + " changes its faces over time (" + std::to_string(firstCounts.size()) +
+           " faces in its first sample, " + std::to_string(counts.size()) + " in sample " + std::to_string(index) +
+           "); hair needs the same faces in every sample. [" + file + "]");
+  return false;
+}
+
+// Positions at `time` in the space the import works in.
+bool positionsAt(const GeometryObject& geometry, double time, int mode, std::vector<float>& out, uint32_t& index) {
+  return localPositionsAt(geometry, time, mode, out, index) && geometry.place(out, time, mode != 0);
+}
+
 // Enters a new surface in the shared cache under `cacheName` (or finds the one there) and
 // gives the memo its reference.
 SgSurface* share(const std::string& cacheName, SgSurface* surface) {
@@ -394,7 +458,7 @@ std::string frameKey(const std::string& file, double frame) {
 
 struct AlembicUtil::Archive {
   VrAbcArchive archive;
-  std::map<std::string, VrAbcObject> objects;
+  std::map<std::string, PlacedObject> objects;
 };
 
 bool AlembicUtil::openArchive() {
@@ -409,7 +473,7 @@ bool AlembicUtil::openArchive() {
     keyError("rUnableToLoadFile", file);
     return false;
   }
-  collectObjects(archive->archive.top(), 0, archive->objects);
+  collectObjects(archive->archive.top(), VrAbcPlacement(), 0, archive->objects);
   opened = std::move(archive);
   return true;
 }
@@ -420,7 +484,7 @@ enum class Wanted { Mesh, Curves };
 
 // Opens the named objects in turn for the point readers; false with an Error for a missing
 // object or one of another kind.
-std::unique_ptr<GeometryObject> openWanted(const std::map<std::string, VrAbcObject>& objects, const std::string& name,
+std::unique_ptr<GeometryObject> openWanted(const std::map<std::string, PlacedObject>& objects, const std::string& name,
                                            Wanted wanted, const std::string& file) {
   auto found = objects.find(vrutil::stripNameSpace(name));
   if (found == objects.end()) {
@@ -802,7 +866,7 @@ bool AlembicUtil::loadGeometry(const VrPatchTable& patches, double time, const s
                                const std::string& referencePrefix) {
   if (!openArchive()) return false;
   const int mode = interpolationMode(interpolation);
-  const std::map<std::string, VrAbcObject>& objects = opened->objects;
+  const std::map<std::string, PlacedObject>& objects = opened->objects;
   objectNames.clear();
   bool ok = true;
   for (const auto& entry : patches) {
@@ -827,7 +891,7 @@ bool AlembicUtil::loadGeometry(const VrPatchTable& patches, double time, const s
     if (needReference) {
       std::vector<float> points;
       const bool fromPref = geometry->pref(points);
-      if (!fromPref && !geometry->positions(0, points)) {
+      if ((!fromPref && !geometry->positions(0, points)) || !geometry->place(points, 0.0, false, true)) {
         keyError("rAlembicErrorBadPositionFile", name, file);
         ok = false;
         continue;
@@ -844,7 +908,13 @@ bool AlembicUtil::loadGeometry(const VrPatchTable& patches, double time, const s
       std::vector<float> points;
       uint32_t index = 0;
       SgSurface* surface = nullptr;
-      if (positionsAt(*geometry, time, mode, points, index)) surface = geometry->build(index, points);
+      if (positionsAt(*geometry, time, mode, points, index)) {
+        if (!sameTopology(*geometry, index, name, file)) {
+          ok = false;
+          continue;
+        }
+        surface = geometry->build(index, points);
+      }
       if (!surface) {
         keyError("rAlembicErrorBadPositionFrame", name, file);
         ok = false;
@@ -968,3 +1038,11 @@ void VrResetImportGeometry() {
 }
 
 unsigned VrImportGeometryReadCount() { return memo().reads; }
+
+void VrSetGeometrySpace(VrGeometrySpace space) {
+  if (memo().space == space) return;
+  VrResetImportGeometry();
+  memo().space = space;
+}
+
+VrGeometrySpace VrGetGeometrySpace() { return memo().space; }

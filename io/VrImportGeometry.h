@@ -23,6 +23,11 @@ class VrBasePrimitive;
 class VrPalette;
 class VrPatch;
 
+/// The space imported points are given in: the world (through every transform above their
+/// object, animated ones at the time read, as the scene places them; the default), or each
+/// object's own space.
+enum class VrGeometrySpace { World, Object };
+
 /// Surfaces by stripped geometry name.
 using VrSurfaceTable = std::map<std::string, SgSurface*>;
 /// Patches by stripped geometry name.
@@ -140,5 +145,8 @@ bool VrImportGeometry(const std::string& file, const VrPalette& palette, const s
 
 /// Forgets the files read and lets go of the memo's surfaces (patches keep theirs).
 void VrResetImportGeometry();
+/// Chooses the space of later imports; a change forgets the files read.
+void VrSetGeometrySpace(VrGeometrySpace space);
+VrGeometrySpace VrGetGeometrySpace();
 /// How many times an archive was opened for geometry since the start of the process.
 unsigned VrImportGeometryReadCount();

@@ -598,6 +598,7 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   // The subdivision evaluator is read-only once a surface is built, so a threaded render
   // declares patch multithreading, as a host would, instead of serialising every evaluation.
   if (request.threads > 0) VrTaskManager::setPatchMultithreading(true);
+  VrSetGeometrySpace(request.space == "object" ? VrGeometrySpace::Object : VrGeometrySpace::World);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
                        " -palette " + argWord(collectionName) + " -frame " + number(request.frame) +

@@ -93,6 +93,7 @@ struct RenderRequest {
   std::vector<std::string> deltas;
   std::string nameSpace;
   bool progress = false;               ///< draw the progress bar even when stderr is no terminal
+  std::string space = "world";         ///< "world": hair where the scene places the mesh; "object": the mesh's own space
 };
 
 /// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every

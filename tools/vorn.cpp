@@ -160,6 +160,11 @@ int main(int argc, char** argv) {
   render->add_option("--delta", renderRequest.deltas, "delta file applied after the import (repeatable)");
   render->add_option("--name-space", renderRequest.nameSpace, "name space of the render collection");
   render->add_flag("--progress", renderRequest.progress, "draw the progress bar even when stderr is no terminal");
+  render
+      ->add_option("--space", renderRequest.space,
+                   "world (default): the geometry's transforms place the hair as the scene places the mesh; "
+                   "object: each mesh's own space")
+      ->check(CLI::IsMember({"world", "object"}));
 
   try {
     app.parse(argc, argv);

@@ -41,10 +41,12 @@ bool VrAbcCurvesStreamWriter::open(const std::string& path, const Options& optio
   const unsigned samples = numSamples();
   boxes.assign(samples, {DBL_MAX, DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX, -DBL_MAX});
   for (unsigned s = 0; s < samples; ++s) positionSpools.push_back(std::make_unique<VrAbcSpool>());
+  for (unsigned s = 0; samples > 1 && s < samples; ++s) velocitySpools.push_back(std::make_unique<VrAbcSpool>());
   countSpool = std::make_unique<VrAbcSpool>();
   widthSpool = std::make_unique<VrAbcSpool>();
   std::vector<VrAbcSpool*> all = {countSpool.get(), widthSpool.get()};
   for (auto& spool : positionSpools) all.push_back(spool.get());
+  for (auto& spool : velocitySpools) all.push_back(spool.get());
   std::string error;
   for (VrAbcSpool* spool : all)
     if (!spool->open(options.spoolDirectory, error)) {
@@ -98,6 +100,17 @@ bool VrAbcCurvesStreamWriter::appendSamples(const float* const* samplePoints, ui
       }
     written = positionSpools[s]->append(p, numPoints * 3 * sizeof(float));
   }
+  for (unsigned s = 0; written && numPoints && s < velocitySpools.size(); ++s) {
+    // Forward steps; the last sample takes the step that ends at it.
+    const unsigned from = s + 1 < samples ? s : s - 1;
+    const float* a = samplePoints[from];
+    const float* b = samplePoints[from + 1];
+    const double rate = 1.0 / (sampleTime(from + 1) - sampleTime(from));
+    velocityRow.resize(numPoints * 3);
+    for (uint64_t i = 0; i < numPoints * 3; ++i)
+      velocityRow[i] = static_cast<float>((static_cast<double>(b[i]) - a[i]) * rate);
+    written = velocitySpools[s]->append(velocityRow.data(), velocityRow.size() * sizeof(float));
+  }
   if (!written) return fail("a temporary file could not be written");
   curves += numCurves;
   points += numPoints;
@@ -116,11 +129,10 @@ bool VrAbcCurvesStreamWriter::close() {
     if (archive.open(target, settings.archive)) {
       const double step = 1.0 / settings.framesPerSecond;
       const unsigned samples = numSamples();
-      const double firstOffset = settings.sampleOffsets.empty() ? 0.0 : settings.sampleOffsets[0];
-      VrAbcTimeSampling timing = VrAbcTimeSampling::uniform(step, (settings.frame + firstOffset) * step);
+      VrAbcTimeSampling timing = VrAbcTimeSampling::uniform(step, sampleTime(0));
       if (samples > 1) {
         std::vector<double> times;
-        for (double offset : settings.sampleOffsets) times.push_back((settings.frame + offset) * step);
+        for (unsigned s = 0; s < samples; ++s) times.push_back(sampleTime(s));
         timing = VrAbcTimeSampling::acyclic(times);
       }
       const uint32_t sampling = archive.addTimeSampling(timing);
@@ -133,6 +145,7 @@ bool VrAbcCurvesStreamWriter::close() {
         // widths not given on later samples repeat those of the first.
         sample.numVertices = countSpool.get();
         sample.widths = s == 0 && hasWidths == 1 ? widthSpool.get() : nullptr;
+        sample.velocities = s < velocitySpools.size() ? velocitySpools[s].get() : nullptr;
         sample.type = settings.type;
         sample.basis = settings.basis;
         // The format's writers store an inverted box for no points.
@@ -147,8 +160,15 @@ bool VrAbcCurvesStreamWriter::close() {
   return true;
 }
 
+double VrAbcCurvesStreamWriter::sampleTime(unsigned s) const {
+  const double offset = s < settings.sampleOffsets.size() ? settings.sampleOffsets[s] : 0.0;
+  return (settings.frame + offset) * (1.0 / settings.framesPerSecond);
+}
+
 void VrAbcCurvesStreamWriter::release() {
   positionSpools.clear();
+  velocitySpools.clear();
+  velocityRow = std::vector<float>();
   countSpool.reset();
   widthSpool.reset();
   boxes.clear();

@@ -13,7 +13,9 @@
 //
 // Motion samples: with `sampleOffsets` = {-0.25, 0.25} every batch brings the points of both
 // samples (`appendSamples`); the curves share their counts and widths, which are stored with the
-// first sample and repeat on the others, and sample i stands at (frame + offset i) / rate.
+// first sample and repeat on the others, and sample i stands at (frame + offset i) / rate. Each
+// sample also carries the points' velocities (units per second): the step to the next sample
+// over its time, the last sample repeating the step from the one before.
 //
 // On failure or abort no file is left at the path. One thread at a time; errors are Errors
 // naming the class and the file.
@@ -86,7 +88,12 @@ class VrAbcCurvesStreamWriter {
   std::string target;
   void release();
 
+  /// The time of sample s, in seconds.
+  double sampleTime(unsigned s) const;
+
   std::vector<std::unique_ptr<VrAbcSpool>> positionSpools;  // one per sample
+  std::vector<std::unique_ptr<VrAbcSpool>> velocitySpools;  // one per sample, with several samples
+  std::vector<float> velocityRow;                           // scratch for one batch
   std::unique_ptr<VrAbcSpool> countSpool, widthSpool;
   std::vector<std::array<double, 6>> boxes;                 // one per sample
   uint64_t curves = 0;

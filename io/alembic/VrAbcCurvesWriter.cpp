@@ -4,8 +4,10 @@ namespace {
 
 // Makes a property that appears late and fills the samples before it with empty ones.
 VrAbcPropertyWriter* lateArray(VrAbcCompoundWriter& schema, const char* name, VrAbcPod pod, uint32_t ts,
-                               uint32_t earlier) {
-  VrAbcPropertyWriter* prop = schema.createArray(name, VrAbcMetaData(), VrAbcDataType{pod, 1}, ts);
+                               uint32_t earlier, uint8_t extent = 1, const char* interpretation = nullptr) {
+  VrAbcMetaData meta;
+  if (interpretation) meta.set("interpretation", interpretation);
+  VrAbcPropertyWriter* prop = schema.createArray(name, meta, VrAbcDataType{pod, extent}, ts);
   for (uint32_t i = 0; prop && i < earlier; ++i)
     if (!prop->setSample(nullptr, 0)) return nullptr;
   return prop;
@@ -56,6 +58,10 @@ bool VrAbcCurvesWriter::write(const Sample& s) {
   if (s.weights.given && !weights && !(weights = lateArray(*schema, "w", VrAbcPod::Float32, ts, done))) return false;
   if (s.orders.given && !orders && !(orders = lateArray(*schema, ".orders", VrAbcPod::Uint8, ts, done))) return false;
   if (s.knots.given && !knots && !(knots = lateArray(*schema, ".knots", VrAbcPod::Float32, ts, done))) return false;
+  if (s.velocities.given && s.velocities.size % 3 != 0) return schema->fail("velocities come in threes");
+  if (s.velocities.given && !velocities &&
+      !(velocities = lateArray(*schema, ".velocities", VrAbcPod::Float32, ts, done, 3, "vector")))
+    return false;
 
   // The basis is stored twice, as the format has always done.
   const uint8_t basisAndTypeValue[4] = {s.type, s.wrap, s.basis, s.basis};
@@ -69,6 +75,9 @@ bool VrAbcCurvesWriter::write(const Sample& s) {
   if ((weights && !setOrRepeat(weights, s.weights)) || (orders && !setOrRepeat(orders, s.orders)) ||
       (knots && !setOrRepeat(knots, s.knots)))
     return false;
+  if (velocities && !(s.velocities.given ? velocities->setSample(s.velocities.data, s.velocities.size / 3)
+                                         : velocities->setFromPrevious()))
+    return false;
   return true;
 }
 
@@ -80,6 +89,9 @@ bool VrAbcCurvesWriter::write(const SpooledSample& s) {
   if (s.widths && !lateParam(widths, *schema, "width", VrAbcDataType{VrAbcPod::Float32, 1}, "", VrAbcScope::Vertex,
                              base.timeSampling(), done))
     return false;
+  if (s.velocities && !velocities &&
+      !(velocities = lateArray(*schema, ".velocities", VrAbcPod::Float32, base.timeSampling(), done, 3, "vector")))
+    return false;
   const uint8_t basisAndTypeValue[4] = {s.type, s.wrap, s.basis, s.basis};
   if (!base.writePositions(*s.positions) || !numVertices->setSample(*s.numVertices) ||
       !basisAndType->setSample(basisAndTypeValue, 1) || !base.writeBounds(s.bounds))
@@ -89,6 +101,8 @@ bool VrAbcCurvesWriter::write(const SpooledSample& s) {
     return false;
   if ((weights && !weights->setFromPrevious()) || (orders && !orders->setFromPrevious()) ||
       (knots && !knots->setFromPrevious()))
+    return false;
+  if (velocities && !(s.velocities ? velocities->setSample(*s.velocities) : velocities->setFromPrevious()))
     return false;
   return true;
 }

@@ -34,6 +34,7 @@ class VrAbcCurvesWriter {
     VrAbcView<float> weights;         ///< one per point, for rational curves
     VrAbcView<uint8_t> orders;        ///< one per curve, with type VariableOrder
     VrAbcView<float> knots;
+    VrAbcView<float> velocities;      ///< x, y, z per point, in units per second
   };
 
   /// A sample whose arrays were gathered in spools (see VrAbcSpool), for curve sets too large
@@ -43,6 +44,7 @@ class VrAbcCurvesWriter {
     const VrAbcSpool* positions = nullptr;    ///< x, y, z floats per point
     const VrAbcSpool* numVertices = nullptr;  ///< int32 points per curve
     const VrAbcSpool* widths = nullptr;       ///< floats, one per point (vertex scope)
+    const VrAbcSpool* velocities = nullptr;   ///< x, y, z floats per point, units per second
     double bounds[6] = {0, 0, 0, 0, 0, 0};    ///< lower corner, then upper corner
     uint8_t type = Cubic;
     uint8_t wrap = NonPeriodic;
@@ -67,4 +69,5 @@ class VrAbcCurvesWriter {
   VrAbcPropertyWriter* weights = nullptr;
   VrAbcPropertyWriter* orders = nullptr;
   VrAbcPropertyWriter* knots = nullptr;
+  VrAbcPropertyWriter* velocities = nullptr;
 };

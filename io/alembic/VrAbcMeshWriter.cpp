@@ -1,9 +1,28 @@
 #include "io/alembic/VrAbcMeshWriter.h"
 
+#include "io/alembic/VrAbcWinding.h"
+
+namespace {
+
+// Face-varying values of a sample in the file's order: `values` reversed face by face into
+// `store` when the faces are given counter-clockwise. Values of another scope, or that do not
+// match the faces (the checks further on report those), pass unchanged.
+template <typename T>
+VrAbcView<T> clockwise(const VrAbcView<T>& values, size_t components, bool reverse,
+                       const std::vector<int32_t>& counts, std::vector<T>& store) {
+  if (!reverse || !values.given ||
+      !vrabc::reverseEachFace(counts.data(), counts.size(), values.data, values.size, components, store))
+    return values;
+  return VrAbcView<T>(store);
+}
+
+}  // namespace
+
 bool VrAbcMeshWriter::create(VrAbcObjectWriter& parent, const std::string& name, Kind meshKind,
-                             uint32_t timeSampling) {
+                             uint32_t timeSampling, Winding order) {
   *this = VrAbcMeshWriter();
   kind = meshKind;
+  winding = order;
   const VrAbcSchema::Kind schemaKind = kind == Kind::SubD ? VrAbcSchema::Kind::SubD : VrAbcSchema::Kind::PolyMesh;
   if (!base.create(parent, name, schemaKind, timeSampling)) return false;
   VrAbcCompoundWriter& schema = *base.schema();
@@ -26,7 +45,22 @@ bool VrAbcMeshWriter::writeInt(VrAbcPropertyWriter* prop, int32_t value) {
   return prop->setSample(&value, 1);
 }
 
-bool VrAbcMeshWriter::write(const Sample& s) {
+bool VrAbcMeshWriter::write(const Sample& given) {
+  if (given.faceCounts.given) faceCounts.assign(given.faceCounts.data, given.faceCounts.data + given.faceCounts.size);
+  const bool reverse = winding == Winding::CounterClockwise;
+  Sample s = given;
+  std::vector<int32_t> indexStore;
+  std::vector<uint32_t> uvIndexStore;
+  std::vector<float> uvStore, normalStore;
+  s.faceIndices = clockwise(given.faceIndices, 1, reverse, faceCounts, indexStore);
+  if (given.uvScope == VrAbcScope::FaceVarying) {
+    if (given.uvIndices.given)
+      s.uvIndices = clockwise(given.uvIndices, 1, reverse, faceCounts, uvIndexStore);
+    else
+      s.uvs = clockwise(given.uvs, 2, reverse, faceCounts, uvStore);
+  }
+  if (given.normalScope == VrAbcScope::FaceVarying) s.normals = clockwise(given.normals, 3, reverse, faceCounts, normalStore);
+
   VrAbcCompoundWriter* schema = base.schema();
   if (!schema) return false;
   const bool first = base.numSamples() == 0;

@@ -2,7 +2,7 @@
 // Writes a polygon mesh (AbcGeom_PolyMesh_v1) or a subdivision surface (AbcGeom_SubD_v1), one
 // sample per call, laid out as the format's own writers lay them out. Topology written once
 // stays until given again; uv and normals may appear from any sample on (earlier samples get
-// empty ones).
+// empty ones). Faces are stored clockwise, as the format wants (see VrAbcWinding.h).
 
 #include "io/alembic/VrAbcGeomBaseWriter.h"
 #include "io/alembic/VrAbcGeomParamWriter.h"
@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 class VrAbcMeshWriter {
  public:
@@ -34,8 +35,14 @@ class VrAbcMeshWriter {
     int32_t faceVaryingPropagateCorners = keep;
   };
 
+  /// The order of the face vertices handed to `write`: counter-clockwise seen from outside (the
+  /// system's own), reversed on the way out together with face-varying uvs and normals; or
+  /// already clockwise, in the file's order, written as they are.
+  enum class Winding { CounterClockwise, Clockwise };
+
   /// Creates the mesh object `name` under `parent`; its samples follow `timeSampling`.
-  bool create(VrAbcObjectWriter& parent, const std::string& name, Kind kind, uint32_t timeSampling);
+  bool create(VrAbcObjectWriter& parent, const std::string& name, Kind kind, uint32_t timeSampling,
+              Winding winding = Winding::CounterClockwise);
   /// Writes the next sample. False with an Error when the first sample lacks points or faces,
   /// or a count does not suit its values.
   bool write(const Sample& sample);
@@ -53,6 +60,8 @@ class VrAbcMeshWriter {
   bool writeInt(VrAbcPropertyWriter* prop, int32_t value);
 
   Kind kind = Kind::PolyMesh;
+  Winding winding = Winding::CounterClockwise;
+  std::vector<int32_t> faceCounts;  // the latest counts, to reverse samples that repeat them
   VrAbcGeomBaseWriter base;
   VrAbcPropertyWriter* indices = nullptr;
   VrAbcPropertyWriter* counts = nullptr;

@@ -19,7 +19,8 @@ int64_t toIndex(double value, int64_t limit) {
 
 }  // namespace
 
-double VrAbcTimeSampling::acyclicTimePerCycle() { return DBL_MAX / 10.0; }
+// The format marks an acyclic sampling by this exact time per cycle; readers compare with ==.
+double VrAbcTimeSampling::acyclicTimePerCycle() { return DBL_MAX / 32.0; }
 
 VrAbcTimeSampling::VrAbcTimeSampling() = default;
 

@@ -10,18 +10,6 @@ void identity(double m[4][4]) {
     for (int c = 0; c < 4; ++c) m[r][c] = r == c ? 1.0 : 0.0;
 }
 
-// out = a * b for row-vector matrices.
-void multiply(const double a[4][4], const double b[4][4], double out[4][4]) {
-  double tmp[4][4];
-  for (int r = 0; r < 4; ++r)
-    for (int c = 0; c < 4; ++c) {
-      double sum = 0.0;
-      for (int k = 0; k < 4; ++k) sum += a[r][k] * b[k][c];
-      tmp[r][c] = sum;
-    }
-  std::memcpy(out, tmp, sizeof tmp);
-}
-
 void axisAngle(double x, double y, double z, double degrees, double m[4][4]) {
   const double length = std::sqrt(x * x + y * y + z * z);
   if (length > 0.0) {
@@ -76,6 +64,17 @@ const char* VrAbcXform::opName(uint8_t type) {
     case RotateZ: return "rotateZ";
     default: return "unknown";
   }
+}
+
+void VrAbcXform::multiply(const double a[4][4], const double b[4][4], double out[4][4]) {
+  double tmp[4][4];
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 4; ++c) {
+      double sum = 0.0;
+      for (int k = 0; k < 4; ++k) sum += a[r][k] * b[k][c];
+      tmp[r][c] = sum;
+    }
+  std::memcpy(out, tmp, sizeof tmp);
 }
 
 void VrAbcXform::compose(const std::vector<Op>& ops, double out[4][4]) {

@@ -45,6 +45,8 @@ class VrAbcXform {
   static const char* opName(uint8_t type);
   /// Composes the operations, the first applied last, as the format's readers do.
   static void compose(const std::vector<Op>& ops, double out[4][4]);
+  /// out = a * b for row-vector matrices (apply a, then b); out may be a or b.
+  static void multiply(const double a[4][4], const double b[4][4], double out[4][4]);
 
  private:
   VrAbcCompoundProperty schema;

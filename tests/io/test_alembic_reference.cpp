@@ -312,8 +312,11 @@ TEST(AlembicReference, TimeSamplingsFindTheSamplesAroundATime) {
   EXPECT_FALSE(VrAbcTimeSampling::fromStored(1.0, {}, out, error));
   EXPECT_FALSE(VrAbcTimeSampling::fromStored(1.0, {0.0, 0.0}, out, error));
   EXPECT_FALSE(VrAbcTimeSampling::fromStored(1.0, {0.0, 2.0}, out, error));
-  EXPECT_TRUE(VrAbcTimeSampling::fromStored(DBL_MAX / 10.0, {}, out, error));
+  EXPECT_FALSE(VrAbcTimeSampling::fromStored(DBL_MAX / 10.0, {0.0, 1.0}, out, error));
+  // The format's acyclic mark is exactly the largest double over 32.
+  EXPECT_TRUE(VrAbcTimeSampling::fromStored(DBL_MAX / 32.0, {}, out, error));
   EXPECT_EQ(out.type(), VrAbcTimeSampling::Type::Acyclic);
+  EXPECT_EQ(out.samplesPerCycle(), 4294967295u);
 }
 
 TEST(AlembicReference, WideStringsComeOutAsUtf8) {

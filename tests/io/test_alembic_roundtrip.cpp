@@ -1,7 +1,8 @@
 // Writing archives and reading them back. Every valid test archive is copied through the
 // writer and must dump exactly as the original, digests included, which checks the writer's
 // layout, sample keys and digests against files the format's own library wrote. Archives made
-// from scratch by the schema writers must read back with the values that went in.
+// from scratch by the schema writers must read back with the values that went in; their meshes
+// are written with faces as stored (clockwise), so the stored indices are the ones given.
 
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
@@ -151,7 +152,7 @@ TEST(AlembicRoundTrip, AnimatedPolyMeshWithUniformSamplingReadsBackAndInterpolat
     ASSERT_TRUE(writer.open(file.path, VrAbcArchiveWriter::Options()));
     const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0));
     VrAbcMeshWriter mesh;
-    ASSERT_TRUE(mesh.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, ts));
+    ASSERT_TRUE(mesh.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, ts, VrAbcMeshWriter::Winding::Clockwise));
     VrAbcMeshWriter::Sample first;
     first.positions = cubePoints;
     first.faceCounts = cubeCounts;
@@ -229,7 +230,7 @@ TEST(AlembicRoundTrip, SubDWithIndexedUvAndReferencePoseOnAcyclicSampling) {
     VrAbcObjectWriter* group = writer.top().createChild("group");
     ASSERT_NE(group, nullptr);
     VrAbcMeshWriter subd;
-    ASSERT_TRUE(subd.create(*group, "scalp", VrAbcMeshWriter::Kind::SubD, ts));
+    ASSERT_TRUE(subd.create(*group, "scalp", VrAbcMeshWriter::Kind::SubD, ts, VrAbcMeshWriter::Winding::Clockwise));
     for (size_t i = 0; i < times.size(); ++i) {
       const std::vector<float> points = moved(cubePoints, 0.0f, static_cast<float>(i), 0.0f);
       VrAbcMeshWriter::Sample s;
@@ -408,7 +409,7 @@ TEST(AlembicRoundTrip, WriterRefusesBadInputAndLeavesNoFile) {
     EXPECT_EQ(writer.top().createChild("mesh"), nullptr);
     const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::acyclic({0.0, 1.0}));
     VrAbcMeshWriter mesh;
-    ASSERT_TRUE(mesh.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, ts));
+    ASSERT_TRUE(mesh.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, ts, VrAbcMeshWriter::Winding::Clockwise));
     VrAbcMeshWriter::Sample noTopology;
     noTopology.positions = cubePoints;
     EXPECT_FALSE(mesh.write(noTopology));
@@ -425,7 +426,7 @@ TEST(AlembicRoundTrip, WriterRefusesBadInputAndLeavesNoFile) {
     ASSERT_TRUE(writer.open(path, VrAbcArchiveWriter::Options()));
     const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::acyclic({0.0, 1.0}));
     VrAbcMeshWriter mesh;
-    ASSERT_TRUE(mesh.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, ts));
+    ASSERT_TRUE(mesh.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, ts, VrAbcMeshWriter::Winding::Clockwise));
     VrAbcMeshWriter::Sample s;
     s.positions = cubePoints;
     s.faceCounts = cubeCounts;
@@ -456,7 +457,7 @@ bool writeCheckedArchive(const std::string& path) {
   const uint32_t keys = writer.addTimeSampling(VrAbcTimeSampling::acyclic({0.5, 2.0}));
 
   VrAbcMeshWriter subd;
-  if (!subd.create(writer.top(), "scalp", VrAbcMeshWriter::Kind::SubD, frames)) return false;
+  if (!subd.create(writer.top(), "scalp", VrAbcMeshWriter::Kind::SubD, frames, VrAbcMeshWriter::Winding::Clockwise)) return false;
   const std::vector<float> uvValues = {0, 0, 1, 0, 1, 1, 0, 1};
   std::vector<uint32_t> uvIndices;
   for (int face = 0; face < 6; ++face)
@@ -511,7 +512,7 @@ bool writeCheckedArchive(const std::string& path) {
   m.positions = cubePoints;
   m.faceCounts = cubeCounts;
   m.faceIndices = cubeIndices;
-  if (!cube.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, 0) || !cube.write(m)) return false;
+  if (!cube.create(writer.top(), "cube", VrAbcMeshWriter::Kind::PolyMesh, 0, VrAbcMeshWriter::Winding::Clockwise) || !cube.write(m)) return false;
   return writer.close();
 }
 

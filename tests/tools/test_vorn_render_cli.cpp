@@ -4,6 +4,7 @@
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurves.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "io/alembic/VrAbcXformWriter.h"
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "support/RunCommand.h"
 #include "support/TempDir.h"
@@ -410,6 +411,16 @@ TEST(VornRender, AlembicOutputHoldsEveryMotionSample) {
     EXPECT_EQ(sample.numVertices, counts);
     EXPECT_TRUE(sample.hasWidths);
     lowestZ[i] = sample.points.bounds[2];
+    // The grid rises by one unit a frame: 24 units a second, the same on both samples.
+    VrAbcArrayProperty velocities;
+    std::vector<float> v;
+    ASSERT_TRUE(curves.geometry().compound().array(".velocities", velocities));
+    ASSERT_TRUE(velocities.readAs(i, v));
+    ASSERT_EQ(v.size(), expected.size());
+    for (size_t k = 0; k < v.size(); k += 3) {
+      EXPECT_NEAR(v[k], 0.0, 1e-3);
+      EXPECT_NEAR(v[k + 2], 24.0, 1e-3);
+    }
   }
   // The roots stand on the grid, at z = 0 and then z = 1.
   EXPECT_NEAR(lowestZ[0], 0.0, 1e-5);
@@ -422,6 +433,85 @@ TEST(VornRender, AlembicOutputHoldsEveryMotionSample) {
   EXPECT_NE(dump.output.find("\ntime: 1\n"), std::string::npos) << dump.output;
   EXPECT_NE(dump.output.find("\ntime: 1.04166667\n"), std::string::npos) << dump.output;
   EXPECT_NE(dump.output.find("\nend: ok\n"), std::string::npos);
+}
+
+// The grid of MovingGrid held still under /rig (moving 4 units along x a frame) and
+// /rig/head (turned a quarter about z, rising 2 units along y a frame), frames 24 and 25.
+bool writeRiggedGrid(const std::string& path) {
+  VrAbcArchiveWriter writer;
+  if (!writer.open(path, VrAbcArchiveWriter::Options())) return false;
+  const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0));
+  VrAbcXformWriter rig, head;
+  if (!rig.create(writer.top(), "rig", ts) || !head.create(*rig.object(), "head", ts)) return false;
+  for (int s = 0; s < 2; ++s) {
+    const double moved[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 4.0 * s, 0, 0, 1};
+    const double turned[16] = {0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 0, 2.0 * s, 0, 1};
+    if (!rig.write(moved) || !head.write(turned)) return false;
+  }
+  VrAbcMeshWriter mesh;
+  if (!mesh.create(*head.object(), "plane", VrAbcMeshWriter::Kind::SubD, ts)) return false;
+  std::vector<float> positions;
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 3; ++x) positions.insert(positions.end(), {float(x), float(y), 0.0f});
+  const std::vector<int32_t> counts = {4, 4, 4, 4};
+  const std::vector<int32_t> indices = {0, 1, 4, 3, 1, 2, 5, 4, 3, 4, 7, 6, 4, 5, 8, 7};
+  VrAbcMeshWriter::Sample sample;
+  sample.positions = positions;
+  sample.faceCounts = counts;
+  sample.faceIndices = indices;
+  return mesh.write(sample) && writer.close();
+}
+
+// Every CV of `world` is the CV of `object` turned a quarter about z and moved by (4s, 2s, 0).
+void expectPlaced(const std::vector<std::vector<double>>& world, const std::vector<Line>& object, double s) {
+  ASSERT_EQ(world.size(), object.size());
+  for (size_t i = 0; i < object.size(); ++i) {
+    const std::vector<double>& local = object[i].cvs;
+    ASSERT_EQ(world[i].size(), local.size());
+    for (size_t k = 0; k < local.size(); k += 3) {
+      EXPECT_NEAR(world[i][k], -local[k + 1] + 4.0 * s, 1e-4) << "line " << i;
+      EXPECT_NEAR(world[i][k + 1], local[k] + 2.0 * s, 1e-4) << "line " << i;
+      EXPECT_NEAR(world[i][k + 2], local[k + 2], 1e-4) << "line " << i;
+    }
+  }
+}
+
+TEST(VornRender, HairStandsWhereTheSceneTransformsPlaceTheMesh) {
+  vrtest::TempDir dir;
+  const std::string geometry = dir.file("rig.abc");
+  ASSERT_TRUE(writeRiggedGrid(geometry));
+  const std::string collection = dir.write("grid.vorn", vrtest::collectionText("grid"));
+  auto renderAt = [&](const std::string& frame, const std::string& flags) {
+    const std::string out = dir.file("out.jsonl");
+    const auto result = vorn("render " + shellWord(collection) + " --geom " + shellWord(geometry) + " --frame " +
+                             frame + " -o " + shellWord(out) + flags);
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output.find("error"), std::string::npos) << result.output;
+    return parse(readText(out));
+  };
+  const std::vector<Line> object = renderAt("24", " --space object");
+  ASSERT_GT(object.size(), 10u);
+  EXPECT_NEAR(object[0].cvs[2], 0.0, 1e-6);
+  for (const auto& frame : {std::make_pair(std::string("24"), 0.0), std::make_pair(std::string("25"), 1.0)}) {
+    SCOPED_TRACE("frame " + frame.first);
+    std::vector<std::vector<double>> cvs;
+    for (const Line& line : renderAt(frame.first, " --threads 2")) cvs.push_back(line.cvs);
+    expectPlaced(cvs, object, frame.second);
+    // In object space the animation of the transforms does not reach the hair.
+    const std::vector<Line> still = renderAt(frame.first, " --space object");
+    ASSERT_EQ(still.size(), object.size());
+    for (size_t i = 0; i < still.size(); ++i) EXPECT_EQ(still[i].cvs, object[i].cvs);
+  }
+  // Motion samples a quarter frame either side of 24.5, the transforms blended between frames.
+  const std::vector<Line> blurred = renderAt("24.5", " --motion-samples=-0.25,0.25 --args \"-interpolation linear\"");
+  std::vector<std::vector<double>> first, second;
+  for (const Line& line : blurred) {
+    first.push_back(line.cvs);
+    ASSERT_EQ(line.samples.size(), 1u);
+    second.push_back(line.samples[0]);
+  }
+  expectPlaced(first, object, 0.25);
+  expectPlaced(second, object, 0.75);
 }
 
 TEST(VornRender, BadMotionFlagsAreUsageErrors) {
