@@ -7,6 +7,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <unistd.h>
 
 unsigned VRWarningLevel = 2;
 unsigned VRDebugLevel = 0;
@@ -84,27 +85,32 @@ std::string VrMessage::getLocalized(const std::string&, const std::string&, cons
   return std::string();
 }
 
+bool VrMessage::colourOnStandardError() {
+  const char* noColour = std::getenv("NO_COLOR");
+  return isatty(fileno(stderr)) && !(noColour && *noColour);
+}
+
 std::string VrMessage::formatLine(unsigned flags, const char* file, int line,
-                                  const std::string& text, const std::string& timeText) {
+                                  const std::string& text, const std::string& timeText, bool colour) {
   const unsigned level = flags & vrmsg::LevelMask;
   char prefix[32];
-  const char* colour = "";
+  const char* code = "";
   switch (flags & vrmsg::KindMask) {
     case vrmsg::Error:
       std::snprintf(prefix, sizeof prefix, "%-13s", "Error:  ");
-      colour = "[31m";
+      code = "[31m";
       break;
     case vrmsg::Warning:
       std::snprintf(prefix, sizeof prefix, "Warning(%u):  ", level);
-      colour = "[33m";
+      code = "[33m";
       break;
     case vrmsg::Stats:
       std::snprintf(prefix, sizeof prefix, "Stats(%u):    ", level);
-      colour = "[34m";
+      code = "[34m";
       break;
     case vrmsg::Debug:
       std::snprintf(prefix, sizeof prefix, "Debug(%u):    ", level);
-      colour = "[32m";
+      code = "[32m";
       break;
     default:
       std::snprintf(prefix, sizeof prefix, "Help");
@@ -122,8 +128,10 @@ std::string VrMessage::formatLine(unsigned flags, const char* file, int line,
   }
 
   std::string out;
-  out += '\x1b';
-  out += colour;
+  if (colour) {
+    out += '\x1b';
+    out += code;
+  }
   out += timeText;
   out += " Vorn ";
   out += prefix;
@@ -135,13 +143,16 @@ std::string VrMessage::formatLine(unsigned flags, const char* file, int line,
   } else {
     out += "  ";
   }
-  out += '\x1b';
-  out += "[0m\n";
+  if (colour) {
+    out += '\x1b';
+    out += "[0m";
+  }
+  out += '\n';
   return out;
 }
 
 void VrMessage::log(unsigned flags, const char* file, int line, const std::string& text) {
-  const std::string out = formatLine(flags, file, line, text, localTimeText());
+  const std::string out = formatLine(flags, file, line, text, localTimeText(), colourOnStandardError());
   std::fwrite(out.data(), 1, out.size(), stderr);
   if ((flags & vrmsg::KindMask) == vrmsg::Error && VRQuitOnError) {
     std::fputs("Vorn set to quit on error. Bye.\n\n", stderr);

@@ -74,9 +74,13 @@ class VrMessage {
                                    const std::string& a10) const;
 
   /// The line the shell logger writes for a message, without the quit-on-error tail.
-  /// `timeText` is the local time as "%H:%M:%S".
+  /// `timeText` is the local time as "%H:%M:%S"; `colour` wraps the line in the terminal's
+  /// colour codes of its kind.
   static std::string formatLine(unsigned flags, const char* file, int line,
-                                const std::string& text, const std::string& timeText);
+                                const std::string& text, const std::string& timeText, bool colour = true);
+  /// Whether the shell logger colours its lines: only on a terminal, and never while NO_COLOR
+  /// is set to a non-empty value.
+  static bool colourOnStandardError();
 };
 
 /// The logger table. It owns only the shell logger it makes itself.

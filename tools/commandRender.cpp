@@ -216,6 +216,11 @@ class RenderCallbacks : public ProceduralCallbacks {
         return nullptr;
     }
   }
+  // A render of several frames deletes each frame's collection; the first setup of the next
+  // frame has the descriptions set up afresh.
+  bool getBool(EBoolAttribute key) override {
+    return key == EBoolAttribute::ClearDescriptionCache && freshSetup.exchange(false);
+  }
   float getFloat(EFloatAttribute key) override {
     return key == EFloatAttribute::ShutterOpen && request.hasShutterOpen ? request.shutterOpen : 0.0f;
   }
@@ -330,6 +335,7 @@ class RenderCallbacks : public ProceduralCallbacks {
  private:
   const RenderRequest& request;
   RunSpool& spool;
+  std::atomic<bool> freshSetup{true};
   std::map<std::string, std::string> overrides;
   std::string camera, fov, ratio, xformText;
   std::vector<float> shutter;
@@ -343,10 +349,21 @@ class RenderCallbacks : public ProceduralCallbacks {
 // "faces done / total" on standard error, redrawn in place.
 class ProgressBar {
  public:
-  ProgressBar(bool shown, size_t total) : shown(shown), total(total) { draw(); }
+  /// A bar over `frames` frames, each counted by its faces once it is set up.
+  ProgressBar(bool shown, size_t frames) : shown(shown), frames(frames ? frames : 1) {}
+  void startFrame(const std::string& label, size_t faces) {
+    frameLabel = label;
+    total = faces;
+    done = 0;
+    draw();
+  }
   void advance(size_t faces) {
     done += faces;
     draw();
+  }
+  void endFrame() {
+    ++framesDone;
+    done = total = 0;
   }
   void finish() {
     if (shown) std::cerr << "\n";
@@ -356,12 +373,19 @@ class ProgressBar {
   void draw() {
     if (!shown) return;
     const int width = 40;
-    const size_t filled = total ? done * width / total : width;
+    const double part = total ? static_cast<double>(done) / static_cast<double>(total) : 1.0;
+    const double whole = (static_cast<double>(framesDone) + part) / static_cast<double>(frames);
+    const size_t filled = std::min<size_t>(width, static_cast<size_t>(whole * width));
     std::cerr << "\r[" << std::string(filled, '#') << std::string(width - filled, ' ') << "] " << done << "/"
-              << total << " faces" << std::flush;
+              << total << " faces";
+    if (frames > 1) std::cerr << ", " << frameLabel << " (" << framesDone + 1 << "/" << frames << ")";
+    std::cerr << std::flush;
   }
   bool shown;
-  size_t total;
+  size_t frames;
+  size_t framesDone = 0;
+  std::string frameLabel;
+  size_t total = 0;
   size_t done = 0;
 };
 
@@ -523,48 +547,62 @@ std::string number(double value) {
   return out.str();
 }
 
-int render(const RenderRequest& request, const CliLogger& logger) {
-  const auto start = std::chrono::steady_clock::now();
-  const std::string& out = request.output;
-  const bool toJson = out.size() >= 6 && out.compare(out.size() - 6, 6, ".jsonl") == 0;
-  const bool toAbc = out.size() >= 4 && out.compare(out.size() - 4, 4, ".abc") == 0;
-  if (!toJson && !toAbc) {
-    fail("the output must end in .abc or .jsonl: " + out);
-    return ExitUsage;
+// The frames of a --frames range "FIRST-LAST[:STEP]"; false when the text is not one.
+bool parseFrames(const std::string& text, std::vector<int>& frames) {
+  frames.clear();
+  long first = 0, last = 0, step = 1;
+  char dash = 0, colon = 0;
+  int used = 0;
+  const int fields = std::sscanf(text.c_str(), "%ld%c%ld%n", &first, &dash, &last, &used);
+  if (fields != 3 || dash != '-') return false;
+  const char* rest = text.c_str() + used;
+  if (*rest) {
+    int more = 0;
+    if (std::sscanf(rest, "%c%ld%n", &colon, &step, &more) != 2 || colon != ':' || rest[more] != '\0') return false;
   }
-  if (request.threads < 0) {
-    fail("--threads must be 1 or more");
-    return ExitUsage;
-  }
-  if (!(request.fps > 0.0) || !std::isfinite(request.fps)) {
-    fail("--fps must be above 0");
-    return ExitUsage;
-  }
-  for (size_t i = 1; i < request.motionSamples.size(); ++i)
-    if (!(request.motionSamples[i] > request.motionSamples[i - 1])) {
-      fail("--motion-samples must be frame offsets in increasing order");
-      return ExitUsage;
-    }
-  if (request.motionSamples.size() > 1 && !request.shutter.empty() &&
-      request.shutter.size() != request.motionSamples.size()) {
-    fail("--shutter needs one time per motion sample (" + std::to_string(request.motionSamples.size()) + ")");
-    return ExitUsage;
-  }
+  if (first > last || step < 1 || last - first > 1000000) return false;
+  for (long f = first; f <= last; f += step) frames.push_back(static_cast<int>(f));
+  return true;
+}
 
-  // The geometry must be there and be an archive this library reads.
+// `pattern` with its run of '#' replaced by `frame`, zero-padded to the run's length.
+std::string frameFileName(const std::string& pattern, int frame) {
+  const size_t first = pattern.find('#');
+  if (first == std::string::npos) return pattern;
+  size_t end = first;
+  while (end < pattern.size() && pattern[end] == '#') ++end;
+  char number[32];
+  std::snprintf(number, sizeof number, "%0*d", static_cast<int>(end - first), frame);
+  return pattern.substr(0, first) + number + pattern.substr(end);
+}
+
+// Where an output will be written must be a folder this process can write in; checked before
+// any work, so that a long render does not end in a failed write.
+bool writableOutput(const std::string& path) {
+  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  const std::string dir = folder.empty() ? "." : folder.string();
   std::error_code ec;
-  if (request.geometry.empty() || !std::filesystem::is_regular_file(request.geometry, ec)) {
-    fail("no such geometry file: " + request.geometry);
-    return ExitFailed;
+  if (!std::filesystem::is_directory(dir, ec)) {
+    fail("cannot write " + path + ": no folder " + dir);
+    return false;
   }
-  {
-    VrAbcArchive archive;
-    if (!archive.open(request.geometry)) {
-      fail("not a readable Alembic archive: " + request.geometry);
-      return ExitFailed;
-    }
+  if (access(dir.c_str(), W_OK) != 0) {
+    fail("cannot write " + path + ": the folder " + dir + " is not writable");
+    return false;
   }
+  return true;
+}
 
+// What a whole run counts, for the summary line.
+struct RunTotals {
+  uint64_t primitives = 0;
+  uint64_t cvs = 0;
+};
+
+// Renders one frame (`request.frame`) to `request.output` on `workers` threads (1: face by
+// face); every failure has been reported when it answers ExitFailed.
+int renderFrame(const RenderRequest& request, unsigned workers, const CliLogger& logger, ProgressBar& progress,
+                RunTotals& totals) {
   // The names of descriptions and patches, from a read of our own that is deleted again.
   std::string collectionName;
   std::vector<PatchJob> jobs;
@@ -595,10 +633,6 @@ int render(const RenderRequest& request, const CliLogger& logger) {
     return ExitFailed;
   }
   RenderCallbacks callbacks(request, spool);
-  // The subdivision evaluator is read-only once a surface is built, so a threaded render
-  // declares patch multithreading, as a host would, instead of serialising every evaluation.
-  if (request.threads > 0) VrTaskManager::setPatchMultithreading(true);
-  VrSetGeometrySpace(request.space == "object" ? VrGeometrySpace::Object : VrGeometrySpace::World);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
                        " -palette " + argWord(collectionName) + " -frame " + number(request.frame) +
@@ -663,7 +697,7 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   }
   const unsigned setupErrors = logger.errors();
 
-  ProgressBar progress(request.progress || isatty(2), totalFaces);
+  progress.startFrame("frame " + number(request.frame), totalFaces);
   for (size_t j = 0; j < jobs.size(); ++j) {
     callbacks.setJob(j);
     PatchRenderer* patch = prepared[j].patch.get();
@@ -675,14 +709,14 @@ int render(const RenderRequest& request, const CliLogger& logger) {
         return ExitFailed;
       }
     }
-    if (request.threads > 0) {
+    if (workers > 1) {
       std::unique_ptr<ParallelRenderer> parallel(ParallelRenderer::init(patch));
       if (!parallel) {
         fail("the render API could not set up a parallel render of patch " + inQuotes(jobs[j].patch));
         return ExitFailed;
       }
       for (auto& face : faces) parallel->enqueue(face.get());
-      parallel->setThreads(request.threads);
+      parallel->setThreads(static_cast<int>(workers));
       parallel->run();
       parallel->release();
       progress.advance(faces.size());
@@ -694,7 +728,7 @@ int render(const RenderRequest& request, const CliLogger& logger) {
     }
     faces.clear();
   }
-  progress.finish();
+  progress.endFrame();
   for (Prepared& p : prepared) p.patch.reset();
   PatchRenderer::deleteTempRenderPalettes();
   // The collection the render API kept for later procedurals is ours to release: a host would
@@ -710,17 +744,110 @@ int render(const RenderRequest& request, const CliLogger& logger) {
     return ExitFailed;
   }
   if (!writeOutput(request, jobs, spool)) return ExitFailed;
+  totals.primitives += callbacks.primitives();
+  totals.cvs += callbacks.cvs();
+  return ExitOk;
+}
+
+int render(const RenderRequest& request, const CliLogger& logger) {
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<int> frameList;
+  if (!request.frames.empty() && !parseFrames(request.frames, frameList)) {
+    fail("--frames takes FIRST-LAST or FIRST-LAST:STEP, whole numbers with FIRST <= LAST and STEP >= 1: " +
+         request.frames);
+    return ExitUsage;
+  }
+  if (request.frames.empty() == !request.hasFrame) {
+    fail(request.hasFrame ? "--frame and --frames cannot both be given" : "--frame or --frames is required");
+    return ExitUsage;
+  }
+  const std::string& out = request.output;
+  const bool toJson = out.size() >= 6 && out.compare(out.size() - 6, 6, ".jsonl") == 0;
+  const bool toAbc = out.size() >= 4 && out.compare(out.size() - 4, 4, ".abc") == 0;
+  if (!toJson && !toAbc) {
+    fail("the output must end in .abc or .jsonl: " + out);
+    return ExitUsage;
+  }
+  if (frameList.size() > 1 && out.find('#') == std::string::npos) {
+    fail("several frames need a '#' in the output name for the frame number (hair.####.abc): " + out);
+    return ExitUsage;
+  }
+  if (request.threads < 0) {
+    fail("--threads must be 1 or more");
+    return ExitUsage;
+  }
+  if (!(request.fps > 0.0) || !std::isfinite(request.fps)) {
+    fail("--fps must be above 0");
+    return ExitUsage;
+  }
+  for (size_t i = 1; i < request.motionSamples.size(); ++i)
+    if (!(request.motionSamples[i] > request.motionSamples[i - 1])) {
+      fail("--motion-samples must be frame offsets in increasing order");
+      return ExitUsage;
+    }
+  if (request.motionSamples.size() > 1 && !request.shutter.empty() &&
+      request.shutter.size() != request.motionSamples.size()) {
+    fail("--shutter needs one time per motion sample (" + std::to_string(request.motionSamples.size()) + ")");
+    return ExitUsage;
+  }
+
+  // Every output must be writable and the geometry readable before anything is rendered.
+  std::vector<std::pair<double, std::string>> jobs;
+  if (frameList.empty()) jobs.emplace_back(request.frame, out);
+  for (int frame : frameList) jobs.emplace_back(frame, frameFileName(out, frame));
+  for (const auto& job : jobs)
+    if (!writableOutput(job.second)) return ExitFailed;
+  std::error_code ec;
+  if (request.geometry.empty() || !std::filesystem::is_regular_file(request.geometry, ec)) {
+    fail("no such geometry file: " + request.geometry);
+    return ExitFailed;
+  }
+  {
+    VrAbcArchive archive;
+    if (!archive.open(request.geometry)) {
+      fail("not a readable Alembic archive: " + request.geometry);
+      return ExitFailed;
+    }
+  }
+
+  // Every core unless told otherwise; VORN_THREAD_LIMIT caps whatever was asked for.
+  const unsigned available = static_cast<unsigned>(VrTaskManager::threadCount());
+  unsigned workers = request.threads > 0 ? static_cast<unsigned>(request.threads) : available;
+  if (std::getenv("VORN_THREAD_LIMIT")) workers = std::min(workers, available);
+  workers = std::max(workers, 1u);
+  // The subdivision evaluator is read-only once a surface is built, so a threaded render
+  // declares patch multithreading, as a host would, instead of serialising every evaluation.
+  if (workers > 1) VrTaskManager::setPatchMultithreading(true);
+  VrSetGeometrySpace(request.space == "object" ? VrGeometrySpace::Object : VrGeometrySpace::World);
+  if (!request.verbose) PatchRenderer::setBannerShown(true);
+
+  ProgressBar progress(request.progress || isatty(2), jobs.size());
+  RunTotals totals;
+  for (const auto& job : jobs) {
+    RenderRequest one = request;
+    one.frame = job.first;
+    one.output = job.second;
+    const int status = renderFrame(one, workers, logger, progress, totals);
+    if (status != ExitOk) {
+      progress.finish();
+      if (jobs.size() > 1)
+        fail("frame " + number(job.first) + " failed; the frames before it are written, " + job.second + " is not");
+      return status;
+    }
+  }
+  progress.finish();
+
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  const uint64_t prims = callbacks.primitives();
   std::ostringstream summary;
   summary.imbue(std::locale::classic());
   summary.setf(std::ios::fixed);
   summary.precision(3);
-  summary << "rendered " << prims << " primitives, " << callbacks.cvs() << " CVs in " << seconds << " s (";
+  summary << "rendered " << totals.primitives << " primitives, " << totals.cvs << " CVs";
+  if (jobs.size() > 1) summary << " over " << jobs.size() << " frames";
+  summary << " in " << seconds << " s (";
   summary.precision(0);
-  summary << (seconds > 0.0 ? static_cast<double>(prims) / seconds : 0.0) << " primitives/s) on "
-          << (request.threads > 0 ? std::to_string(request.threads) + " threads" : std::string("1 thread (serial)"))
-          << "\n";
+  summary << (seconds > 0.0 ? static_cast<double>(totals.primitives) / seconds : 0.0) << " primitives/s) on "
+          << (workers > 1 ? std::to_string(workers) + " threads" : std::string("1 thread (serial)")) << "\n";
   std::cout << summary.str();
   return ExitOk;
 }

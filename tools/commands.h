@@ -80,8 +80,11 @@ struct RenderRequest {
   std::string collection;             ///< collection file
   std::string geometry;               ///< Alembic file the patches bind to
   double frame = 1.0;
-  std::string output;                 ///< .abc (curves) or .jsonl (one line per primitive)
-  int threads = 0;                    ///< 0: serial face by face; N: N workers
+  bool hasFrame = false;              ///< --frame was given
+  std::string frames;                 ///< --frames "FIRST-LAST[:STEP]"; empty: the one frame
+  std::string output;                 ///< .abc (curves) or .jsonl; '#'s stand for the frame number
+  int threads = 0;                    ///< 0: every core (VORN_THREAD_LIMIT caps it); 1: serial
+  bool verbose = false;               ///< let the render API's version banner through
   std::string extraArgs;              ///< appended to the render API argument string
   std::string camera, fov, cameraXform, ratio;
   std::vector<float> shutter;
@@ -98,7 +101,9 @@ struct RenderRequest {
 
 /// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every
 /// description through the render API, as a renderer plug-in would, and writes the primitives
-/// ordered by patch, face and id. 1, with no output file, on any failure.
+/// ordered by patch, face and id. 1, with no output file, on any failure. With `--frames A-B`
+/// every frame of the range goes to its own file; a failed frame stops the run and keeps the
+/// frames written before it.
 int runRender(const RenderRequest& request);
 
 }  // namespace vorncli

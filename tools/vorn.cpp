@@ -12,6 +12,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "vornRevision.h"
+
 #include <cmath>
 #include <cstdlib>
 #include <unistd.h>
@@ -38,14 +40,22 @@ void defaultInstallationRoot() {
   setenv("VORN_LOCATION", (path + "/").c_str(), 0);
 }
 
+// "0.1.0 (git 1a2b3c4d5e)" in a checkout, the release number alone in a tarball.
+std::string versionText() {
+  const std::string revision = VORN_REVISION;
+  return std::string(vornLibraryVersion()) + (revision.empty() ? "" : " (" + revision + ")");
+}
+
 int runInfo() {
   VrConfig& config = VrConfig::state();
   std::string projectPath;
   if (const char* cwd = std::getenv("PWD")) projectPath = cwd;
   config.init(projectPath);
 
-  std::cout << "Vorn " << vornLibraryVersion() << "\n";
-  std::cout << "installation version: " << vrutil::version() << "\n";
+  std::cout << "vorn " << versionText() << "\n";
+  // The installation folder's own version ("/opt/vorn_2.1/"), when it carries one.
+  const std::string installed = vrutil::version();
+  if (installed != "NOT VERSIONED") std::cout << "installation version: " << installed << "\n";
   std::cout << "threads: " << VrTaskManager::threadCount() << "\n";
   std::cout << "texture cache per thread: " << VrTaskManager::ptexCacheSize() << " bytes\n";
   std::cout << "global repository: " << config.globalRepo() << "\n";
@@ -68,6 +78,12 @@ int main(int argc, char** argv) {
   CLI::App app{"vorn: grows primitives on surfaces and edits collection files"};
   app.require_subcommand(1);
   app.fallthrough();
+  // Answered before parsing, since every other command line needs a command.
+  app.set_version_flag("--version", "vorn " + versionText());
+  if (argc == 2 && std::string(argv[1]) == "--version") {
+    std::cout << "vorn " << versionText() << "\n";
+    return 0;
+  }
   CLI::App* info = app.add_subcommand("info", "print the version, configuration, thread count and modules");
 
   std::string file, output, attribute, value;
@@ -142,9 +158,15 @@ int main(int argc, char** argv) {
       "render", "render a collection through the render API and write the primitives (.abc curves or .jsonl)");
   render->add_option("collection", renderRequest.collection, "collection file (.vorn)")->required();
   render->add_option("--geom", renderRequest.geometry, "Alembic file the patches bind to")->required();
-  render->add_option("--frame", renderRequest.frame, "frame to render")->required();
-  render->add_option("-o,--output", renderRequest.output, "output file: .abc (curves) or .jsonl")->required();
-  render->add_option("--threads", renderRequest.threads, "render faces on N threads (default: serially)");
+  CLI::Option* renderFrame = render->add_option("--frame", renderRequest.frame, "frame to render");
+  render->add_option("--frames", renderRequest.frames,
+                     "\"FIRST-LAST[:STEP]\": render a frame range in one process, one file per frame");
+  render->add_option("-o,--output", renderRequest.output,
+                     "output file: .abc (curves) or .jsonl; a run of '#' stands for the zero-padded frame number")
+      ->required();
+  render->add_option("--threads", renderRequest.threads,
+                     "render faces on N threads (default: every core; 1: serially)");
+  render->add_flag("--verbose", renderRequest.verbose, "print the library's version banner");
   render->add_option("--args", renderRequest.extraArgs, "raw text appended to the render API argument string");
   render->add_option("--camera", renderRequest.camera, "\"name,x,y,z\": camera name and view direction");
   render->add_option("--fov", renderRequest.fov, "\"h,v\": field of view in degrees");
@@ -193,6 +215,7 @@ int main(int argc, char** argv) {
   if (*inspect) return vorncli::runInspect(archive);
   if (*render) {
     renderRequest.hasShutterOpen = shutterOpen->count() > 0;
+    renderRequest.hasFrame = renderFrame->count() > 0;
     std::string item;
     for (char& c : shutterText)
       if (c == ';' || c == ' ') c = ',';

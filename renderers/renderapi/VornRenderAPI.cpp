@@ -135,6 +135,11 @@ void PatchRenderer::deleteTempRenderPalettes() {
   Procedural::deleteTempRenderPalettes();
 }
 
+void PatchRenderer::setBannerShown(bool shown) {
+  RenderLock lock;
+  Procedural::setBannerShown(shown);
+}
+
 FaceRenderer* FaceRenderer::init(PatchRenderer* patch, unsigned face, ProceduralCallbacks* callbacks) {
   RenderLock lock;
   auto* impl = dynamic_cast<PatchRendererImpl*>(patch);

@@ -275,6 +275,9 @@ struct PatchRenderer {
   /// Deletes every collection whose name starts with "VR_RENDER_" (the temporary render
   /// collections of batch and motion-blurred renders).
   static void deleteTempRenderPalettes();
+  /// The version banner goes to standard error once per process, at the first `init`. A front
+  /// end that keeps standard error for its own lines marks it as shown beforehand.
+  static void setBannerShown(bool shown);
 
   virtual ~PatchRenderer() {}
   /// Steps to the next face of the patch. False, with `face` set to ~0u, when the faces are

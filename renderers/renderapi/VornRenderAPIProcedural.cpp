@@ -205,6 +205,8 @@ struct Procedural::Args {
   double world[16] = {};
 };
 
+void Procedural::setBannerShown(bool shown) { front().banner = shown; }
+
 Procedural::Procedural(ProceduralCallbacks* callbacks, const char* args) : callbackObject(callbacks) {
   VR_DEBUG(2, vrmsg::CatRender, "Creating patch procedural");
   FrontState& state = front();

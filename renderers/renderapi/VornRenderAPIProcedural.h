@@ -58,6 +58,7 @@ class Procedural {
 
   /// Deletes every collection whose name starts with "VR_RENDER_".
   static void deleteTempRenderPalettes();
+  static void setBannerShown(bool shown);
 
  private:
   struct Args;

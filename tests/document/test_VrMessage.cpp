@@ -21,6 +21,8 @@ TEST(VrMessage, ShellLineFormats) {
             std::string(1, esc) + "[32m00:00:00 Vorn Debug(5):    d  " + reset);
   EXPECT_EQ(VrMessage::formatLine(0x20000000, "", 0, "h", "00:00:00"),
             std::string(1, esc) + "00:00:00 Vorn Helph  " + reset);
+  EXPECT_EQ(VrMessage::formatLine(vrmsg::Warning | 2, "a/b/c", 12, "careful", "01:02:03", false),
+            "01:02:03 Vorn Warning(2):  careful  (c:12)\n");
 }
 
 TEST(VrMessage, ShellLoggerWritesTimeStampedLineToStandardError) {
@@ -28,9 +30,10 @@ TEST(VrMessage, ShellLoggerWritesTimeStampedLineToStandardError) {
   testing::internal::CaptureStderr();
   vrmessage(vrmsg::Warning | 1, "dir/x.cpp", 7, "hello");
   const std::string out = testing::internal::GetCapturedStderr();
-  // "<ESC>[33mHH:MM:SS Vorn Warning(1):  hello  (x.cpp:7)<ESC>[0m\n", the time checked by shape.
-  const std::string head = "\x1b[33m";
-  const std::string tail = " Vorn Warning(1):  hello  (x.cpp:7)\x1b[0m\n";
+  // "HH:MM:SS Vorn Warning(1):  hello  (x.cpp:7)\n", the time checked by shape; no colour, as
+  // standard error is no terminal here.
+  const std::string head = "";
+  const std::string tail = " Vorn Warning(1):  hello  (x.cpp:7)\n";
   ASSERT_EQ(out.size(), head.size() + 8 + tail.size()) << out;
   EXPECT_EQ(out.substr(0, head.size()), head);
   EXPECT_EQ(out.substr(head.size() + 8), tail);

@@ -1,7 +1,10 @@
+#include "document/VrVersion.h"
 #include "support/RunCommand.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 using vrtest::runCommand;
 using vrtest::vornCli;
@@ -33,4 +36,29 @@ TEST(VornCli, UsageErrorsExitWithTwo) {
   const auto help = runCommand(vornCli() + " --help");
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_NE(help.output.find("info"), std::string::npos);
+}
+
+TEST(VornCli, VersionNamesTheReleaseAndTheRevision) {
+  const bool checkout = std::filesystem::exists(std::string(VORN_SOURCE_DIR) + "/.git");
+  for (const char* command : {" --version", " info"}) {
+    const auto result = runCommand(vornCli() + command);
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output.rfind("vorn " + std::string(vornLibraryVersion()) + (checkout ? " (git " : ""), 0), 0u)
+        << result.output;
+    EXPECT_EQ(result.output.find("NOT VERSIONED"), std::string::npos) << result.output;
+  }
+}
+
+TEST(VornCli, ColourOnlyOnATerminalAndNeverWithNoColor) {
+  vrtest::TempDir dir;
+  const std::string broken = dir.write("broken.vorn", "garbage\nPalette\n");
+  const std::string check = vornCli() + " check " + vrtest::shellWord(broken);
+  const auto piped = runCommand(check);
+  EXPECT_EQ(piped.exitCode, 1);
+  EXPECT_NE(piped.output.find("Unrecognized token: garbage"), std::string::npos) << piped.output;
+  EXPECT_EQ(piped.output.find('\x1b'), std::string::npos) << piped.output;
+  if (runCommand("command -v script").exitCode != 0) GTEST_SKIP() << "no script(1) to give the command a terminal";
+  const std::string onTerminal = "script -qec " + vrtest::shellWord(check) + " /dev/null";
+  EXPECT_NE(runCommand(onTerminal).output.find('\x1b'), std::string::npos);
+  EXPECT_EQ(runCommand("NO_COLOR=1 " + onTerminal).output.find('\x1b'), std::string::npos);
 }

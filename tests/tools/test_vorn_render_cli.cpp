@@ -4,6 +4,7 @@
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurves.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcXformWriter.h"
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "support/RunCommand.h"
@@ -512,6 +513,103 @@ TEST(VornRender, HairStandsWhereTheSceneTransformsPlaceTheMesh) {
   }
   expectPlaced(first, object, 0.25);
   expectPlaced(second, object, 0.75);
+}
+
+TEST(VornRender, AFrameRangeWritesWhatSingleFramesWriteAndStopsAtAFailedFrame) {
+  const MovingGrid grid;
+  const std::string common = "render " + shellWord(grid.collection) + " --geom " + shellWord(grid.geometry);
+  const std::string pattern = grid.dir.file("out.####.abc");
+  const auto range = vorn(common + " --frames 23-25 -o " + shellWord(pattern) + " --threads 2");
+  ASSERT_EQ(range.exitCode, 0) << range.output;
+  EXPECT_NE(range.output.find(" over 3 frames in "), std::string::npos) << range.output;
+  for (int frame = 23; frame <= 25; ++frame) {
+    const std::string single = grid.dir.file("single.abc");
+    ASSERT_EQ(vorn(common + " --frame " + std::to_string(frame) + " -o " + shellWord(single)).exitCode, 0);
+    EXPECT_EQ(readText(grid.dir.file("out.00" + std::to_string(frame) + ".abc")), readText(single)) << frame;
+  }
+
+  // A grid that loses a face on frame 25 cannot carry hair there: frame 24 stays written.
+  const std::string melting = grid.dir.file("melting.abc");
+  {
+    VrAbcArchiveWriter writer;
+    ASSERT_TRUE(writer.open(melting, VrAbcArchiveWriter::Options()));
+    const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0));
+    VrAbcMeshWriter mesh;
+    ASSERT_TRUE(mesh.create(writer.top(), "plane", VrAbcMeshWriter::Kind::SubD, ts));
+    std::vector<float> positions;
+    for (int y = 0; y < 3; ++y)
+      for (int x = 0; x < 3; ++x) positions.insert(positions.end(), {float(x), float(y), 0.0f});
+    const std::vector<int32_t> counts = {4, 4, 4, 4}, fewer = {4, 4, 4};
+    const std::vector<int32_t> indices = {0, 1, 4, 3, 1, 2, 5, 4, 3, 4, 7, 6, 4, 5, 8, 7};
+    const std::vector<int32_t> fewerIndices(indices.begin(), indices.begin() + 12);
+    VrAbcMeshWriter::Sample first, second;
+    first.positions = second.positions = positions;
+    first.faceCounts = counts;
+    first.faceIndices = indices;
+    second.faceCounts = fewer;
+    second.faceIndices = fewerIndices;
+    ASSERT_TRUE(mesh.write(first) && mesh.write(second) && writer.close());
+  }
+  const std::string melted = grid.dir.file("melt.##.abc");
+  const auto failed = vorn("render " + shellWord(grid.collection) + " --geom " + shellWord(melting) +
+                           " --frames 24-25 -o " + shellWord(melted));
+  EXPECT_EQ(failed.exitCode, 1) << failed.output;
+  EXPECT_NE(failed.output.find("The geometry plane changes its faces over time"), std::string::npos) << failed.output;
+  EXPECT_NE(failed.output.find("vorn: frame 25 failed; the frames before it are written, " + grid.dir.file("melt.25.abc") +
+                               " is not"),
+            std::string::npos)
+      << failed.output;
+  EXPECT_TRUE(std::filesystem::exists(grid.dir.file("melt.24.abc")));
+  EXPECT_FALSE(std::filesystem::exists(grid.dir.file("melt.25.abc")));
+}
+
+TEST(VornRender, UsageAndOutputsAreCheckedBeforeAnyWork) {
+  const MovingGrid grid;
+  const std::string common = "render " + shellWord(grid.collection) + " --geom " + shellWord(grid.geometry);
+  const std::string hashes = " -o " + shellWord(grid.dir.file("x.#.abc"));
+  const struct {
+    std::string flags;
+    int exitCode;
+    std::string message;
+  } cases[] = {
+      {" --frames 3-1" + hashes, 2, "vorn: --frames takes FIRST-LAST or FIRST-LAST:STEP"},
+      {" --frames 1-3:0" + hashes, 2, "vorn: --frames takes"},
+      {" --frames one-two" + hashes, 2, "vorn: --frames takes"},
+      {" --frames 1-3:2x" + hashes, 2, "vorn: --frames takes"},
+      {" --frames 1-2 -o " + shellWord(grid.dir.file("x.abc")), 2, "need a '#' in the output name"},
+      {" --frame 1 --frames 1-2" + hashes, 2, "vorn: --frame and --frames cannot both be given"},
+      {hashes, 2, "vorn: --frame or --frames is required"},
+      {" --frame 1 -o /nonexistent/dir/x.abc", 1, "vorn: cannot write /nonexistent/dir/x.abc: no folder /nonexistent/dir"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.flags);
+    const auto result = vorn(common + c.flags);
+    EXPECT_EQ(result.exitCode, c.exitCode) << result.output;
+    EXPECT_NE(result.output.find(c.message), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("rendered"), std::string::npos) << result.output;
+  }
+}
+
+TEST(VornRender, EveryCoreByDefaultAndTheBannerOnlyWhenVerbose) {
+  const MovingGrid grid;
+  const std::string out = grid.dir.file("out.jsonl");
+  const std::string command = vrtest::vornCli() + " " + grid.args("24", out);
+  const struct {
+    std::string run;
+    std::string threads;
+    bool banner;
+  } cases[] = {
+      {"VORN_THREAD_LIMIT=2 " + command, " on 2 threads\n", false},
+      {"VORN_THREAD_LIMIT=1 " + command + " --threads 2", " on 1 thread (serial)\n", false},
+      {"VORN_THREAD_LIMIT=2 " + command + " --threads 1 --verbose", " on 1 thread (serial)\n", true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.run);
+    const auto result = runCommand(c.run);
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_NE(result.output.find(c.threads), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("Vorn Version: ") != std::string::npos, c.banner) << result.output;
+  }
 }
 
 TEST(VornRender, BadMotionFlagsAreUsageErrors) {
