@@ -71,8 +71,9 @@ int runDeltaCreate(const std::string& base, const std::string& edited, const std
 int runDeltaApply(const std::string& base, const std::vector<std::string>& deltas,
                   const std::string& output);
 
-/// `vorn inspect FILE.abc`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive; 1
-/// when the archive is refused or any part of it cannot be read.
+/// `vorn inspect FILE`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive or the
+/// "ptex-ref-v1" dump of a Ptex file, chosen by the file's magic; 1 when the file is refused or
+/// any part of it cannot be read.
 int runInspect(const std::string& file);
 
 /// What `vorn render` renders and how (see docs/render-command.md).

@@ -133,8 +133,8 @@ int main(int argc, char** argv) {
   deltaApply->add_option("-o,--output", deltaOutput, "collection file to write")->required();
 
   std::string archive;
-  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive's objects, properties and samples");
-  inspect->add_option("file", archive, "Alembic archive (.abc, Ogawa)")->required();
+  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive or a Ptex texture file");
+  inspect->add_option("file", archive, "Alembic archive (Ogawa) or Ptex file, told apart by their contents")->required();
 
   vorncli::RenderRequest renderRequest;
   std::string shutterText;
