@@ -1,10 +1,12 @@
 // The Ptex writer against the reader: every data type, channel count, mesh type, constant face
 // and meta data type reads back as written; damaged files (truncated or with changed bytes)
-// are refused or read without a crash; edits appended to a file replace faces and meta data.
+// are refused or read without a crash; edits appended to a file replace faces and meta data; the
+// texture cache keeps its budget.
 
 #include "io/PtexTestSupport.h"
 #include "io/ptex/VrPtexFormat.h"
 #include "io/ptex/VrPtexTexture.h"
+#include "io/ptex/VrPtexTextureCache.h"
 #include "io/ptex/VrPtexWriter.h"
 #include "support/CaptureLogger.h"
 #include "support/TempDir.h"
@@ -302,4 +304,46 @@ TEST(PtexRoundTrip, DamagedFilesAreRefusedOrReadWithoutACrash) {
   }
   EXPECT_GT(refused, 100);
   EXPECT_GT(opened, 20);
+}
+
+TEST(PtexRoundTrip, TheTextureCacheKeepsItsFileCountAndMemoryBudget) {
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  std::vector<std::string> paths;
+  for (int i = 0; i < 3; ++i) {
+    paths.push_back(dir.file("t" + std::to_string(i) + ".ptx"));
+    writeSample(paths.back(), DataType::Float, 4, MeshType::Quad);
+  }
+  std::string error;
+  bool firstFailure = false;
+  // Two files at most: the least recently used one is closed, a held texture stays usable.
+  VrPtexTextureCache cache(2, 1 << 20);
+  std::shared_ptr<VrPtexTexture> held = cache.get(paths[0], error, firstFailure);
+  ASSERT_TRUE(held);
+  ASSERT_TRUE(cache.get(paths[1], error, firstFailure));
+  ASSERT_TRUE(cache.get(paths[0], error, firstFailure));
+  ASSERT_TRUE(cache.get(paths[2], error, firstFailure));
+  EXPECT_EQ(cache.numFiles(), 2);
+  EXPECT_EQ(cache.get(paths[0], error, firstFailure), held);  // paths[1] was the one closed
+  float texel[4];
+  EXPECT_TRUE(held->getPixel(0, 1, 1, texel, 0, 4));
+  // A budget below one inflated face: faces are dropped again and read back alike.
+  VrPtexTextureCache tight(10, 1);
+  std::shared_ptr<VrPtexTexture> t = tight.get(paths[2], error, firstFailure);
+  ASSERT_TRUE(t);
+  float again[4];
+  for (int round = 0; round < 2; ++round) {
+    ASSERT_TRUE(t->getPixel(0, 7, 7, round ? again : texel, 0, 4));
+    tight.get(paths[round], error, firstFailure);  // opening a file checks the budget
+    EXPECT_LE(t->memoryUsed(), std::filesystem::file_size(paths[2]) + 8 * 8 * 16u);
+  }
+  EXPECT_EQ(std::vector<float>(texel, texel + 4), std::vector<float>(again, again + 4));
+  EXPECT_EQ(t->memoryUsed(), std::filesystem::file_size(paths[2]));  // purged when the budget was exceeded
+  // A failure is reported as the first one once, then remembered.
+  EXPECT_FALSE(cache.get(dir.file("missing.ptx"), error, firstFailure));
+  EXPECT_TRUE(firstFailure);
+  EXPECT_EQ(error, "missing.ptx: cannot open the file");
+  EXPECT_FALSE(cache.get(dir.file("missing.ptx"), error, firstFailure));
+  EXPECT_FALSE(firstFailure);
+  EXPECT_EQ(error, "missing.ptx: cannot open the file");
 }
