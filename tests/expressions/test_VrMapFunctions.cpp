@@ -1,10 +1,12 @@
 // map, vmap and triplanar over textures written by the project's writer: the channel rule, the
 // nearest-texel clamping, the NURBS v flip, vertex maps, the projected texture, the folder rule
-// of map names, the files a map stands for, and 1 against 2 threads.
+// of map names, names resolved at every evaluation, the files a map stands for, and 1 against 2
+// threads.
 
 #include "expressions/VrExpression.h"
 
 #include "document/VrTaskManager.h"
+#include "document/vrutilFiles.h"
 #include "geometry/VrNurbsPatch.h"
 #include "io/ptex/VrPtexWriter.h"
 #include "support/CaptureLogger.h"
@@ -218,4 +220,29 @@ TEST(VrMapFunctions, LookupsOnOneAndTwoThreadsAgree) {
   for (size_t i = 0; i < count; ++i) differing += serial[i] == parallel[i] ? 0 : 1;
   EXPECT_EQ(differing, 0u);
   EXPECT_EQ(serial[0].x, 0.0 + 1000.0 * 0.0);  // face 0 at (0, 0): texel 0 plus corner (0, 0)
+}
+
+TEST(VrMapFunctions, ANameWithACollectionMacroIsResolvedAtEveryEvaluation) {
+  vrtest::CaptureLogger log;
+  MapScene scene;
+  // Two data path folders; the first one's map is removed after the first evaluations.
+  vrtest::TempDir second;
+  std::filesystem::create_directories(second.file("maps"));
+  writeVertexMap(second.file("maps/body.ptx"));
+  scene.palette->setAttr("vrDataPath", scene.dir.path() + ";" + second.path());
+  const std::string body = "body";
+  VrExpression plain("a", "Test", scene.description, "map('maps/')", "float");
+  VrExpression dynamic("b", "Test", scene.description, "map('${PAL,x}maps/')", "vector");
+  ASSERT_TRUE(plain.isValid());
+  ASSERT_TRUE(dynamic.isValid());
+  EXPECT_EQ(plain.eval(0.6, 0.7, 3, &body).x, 312.0);
+  EXPECT_EQ(dynamic.eval(0.6, 0.7, 3, &body).x, 312.0);
+  std::filesystem::remove(scene.dir.file("maps/body.ptx"));
+  vrutil::clearFileCache();
+  VrExpression::clearPtexs();
+  // The plain name keeps the file it found for this patch and data path; the other looks again
+  // and finds the second folder's map: two channels, corner (0, 0) of face 0 is (0, 1).
+  EXPECT_EQ(plain.eval(0.6, 0.7, 3, &body).x, 0.001);
+  EXPECT_EQ(dynamic.eval(0.0, 0.0, 0, &body), Vec(0.0, 1.0, 1.0));
+  EXPECT_EQ(dynamic.eval(0.6, 0.7, 3, &body).x, 0.001);  // no face 3 there
 }
