@@ -48,9 +48,15 @@ struct MapData : ExprFuncNode::Data {
   bool found = false;
 };
 
-// What a resolve gives the lookup.
+// What a resolve gives the lookup. The path is the calling thread's buffer, so that the steady
+// state allocates nothing.
 struct Resolved {
-  std::string path;
+  Resolved() : path(buffer()) {}
+  static std::string& buffer() {
+    static thread_local std::string text;
+    return text;
+  }
+  std::string& path;
   bool flipV = false;
   const VrPatch* patch = nullptr;
 };
@@ -83,7 +89,7 @@ bool resolve(MapData& data, Resolved& out) {
       data.lastDataPath = dataPath;
     }
     if (!data.found) return false;
-    out.path = data.resolved;
+    out.path.assign(data.resolved);
   }
   out.flipV = out.patch && out.patch->typeName() == "NurbsPatch";
   return true;

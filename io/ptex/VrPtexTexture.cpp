@@ -15,8 +15,6 @@
 #include "document/VrMessage.h"
 #include "io/ptex/VrPtexFormat.h"
 
-#include <Imath/half.h>
-
 #include <algorithm>
 #include <cstring>
 #include <fstream>
