@@ -80,6 +80,14 @@ FaceSums faceSums(const VrPtexTexture& texture, int face) {
   sums.channels.assign(static_cast<size_t>(n), 0.0);
   const Res res = texture.getFaceInfo(face).res;
   std::vector<float> texel(static_cast<size_t>(n));
+  if (texture.isOneTexel(face)) {
+    // Adding one float value texel by texel in double is exact up to 2^29 texels: the product
+    // is the same sum, without walking a huge face.
+    sums.ok = texture.getPixel(face, 0, 0, texel.data(), 0, n);
+    for (int c = 0; c < n; ++c)
+      sums.channels[static_cast<size_t>(c)] = static_cast<double>(texel[static_cast<size_t>(c)]) * static_cast<double>(res.size());
+    return sums;
+  }
   for (int v = 0; v < res.v(); ++v)
     for (int u = 0; u < res.u(); ++u) {
       if (!texture.getPixel(face, u, v, texel.data(), 0, n)) {

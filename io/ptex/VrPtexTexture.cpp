@@ -237,9 +237,25 @@ bool VrPtexTexture::parse(std::string& error) {
     }
     if (!parseEdits(editPos, ext.editDataSize, error)) return false;
   }
+  // Faces stored as one texel keep it here, so that no face of a huge resolution is expanded.
+  blockTexels.assign(faces.size() * static_cast<size_t>(pixelBytes), 0);
+  for (size_t f = 0; f < faces.size(); ++f)
+    if (blocks[f].encoding == static_cast<uint32_t>(format::Encoding::Constant) &&
+        blocks[f].size == static_cast<size_t>(pixelBytes))
+      std::memcpy(blockTexels.data() + f * pixelBytes, bytes + blocks[f].pos, static_cast<size_t>(pixelBytes));
   inflated.assign(faces.size(), std::vector<uint8_t>());
   damaged.assign(faces.size(), false);
   return true;
+}
+
+const uint8_t* VrPtexTexture::oneTexel(int faceId) const {
+  if (faceId < 0 || faceId >= numFaces()) return nullptr;
+  const size_t f = static_cast<size_t>(faceId);
+  if (faces[f].isConstant()) return constants.data() + f * pixelBytes;
+  const Block& b = blocks[f];
+  if (b.encoding == static_cast<uint32_t>(format::Encoding::Constant) && b.size == static_cast<size_t>(pixelBytes))
+    return blockTexels.data() + f * pixelBytes;
+  return nullptr;
 }
 
 bool VrPtexTexture::parseLevels(size_t levelInfoPos, size_t levelDataPos, std::string& error) {
@@ -484,8 +500,7 @@ bool VrPtexTexture::getData(int faceId, Res res, std::vector<uint8_t>& out) cons
   if (faceId < 0 || faceId >= numFaces()) return false;
   const FaceInfo& info = faces[static_cast<size_t>(faceId)];
   if (res.ulog2 < 0 || res.vlog2 < 0 || res.ulog2 > info.res.ulog2 || res.vlog2 > info.res.vlog2) return false;
-  if (info.isConstant()) {
-    const uint8_t* constant = constants.data() + static_cast<size_t>(faceId) * pixelBytes;
+  if (const uint8_t* constant = oneTexel(faceId)) {
     out.resize(static_cast<size_t>(res.size()) * pixelBytes);
     for (int64_t i = 0; i < res.size(); ++i) std::memcpy(out.data() + i * pixelBytes, constant, static_cast<size_t>(pixelBytes));
     return true;
@@ -520,8 +535,8 @@ bool VrPtexTexture::getPixel(int faceId, int u, int v, float* result, int firstC
   const int size1 = dataSize(type);
   const uint8_t* texel;
   std::vector<uint8_t> reduced;
-  if (info.isConstant()) {
-    texel = constants.data() + static_cast<size_t>(faceId) * pixelBytes;
+  if (const uint8_t* one = oneTexel(faceId)) {
+    texel = one;
   } else if (res == info.res) {
     const std::vector<uint8_t>* data = faceData(faceId);
     if (!data) return false;

@@ -58,6 +58,9 @@ class VrPtexTexture {
   bool getPixel(int faceId, int u, int v, float* result, int firstChannel, int count, vrptex::Res res) const;
   /// All texels of the face at `res` in stored form, interleaved, rows of u, v rows.
   bool getData(int faceId, vrptex::Res res, std::vector<uint8_t>& out) const;
+  /// True when the face's data is one texel for the whole face: a constant face, or a face
+  /// stored as one texel. Such a face is never expanded in memory.
+  bool isOneTexel(int faceId) const { return oneTexel(faceId) != nullptr; }
   /// @}
 
   /// @name Memory
@@ -76,6 +79,8 @@ class VrPtexTexture {
   bool parseEdits(size_t pos, size_t size, std::string& error);
   /// The full-resolution texels of a face (null when damaged; Error once).
   const std::vector<uint8_t>* faceData(int faceId) const;
+  /// The one texel of a face stored as one texel, or null.
+  const uint8_t* oneTexel(int faceId) const;
   bool decodeBlock(size_t pos, size_t size, uint32_t encoding, vrptex::Res res, bool allowTiles,
                    std::vector<uint8_t>& out, std::string& error) const;
 
@@ -101,6 +106,7 @@ class VrPtexTexture {
   bool edited = false;
   std::vector<vrptex::FaceInfo> faces;
   std::vector<uint8_t> constants;  ///< one texel per face
+  std::vector<uint8_t> blockTexels;  ///< the texel of faces whose block is one texel
   std::vector<Block> blocks;       ///< level 0 (or the edit) of each face
   VrPtexMetaData meta;
 
