@@ -53,12 +53,13 @@ struct EvalRequest {
   double u = 0.5;
   double v = 0.5;
   int face = 0;
+  std::string patch;  ///< empty: no patch (maps and patch attributes then give 0.001)
   bool hasFrame = false;
   double frame = 0.0;
 };
 
-/// `vorn eval FILE DESCRIPTION OBJECT ATTR [--u U] [--v V] [--face F] [--frame N]`: prints the
-/// value of the attribute's expression, one number or three.
+/// `vorn eval FILE DESCRIPTION OBJECT ATTR [--u U] [--v V] [--face F] [--patch P] [--frame N]`:
+/// prints the value of the attribute's expression, one number or three.
 int runEval(const EvalRequest& request);
 
 /// `vorn delta create BASE EDITED OUT`: writes the delta file that turns BASE into EDITED.

@@ -115,6 +115,7 @@ int main(int argc, char** argv) {
   eval->add_option("--u", evalRequest.u, "u parameter on the face (default 0.5)");
   eval->add_option("--v", evalRequest.v, "v parameter on the face (default 0.5)");
   eval->add_option("--face", evalRequest.face, "face id (default 0)");
+  eval->add_option("--patch", evalRequest.patch, "patch of the description the location is on (default: none)");
   CLI::Option* evalFrame = eval->add_option("--frame", evalRequest.frame,
                                             "frame (default: the collection's)");
 

@@ -284,6 +284,16 @@ TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
   }
   EXPECT_GT(counted[0], 50);
   EXPECT_GT(counted[1], 50);
+
+  // vorn eval reads the painted value on the patch it is given; no patch, no map.
+  const std::string eval = "cd " + shellWord(exampleDir) + " && " + vrtest::vornCli() +
+                           " eval painted.vorn hair SplinePrimitive length";
+  EXPECT_EQ(runCommand(eval + " --face 0 --patch scalpShape").output, "0.40000000000000002\n");
+  EXPECT_EQ(runCommand(eval + " --face 4 --patch scalpShape").output, "0.17529412209987641\n");  // 64/255 as a float
+  EXPECT_EQ(runCommand(eval + " --face 4").output, "0.1003\n");
+  const auto unknown = runCommand(eval + " --patch nose 2>&1");
+  EXPECT_EQ(unknown.exitCode, 1);
+  EXPECT_NE(unknown.output.find("description \"hair\" has no patch \"nose\""), std::string::npos) << unknown.output;
 }
 
 TEST(VornRender, AlembicOutputOpensWithInspectAndHoldsEveryCurve) {
