@@ -47,6 +47,8 @@ bool VrPtexWriter::writeFace(int faceId, const FaceInfo& info, const void* data,
     return fail("face " + std::to_string(faceId) + " is out of range or has an unusable resolution");
   const size_t rowBytes = static_cast<size_t>(info.res.u()) * pixelBytes;
   if (stride == 0) stride = static_cast<int>(rowBytes);
+  if (stride < 0 || static_cast<size_t>(stride) < rowBytes)
+    return fail("face " + std::to_string(faceId) + ": a row step of " + std::to_string(stride) + " bytes is shorter than a row");
   std::vector<uint8_t> packed(rowBytes * static_cast<size_t>(info.res.v()));
   for (int v = 0; v < info.res.v(); ++v)
     std::memcpy(packed.data() + v * rowBytes, static_cast<const uint8_t*>(data) + static_cast<size_t>(v) * stride, rowBytes);

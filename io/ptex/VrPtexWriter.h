@@ -30,7 +30,8 @@ class VrPtexWriter {
   VrPtexWriter(const std::string& path, const Options& options);
 
   /// Face `faceId` in [0, numFaces) with `info.res.size()` texels of the file's data type,
-  /// interleaved, u fastest; `stride` is the byte step between rows (0: packed). A face whose
+  /// interleaved, u fastest; `stride` is the byte step between rows (0: packed; less than a row
+  /// is refused). A face whose
   /// texels are all equal is stored as constant. The info's constant flag is set by the writer;
   /// its adjacency and subface flag are kept. False (Error) for a bad id or resolution.
   bool writeFace(int faceId, const vrptex::FaceInfo& info, const void* data, int stride = 0);

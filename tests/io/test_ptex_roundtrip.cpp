@@ -144,6 +144,7 @@ TEST(PtexRoundTrip, WrittenTexturesReadBackTexelForTexel) {
     for (int k = 0; k + 1 < c.channels; ++k) EXPECT_EQ(got[k], expected[k + 1]);
     EXPECT_EQ(got[c.channels - 1], 9.0f);
     EXPECT_FALSE(t->getPixel(0, 8, 0, got, 0, 1));
+    EXPECT_FALSE(t->getPixel(0, 0, -1, got, 0, 1));
     EXPECT_FALSE(t->getPixel(4, 0, 0, got, 0, 1));
 
     // Meta data of every type, the large entry included.
@@ -178,6 +179,12 @@ TEST(PtexRoundTrip, DumpOfAWrittenTextureShowsItsMetaDataAndReducedTexels) {
   ASSERT_TRUE(writer.writeFace(0, face(2, 1), texels));
   const uint8_t half = 128;
   ASSERT_TRUE(writer.writeConstantFace(1, face(1, 1), &half));
+  // Bad calls are Errors and change nothing.
+  EXPECT_FALSE(writer.writeFace(0, face(2, 1), texels, 3));  // a row step shorter than a row
+  EXPECT_FALSE(writer.writeFace(2, face(0, 0), texels));     // no face 2
+  EXPECT_FALSE(writer.writeFace(0, face(-1, 0), texels));
+  EXPECT_EQ(log.errors().size(), 3u);
+  log.clear();
   writer.metaData().setInt16("k", {1, -2});
   writer.metaData().setString("s", "a\tb");
   ASSERT_TRUE(writer.close());
