@@ -10,7 +10,9 @@
 #include "document/VrPalette.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrExpression.h"
+#include "expressions/VrMapFunctions.h"
 #include "expressions/VrSeExpr.h"
+#include "geometry/SgBox3T.h"
 #include "geometry/VrPatch.h"
 
 #include <KSeExpr/ExprBuiltins.h>
@@ -252,20 +254,70 @@ class ShadowFunc : public PlainFunc {
   }
 };
 
-// Functions that read the primitive being built at the location. Where no primitive is being
-// built they give the failure value.
-class PrimitiveFunc : public PlainFunc {
+// alignU([dir]), alignV([dir]), alignN([dir]): how the primitive being built at the location
+// would lean toward a direction ((0, 1, 0) by default): the share of dir along the surface's U
+// or V, over (|along U| + |along V|) * 100, or the angle in degrees between dir and the normal.
+class AlignFunc : public PlainFunc {
  public:
-  explicit PrimitiveFunc(bool vectorArg) : vectorArg(vectorArg) {}
+  enum class Axis { U, V, N };
+  explicit AlignFunc(Axis axis) : axis(axis) {}
   ExprType prep(ExprFuncNode* node, bool, ExprVarEnvBuilder& env) const override {
     bool ok = true;
-    for (int i = 0; i < node->numChildren(); ++i) ok = node->checkArg(i, vectorArg ? vector3() : scalar(), env) && ok;
+    for (int i = 0; i < node->numChildren(); ++i) ok = node->checkArg(i, vector3(), env) && ok;
     return ok ? result() : ExprType().Error();
   }
-  void eval(ArgHandle args) override { failure(args); }
+  void eval(ArgHandle args) override {
+    SgVec3T<double> dir(0.0, 1.0, 0.0);
+    if (args.nargs() > 0) {
+      const auto value = args.inFp<3>(0);
+      dir = SgVec3T<double>(value[0], value[1], value[2]);
+      dir.normalize();
+    }
+    const VrExpression* expression = evaluating();
+    const VrExprContext& context = VrExprContext::current();
+    SgVec3T<double> U, V, N;
+    if (!expression || !expression->description() || !VrSeExpr::primitiveFrame(context.u, context.v, U, V, N))
+      return failure(args);
+    if (axis == Axis::N) {
+      const double cosine = std::min(1.0, std::max(-1.0, dir.dot(N)));
+      return broadcast(args, std::acos(cosine) * 180.0 / M_PI);
+    }
+    const double du = dir.dot(U), dv = dir.dot(V);
+    // No guard: where both dots are zero the result is not a number.
+    broadcast(args, (axis == Axis::U ? du : dv) / ((std::fabs(du) + std::fabs(dv)) * 100.0));
+  }
 
  private:
-  bool vectorArg;
+  Axis axis;
+};
+
+// bboxdist(point): the distance from the point to the patch's (reference) bounding box, 0
+// inside it.
+class BBoxDistFunc : public PlainFunc {
+ public:
+  ExprType prep(ExprFuncNode* node, bool, ExprVarEnvBuilder& env) const override {
+    bool ok = true;
+    for (int i = 0; i < node->numChildren(); ++i) ok = node->checkArg(i, vector3(), env) && ok;
+    return ok ? result() : ExprType().Error();
+  }
+  void eval(ArgHandle args) override {
+    const VrExpression* expression = evaluating();
+    const VrDescription* description = expression ? expression->description() : nullptr;
+    const VrExprContext& context = VrExprContext::current();
+    if (!description || !context.patchName) return failure(args);
+    const VrPatch* patch = description->patch(*context.patchName);
+    if (!patch) {
+      VR_WARNING(3, "NULL patch! " + *context.patchName);
+      return failure(args);
+    }
+    const SgBox3T<double> box = patch->boundingBox(true);
+    const auto value = args.inFp<3>(0);
+    const SgVec3T<double> point(value[0], value[1], value[2]);
+    const SgVec3T<double> lo = box.min, hi = box.maxCorner();
+    const SgVec3T<double> nearest(std::min(std::max(point.x, lo.x), hi.x), std::min(std::max(point.y, lo.y), hi.y),
+                                  std::min(std::max(point.z, lo.z), hi.z));
+    broadcast(args, (point - nearest).length());
+  }
 };
 
 // patchAttr(name): a custom value of the patch at the location.
@@ -294,17 +346,12 @@ class PatchAttrFunc : public StringArgFunc {
 class GuidesAttrFunc : public StringArgFunc {
  public:
   void eval(ArgHandle args) override {
-    VR_WARNING(3, "Attribute doesn't exist! " + argName(args));
-    failure(args);
-  }
-};
-
-// map, vmap, triplanar: painted maps named by their first argument.
-class MapFunc : public StringArgFunc {
- public:
-  void eval(ArgHandle args) override {
-    VR_WARNING(3, "Could not read map " + argName(args));
-    failure(args);
+    SgVec3T<double> value;
+    if (!VrSeExpr::guidesAttr(argName(args), value)) {
+      VR_WARNING(3, "Attribute doesn't exist! " + argName(args));
+      return failure(args);
+    }
+    write(args, value.x, value.y, value.z);
   }
 };
 
@@ -315,26 +362,27 @@ struct FunctionTable {
   StrayFunc stray;
   CollectionExpressionFunc pal;
   ShadowFunc shadow;
-  PrimitiveFunc align{true};
-  PrimitiveFunc bboxdist{true};
+  AlignFunc alignU{AlignFunc::Axis::U};
+  AlignFunc alignV{AlignFunc::Axis::V};
+  AlignFunc alignN{AlignFunc::Axis::N};
+  BBoxDistFunc bboxdist;
   PatchAttrFunc patchAttr;
   GuidesAttrFunc guidesAttr;
-  MapFunc map;
   std::unordered_map<std::string, KSeExpr::ExprFunc> functions;
 
   FunctionTable() {
-    functions.emplace("map", KSeExpr::ExprFunc(map, 1, 4));
-    functions.emplace("vmap", KSeExpr::ExprFunc(map, 1, 4));
-    functions.emplace("triplanar", KSeExpr::ExprFunc(map, 1, 5));
+    functions.emplace("map", KSeExpr::ExprFunc(vrexpr::mapFunction(vrexpr::MapKind::Map), 1, 4));
+    functions.emplace("vmap", KSeExpr::ExprFunc(vrexpr::mapFunction(vrexpr::MapKind::VertexMap), 1, 4));
+    functions.emplace("triplanar", KSeExpr::ExprFunc(vrexpr::mapFunction(vrexpr::MapKind::TriPlanar), 1, 5));
     functions.emplace("noise", KSeExpr::ExprFunc(noise, 0, 3));
     functions.emplace("frameArray", KSeExpr::ExprFunc(frameArray, 0, -1));
     functions.emplace("pal", KSeExpr::ExprFunc(pal, 0, -1));
     functions.emplace("stray", KSeExpr::ExprFunc(stray, 0, -1));
     functions.emplace("rand", KSeExpr::ExprFunc(rand, 0, 3));
     functions.emplace("shadow", KSeExpr::ExprFunc(shadow, 1, 1));
-    functions.emplace("alignU", KSeExpr::ExprFunc(align, 0, 1));
-    functions.emplace("alignV", KSeExpr::ExprFunc(align, 0, 1));
-    functions.emplace("alignN", KSeExpr::ExprFunc(align, 0, 1));
+    functions.emplace("alignU", KSeExpr::ExprFunc(alignU, 0, 1));
+    functions.emplace("alignV", KSeExpr::ExprFunc(alignV, 0, 1));
+    functions.emplace("alignN", KSeExpr::ExprFunc(alignN, 0, 1));
     functions.emplace("bboxdist", KSeExpr::ExprFunc(bboxdist, 1, 1));
     functions.emplace("patchAttr", KSeExpr::ExprFunc(patchAttr, 1, 1));
     functions.emplace("guidesAttr", KSeExpr::ExprFunc(guidesAttr, 1, 1));

@@ -12,8 +12,11 @@
 #include "document/VrDescription.h"
 #include "document/VrMessage.h"
 #include "document/VrPalette.h"
+#include "document/VrProfiler.h"
 #include "document/VrTaskManager.h"
 #include "document/vrutilCodec.h"
+#include "document/vrutilFiles.h"
+#include "expressions/VrPtexCache.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrSeExpr.h"
 #include "primitives/VrPrimitiveContext.h"
@@ -271,11 +274,25 @@ void VrExpression::registerClearCache(std::function<void()> callback) {
 }
 
 void VrExpression::clearPtexs() {
+  vrutil::VrProfileScope profile("clearPtexs");
+  if (VrTaskManager::seExprMultithreading())
+    VrPtexCache::clearAll();
+  else
+    VrPtexCache::clearThisThread();
   for (const auto& callback : clearCallbacks()) callback();
+}
+
+std::shared_ptr<VrPtexTexture> VrExpression::getPtex(const std::string& path) {
+  return VrPtexCache::forThisThread().get(path);
 }
 
 bool VrExpression::shadowPass() { return shadowPassFlag(); }
 void VrExpression::setShadowPass(bool on) { shadowPassFlag() = on; }
 
-void VrExpression::getExternalContext(std::vector<std::pair<std::string, std::string>>&,
-                                      const std::string&) const {}
+void VrExpression::getExternalContext(std::vector<std::pair<std::string, std::string>>& pairs,
+                                      const std::string& prefix) const {
+  if (!owner || !isValid()) return;
+  for (const std::string& map : seExpr()->mapNames())
+    for (const auto& patch : owner->patches())
+      pairs.emplace_back(prefix, vrutil::resolveFileInVrDataPath(map, patch.first, owner, ""));
+}

@@ -20,6 +20,7 @@
 
 class VrDescription;
 class VrPrimitiveContext;
+class VrPtexTexture;
 class VrSeExpr;
 
 class VrExpression {
@@ -113,13 +114,19 @@ class VrExpression {
                                                           VrDescription* description);
   /// Registers a callback run by `clearPtexs`.
   static void registerClearCache(std::function<void()> callback);
-  /// Drops every cached texture.
+  /// Drops cached textures: every thread's under expression multithreading, else the calling
+  /// thread's; then runs the callbacks of `registerClearCache`. Only while nothing evaluates.
   static void clearPtexs();
+  /// The texture at `path` from the calling thread's cache (opened on first use, no lock once
+  /// the thread's cache exists), or null with an Error the first time the file fails. The
+  /// texture stays valid while the pointer is held.
+  static std::shared_ptr<VrPtexTexture> getPtex(const std::string& path);
   static bool shadowPass();
   static void setShadowPass(bool on);
   /// @}
 
-  /// Adds (prefix, path) for each file the expression reads; none until maps are read.
+  /// Adds (prefix, path) for each file the expression's `map` and `vmap` calls stand for: per
+  /// map, the file resolved for each patch of the description, in name order.
   void getExternalContext(std::vector<std::pair<std::string, std::string>>& pairs,
                           const std::string& prefix) const;
 

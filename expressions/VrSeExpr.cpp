@@ -349,6 +349,22 @@ KSeExpr::ExprVarRef* VrSeExpr::resolveVar(const std::string& name) const {
   return ref.get();
 }
 
+bool VrSeExpr::primitiveFrame(double u, double v, SgVec3T<double>& U, SgVec3T<double>& V, SgVec3T<double>& N) {
+  VrPrimitiveContext* primitive = currentPrimitiveContext();
+  if (!primitive || !primitive->cPatch()) return false;
+  U = primitive->cU(u, v, false);
+  V = primitive->cV(u, v, false);
+  N = primitive->cN(u, v, false);
+  return true;
+}
+
+bool VrSeExpr::guidesAttr(const std::string& name, SgVec3T<double>& value) {
+  VrPrimitiveContext* context = currentPrimitiveContext();
+  const VrDescription* description = context ? context->description() : nullptr;
+  const VrPrimitive* primitive = description ? description->activePrimitive() : nullptr;
+  return primitive && primitive->getAttrValueInParallel(*context, name, value);
+}
+
 KSeExpr::ExprFunc* VrSeExpr::resolveFunc(const std::string& name) const {
   if (KSeExpr::ExprFunc* function = vrexpr::findFunction(name)) {
     systemCalls = true;

@@ -9,7 +9,10 @@
 #include <KSeExpr/ExprNode.h>
 #include <KSeExpr/Expression.h>
 
+#include "geometry/SgVec3T.h"
+
 #include <string>
+#include <vector>
 
 class VrExpression;
 
@@ -37,6 +40,22 @@ class VrSeExpr : public KSeExpr::Expression {
   /// which makes its value depend on the location even with no variable in it.
   bool callsSystemFunction() const { return systemCalls; }
 
+  /// @name Map names of the `map` and `vmap` calls, registered when the text is prepared
+  /// @{
+  void addMapName(const std::string& name) const { maps.push_back(name); }
+  const std::vector<std::string>& mapNames() const { return maps; }
+  /// @}
+
+  /// @name The primitive being built where the calling thread evaluates (see the variables)
+  /// @{
+  /// Its unit U, unit V and normal at (u, v) on the animated surface; false without a primitive
+  /// or without a patch.
+  static bool primitiveFrame(double u, double v, SgVec3T<double>& U, SgVec3T<double>& V, SgVec3T<double>& N);
+  /// The guides' attribute `name` at its location (VrPrimitive::getAttrValueInParallel); false
+  /// without a primitive or when the guides lack it.
+  static bool guidesAttr(const std::string& name, SgVec3T<double>& value);
+  /// @}
+
   /// The errors of the last preparation, one English line each.
   std::string errorText() const;
 
@@ -44,6 +63,7 @@ class VrSeExpr : public KSeExpr::Expression {
   VrExpression* owner;
   mutable int randCounter = 0;
   mutable bool systemCalls = false;
+  mutable std::vector<std::string> maps;
 };
 
 #include "geometry/SgVec3T.h"

@@ -1,5 +1,6 @@
 #include "generators/VrRandomGenerator.h"
 
+#include "io/ptex/VrPtexTexture.h"
 #include "io/vpd/VpdReader.h"
 
 #include "document/VrDescription.h"
@@ -217,14 +218,24 @@ double VrRandomGenerator::surfaceCompensation(const VrPatch& patch, int face) co
 }
 
 double VrRandomGenerator::dcMax(const std::string& geometry, int face) const {
-  (void)face;
   std::string found;
   if (!vrutil::findFileInVrDataPath(found, "DC/" + vrutil::stripNameSpace(geometry) + ".ptx", geometry,
                                     description(), "", true))
     return 1.0;
-  // The map's per-face maxima ("VrDCMax") are read with the map reader; until maps are read a
-  // found map allows as much as a missing one.
-  return 1.0;
+  // The map was normalised when it was written: "VrDCMax" keeps each face's greatest value.
+  const std::shared_ptr<VrPtexTexture> map = VrExpression::getPtex(found);
+  if (!map) return 1.0;
+  if (map->metaData().numKeys() == 0) {
+    VR_ERROR("No meta data in " + found + " so cant resolve dcMax");
+    return 1.0;
+  }
+  std::vector<double> maxima;
+  if (!map->metaData().getNumbers("VrDCMax", maxima)) return 1.0;
+  if (face < 0 || maxima.size() <= static_cast<size_t>(face)) {
+    VR_ERROR("Invalid dcMax in density compensation map " + found);
+    return 1.0;
+  }
+  return maxima[static_cast<size_t>(face)];
 }
 
 void VrRandomGenerator::scatter(VrPrimitiveContext& context, int face, const std::vector<VrPatch*>& patches,

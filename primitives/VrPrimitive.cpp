@@ -364,6 +364,22 @@ SgVec3T<double> VrPrimitive::evalColorInParallel(VrPrimitiveContext& context, do
   return colorExpression.eval(u, v, face, patchName);
 }
 
+bool VrPrimitive::getAttrValueInParallel(const VrPrimitiveContext& context, const std::string& name,
+                                         SgVec3T<double>& value) const {
+  SgVec3T<double> sum;
+  const size_t n = std::min(context.activeGuides.size(), context.weight.size());
+  for (size_t i = 0; i < n; ++i) {
+    const unsigned index = static_cast<unsigned>(context.activeGuides[i]);
+    if (index >= numGuides()) return false;
+    const SgVec3T<double>* attr = guide(index).guideCustomAttrs().find(name);
+    if (!attr) return false;
+    sum += *attr * context.weight[i];
+  }
+  if (n == 0) return false;
+  value = sum * context.weightN;
+  return true;
+}
+
 SgVec3T<double> VrPrimitive::evalInterpGuideColor(const VrPrimitiveContext& context) const {
   SgVec3T<double> sum;
   for (size_t i = 0; i < context.activeGuides.size() && i < context.weight.size(); ++i) {

@@ -167,6 +167,13 @@ class VrPrimitive : public VrBasePrimitive {
   SgVec3T<double> evalColor(double u, double v, int face, const std::string* patchName) const {
     return evalColorInParallel(*primContext, u, v, face, patchName);
   }
+  /// An attribute of the guides at the context's location: the sum over the active guides of
+  /// each one's custom value `name` times its weight, times weightN. False when no guide reaches
+  /// the location or one of those reaching it lacks the attribute.
+  bool getAttrValueInParallel(const VrPrimitiveContext& context, const std::string& name, SgVec3T<double>& value) const;
+  bool getAttrValue(const std::string& name, SgVec3T<double>& value) const {
+    return getAttrValueInParallel(*primContext, name, value);
+  }
   /// Sum over the active guides of colour times weight, times weightN. A guide's colour is the
   /// guide colour expression at its root, or its kept colour while the colour cache is on.
   SgVec3T<double> evalInterpGuideColor(const VrPrimitiveContext& context) const;

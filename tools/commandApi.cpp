@@ -386,8 +386,13 @@ int evaluate(const EvalRequest& request, const CliLogger& logger) {
     if (logger.errors() == errorsBefore) std::cerr << "error: " << report << '\n';
     return ExitFailed;
   }
+  if (!request.patch.empty() && !description->patch(request.patch)) {
+    fail("description " + inQuotes(request.description) + " has no patch " + inQuotes(request.patch));
+    return ExitFailed;
+  }
   if (request.hasFrame) palette->setFrame(request.frame);
-  const SgVec3T<double> value = expression.eval(request.u, request.v, request.face);
+  const SgVec3T<double> value =
+      expression.eval(request.u, request.v, request.face, request.patch.empty() ? nullptr : &request.patch);
   if (logger.errors() != errorsBefore) return ExitFailed;
 
   std::string out = number(value.x);

@@ -53,12 +53,13 @@ struct EvalRequest {
   double u = 0.5;
   double v = 0.5;
   int face = 0;
+  std::string patch;  ///< empty: no patch (maps and patch attributes then give 0.001)
   bool hasFrame = false;
   double frame = 0.0;
 };
 
-/// `vorn eval FILE DESCRIPTION OBJECT ATTR [--u U] [--v V] [--face F] [--frame N]`: prints the
-/// value of the attribute's expression, one number or three.
+/// `vorn eval FILE DESCRIPTION OBJECT ATTR [--u U] [--v V] [--face F] [--patch P] [--frame N]`:
+/// prints the value of the attribute's expression, one number or three.
 int runEval(const EvalRequest& request);
 
 /// `vorn delta create BASE EDITED OUT`: writes the delta file that turns BASE into EDITED.
@@ -71,8 +72,9 @@ int runDeltaCreate(const std::string& base, const std::string& edited, const std
 int runDeltaApply(const std::string& base, const std::vector<std::string>& deltas,
                   const std::string& output);
 
-/// `vorn inspect FILE.abc`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive; 1
-/// when the archive is refused or any part of it cannot be read.
+/// `vorn inspect FILE`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive or the
+/// "ptex-ref-v1" dump of a Ptex file, chosen by the file's magic; 1 when the file is refused or
+/// any part of it cannot be read.
 int runInspect(const std::string& file);
 
 /// What `vorn render` renders and how (see docs/render-command.md).

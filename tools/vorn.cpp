@@ -131,6 +131,7 @@ int main(int argc, char** argv) {
   eval->add_option("--u", evalRequest.u, "u parameter on the face (default 0.5)");
   eval->add_option("--v", evalRequest.v, "v parameter on the face (default 0.5)");
   eval->add_option("--face", evalRequest.face, "face id (default 0)");
+  eval->add_option("--patch", evalRequest.patch, "patch of the description the location is on (default: none)");
   CLI::Option* evalFrame = eval->add_option("--frame", evalRequest.frame,
                                             "frame (default: the collection's)");
 
@@ -149,8 +150,8 @@ int main(int argc, char** argv) {
   deltaApply->add_option("-o,--output", deltaOutput, "collection file to write")->required();
 
   std::string archive;
-  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive's objects, properties and samples");
-  inspect->add_option("file", archive, "Alembic archive (.abc, Ogawa)")->required();
+  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive or a Ptex texture file");
+  inspect->add_option("file", archive, "Alembic archive (Ogawa) or Ptex file, told apart by their contents")->required();
 
   vorncli::RenderRequest renderRequest;
   std::string shutterText;

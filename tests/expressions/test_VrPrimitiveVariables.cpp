@@ -376,3 +376,45 @@ TEST(VrPrimitiveVariables, RenderedWidthsFollowPOnOneAndTwoThreads) {
   description->setActiveRenderer(nullptr);
   patch->unbindGeometry();
 }
+
+TEST(VrPrimitiveVariables, AlignmentDistanceAndGuideFunctions) {
+  vrtest::CaptureLogger log;
+  Scene scene;
+  // Face 5 of the flat grid: U along x, V along y, N along z (either way up).
+  const double f = 0.001;
+  const double n = scene.eval("$N[2]", 0.5, 0.5).x;
+  struct Case {
+    const char* text;
+    double expected;
+  };
+  const Case cases[] = {
+      {"alignU()", 0.0},                      // (0, 1, 0): all along V
+      {"alignV()", 0.01},                     // 1 / ((0 + 1) * 100)
+      {"alignU([3, 1, 0])", 0.0075},          // 3 / ((3 + 1) * 100), the length does not matter
+      {"alignV([-3, 1, 5])", 0.0025},         // 1 / ((3 + 1) * 100)
+      {"alignN([0, 1, 0])", 90.0},            // perpendicular to the normal
+      {"alignN([0, 0, 2])", n > 0 ? 0.0 : 180.0},
+      {"bboxdist([2, 2, 0])", 0.0},           // inside the patch's box [0, 4] x [0, 4] x [0, 0]
+      {"bboxdist([7, 0, 4])", 5.0},           // (3, 0, 4) away
+      {"guidesAttr(\"clump\")", 2.5},         // weighted, see below
+      {"guidesAttr(\"none\")", f},
+  };
+  // Two guides reach the location, weights 1 and 3 (weightN the reciprocal of their sum), with
+  // clump values 1 and 3: 0.25 * (1 * 1 + 3 * 3) = 2.5.
+  scene.primitive->setGuideCount(2);
+  scene.primitive->guide(0u).guideCustomAttrs()["clump"] = Vec(1, 1, 1);
+  scene.primitive->guide(1u).guideCustomAttrs()["clump"] = Vec(3, 3, 3);
+  scene.context().activeGuides = {0, 1};
+  scene.context().weight = {1.0, 3.0};
+  scene.context().weightN = 0.25;
+  const unsigned warningLevel = VRWarningLevel;
+  VRWarningLevel = 3;
+  for (const Case& c : cases) EXPECT_NEAR(scene.eval(c.text, 0.5, 0.5).x, c.expected, 1e-9) << c.text;
+  VRWarningLevel = warningLevel;
+  EXPECT_TRUE(log.has("Attribute doesn't exist! none"));
+  // Both dots zero: nothing guards the division.
+  EXPECT_TRUE(std::isnan(scene.eval("alignU([0, 0, 1])", 0.5, 0.5).x));
+  // Without a primitive, or without its patch, the failure value.
+  scene.context().setActivePatchFace(nullptr, 0);
+  EXPECT_EQ(scene.eval("alignV()", 0.5, 0.5), Vec(f, f, f));
+}

@@ -20,6 +20,7 @@
 #include <tbb/task_arena.h>
 
 #include "document/vrutilFiles.h"
+#include "io/ptex/VrPtexWriter.h"
 #include "io/vpd/VpdWriter.h"
 #include "support/TempDir.h"
 
@@ -541,6 +542,52 @@ TEST(VrRandomGeneratorScatter, RegionPreviewKeepsIdsAndDensityCompensationCounts
   const long max = statValue(stats(log)[0], "(max=");
   EXPECT_TRUE(max == 15) << stats(log)[0];  // floor(30.4 or 31.4) / 2
   EXPECT_EQ(statValue(stats(log)[0], " dc="), 15);
+}
+
+TEST(VrRandomGeneratorScatter, DensityCompensationMapsLimitEachFace) {
+  // DC/skin.ptx over two unit faces: painted values 1.0 and 110/255; the per-face maxima 0.5 and 1.
+  vrtest::CaptureLogger log;
+  vrtest::TempDir dir;
+  std::filesystem::create_directories(dir.file("DC"));
+  VrPtexWriter::Options options;
+  options.numFaces = 2;
+  VrPtexWriter writer(dir.file("DC/skin.ptx"), options);
+  vrptex::FaceInfo info;
+  const uint8_t full = 255, partly = 110;
+  ASSERT_TRUE(writer.writeConstantFace(0, info, &full));
+  ASSERT_TRUE(writer.writeConstantFace(1, info, &partly));
+  writer.metaData().setDouble("VrDCMax", {0.5, 1.0});
+  ASSERT_TRUE(writer.close());
+
+  Scene scene(grid(2, 1));
+  scene.palette->setAttr("vrDataPath", dir.path());
+  scene.generator->setAttr("density", "40");
+  const Records plain = scene.run();
+  scene.generator->setAttr("dcFlag", "true");
+  const Records compensated = scene.run();
+  auto onFace = [](const Records& records, int face) {
+    return std::count_if(records.begin(), records.end(), [&](const Record& r) { return r.face == face; });
+  };
+  EXPECT_EQ(onFace(plain, 0), 40);
+  EXPECT_EQ(onFace(plain, 1), 40);
+  // Face 0: floor(0.5 * 40) samples, all kept by the painted 1.0. Face 1: all 40 samples, the
+  // painted 0.431 keeping those with i / 40 below it: the first 18.
+  EXPECT_EQ(onFace(compensated, 0), 20);
+  EXPECT_EQ(onFace(compensated, 1), 18);
+  // The kept points are the earliest ones of the face's sequence, with their ids.
+  const auto full1 = byIdentity(plain);
+  for (const Record& r : compensated) EXPECT_EQ(full1.at({r.face, r.id}), std::make_pair(r.u, r.v));
+
+  // A map whose maxima do not reach a face is an Error; the face keeps its samples.
+  VrPtexWriter shorter(dir.file("DC/skin.ptx"), options);
+  ASSERT_TRUE(shorter.writeConstantFace(0, info, &full));
+  ASSERT_TRUE(shorter.writeConstantFace(1, info, &full));
+  shorter.metaData().setDouble("VrDCMax", {0.5});
+  ASSERT_TRUE(shorter.close());
+  VrExpression::clearPtexs();
+  EXPECT_EQ(onFace(scene.run(), 1), 40);
+  EXPECT_TRUE(log.has("Invalid dcMax in density compensation map " + dir.path() + "/DC/skin.ptx"));
+  VrExpression::clearPtexs();
 }
 
 TEST(VrRandomGeneratorPoints, PointFilesAddTheirPointsAfterTheScatter) {

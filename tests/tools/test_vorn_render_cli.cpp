@@ -257,6 +257,47 @@ TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
       << again.output;
 }
 
+TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
+  // examples/head/painted.vorn: length 0.1 + 0.3 * map("maps/"), the map painted 1.0 on faces
+  // 0-3, 8-11, ... and 0.25 on faces 4-7, 12-15, ... (vorn_make_example_length_map). The
+  // collection's data path is "./": the render runs in the example's folder.
+  vrtest::TempDir dir;
+  std::vector<std::string> outputs;
+  for (const char* threads : {"", " --threads 2"}) {
+    const std::string out = dir.file("painted" + std::to_string(outputs.size()) + ".jsonl");
+    const auto result = runCommand("cd " + shellWord(exampleDir) + " && " + vrtest::vornCli() + " " +
+                                   renderArgs("painted.vorn", "head.abc", out) + threads + " 2>&1");
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    outputs.push_back(readText(out));
+  }
+  EXPECT_EQ(firstDifference(outputs[1], outputs[0]), "");
+  int counted[2] = {0, 0};
+  for (const Line& line : parse(outputs[0])) {
+    double length = 0.0;
+    for (size_t k = 3; k < line.cvs.size(); k += 3)
+      length += std::sqrt(std::pow(line.cvs[k] - line.cvs[k - 3], 2) + std::pow(line.cvs[k + 1] - line.cvs[k - 2], 2) +
+                          std::pow(line.cvs[k + 2] - line.cvs[k - 1], 2));
+    // As above, the polyline through the rebuilt CVs may come out up to 2% short.
+    const bool fullBand = (line.face / 4) % 2 == 0;
+    const double expected = fullBand ? 0.4 : 0.1 + 0.3 * (64.0 / 255.0);
+    EXPECT_GT(length, expected * 0.98) << "face " << line.face;
+    EXPECT_LT(length, expected + 1e-4) << "face " << line.face;
+    ++counted[fullBand ? 1 : 0];
+  }
+  EXPECT_GT(counted[0], 50);
+  EXPECT_GT(counted[1], 50);
+
+  // vorn eval reads the painted value on the patch it is given; no patch, no map.
+  const std::string eval = "cd " + shellWord(exampleDir) + " && " + vrtest::vornCli() +
+                           " eval painted.vorn hair SplinePrimitive length";
+  EXPECT_EQ(runCommand(eval + " --face 0 --patch scalpShape").output, "0.40000000000000002\n");
+  EXPECT_EQ(runCommand(eval + " --face 4 --patch scalpShape").output, "0.17529412209987641\n");  // 64/255 as a float
+  EXPECT_EQ(runCommand(eval + " --face 4").output, "0.1003\n");
+  const auto unknown = runCommand(eval + " --patch nose 2>&1");
+  EXPECT_EQ(unknown.exitCode, 1);
+  EXPECT_NE(unknown.output.find("description \"hair\" has no patch \"nose\""), std::string::npos) << unknown.output;
+}
+
 TEST(VornRender, AlembicOutputOpensWithInspectAndHoldsEveryCurve) {
   vrtest::TempDir dir;
   const std::string collection = smallCollection(dir);
