@@ -50,8 +50,9 @@ void BM_ClumpRender(benchmark::State& state) {
   const std::string dir = mkdtemp(pattern.data()) ? pattern : std::string("/tmp");
   if (clumping) {
     auto* clump = static_cast<VrClumpingFXModule*>(spline->addFXModule("ClumpingFXModule"));
-    clump->setAttr("pointDir", dir + "/points/", "string");
-    clump->setAttr("mapDir", dir + "/maps/", "string");
+    palette->setAttr("vrDataPath", dir + "/", "string");  // files are found along the data path
+    clump->setAttr("pointDir", "points/", "string");
+    clump->setAttr("mapDir", "maps/", "string");
     clump->setAttr("texelsPerUnit", "4", "float");
     clump->setAttr("curl", "0.3", "expr");
     VrClumpMaker::Options options;
