@@ -145,6 +145,7 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
     scene.clump->setAttr("clumpScale", c.clumpScale, "rampUI");
     scene.clump->setAttr("flatness", c.flatness, "expr");
     scene.clump->setAttr("flatnessScale", "rampUI(0,1,1)", "rampUI");
+    scene.clump->setAttr("cvAttr", "true", "bool");
     scene.spline->initDescription();
     ASSERT_EQ(scene.clump->numClumpGuides(), 1u);
     const VrClumpGuide& guide = scene.clump->clumpGuides()[0];
@@ -160,9 +161,16 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
         case Unchanged:
           EXPECT_EQ(after[i], before[i]);
           break;
-        case OnGuide:
+        case OnGuide: {
           EXPECT_NEAR((after[i] - guide.cvs[i]).length(), 0.0, 1e-12);
+          // cvAttr: the clump amount per CV and the guide copy travel with the primitive.
+          const auto* amount = scene.spline->context().cvAttr("ClumpingAmount");
+          const auto* copy = scene.spline->context().cvAttr("ClumpingGuide");
+          ASSERT_TRUE(amount && copy);
+          EXPECT_EQ((*amount)[i], Vec(1, 1, 1));
+          EXPECT_EQ((*copy)[i], guide.cvs[i]);
           break;
+        }
         case FlatAlongB: {
           // Straight hairs on a flat patch: the frame stays (N, U, V); the offset from the
           // guide keeps its U part and loses its V part.
