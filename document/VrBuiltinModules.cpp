@@ -4,6 +4,7 @@
 
 #include "document/VrDataObject.h"
 #include "document/VrModules.h"
+#include "fxmodules/VrClumpingFXModule.h"
 #include "fxmodules/VrFXModule.h"
 #include "generators/VrRandomGenerator.h"
 #include "geometry/VrNurbsPatch.h"
@@ -19,11 +20,27 @@
 
 namespace {
 
+// A data-only module of a family: it keeps attributes and changes nothing.
+template <class Base>
+struct DataOf {
+  using type = VrDataModule<Base>;
+};
+// A data-only FX module leaves every primitive as it is, from any number of workers.
+class VrDataFXModule : public VrDataModule<VrFXModule> {
+ public:
+  using VrDataModule<VrFXModule>::VrDataModule;
+  bool isThreadSafe() const override { return true; }
+};
+template <>
+struct DataOf<VrFXModule> {
+  using type = VrDataFXModule;
+};
+
 template <class Base, const char* const* Names>
 struct Family {
   template <size_t I>
   static void* create(VrDescription* description) {
-    return new VrDataModule<Base>(Names[I], description);
+    return new typename DataOf<Base>::type(Names[I], description);
   }
   template <size_t... I>
   static bool registerAll(std::index_sequence<I...>) {
@@ -40,7 +57,7 @@ constexpr const char* renderers[] = {
     "GLRenderer", "GeometryRenderer", "FileRenderer", "PointRenderer", "OrmRenderer",
     "ParticleRenderer", "PromoteRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
-    "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule", "ClumpingFXModule",
+    "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
     "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
     "MeshCutFXModule", "NoiseFXModule", "ParticleFXModule", "PlaneAnimFXModule",
     "PreserveClumpsFXModule", "SnapshotFXModule", "WindFXModule", "ApplyNetForceFXModule",
@@ -67,6 +84,7 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
                         VrRegisterModule("RendermanRenderer", &createObject<VornRenderAPI::Renderer2>) &&
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
+                        VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&
                         registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&

@@ -185,35 +185,88 @@ void VrPrimitive::makeGeometryInParallel(VrPrimitiveContext& context, double u, 
   context.overrideCDepth(1.0);
   if (context.cullPrim()) return;
   mkGeometryInParallel(context, u, v);
-  applyFXModulesInParallel(context, u, v, fxModule);
+  applyFXModulesInParallel(context, fxModule);
 }
 
 void VrPrimitive::mkGeometryInParallel(VrPrimitiveContext&, double, double) {}
 
-void VrPrimitive::applyFXModulesInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* stop) {
+bool VrPrimitive::applyFXModulesInParallel(VrPrimitiveContext& context, VrFXModule* stopAt) {
+  std::vector<SgVec3T<double>>& cvs = context.getGeom();
   for (VrFXModule* module : stack) {
-    if (module == stop || context.cullPrim()) break;
-    if (module->isActive()) module->apply(this, context, u, v);
+    if (module == stopAt || context.cullPrim()) return true;
+    if (!module->isActive()) continue;
+    const size_t n = cvs.size();
+    if (!module->computeParallel(context)) context.setCullPrim(true);
+    if (cvs.size() != n) {
+      const VrDescription* desc = description();
+      VR_ERROR(module->name() + " from description " + (desc ? desc->name() : std::string()) +
+               " has illegally changed the number of CVs." + " All FX modules will be deactivated.");
+      cvs.resize(n);
+      for (VrFXModule* each : stack) each->setActive(false);
+      return false;
+    }
+    if (!postApplyFxInParallel(context)) return false;
   }
-  postApplyFxInParallel(context);
+  return true;
 }
 
 bool VrPrimitive::postApplyFxInParallel(VrPrimitiveContext&) { return false; }
 
+bool VrPrimitive::canRunInParallel() const {
+  for (const VrFXModule* module : stack)
+    if (module->isActive() && !module->isThreadSafe()) return false;
+  return true;
+}
+
 void VrPrimitive::initDescription() {
   setupInterpolation(true);
   setColorCache(iMethod() == 1);
+  applyBakedGroomManager();
+  for (VrFXModule* module : stack) module->initDescription(this);
   initModules();
+  for (VrFXModule* module : stack)
+    if (module->isActive()) module->initDescriptionInParallel(*primContext);
 }
 
-void VrPrimitive::initDescriptionInParallel(VrPrimitiveContext&) {}
+void VrPrimitive::applyBakedGroomManager() {
+  const int position = bakedGroomManagerPosition();
+  if (position < 0) return;
+  VrFXModule* manager = stack[position];
+  std::string value, type;
+  bool doBake = true;
+  if (manager->getAttr("doBake", value, type)) doBake = !(value == "false" || value == "0");
+  if (doBake) return;
+  // The groom was baked up to the manager: the modules in front of it have already run, and
+  // the primitives come from the baked files.
+  for (int i = 0; i < position; ++i) stack[i]->setActive(false);
+  VrDescription* desc = description();
+  if (!desc) return;
+  VrObject* old = desc->activeGenerator();
+  if (old && old->typeName() == "FileGenerator") return;
+  if (!desc->setActive("FileGenerator")) return;
+  VrObject* files = desc->activeGenerator();
+  if (old && files && files != old) {
+    for (unsigned i = 0; i < old->numAttrs(); ++i) {
+      const std::string name = old->attr(i);
+      if (name != "name" && old->getAttr(name, value, type)) files->setAttr(name, value, type);
+    }
+  }
+  if (files && manager->getAttr("bakeDir", value, type)) files->setAttr("inputDir", value, "float");
+}
+
+void VrPrimitive::initDescriptionInParallel(VrPrimitiveContext& context) {
+  for (VrFXModule* module : stack)
+    if (module->isActive()) module->initDescriptionInParallel(context);
+}
 
 void VrPrimitive::finishDescription() {
   finishModules();
+  for (VrFXModule* module : stack) module->finishDescription();
   setColorCache(false);
 }
 
 void VrPrimitive::finishDescriptionInParallel(VrPrimitiveContext& context) {
+  for (VrFXModule* module : stack) module->finishDescriptionInParallel(context);
   context.removeAllModuleContext();
   context.removeAllPipeData();
 }
@@ -554,6 +607,11 @@ VrFXModule* VrPrimitive::addFXModule(const std::string& type) {
   }
   auto* module = static_cast<VrFXModule*>(VrCreateObject(type, description()));
   if (!module) return nullptr;
+  if (!module->acceptsPrimitive(typeName())) {
+    VR_ERROR(module->name() + " ignored since it doesnt work " + "on active primitive " + typeName());
+    delete module;
+    return nullptr;
+  }
   stack.push_back(module);
   renumberModules();
   VR_DEBUG(1, vrmsg::CatFXModule, type + " added.");

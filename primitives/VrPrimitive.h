@@ -50,10 +50,16 @@ class VrPrimitive : public VrBasePrimitive {
 
   /// @name A pass over the description
   /// @{
-  /// Before a pass: builds the guides' reach maps (silently) and initialises the FX modules.
+  /// Before a pass: builds the guides' reach maps (silently) and initialises the FX modules:
+  /// with an active "BakedGroomManagerFXModule" whose `doBake` is false, the modules in front of
+  /// it are switched off and "FileGenerator" (with the old generator's attributes and `inputDir`
+  /// from the manager's `bakeDir`) becomes the generator; then every module gets its
+  /// `initDescription`, `initModule` and its state on the serial context.
   virtual void initDescription();
-  /// Before a worker's share of a pass, on its context; the base does nothing.
+  /// Before a worker's share of a pass: every active module puts its state on `context`.
   virtual void initDescriptionInParallel(VrPrimitiveContext& context);
+  /// Whether every active module is thread safe, so that workers may build primitives at once.
+  bool canRunInParallel() const;
   /// After a pass: finishes the FX modules.
   virtual void finishDescription();
   /// After a worker's share: drops the context's module records and pipe data.
@@ -76,11 +82,15 @@ class VrPrimitive : public VrBasePrimitive {
   /// The kind's geometry at (u, v); the base makes none.
   virtual void mkGeometryInParallel(VrPrimitiveContext& context, double u, double v);
   void mkGeometry(double u, double v) { mkGeometryInParallel(*primContext, u, v); }
-  /// Runs every active module in stack order up to `stop`, until one culls; then `postApplyFX`.
-  void applyFXModulesInParallel(VrPrimitiveContext& context, double u, double v, VrFXModule* stop);
-  void applyFXModules(double u, double v, VrFXModule* stop) { applyFXModulesInParallel(*primContext, u, v, stop); }
-  /// After the modules: lets the kind mark what depends on the final shape. The base does
-  /// nothing and answers false.
+  /// Runs the active modules in stack order, each followed by `postApplyFX`. Stops with true
+  /// at `stopAt` (the state before that module) or once the primitive is culled (a module that
+  /// answers false culls it). A module that changes the CV count has the count restored, every
+  /// module of the stack switched off for the rest of the pass, and an Error; the answer is
+  /// then false, as it is when `postApplyFX` answers false.
+  bool applyFXModulesInParallel(VrPrimitiveContext& context, VrFXModule* stopAt);
+  bool applyFXModules(VrFXModule* stopAt) { return applyFXModulesInParallel(*primContext, stopAt); }
+  /// After each module: lets the kind mark what depends on the new shape. The base does
+  /// nothing and answers false, which ends the stack.
   virtual bool postApplyFxInParallel(VrPrimitiveContext& context);
   bool postApplyFX() { return postApplyFxInParallel(*primContext); }
   /// CVs of a primitive after the modules' rebuild; the base has none. A primitive's own count is
@@ -275,6 +285,7 @@ class VrPrimitive : public VrBasePrimitive {
   VrPrimitive(VrDescription* description, std::unique_ptr<VrPrimitiveContext> context, bool declare);
   void declareAttrs();
   void renumberModules();
+  void applyBakedGroomManager();
 
   std::vector<VrFXModule*> stack;
   std::unique_ptr<VrPrimitiveContext> primContext;

@@ -478,7 +478,7 @@ bool VrRenderer::renderPatchInParallel(const std::string& patchName) {
   const std::vector<int> faces = patch->faceIds();
   auto* generator = dynamic_cast<VrGenerator*>(desc->activeGenerator());
   VrPrimitive* primitive = desc->activePrimitive();
-  if (!generator || !primitive || !generator->canRunInParallel()) {
+  if (!generator || !primitive || !generator->canRunInParallel() || !primitive->canRunInParallel()) {
     for (int face : faces) render(face, patchName);
     return true;
   }

@@ -108,4 +108,19 @@ struct RenderRequest {
 /// frames written before it.
 int runRender(const RenderRequest& request);
 
+/// What `vorn clumps make` makes (see fxmodules/VrClumpMaker.h).
+struct ClumpsRequest {
+  std::string collection;   ///< collection file, saved in place
+  std::string description;
+  std::string module;       ///< name of the clumping module
+  std::string geometry;     ///< Alembic file the patches bind to
+  double density = -1.0;    ///< guides per unit area; negative: the module's `ptDensity`
+  unsigned seed = 0;
+};
+
+/// `vorn clumps make COLL DESCRIPTION MODULE --geom GEOM.abc [--density D] [--seed S]`: writes the
+/// module's guide points (`.vuv` under `pointDir`) and region maps (Ptex under `mapDir`), sets
+/// `mapInitialized` and saves the collection atomically. 1 on any failure.
+int runClumpsMake(const ClumpsRequest& request);
+
 }  // namespace vorncli

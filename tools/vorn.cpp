@@ -135,6 +135,17 @@ int main(int argc, char** argv) {
   CLI::Option* evalFrame = eval->add_option("--frame", evalRequest.frame,
                                             "frame (default: the collection's)");
 
+  vorncli::ClumpsRequest clumpsRequest;
+  CLI::App* clumps = app.add_subcommand("clumps", "make the clump guides and region maps of a clumping module");
+  clumps->require_subcommand(1);
+  CLI::App* clumpsMake = clumps->add_subcommand("make", "scatter clump guides and write their points and region maps");
+  clumpsMake->add_option("collection", clumpsRequest.collection, "collection file (.vorn), saved in place")->required();
+  clumpsMake->add_option("description", clumpsRequest.description, "description")->required();
+  clumpsMake->add_option("module", clumpsRequest.module, "name of the clumping module")->required();
+  clumpsMake->add_option("--geom", clumpsRequest.geometry, "Alembic file the patches bind to")->required();
+  clumpsMake->add_option("--density", clumpsRequest.density, "guides per unit area (default: the module's ptDensity)");
+  clumpsMake->add_option("--seed", clumpsRequest.seed, "seed of the scattering (default 0)");
+
   std::string deltaBase, deltaEdited, deltaOutput;
   std::vector<std::string> deltaFiles;
   CLI::App* delta = app.add_subcommand("delta", "write delta files between collections, or apply them");
@@ -246,6 +257,7 @@ int main(int argc, char** argv) {
     }
     return vorncli::runRender(renderRequest);
   }
+  if (*clumpsMake) return vorncli::runClumpsMake(clumpsRequest);
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;
     return vorncli::runEval(evalRequest);

@@ -65,13 +65,15 @@ class ProbeFXModule : public VrFXModule {
   void beginPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++begins; }
   void endPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++ends; }
   // Called by render workers at once: the records are shared, so they are guarded.
-  void apply(VrPrimitive*, VrPrimitiveContext& context, double, double) override {
+  bool isThreadSafe() const override { return true; }
+  bool computeParallel(VrPrimitiveContext& context) override {
     ++applied;
     {
       std::lock_guard<std::mutex> hold(orderMutex);
       order.push_back(moduleIndex());
     }
     if (cull) context.setCullPrim(true);
+    return true;
   }
   std::atomic<int> applied{0};
   bool cull = false;
@@ -314,7 +316,7 @@ TEST(VrPrimitive, MakeGeometryRunsTheStackInOrder) {
   EXPECT_EQ(primitive.lengthSeen, 1.0);
   EXPECT_EQ(primitive.widthSeen, 1.0);
   EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0, 1, 2}));
-  EXPECT_EQ(primitive.postCalls, 1);
+  EXPECT_EQ(primitive.postCalls, 3);  // once after each module
 
   // A stop module and everything behind it are left out; an inactive module is skipped.
   ProbeFXModule::order.clear();

@@ -1,0 +1,96 @@
+// BM_ClumpRender: the render of a 10,000-face mesh through the null renderer with the random
+// generator at about 1,000,000 locations of 8-CV splines, with one clumping module (guides made
+// by VrClumpMaker at 0.5 per unit area) or without it, on 1 and 2 worker threads. "splines/s"
+// counts what the renderer received; "allocs/spline" is every heap allocation of the render
+// divided by the splines (the module's guides are read before counting starts).
+
+#include "document/VrDescription.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "fxmodules/VrClumpMaker.h"
+#include "fxmodules/VrClumpingFXModule.h"
+#include "geometry/SgSubdSurface.h"
+#include "geometry/VrSubdPatch.h"
+#include "primitives/VrSplinePrimitive.h"
+#include "renderers/VrNullRenderer.h"
+
+#include "BenchAllocations.h"
+#include "BenchMeshes.h"
+
+#include <benchmark/benchmark.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace {
+
+void BM_ClumpRender(benchmark::State& state) {
+  const bool clumping = state.range(0) != 0;
+  const int threads = static_cast<int>(state.range(1));
+  auto surface = vrbench::warpedGrid(100);
+  std::unique_ptr<VrPalette> palette(new VrPalette);
+  auto* description = new VrDescription;
+  palette->addDescription(description);
+  description->setAttr("name", "fur");
+  description->setActive("SplinePrimitive");
+  description->setActive("RandomGenerator");
+  description->activeGenerator()->setAttr("density", "100");
+  description->activeGenerator()->setAttr("mask", "0.9");
+  auto* spline = static_cast<VrSplinePrimitive*>(description->activePrimitive());
+  spline->setAttr("fxCVCount", "8");
+  spline->setAttr("length", "$a=1.5;#0.05,5.0\\n$a");
+  spline->setAttr("offU", "0.3");
+  auto* patch = new VrSubdPatch(description);
+  patch->setName("skin");
+  description->addPatch(patch);
+  patch->bindGeometry(nullptr, surface.get(), false);
+
+  std::string pattern = (std::filesystem::temp_directory_path() / "vorn-bench-XXXXXX").string();
+  const std::string dir = mkdtemp(pattern.data()) ? pattern : std::string("/tmp");
+  if (clumping) {
+    auto* clump = static_cast<VrClumpingFXModule*>(spline->addFXModule("ClumpingFXModule"));
+    palette->setAttr("vrDataPath", dir + "/", "string");  // files are found along the data path
+    clump->setAttr("pointDir", "points/", "string");
+    clump->setAttr("mapDir", "maps/", "string");
+    clump->setAttr("texelsPerUnit", "4", "float");
+    clump->setAttr("curl", "0.3", "expr");
+    VrClumpMaker::Options options;
+    options.density = 0.5;
+    VrClumpMaker::make(*clump, options);
+  }
+  VrNullRenderer renderer(description);
+  description->setActiveRenderer(&renderer);
+
+  const size_t savedThreads = VrTaskManager::threadCount();
+  VrTaskManager::setThreadCount(static_cast<size_t>(threads));
+  VrSubdPatch::setMultithreading(true);
+  double splines = 0.0;
+  vrbench::allocations = 0;
+  for (auto _ : state) {
+    renderer.initDescription();
+    vrbench::countAllocations = true;
+    renderer.renderPatchInParallel("skin");
+    vrbench::countAllocations = false;
+    renderer.finishDescription();
+    splines += renderer.totalEmitCount();
+  }
+  VrSubdPatch::setMultithreading(false);
+  VrTaskManager::setThreadCount(savedThreads);
+  description->setActiveRenderer(nullptr);
+  std::filesystem::remove_all(dir);
+
+  state.counters["splines/s"] = benchmark::Counter(splines, benchmark::Counter::kIsRate);
+  state.counters["splines"] = benchmark::Counter(splines / static_cast<double>(state.iterations()));
+  state.counters["allocs/spline"] =
+      benchmark::Counter(static_cast<double>(vrbench::allocations) / (splines > 0.0 ? splines : 1.0));
+  state.SetLabel(clumping ? "one clumping module" : "no module");
+}
+BENCHMARK(BM_ClumpRender)
+    ->ArgsProduct({{0, 1}, {1, 2}})
+    ->ArgNames({"clumping", "threads"})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1)
+    ->UseRealTime();
+
+}  // namespace

@@ -1,0 +1,443 @@
+// The clumping module. `computeParallel` follows one primitive P against a copy G of its guide:
+//
+//   G = guide (cut from the tip)        P = primitive (cut to the same length)
+//   copy:   P[i] = lerp(P[i], G[i] - G[0] + P[0], copy)
+//   noise:  G[i] += clump noise along the guide's frame
+//   per CV: d = P[i] - G[i], shrunk by the clump amount, flattened along B, curled about T;
+//           G[i] += offset along B;  P[i] = G[i] + d
+//
+// The frame (T, A, B) starts as the guide's root frame turned onto its first segment and is
+// carried along G, each bend spread over two steps. Per-thread scratch lives in the module's
+// context (`ClumpState`), so a primitive allocates nothing once the buffers have grown.
+
+#include "fxmodules/VrClumpingFXModule.h"
+
+#include "document/VrDescription.h"
+#include "document/VrMessage.h"
+#include "document/vrutilCodec.h"
+#include "document/vrutilFiles.h"
+#include "document/vrutilName.h"
+#include "document/vrutilString.h"
+#include "expressions/VrSeExprMath.h"
+#include "geometry/SgCurve.h"
+#include "geometry/VrPatch.h"
+#include "geometry/vrutilMath.h"
+#include "io/vpd/VpdFileCachedReader.h"
+#include "primitives/VrPrimitive.h"
+#include "primitives/VrPrimitiveContext.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+namespace {
+
+using Vec = SgVec3T<double>;
+
+constexpr double Straight = 0.99999;
+
+Vec rotated(const Vec& v, const Vec& axis, double radians) {
+  const double c = std::cos(radians), s = std::sin(radians);
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+Vec unit(Vec v) {
+  v.normalize();
+  return v;
+}
+
+double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
+
+// Per-worker scratch of one clumping module.
+class ClumpState : public VrFXModuleContext {
+ public:
+  std::string type() const override { return "ClumpingFXModule"; }
+  std::unique_ptr<VrFXModuleContext> clone() const override { return std::make_unique<ClumpState>(*this); }
+  std::vector<Vec> G;
+  std::vector<double> clumpScale, copyScale, offsetScale, flatnessScale, noiseScale;
+  unsigned sampledFor = 0;
+};
+
+}  // namespace
+
+// One expression attribute and whether it varies along the primitive ("t").
+struct VrClumpingFXModule::Expr {
+  Expr(const char* attr, const std::string& text, VrDescription* description)
+      : name(attr), expr(attr, "ClumpingFXModule", description, text, "float") {}
+  double at(double u, double v, int face, const std::string* patchName) const {
+    return expr.eval(u, v, face, patchName)[0];
+  }
+  std::string name;
+  VrExpression expr;
+  bool usesT = false;
+};
+
+namespace {
+
+struct ExprDefault {
+  const char* name;
+  const char* text;
+};
+const ExprDefault exprDefaults[] = {
+    {"clump", "1.0"},          {"clumpVariance", "0.0"},   {"cut", "1000.0"},   {"copy", "0.0"},
+    {"copyVariance", "0.0"},   {"curl", "0.0"},            {"offset", "0.0"},   {"flatness", "0.0"},
+    {"noise", "0.0"},          {"noiseFrequency", "1.0"},  {"noiseCorrelation", "0.0"},
+    {"radiusVariance", "0.0"}, {"ptMask", "1.0"},          {"controlMask", "1.0"}};
+enum ExprIndex { Clump, ClumpVariance, Cut, Copy, CopyVariance, Curl, Offset, Flatness, Noise, NoiseFrequency,
+                 NoiseCorrelation };
+
+}  // namespace
+
+VrClumpingFXModule::VrClumpingFXModule(VrDescription* description)
+    : VrFXModule(description),
+      regionExpression("clumpRegionExprInternal", "ClumpingFXModule", description, "0", "color"),
+      clumpScale("rampUI(0,0.5,3:1,0.0,3)"),
+      copyScale("rampUI(0,0,3)"),
+      curlScale("rampUI(0,0.5,3)"),
+      offsetScale("rampUI(0,0,3:0.5,1,3:1,0,3)"),
+      flatnessScale("rampUI(0,0,3)"),
+      noiseScale("rampUI(0,0,3)") {
+  for (const ExprDefault& d : exprDefaults) exprs.push_back(new Expr(d.name, d.text, description));
+  setAttr("name", "Clumping", "string");
+  setAttr("active", "true", "bool");
+  setAttr("mask", "1.0", "expr");
+  setAttr("pointDir", "${DESC}/${FXMODULE}/Points/", "string");
+  setAttr("mapDir", "${DESC}/${FXMODULE}/Maps/", "string");
+  setAttr("cvAttr", "false", "bool");
+  setAttr("mapInitialized", "false", "bool");
+  setAttr("clump", "1.0", "expr");
+  setAttr("clumpScale", "rampUI(0,0.5,3:1,0.0,3)", "rampUI");
+  setAttr("clumpVolumize", "false", "bool");
+  setAttr("clumpVariance", "0.0", "expr");
+  setAttr("cut", "1000.0", "expr");
+  setAttr("copy", "0.0", "expr");
+  setAttr("copyScale", "rampUI(0,0,3)", "rampUI");
+  setAttr("copyVariance", "0.0", "expr");
+  setAttr("curl", "0.0", "expr");
+  setAttr("curlScale", "rampUI(0,0.5,3)", "rampUI");
+  setAttr("offset", "0.0", "expr");
+  setAttr("offsetScale", "rampUI(0,0,3:0.5,1,3:1,0,3)", "rampUI");
+  setAttr("flatness", "0.0", "expr");
+  setAttr("flatnessScale", "rampUI(0,0,3)", "rampUI");
+  setAttr("noise", "0.0", "expr");
+  setAttr("noiseScale", "rampUI(0,0,3)", "rampUI");
+  setAttr("noiseFrequency", "1.0", "expr");
+  setAttr("noiseCorrelation", "0.0", "expr");
+  setAttr("exportCurves", "false", "bool");
+  setAttr("exportDir", "curves/", "string");
+  setAttr("exportFaces", "", "string");
+  setAttr("texelsPerUnit", "10.0", "float");
+  setAttr("radiusVariance", "0.0", "expr");
+  setAttr("ptDensity", "1.0", "float");
+  setAttr("ptMask", "1.0", "expr");
+  setAttr("ptLength", "1.0", "float");
+  setAttr("colorPreview", "false", "bool");
+  setAttr("useControlMaps", "false", "bool");
+  setAttr("controlMask", "1.0", "expr");
+  setAttr("controlMapDir", "${DESC}/${FXMODULE}/Control/", "string");
+}
+
+VrClumpingFXModule::~VrClumpingFXModule() {
+  for (Expr* e : exprs) delete e;
+}
+
+VrClumpingFXModule::Expr* VrClumpingFXModule::findExpr(const std::string& name) {
+  for (Expr* e : exprs)
+    if (e->name == name) return e;
+  return nullptr;
+}
+
+bool VrClumpingFXModule::setAttr(const std::string& name, const std::string& value, const std::string& type,
+                                 const std::string& enumStrings) {
+  if (VrFXModule::setAttr(name, value, type, enumStrings)) return true;
+  if (Expr* e = findExpr(name)) {
+    e->expr.setExpression(value);
+    e->usesT = e->expr.usesVar("t");
+    return true;
+  }
+  struct Ramp {
+    const char* name;
+    VrFXRamp VrClumpingFXModule::*ramp;
+  };
+  static const Ramp ramps[] = {{"clumpScale", &VrClumpingFXModule::clumpScale},
+                               {"copyScale", &VrClumpingFXModule::copyScale},
+                               {"curlScale", &VrClumpingFXModule::curlScale},
+                               {"offsetScale", &VrClumpingFXModule::offsetScale},
+                               {"flatnessScale", &VrClumpingFXModule::flatnessScale},
+                               {"noiseScale", &VrClumpingFXModule::noiseScale}};
+  for (const Ramp& r : ramps)
+    if (name == r.name) return rampAttr(name, value, this->*r.ramp);
+  if (name == "pointDir") {
+    pointDir = value;
+    return true;
+  }
+  if (name == "mapDir") {
+    mapDir = value;
+    return true;
+  }
+  if (name == "cvAttr") return boolAttr(name, value, cvAttrOn);
+  if (name == "clumpVolumize") return boolAttr(name, value, volumize);
+  return false;
+}
+
+void VrClumpingFXModule::getExternalContext(ExternalContext& pairs, const std::string& prefix) const {
+  VrFXModule::getExternalContext(pairs, prefix);
+  for (const Expr* e : exprs) e->expr.getExternalContext(pairs, prefix + e->name);
+}
+
+std::string VrClumpingFXModule::pointDirectory() const {
+  std::string text = pointDir;
+  vrutil::replaceSubStrs(text, "${FXMODULE}", name());
+  return text;
+}
+
+std::string VrClumpingFXModule::mapDirectory() const {
+  std::string text = mapDir;
+  vrutil::replaceSubStrs(text, "${FXMODULE}", name());
+  return text;
+}
+
+const VrExpression* VrClumpingFXModule::ptMaskExpr() const {
+  for (const Expr* e : exprs)
+    if (e->name == "ptMask") return &e->expr;
+  return nullptr;
+}
+
+std::unique_ptr<VrFXModuleContext> VrClumpingFXModule::createModuleContext() const {
+  return std::make_unique<ClumpState>();
+}
+
+void VrClumpingFXModule::declareCVAttrs() {
+  if (!cvAttrOn || !primitive()) return;
+  primitive()->addCVAttr(amountAttrName(), "float");
+  primitive()->addCVAttr(guideAttrName(), "point");
+}
+
+void VrClumpingFXModule::initDescription(VrPrimitive* owner) {
+  VrFXModule::initDescription(owner);
+  clearGuides();
+  if (!isActive() || !owner) return;
+  idVariable = name() + "Id";
+  amountName = amountAttrName();
+  guideName = guideAttrName();
+  regionExpression.setExpression("255 * map(\"" + mapDirectory() + "\") + 0.5");
+  declareCVAttrs();
+  VrDescription* desc = description();
+  if (!desc) return;
+  const auto start = std::chrono::steady_clock::now();
+  for (const auto& entry : desc->patches()) readPatch(owner, entry.second);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  VR_STATS(1, " took " + vrutil::ftoa(seconds) + " to initialize " + std::to_string(numClumpGuides()) +
+                  " clump guides.");
+}
+
+void VrClumpingFXModule::readPatch(VrPrimitive* owner, const VrPatch* patch) {
+  if (!patch) return;
+  const std::string file = pointDirectory() + vrutil::stripNameSpace(patch->name()) + ".vuv";
+  std::string path;
+  if (!vrutil::findFileInVrDataPath(path, file, patch->name(), description(), name(), true)) {
+    VR_WARNING(2, "Skipping " + patch->name() + " since no " + "vuv file found for it.");
+    return;
+  }
+  std::unique_ptr<VpdFileCachedReader> reader = VpdFileCachedReader::open(path);
+  if (!reader) {
+    VR_ERROR("Failed to open VPD file: " + path);
+    return;
+  }
+  if (reader->primType() != Vpd::PointPrimitive) {
+    VR_ERROR("Incorrect primitive type in VUV file: " + path);
+    return;
+  }
+  if (owner->canRunInParallel() && isThreadSafe()) {
+    VR_DEBUG(2, vrmsg::CatFXModule, "Generate clump guides in parallel for modifier " + name());
+    if (readClumpGuidesInParallel(owner, this, description(), *reader, patch, &curlScale, path)) return;
+    VR_DEBUG(2, vrmsg::CatFXModule,
+             "Cannot generate clump guides in parallel for modifier " + name() + ". Fallback to single thread mode.");
+  }
+  readClumpGuides(owner, this, description(), *reader, patch, &curlScale, path);
+}
+
+void VrClumpingFXModule::finishDescription() { clearGuides(); }
+
+bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
+  const VrPatch* patch = context.cPatch();
+  std::vector<Vec>& P = context.getGeom();
+  if (!patch || P.empty()) return true;
+  auto* state = static_cast<ClumpState*>(context.fxModuleContext(this));
+  if (!state) {
+    context.addModuleContext(this, createModuleContext());
+    state = static_cast<ClumpState*>(context.fxModuleContext(this));
+  }
+  const double u = context.cu(false), v = context.cv(false);
+  const int face = context.cFaceId();
+  const std::string* patchName = &patch->name();
+  std::vector<Vec>* amount = nullptr;
+  std::vector<Vec>* guideCopy = nullptr;
+  if (cvAttrOn && primitive()) {
+    amount = &context.getCVAttrs()[amountName];
+    guideCopy = &context.getCVAttrs()[guideName];
+    amount->assign(P.size(), Vec(0, 0, 0));
+  }
+
+  // 1-3: the guide named by the region map.
+  const unsigned id = vrutil::decodeRGB2Id(regionExpression.eval(u, v, face, patchName));
+  if (id == 0) return true;
+  const unsigned g = id - 1;
+  VrExpression::setCustomVariable(idVariable, static_cast<double>(g));
+  if (g >= numClumpGuides()) {
+    VR_ERROR("Clumping guide ID larger than number in vuv file (" + name() + ", " + std::to_string(g) +
+             "(guide ID) " + std::to_string(numClumpGuides()) + "(vuv file size) " + messageTag());
+    return true;
+  }
+  const VrClumpGuide& guide = clumpGuides()[g];
+  if (!guide.valid) {
+    VR_DEBUG(4, vrmsg::CatFXModule, "Clump guide #" + std::to_string(g) + " is invalid (culled or 0-length). Skip.");
+    return true;
+  }
+
+  // 5: cut the guide copy, and the primitive with it.
+  const double m = maskValue(context);
+  std::vector<Vec>& G = state->G;
+  G.assign(guide.cvs.begin(), guide.cvs.end());
+  const std::string* guidePatch = &guide.patchName;
+  const double c = exprs[Cut]->at(guide.u, guide.v, guide.face, guidePatch);
+  double clumpLength = guide.length;
+  if (c * m < guide.length) {
+    SgCurve::cutFromTip(G, guide.length - c * m, true);
+    if (m >= MaskEpsilon) SgCurve::cutToLength(P, c * m, true);
+    clumpLength = c * m;
+  }
+  VrExpression::setCustomVariable("clumpLength", clumpLength);
+  const size_t n = P.size();
+  if (G.size() != n) SgCurve::rebuild(G, static_cast<int>(n), true);
+  if (n < 2 || G.size() != n) return true;
+  if (state->sampledFor != n) {
+    clumpScale.sample(static_cast<unsigned>(n), state->clumpScale);
+    copyScale.sample(static_cast<unsigned>(n), state->copyScale);
+    offsetScale.sample(static_cast<unsigned>(n), state->offsetScale);
+    flatnessScale.sample(static_cast<unsigned>(n), state->flatnessScale);
+    noiseScale.sample(static_cast<unsigned>(n), state->noiseScale);
+    state->sampledFor = static_cast<unsigned>(n);
+  }
+  const double h = 1.0 / static_cast<double>(n - 1);
+
+  // 6: copy of the guide's shape.
+  const Expr& copyE = *exprs[Copy];
+  const Expr& copyVarE = *exprs[CopyVariance];
+  double copy = copyE.usesT ? 0.0 : copyE.at(guide.u, guide.v, guide.face, guidePatch);
+  double copyVar = copyVarE.usesT ? 0.0 : copyVarE.at(u, v, face, patchName);
+  if (copy != 0.0 || copyE.usesT) {
+    for (size_t i = 1; i < n; ++i) {
+      if (copyE.usesT || copyVarE.usesT) {
+        VrExpression::setCustomVariable("t", static_cast<double>(i) * h);
+        if (copyE.usesT) copy = copyE.at(guide.u, guide.v, guide.face, guidePatch);
+        if (copyVarE.usesT) copyVar = copyVarE.at(u, v, face, patchName);
+      }
+      const double factor = 1.0 - std::clamp(-copyVar, -1.0, 1.0);
+      const double a = std::clamp(copy * state->copyScale[i] * factor * m, 0.0, 1.0);
+      P[i] = P[i] * (1.0 - a) + ((G[i] - G[0]) + P[0]) * a;
+    }
+    VrExpression::removeCustomVariable("t");
+  }
+  if (m < MaskEpsilon) return true;
+
+  // 9: clump noise on the guide copy.
+  const double noise = std::max(0.0, exprs[Noise]->at(u, v, face, patchName));
+  if (noise >= 1e-5) {
+    const double frequency = std::max(0.0, exprs[NoiseFrequency]->at(u, v, face, patchName));
+    const double correlation = std::clamp(exprs[NoiseCorrelation]->at(u, v, face, patchName) / 100.0, 0.0, 1.0);
+    const double spread = (1.0 - correlation) * (1.0 - correlation) * 100.0;
+    for (size_t i = 1; i < n; ++i) {
+      const double t = static_cast<double>(i) * h;
+      const double a[3] = {P[0].x * spread + frequency * t, P[0].y * spread, P[0].z * spread};
+      const double b[3] = {a[0] + 17.3, a[1] - 5.1, a[2] + 11.7};
+      const double s = noise * state->noiseScale[i];
+      G[i] += guide.A * (vrSeSnoise(a) * s) + guide.B * (vrSeSnoise(b) * s);
+    }
+  }
+
+  // 10-11: base values and the frame turned onto the first segment.
+  const Expr& clumpE = *exprs[Clump];
+  const Expr& varE = *exprs[ClumpVariance];
+  const Expr& curlE = *exprs[Curl];
+  const Expr& offsetE = *exprs[Offset];
+  const Expr& flatE = *exprs[Flatness];
+  const bool anyT = clumpE.usesT || varE.usesT || curlE.usesT || offsetE.usesT || flatE.usesT;
+  double clump = clumpE.at(u, v, face, patchName);
+  double variance = varE.at(u, v, face, patchName);
+  double curl = curlE.at(u, v, face, patchName) * 0.025;
+  double offset = offsetE.at(u, v, face, patchName);
+  double flatness = flatE.at(u, v, face, patchName);
+
+  Vec T = guide.T, A = guide.A, B = guide.B;
+  const Vec D0 = unit(G[1] - G[0]);
+  if (T.dot(D0) < Straight) {
+    const Vec axis = unit(T.cross(D0));
+    const double angle = angleBetween(T, D0);
+    T = rotated(T, axis, angle);
+    A = rotated(A, axis, angle);
+    B = rotated(B, axis, angle);
+  }
+
+  // 12-13: along the guide.
+  Vec Dprev = D0;
+  Vec pendingAxis;
+  double pendingAngle = 0.0;
+  for (size_t i = 1; i < n; ++i) {
+    if (anyT) {
+      VrExpression::setCustomVariable("t", static_cast<double>(i) * h);
+      if (clumpE.usesT) clump = clumpE.at(u, v, face, patchName);
+      if (varE.usesT) variance = varE.at(u, v, face, patchName);
+      if (curlE.usesT) curl = curlE.at(u, v, face, patchName) * 0.025;
+      if (offsetE.usesT) offset = offsetE.at(u, v, face, patchName);
+      if (flatE.usesT) flatness = flatE.at(u, v, face, patchName);
+    }
+    const double varianceFactor = 1.0 - std::clamp(-variance, -1.0, 1.0);
+    const double c = clump * state->clumpScale[i] * varianceFactor * m;
+    const double q = i < guide.curlAngles.size() ? curl * guide.curlAngles[i] * m : 0.0;
+    const double o = offset * state->offsetScale[i] * m;
+    const double f = std::clamp(flatness * state->flatnessScale[i] * m, 0.0, 1.0);
+    if (amount) (*amount)[i] = Vec(c, c, c);
+    const Vec D = i + 1 < n ? unit(G[i + 1] - G[i]) : Dprev;
+    Vec d = P[i] - G[i];
+    if (volumize) {
+      const double s = vrutil::linearstep(c, 0.0, 1.0);
+      const Vec around = unit(G[i].cross(d).cross(G[i]));
+      d = around * (s * d.length()) + d * (1.0 - s);
+    }
+    d = d * (1.0 - c);
+    if (pendingAngle != 0.0) {
+      T = rotated(T, pendingAxis, pendingAngle);
+      A = rotated(A, pendingAxis, pendingAngle);
+      B = rotated(B, pendingAxis, pendingAngle);
+      pendingAngle = 0.0;
+    }
+    if (std::fabs(D.dot(Dprev)) < Straight) {
+      pendingAxis = unit(Dprev.cross(D));
+      pendingAngle = 0.5 * angleBetween(Dprev, D);
+      T = rotated(T, pendingAxis, pendingAngle);
+      A = rotated(A, pendingAxis, pendingAngle);
+      B = rotated(B, pendingAxis, pendingAngle);
+    }
+    T.normalize();
+    A.normalize();
+    B.normalize();
+    Vec r = T * d.dot(T) + A * d.dot(A) + B * ((1.0 - f) * d.dot(B));
+    Vec w = B * o;
+    if (q != 0.0) {
+      r = rotated(r, T, q);
+      w = rotated(w, T, q);
+    }
+    G[i] += w;
+    const Vec step = unit(G[i] - G[i - 1]);
+    if (std::fabs(step.dot(Dprev)) < Straight) {
+      const Vec axis = unit(Dprev.cross(step));
+      if (axis.length() > 0.0) r = rotated(r, axis, angleBetween(Dprev, step));
+    }
+    P[i] = G[i] + r;
+    Dprev = D;
+  }
+  if (anyT) VrExpression::removeCustomVariable("t");
+  if (guideCopy) guideCopy->assign(G.begin(), G.end());
+  return true;
+}

@@ -1,0 +1,415 @@
+// The clumping module: which guide a primitive follows, what each stage does to it, and that
+// guides and renders do not depend on the number of threads.
+
+#include "fxmodules/VrClumpingFXModule.h"
+
+#include "fxmodules/VrClumpMaker.h"
+#include "io/ptex/VrPtexTexture.h"
+#include "io/vpd/VpdReader.h"
+
+#include "document/VrDescription.h"
+#include "document/VrPalette.h"
+#include "document/VrTaskManager.h"
+#include "document/vrutilCodec.h"
+#include "document/vrutilFiles.h"
+#include "io/ptex/VrPtexWriter.h"
+#include "io/vpd/VpdFileCachedReader.h"
+#include "io/vpd/VpdWriter.h"
+#include "primitives/VrSplinePrimitive.h"
+#include "renderers/VrNullRenderer.h"
+#include "support/CaptureLogger.h"
+#include "support/GridSurface.h"
+#include "support/PatchScene.h"
+#include "support/Examples.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+using Vec = SgVec3T<double>;
+
+struct Point {
+  int face;
+  double u, v;
+};
+
+// Writes a point file with `points` (ids counted per face) for `faces`.
+void writePoints(const std::string& path, const std::vector<int>& faces, const std::vector<Point>& points) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::unique_ptr<VpdWriter> writer =
+      VpdWriter::open(path, faces, Vpd::PointPrimitive, 1, Vpd::WorldSpace, {Vpd::LocationBlock}, 0.0f, 1);
+  ASSERT_NE(writer, nullptr);
+  for (int face : faces) {
+    unsigned id = 0;
+    bool started = false;
+    for (const Point& p : points) {
+      if (p.face != face) continue;
+      if (!started) {
+        ASSERT_TRUE(writer->startFace(face) && writer->startBlock(0));
+      }
+      started = true;
+      ASSERT_TRUE(writer->writePrim(id++, {float(p.u), float(p.v), 0.0f, 0.0f, 0.0f}));
+    }
+  }
+  ASSERT_TRUE(writer->close()) << writer->error();
+}
+
+// Writes a region map with one constant colour per face: the encoded id `idOf(face)`.
+void writeRegions(const std::string& path, int faces, const std::function<unsigned(int)>& idOf) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  VrPtexWriter::Options options;
+  options.numChannels = 3;
+  options.numFaces = faces;
+  VrPtexWriter writer(path, options);
+  for (int face = 0; face < faces; ++face) {
+    unsigned char rgb[3];
+    vrutil::encodeId2RGB(idOf(face), rgb);
+    vrptex::FaceInfo info;
+    ASSERT_TRUE(writer.writeConstantFace(face, info, rgb));
+  }
+  ASSERT_TRUE(writer.close());
+}
+
+// A 4 x 4 patch with a spline primitive and one clumping module reading from a temporary folder.
+struct ClumpScene : vrtest::PatchScene {
+  ClumpScene() : PatchScene(vrtest::gridSurface(4), nullptr, "hair") {
+    palette->setAttr("name", "coll");
+    description->setActive("SplinePrimitive");
+    spline = static_cast<VrSplinePrimitive*>(description->activePrimitive());
+    clump = static_cast<VrClumpingFXModule*>(spline->addFXModule("ClumpingFXModule"));
+    // Files are found along the collection's data path, like a user's relative folders.
+    palette->setAttr("vrDataPath", dir.path() + "/", "string");
+    clump->setAttr("pointDir", "points/", "string");
+    clump->setAttr("mapDir", "maps/", "string");
+    vrutil::clearFileCache();
+  }
+  int faces() const { return static_cast<int>(patch->numFaces()); }
+  std::vector<int> faceIds() const {
+    std::vector<int> ids;
+    for (int f = 0; f < faces(); ++f) ids.push_back(f);
+    return ids;
+  }
+  void guides(const std::vector<Point>& points) { writePoints(dir.file("points/body.vuv"), faceIds(), points); }
+  void regions(const std::function<unsigned(int)>& idOf) { writeRegions(dir.file("maps/body.ptx"), faces(), idOf); }
+  // The primitive at (u, v) of `face` before and after the module.
+  std::pair<std::vector<Vec>, std::vector<Vec>> build(int face, double u, double v) {
+    VrPrimitiveContext& context = spline->context();
+    context.setActivePatchFace(patch, face);
+    spline->makeGeometry(u, v, clump);
+    std::vector<Vec> before = context.cGeom();
+    spline->makeGeometry(u, v, nullptr);
+    return {before, context.cGeom()};
+  }
+
+  vrtest::TempDir dir;
+  VrSplinePrimitive* spline = nullptr;
+  VrClumpingFXModule* clump = nullptr;
+};
+
+}  // namespace
+
+TEST(VrClumpingFXModule, StagesAgainstHandValues) {
+  enum Expect { Unchanged, OnGuide, FlatAlongB };
+  struct Case {
+    const char* name;
+    unsigned id;  // region id of every face
+    const char* clump;
+    const char* clumpScale;
+    const char* flatness;
+    Expect expect;
+    unsigned errors;
+  };
+  const Case cases[] = {
+      {"id 0 leaves the primitive alone", 0, "1.0", "rampUI(0,1,1)", "0.0", Unchanged, 0},
+      {"a guide id beyond the file", 2, "1.0", "rampUI(0,1,1)", "0.0", Unchanged, 1},
+      {"clump 1 at scale 1", 1, "1.0", "rampUI(0,1,1)", "0.0", OnGuide, 0},
+      {"flatness 1", 1, "0.0", "rampUI(0,1,1)", "1.0", FlatAlongB, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    vrtest::CaptureLogger log;
+    ClumpScene scene;
+    scene.guides({{5, 0.5, 0.5}});
+    scene.regions([&](int) { return c.id; });
+    scene.clump->setAttr("clump", c.clump, "expr");
+    scene.clump->setAttr("clumpScale", c.clumpScale, "rampUI");
+    scene.clump->setAttr("flatness", c.flatness, "expr");
+    scene.clump->setAttr("flatnessScale", "rampUI(0,1,1)", "rampUI");
+    scene.clump->setAttr("cvAttr", "true", "bool");
+    scene.spline->initDescription();
+    ASSERT_EQ(scene.clump->numClumpGuides(), 1u);
+    const VrClumpGuide& guide = scene.clump->clumpGuides()[0];
+    ASSERT_TRUE(guide.valid);
+
+    const auto [before, after] = scene.build(10, 0.25, 0.75);
+    ASSERT_EQ(before.size(), after.size());
+    ASSERT_EQ(after.size(), guide.cvs.size());
+    EXPECT_EQ(after[0], before[0]);  // the root never moves
+    for (size_t i = 1; i < after.size(); ++i) {
+      SCOPED_TRACE(i);
+      switch (c.expect) {
+        case Unchanged:
+          EXPECT_EQ(after[i], before[i]);
+          break;
+        case OnGuide: {
+          EXPECT_NEAR((after[i] - guide.cvs[i]).length(), 0.0, 1e-12);
+          // cvAttr: the clump amount per CV and the guide copy travel with the primitive.
+          const auto* amount = scene.spline->context().cvAttr("ClumpingAmount");
+          const auto* copy = scene.spline->context().cvAttr("ClumpingGuide");
+          ASSERT_TRUE(amount && copy);
+          EXPECT_EQ((*amount)[i], Vec(1, 1, 1));
+          EXPECT_EQ((*copy)[i], guide.cvs[i]);
+          break;
+        }
+        case FlatAlongB: {
+          // Straight hairs on a flat patch: the frame stays (N, U, V); the offset from the
+          // guide keeps its U part and loses its V part.
+          const Vec was = before[i] - guide.cvs[i], is = after[i] - guide.cvs[i];
+          EXPECT_NEAR(is.dot(guide.B), 0.0, 1e-12);
+          EXPECT_NEAR(is.dot(guide.A), was.dot(guide.A), 1e-12);
+          EXPECT_NEAR(is.dot(guide.T), was.dot(guide.T), 1e-12);
+          EXPECT_GT(std::fabs(was.dot(guide.B)), 0.1);
+          break;
+        }
+      }
+    }
+    ASSERT_EQ(log.errors().size(), c.errors);
+    if (c.errors) {
+      EXPECT_EQ(log.errors()[0], "Clumping guide ID larger than number in vuv file (Clumping, 1(guide ID) "
+                                 "1(vuv file size) [Clumping,hair,coll]");
+    }
+  }
+}
+
+TEST(VrClumpingFXModule, MissingFilesLeaveTheModuleWithoutGuides) {
+  vrtest::CaptureLogger log;
+  ClumpScene scene;
+  scene.spline->initDescription();
+  EXPECT_EQ(scene.clump->numClumpGuides(), 0u);
+  EXPECT_EQ(log.warnings(), std::vector<std::string>{"Skipping body since no vuv file found for it."});
+  std::filesystem::create_directories(scene.dir.file("points"));
+  std::ofstream(scene.dir.file("points/body.vuv")) << "not a point file";
+  log.messages.clear();
+  vrutil::clearFileCache();
+  scene.spline->initDescription();
+  EXPECT_EQ(scene.clump->numClumpGuides(), 0u);
+  ASSERT_EQ(log.errors().size(), 1u);
+  EXPECT_EQ(log.errors()[0], "Failed to open VPD file: " + scene.dir.file("points/body.vuv"));
+}
+
+TEST(VrClumpingFXModule, GuidesReadSeriallyAndInParallelAreIdentical) {
+  ClumpScene scene;
+  std::vector<Point> points;
+  for (int face = 0; face < scene.faces(); ++face)
+    for (int k = 0; k < 3; ++k) points.push_back({face, 0.2 + 0.3 * k, 0.9 - 0.25 * k});
+  scene.guides(points);
+  scene.spline->setAttr("length", "1 + 0.5 * $u", "expr");
+  scene.spline->setAttr("offU", "0.4 * $v", "expr");
+  scene.spline->initDescription();
+  std::string error;
+  auto reader = VpdFileCachedReader::open(scene.dir.file("points/body.vuv"), &error);
+  ASSERT_NE(reader, nullptr) << error;
+  VrClumpGuides serial, parallel;
+  const size_t saved = VrTaskManager::threadCount();
+  VrTaskManager::setThreadCount(2);
+  ASSERT_TRUE(serial.readClumpGuides(scene.spline, scene.clump, scene.description, *reader, scene.patch, nullptr, "p"));
+  ASSERT_TRUE(parallel.readClumpGuidesInParallel(scene.spline, scene.clump, scene.description, *reader, scene.patch,
+                                                 nullptr, "p"));
+  VrTaskManager::setThreadCount(saved);
+  ASSERT_EQ(serial.numClumpGuides(), points.size());
+  ASSERT_EQ(parallel.numClumpGuides(), points.size());
+  for (size_t i = 0; i < points.size(); ++i) {
+    const VrClumpGuide &a = serial.clumpGuides()[i], &b = parallel.clumpGuides()[i];
+    EXPECT_EQ(a.face, points[i].face);
+    EXPECT_TRUE(a.valid);
+    EXPECT_EQ(std::tie(a.face, a.u, a.v, a.cvs, a.length, a.valid), std::tie(b.face, b.u, b.v, b.cvs, b.length, b.valid));
+  }
+}
+
+namespace {
+
+// Records every primitive's CVs by (face, id).
+class CVRecorder : public VrNullRenderer {
+ public:
+  using VrNullRenderer::VrNullRenderer;
+  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
+                               const std::vector<VrPatch*>& patches) override {
+    VrNullRenderer::emitPrimitiveInParallel(context, sample, u, v, face, patches);
+    std::lock_guard<std::mutex> hold(mutex);
+    cvs[{face, context.id()}] = context.cGeom();
+  }
+  void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override {
+    VrNullRenderer::emitPrimitive(sample, u, v, face, patches);
+    cvs[{face, description()->activePrimitive()->context().id()}] = description()->activePrimitive()->context().cGeom();
+  }
+  std::map<std::pair<int, unsigned>, std::vector<Vec>> cvs;
+  std::mutex mutex;
+};
+
+}  // namespace
+
+TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
+  ClumpScene scene;
+  std::vector<Point> points;
+  for (int face = 0; face < scene.faces(); face += 3) points.push_back({face, 0.5, 0.5});
+  scene.guides(points);
+  scene.regions([&](int face) { return static_cast<unsigned>(face / 3 + 1); });
+  scene.description->setActive("RandomGenerator");
+  scene.description->activeGenerator()->setAttr("density", "40");
+  scene.spline->setAttr("offU", "0.6 * $v", "expr");
+  scene.clump->setAttr("curl", "0.5", "expr");
+  scene.clump->setAttr("curlScale", "rampUI(0,0.5,1:1,1,1)", "rampUI");
+  scene.clump->setAttr("offset", "0.2", "expr");
+  scene.clump->setAttr("noise", "0.1", "expr");
+  scene.clump->setAttr("noiseScale", "rampUI(0,0,1:1,1,1)", "rampUI");
+  CVRecorder renderer(scene.description);
+  scene.description->setActiveRenderer(&renderer);
+  const size_t saved = VrTaskManager::threadCount();
+  std::vector<std::map<std::pair<int, unsigned>, std::vector<Vec>>> runs;
+  for (size_t threads : {1u, 2u}) {
+    VrTaskManager::setThreadCount(threads);
+    renderer.initDescription();
+    EXPECT_TRUE(renderer.renderPatchInParallel("body"));
+    renderer.finishDescription();
+    runs.push_back(std::move(renderer.cvs));
+    renderer.cvs.clear();
+  }
+  VrTaskManager::setThreadCount(saved);
+  renderer.initDescription();  // and the serial walk
+  for (int face = 0; face < scene.faces(); ++face) renderer.render(face, "body");
+  renderer.finishDescription();
+  runs.push_back(std::move(renderer.cvs));
+  ASSERT_GT(runs[0].size(), 50u);
+  EXPECT_EQ(runs[0], runs[1]);
+  EXPECT_EQ(runs[0], runs[2]);
+  // The module did reshape them: unclumped, every spline here is a straight line.
+  size_t bent = 0;
+  for (const auto& entry : runs[0]) {
+    const std::vector<Vec>& p = entry.second;
+    if ((p[2] - p[0]).cross(p.back() - p[0]).length() > 1e-6) ++bent;
+  }
+  EXPECT_GT(bent, runs[0].size() / 2);
+  scene.description->setActiveRenderer(nullptr);
+}
+
+TEST(VrClumpMaker, RegionsAreTheNearestGuideAndTheSameSeedGivesTheSameFiles) {
+  ClumpScene scene;
+  VrClumpMaker::Options options;
+  options.density = 3.0;
+  options.seed = 7;
+  scene.clump->setAttr("texelsPerUnit", "4", "float");
+  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  std::string value, type;
+  ASSERT_TRUE(scene.clump->getAttr("mapInitialized", value, type));
+  EXPECT_EQ(value, "true");
+  const std::string vuv = vrtest::readText(scene.dir.file("points/body.vuv"));
+  const std::string ptx = vrtest::readText(scene.dir.file("maps/body.ptx"));
+  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  EXPECT_EQ(vrtest::readText(scene.dir.file("points/body.vuv")), vuv);
+  EXPECT_EQ(vrtest::readText(scene.dir.file("maps/body.ptx")), ptx);
+  options.seed = 8;
+  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  EXPECT_NE(vrtest::readText(scene.dir.file("points/body.vuv")), vuv);
+
+  // Guide roots as the file holds them, in guide order.
+  options.seed = 7;
+  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  std::unique_ptr<VpdReader> points = VpdReader::open(scene.dir.file("points/body.vuv"));
+  ASSERT_NE(points, nullptr);
+  std::vector<Vec> roots;
+  std::vector<float> values;
+  for (int face = 0; face < scene.faces(); ++face) {
+    if (!points->findFace(face) || !points->findBlock(0)) continue;
+    std::uint32_t id = 0;
+    while (points->readPrim(id, values)) {
+      Vec p;
+      ASSERT_TRUE(scene.patch->evalGeom(values[0], values[1], face, p, true));
+      roots.push_back(p);
+    }
+  }
+  ASSERT_GT(roots.size(), 5u);
+  std::string error;
+  std::shared_ptr<VrPtexTexture> map = VrPtexTexture::open(scene.dir.file("maps/body.ptx"), error);
+  ASSERT_NE(map, nullptr) << error;
+  int checked = 0;
+  for (int face = 0; face < scene.faces(); face += 2) {
+    const vrptex::FaceInfo& info = map->getFaceInfo(face);
+    for (int j = 0; j < info.res.v(); j += 2)
+      for (int i = 0; i < info.res.u(); i += 3) {
+        float rgb[3];
+        ASSERT_TRUE(map->getPixel(face, i, j, rgb, 0, 3));
+        const unsigned id = vrutil::decodeRGB2Id(255.0 * rgb[0] + 0.5, 255.0 * rgb[1] + 0.5, 255.0 * rgb[2] + 0.5);
+        Vec q;
+        scene.patch->evalGeom((i + 0.5) / info.res.u(), (j + 0.5) / info.res.v(), face, q, true);
+        size_t best = 0;
+        for (size_t g = 1; g < roots.size(); ++g)
+          if ((roots[g] - q).length() < (roots[best] - q).length()) best = g;
+        ASSERT_GE(id, 1u);
+        EXPECT_NEAR((roots[id - 1] - q).length(), (roots[best] - q).length(), 1e-6) << face << " " << i << " " << j;
+        ++checked;
+      }
+  }
+  EXPECT_GT(checked, 20);
+
+  // Clumped, hairs end much closer to their guide's tip than unclumped.
+  scene.clump->setAttr("clumpScale", "rampUI(0,0.2,1:1,0.9,1)", "rampUI");
+  scene.spline->setAttr("offU", "0.8 * ($u - 0.5)", "expr");
+  scene.spline->setAttr("length", "2.0", "expr");
+  double mean[2] = {0.0, 0.0};
+  for (int on = 0; on < 2; ++on) {
+    scene.clump->setAttr("clump", on ? "1.0" : "0.0", "expr");
+    scene.spline->initDescription();
+    int count = 0;
+    for (int face = 0; face < scene.faces(); ++face)
+      for (double u : {0.1, 0.45, 0.8})
+        for (double v : {0.15, 0.6, 0.9}) {
+          const auto built = scene.build(face, u, v);
+          Vec q;
+          scene.patch->evalGeom(u, v, face, q, true);
+          size_t best = 0;
+          for (size_t g = 1; g < roots.size(); ++g)
+            if ((roots[g] - q).length() < (roots[best] - q).length()) best = g;
+          mean[on] += (built.second.back() - scene.clump->clumpGuides()[best].cvs.back()).length();
+          ++count;
+        }
+    mean[on] /= count;
+  }
+  EXPECT_LT(mean[1], 0.3 * mean[0]) << mean[0] << " " << mean[1];
+}
+
+TEST(VrClumpingFXModule, ALaterModuleClumpsTheGuidesOfTheEarlierOnes) {
+  ClumpScene scene;
+  scene.guides({{5, 0.5, 0.5}, {10, 0.3, 0.6}});
+  scene.regions([](int face) { return face < 8 ? 1u : 2u; });
+  scene.clump->setAttr("offset", "0.4", "expr");  // the first module bends every spline
+  auto* second = static_cast<VrClumpingFXModule*>(scene.spline->addFXModule("ClumpingFXModule"));
+  ASSERT_NE(second, nullptr);
+  second->setAttr("name", "Clumping2");
+  second->setAttr("pointDir", "points/", "string");
+  second->setAttr("mapDir", "maps/", "string");
+  scene.spline->initDescription();
+  ASSERT_EQ(second->numClumpGuides(), 2u);
+  for (size_t g = 0; g < 2; ++g) {
+    SCOPED_TRACE(g);
+    const VrClumpGuide& early = scene.clump->clumpGuides()[g];
+    const VrClumpGuide& late = second->clumpGuides()[g];
+    // The later guide is the spline at the guide's root with the first module applied.
+    VrPrimitiveContext& context = scene.spline->context();
+    context.setActivePatchFace(scene.patch, late.face);
+    scene.spline->makeGeometry(late.u, late.v, second);
+    EXPECT_EQ(late.cvs, context.cGeom());
+    // The offset ramp peaks half way along the guide.
+    const size_t mid = late.cvs.size() / 2;
+    EXPECT_GT((late.cvs[mid] - early.cvs[mid]).length(), 0.1);
+  }
+}
