@@ -16,6 +16,7 @@
 
 #include "BenchAllocations.h"
 #include "BenchMeshes.h"
+#include "BenchParallelRender.h"
 
 #include <benchmark/benchmark.h>
 
@@ -62,28 +63,10 @@ void BM_ClumpRender(benchmark::State& state) {
   VrNullRenderer renderer(description);
   description->setActiveRenderer(&renderer);
 
-  const size_t savedThreads = VrTaskManager::threadCount();
-  VrTaskManager::setThreadCount(static_cast<size_t>(threads));
-  VrSubdPatch::setMultithreading(true);
-  double splines = 0.0;
-  vrbench::allocations = 0;
-  for (auto _ : state) {
-    renderer.initDescription();
-    vrbench::countAllocations = true;
-    renderer.renderPatchInParallel("skin");
-    vrbench::countAllocations = false;
-    renderer.finishDescription();
-    splines += renderer.totalEmitCount();
-  }
-  VrSubdPatch::setMultithreading(false);
-  VrTaskManager::setThreadCount(savedThreads);
+  vrbench::renderSkinInParallel(state, renderer, threads);
   description->setActiveRenderer(nullptr);
   std::filesystem::remove_all(dir);
 
-  state.counters["splines/s"] = benchmark::Counter(splines, benchmark::Counter::kIsRate);
-  state.counters["splines"] = benchmark::Counter(splines / static_cast<double>(state.iterations()));
-  state.counters["allocs/spline"] =
-      benchmark::Counter(static_cast<double>(vrbench::allocations) / (splines > 0.0 ? splines : 1.0));
   state.SetLabel(clumping ? "one clumping module" : "no module");
 }
 BENCHMARK(BM_ClumpRender)

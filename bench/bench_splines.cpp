@@ -20,6 +20,7 @@
 
 #include "BenchAllocations.h"
 #include "BenchMeshes.h"
+#include "BenchParallelRender.h"
 
 #include <benchmark/benchmark.h>
 
@@ -63,28 +64,10 @@ void BM_SplineRender(benchmark::State& state) {
   VrNullRenderer renderer(scene.description);
   scene.description->setActiveRenderer(&renderer);
 
-  const size_t savedThreads = VrTaskManager::threadCount();
-  VrTaskManager::setThreadCount(static_cast<size_t>(threads));
-  VrSubdPatch::setMultithreading(true);
-  double splines = 0.0;
-  vrbench::allocations = 0;
-  for (auto _ : state) {
-    renderer.initDescription();
-    vrbench::countAllocations = true;
-    renderer.renderPatchInParallel("skin");
-    vrbench::countAllocations = false;
-    renderer.finishDescription();
-    splines += renderer.totalEmitCount();
-  }
-  VrSubdPatch::setMultithreading(false);
-  VrTaskManager::setThreadCount(savedThreads);
+  const double splines = vrbench::renderSkinInParallel(state, renderer, threads);
   scene.description->setActiveRenderer(nullptr);
 
-  state.counters["splines/s"] = benchmark::Counter(splines, benchmark::Counter::kIsRate);
   state.counters["CVs/s"] = benchmark::Counter(splines * cvs, benchmark::Counter::kIsRate);
-  state.counters["splines"] = benchmark::Counter(splines / static_cast<double>(state.iterations()));
-  state.counters["allocs/spline"] =
-      benchmark::Counter(static_cast<double>(vrbench::allocations) / (splines > 0.0 ? splines : 1.0));
 }
 BENCHMARK(BM_SplineRender)
     ->ArgsProduct({{5, 20}, {1, 2}})
