@@ -4,7 +4,7 @@
 // allocations inside the render only, and reports splines/s, splines per run and allocations
 // per spline.
 
-#include "document/VrTaskManager.h"
+#include "base/VrTaskManager.h"
 #include "geometry/VrSubdPatch.h"
 #include "renderers/VrNullRenderer.h"
 

@@ -4,9 +4,9 @@
 // counts what the renderer received; "allocs/spline" is every heap allocation of the render
 // divided by the splines (the module's guides are read before counting starts).
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "fxmodules/VrClumpMaker.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "geometry/SgSubdSurface.h"

@@ -1,9 +1,9 @@
 // Collection file throughput: writing and reading a production-sized collection of 100
 // descriptions, each with 19 module objects, an FX module and one patch of 50 faces.
 
+#include "base/VrModules.h"
 #include "document/VrCollectionFile.h"
 #include "document/VrDescription.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"

@@ -1,7 +1,7 @@
 // Document model hot paths: dictionary look-ups, attribute sets and object block round trips.
 
+#include "base/VrDict.h"
 #include "document/VrDescription.h"
-#include "document/VrDict.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,9 +1,9 @@
 // Expression evaluation per location: a constant text, a rand() text and a noise text, on one
 // thread and on two (each thread evaluating its own share of the same expression).
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "expressions/VrExpression.h"
 
 #include <benchmark/benchmark.h>

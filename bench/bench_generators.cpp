@@ -5,9 +5,9 @@
 // surface frame built (the primitive's geometry for now). The counter "allocs/loc" counts heap
 // allocations per location during the run.
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "generators/VrRandomGenerator.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"

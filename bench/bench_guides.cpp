@@ -1,11 +1,11 @@
 // Guide interpolation: building reach maps and candidate lists for 10,000 guides on a
 // 10,000-face mesh, and the weights of one location with 4 to 8 guides in reach.
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
-#include "document/VrTaskManager.h"
 #include "primitives/VrPrimitive.h"
 
 #include "BenchMeshes.h"

@@ -1,7 +1,7 @@
 // Painted-map lookups per location: `map()` at the nearest texel with the thread's texture
 // cache warm, against a plain `rand()` text, on one thread and on two.
 
-#include "document/VrTaskManager.h"
+#include "base/VrTaskManager.h"
 #include "expressions/VrExpression.h"
 #include "io/ptex/VrPtexWriter.h"
 #include "support/GridSurface.h"

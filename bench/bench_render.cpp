@@ -5,9 +5,9 @@
 // and the renderer's counting and bounding. "prims/s" counts the primitives the renderer
 // received.
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "generators/VrRandomGenerator.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"

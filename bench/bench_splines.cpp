@@ -10,9 +10,9 @@
 // context of one face, with constant attributes; "allocs/spline" is the primitive's own share in
 // steady state.
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrSplinePrimitive.h"

@@ -2,8 +2,8 @@
 // not yet provide are registered as data-only objects of their family, which keep their
 // attributes; the patch kinds are real.
 
-#include "document/VrDataObject.h"
-#include "document/VrModules.h"
+#include "base/VrDataObject.h"
+#include "base/VrModules.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "fxmodules/VrFXModule.h"
 #include "generators/VrRandomGenerator.h"

@@ -1,11 +1,11 @@
 #include "document/VrDescription.h"
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
+#include "base/vrutilCodec.h"
+#include "base/vrutilName.h"
 #include "document/VrCollectionFile.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
-#include "document/vrutilCodec.h"
-#include "document/vrutilName.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"
 

@@ -4,8 +4,8 @@
 // previewer); it owns the patches that bind it to geometry, its id, the level-of-detail settings
 // and the stray expression. Main thread only, except the expression evaluations.
 
-#include "document/VrDict.h"
-#include "document/VrObject.h"
+#include "base/VrDict.h"
+#include "base/VrObject.h"
 #include "expressions/VrExpression.h"
 
 #include <map>
@@ -32,6 +32,9 @@ class VrDescription : public VrObject {
   bool exportExtraAttr(std::ostream& out) const override;
   /// `vrDataPath` and `vrProjectPath` lines are skipped on reading: the collection has them.
   bool isExtraAttr(const std::string& name) const override;
+  bool attrWrittenEmpty(const std::string& name) const override {
+    return name == "groom" && groomWrittenEmpty();
+  }
 
   /// @name Objects
   /// @{

@@ -3,11 +3,11 @@
 
 #include "document/VrDescription.h"
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
+#include "base/vrutilName.h"
+#include "base/vrutilString.h"
 #include "document/VrFileReaderImpl.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
-#include "document/vrutilName.h"
-#include "document/vrutilString.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"

@@ -1,7 +1,7 @@
 #include "document/VrFileReaderImpl.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "fxmodules/VrFXModule.h"
 #include "primitives/VrPrimitive.h"
 

@@ -1,12 +1,12 @@
 #include "document/VrPalette.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilName.h"
+#include "base/vrutilPath.h"
+#include "base/vrutilString.h"
 #include "document/VrCollectionFile.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/vrutilFiles.h"
-#include "document/vrutilName.h"
-#include "document/vrutilPath.h"
-#include "document/vrutilString.h"
 
 #include <algorithm>
 

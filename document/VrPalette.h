@@ -4,8 +4,8 @@
 // transform. Every collection is listed by name in one process-wide dictionary from construction
 // to destruction. Main thread only.
 
-#include "document/VrDict.h"
-#include "document/VrObject.h"
+#include "base/VrDict.h"
+#include "base/VrObject.h"
 #include "geometry/SgXform3T.h"
 
 #include <memory>

@@ -1,9 +1,9 @@
 #pragma once
 // The free helpers of namespace vrutil, by topic.
 
-#include "document/vrutilCodec.h"
+#include "base/vrutilCodec.h"
+#include "base/vrutilName.h"
+#include "base/vrutilPath.h"
+#include "base/vrutilString.h"
 #include "document/vrutilFiles.h"
-#include "document/vrutilName.h"
 #include "document/vrutilObject.h"
-#include "document/vrutilPath.h"
-#include "document/vrutilString.h"

@@ -4,15 +4,15 @@
 
 #include <vector>
 
-#include "document/VrConfig.h"
+#include "base/VrConfig.h"
+#include "base/VrDict.h"
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
+#include "base/vrutilName.h"
+#include "base/vrutilPath.h"
+#include "base/vrutilString.h"
 #include "document/VrDescription.h"
-#include "document/VrDict.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilName.h"
-#include "document/vrutilPath.h"
-#include "document/vrutilString.h"
 
 namespace vrutil {
 

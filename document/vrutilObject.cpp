@@ -1,9 +1,9 @@
 #include "document/vrutilObject.h"
 
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "fxmodules/VrFXModule.h"
 #include "primitives/VrPrimitive.h"
 

@@ -1,7 +1,7 @@
 #include "expressions/VrExprContext.h"
 
-#include "document/vrutilCodec.h"
-#include "document/vrutilName.h"
+#include "base/vrutilCodec.h"
+#include "base/vrutilName.h"
 #include "expressions/VrSeExprHash.h"
 
 VrExprContext& VrExprContext::current() {

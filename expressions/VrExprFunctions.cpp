@@ -5,8 +5,8 @@
 
 #include "expressions/VrExprFunctions.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrExpression.h"

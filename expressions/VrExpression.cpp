@@ -9,15 +9,15 @@
 
 #include "expressions/VrExpression.h"
 
+#include "base/VrMessage.h"
+#include "base/VrProfiler.h"
+#include "base/VrTaskManager.h"
+#include "base/vrutilCodec.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrProfiler.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilCodec.h"
 #include "document/vrutilFiles.h"
-#include "expressions/VrPtexCache.h"
 #include "expressions/VrExprContext.h"
+#include "expressions/VrPtexCache.h"
 #include "expressions/VrSeExpr.h"
 #include "primitives/VrPrimitiveContext.h"
 

@@ -6,12 +6,12 @@
 
 #include "expressions/VrMapFunctions.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilPath.h"
+#include "base/vrutilString.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "document/vrutilFiles.h"
-#include "document/vrutilPath.h"
-#include "document/vrutilString.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrExprFunctions.h"
 #include "expressions/VrExpression.h"

@@ -2,8 +2,8 @@
 
 #include "expressions/VrPtexCache.h"
 
-#include "document/VrMessage.h"
-#include "document/VrTaskManager.h"
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,9 +1,9 @@
 #include "expressions/VrSeExpr.h"
 
+#include "base/VrTaskManager.h"
+#include "base/vrutilString.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilString.h"
 #include "expressions/VrExprContext.h"
 #include "expressions/VrExprFunctions.h"
 #include "expressions/VrExpression.h"

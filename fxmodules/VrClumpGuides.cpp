@@ -4,8 +4,8 @@
 
 #include "fxmodules/VrClumpGuides.h"
 
-#include "document/VrMessage.h"
-#include "document/VrTaskManager.h"
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "expressions/VrExpression.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/SgCurve.h"

@@ -9,11 +9,11 @@
 
 #include "fxmodules/VrClumpMaker.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilCodec.h"
+#include "base/vrutilName.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/vrutilCodec.h"
 #include "document/vrutilFiles.h"
-#include "document/vrutilName.h"
 #include "expressions/VrExpression.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "geometry/VrPatch.h"

@@ -12,12 +12,12 @@
 
 #include "fxmodules/VrClumpingFXModule.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilCodec.h"
+#include "base/vrutilName.h"
+#include "base/vrutilString.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/vrutilCodec.h"
 #include "document/vrutilFiles.h"
-#include "document/vrutilName.h"
-#include "document/vrutilString.h"
 #include "expressions/VrSeExprMath.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"

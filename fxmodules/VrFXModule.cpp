@@ -1,7 +1,7 @@
 #include "fxmodules/VrFXModule.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"

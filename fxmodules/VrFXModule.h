@@ -13,7 +13,7 @@
 // Threads: during a pass the module's fields are read-only; per-worker state lives in the
 // module's `VrFXModuleContext`, which the primitive context keeps for each module.
 
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 #include "expressions/VrExpression.h"
 #include "geometry/SgRampUIComp.h"
 

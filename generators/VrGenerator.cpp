@@ -1,9 +1,9 @@
 #include "generators/VrGenerator.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilCodec.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/vrutilCodec.h"
 #include "generators/VrGeneratorContext.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"

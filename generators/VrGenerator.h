@@ -28,7 +28,7 @@
 //
 // Attributes are set on the main thread while nothing generates.
 
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 #include "expressions/VrExpression.h"
 
 #include <memory>

@@ -1,6 +1,6 @@
 #include "geometry/VrNurbsPatch.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "geometry/SgNurbsSurface.h"
 #include "geometry/VrPatchBindingImpl.h"
 #include "geometry/VrPatchUtil.h"

@@ -1,8 +1,8 @@
 #include "geometry/VrPatch.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilName.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/vrutilName.h"
 #include "expressions/VrExpression.h"
 #include "primitives/VrBasePrimitive.h"
 

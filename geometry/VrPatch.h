@@ -4,7 +4,7 @@
 // and animation-curve records. Owned by its description; main thread only. Surface binding and
 // evaluation are added by the patch kinds.
 
-#include "document/VrDict.h"
+#include "base/VrDict.h"
 #include "geometry/SgBox3T.h"
 #include "geometry/SgVec3T.h"
 

@@ -1,8 +1,8 @@
 #include "geometry/VrSubdPatch.h"
 
-#include "document/VrMessage.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilCodec.h"
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
+#include "base/vrutilCodec.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrPatchBindingImpl.h"
 #include "geometry/VrPatchUtil.h"

@@ -1,9 +1,9 @@
 #include "primitives/VrBasePrimitive.h"
 
+#include "base/VrMessage.h"
+#include "base/vrutilString.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/vrutilString.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"

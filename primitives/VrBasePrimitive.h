@@ -2,7 +2,7 @@
 // VrBasePrimitive: the part of a primitive that holds its description's guides. Guides are
 // values in one list; each knows its patch. Main thread only.
 
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 #include "geometry/SgBox3T.h"
 #include "primitives/VrGuide.h"
 #include "primitives/VrGuideInterpolation.h"

@@ -1,7 +1,7 @@
 #include "primitives/VrBasePrimitiveContext.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "geometry/VrPatch.h"
 
 #include <limits>

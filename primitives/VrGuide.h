@@ -3,7 +3,7 @@
 // patch. A value held in its primitive's guide list. Its CVs are kept as imported; the first CV
 // is the root, which comes back from the binding.
 
-#include "document/VrDict.h"
+#include "base/VrDict.h"
 #include "geometry/SgVec3T.h"
 
 #include <cstdlib>

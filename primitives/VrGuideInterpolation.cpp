@@ -1,8 +1,8 @@
 #include "primitives/VrGuideInterpolation.h"
 
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/VrTaskManager.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrGuide.h"
 

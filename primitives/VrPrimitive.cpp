@@ -1,10 +1,10 @@
 #include "primitives/VrPrimitive.h"
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
+#include "base/vrutilCodec.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
-#include "document/vrutilCodec.h"
 #include "document/vrutilFiles.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"

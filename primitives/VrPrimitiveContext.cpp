@@ -1,7 +1,7 @@
 #include "primitives/VrPrimitiveContext.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "fxmodules/VrFXModule.h"
 #include "generators/VrGenerator.h"
 #include "geometry/SgCurve.h"

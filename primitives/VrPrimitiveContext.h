@@ -10,7 +10,7 @@
 // per location is shared between threads. Sample contexts and worker records are not owned; the
 // module records are, and a clone copies them.
 
-#include "document/VrDict.h"
+#include "base/VrDict.h"
 #include "primitives/VrBasePrimitiveContext.h"
 
 #include <memory>

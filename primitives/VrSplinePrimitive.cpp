@@ -1,6 +1,6 @@
 #include "primitives/VrSplinePrimitive.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
 

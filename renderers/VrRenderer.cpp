@@ -1,10 +1,10 @@
 #include "renderers/VrRenderer.h"
 
+#include "base/VrMessage.h"
+#include "base/VrProfiler.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrProfiler.h"
-#include "document/VrTaskManager.h"
 #include "expressions/VrExpression.h"
 #include "generators/VrGenerator.h"
 #include "generators/VrGeneratorContext.h"

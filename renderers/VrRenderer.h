@@ -19,7 +19,7 @@
 // `totalEmitCount` (atomic add), `maxBound` (compare-and-swap) and what a back end does under
 // `reduceMutex`.
 
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 #include "geometry/SgBox3T.h"
 #include "geometry/SgXform3T.h"
 #include "renderers/VrRendererContext.h"

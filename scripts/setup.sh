@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs every Debian package the project builds, tests and runs with.
+# Installs every Debian package the project builds, tests and runs with, plus any named on the
+# command line.
 # Does nothing when all of them are present; runs apt-get update only when something is missing.
 set -euo pipefail
 
@@ -10,6 +11,8 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
   ocl-icd-opencl-dev opencl-c-headers pocl-opencl-icd clinfo
 )
+# Extra packages a script needs on top of these (scripts/coverage.sh asks for gcovr).
+PACKAGES+=("$@")
 
 missing=()
 for p in "${PACKAGES[@]}"; do

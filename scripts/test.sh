@@ -5,6 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
+bash scripts/check-layers.sh
 
 BUILD_DIR=${VORN_TEST_BUILD_DIR:-build-test}
 GENERATOR=()

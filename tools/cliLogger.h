@@ -5,7 +5,7 @@
 // the key followed by its non-empty arguments, so a script reads which key was sent for which
 // names. Installed for the lifetime of the object.
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 
 #include <string>
 

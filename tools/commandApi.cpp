@@ -9,9 +9,9 @@
 
 #include "tools/collectionAccess.h"
 
+#include "base/VrMessage.h"
 #include "document/VrCollectionFile.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "document/vrapi.h"
 #include "expressions/VrExpression.h"

@@ -1,10 +1,10 @@
 // `vorn clumps make`: scatters the clump guides of a clumping module, writes its point files and
 // region maps, marks the maps made and saves the collection.
 
-#include "fxmodules/VrClumpMaker.h"
-#include "fxmodules/VrClumpingFXModule.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
+#include "fxmodules/VrClumpMaker.h"
+#include "fxmodules/VrClumpingFXModule.h"
 #include "io/VrImportGeometry.h"
 #include "tools/collectionAccess.h"
 #include "tools/commands.h"

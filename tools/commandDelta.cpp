@@ -8,8 +8,8 @@
 
 #include "tools/collectionAccess.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDelta.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 
 #include <exception>

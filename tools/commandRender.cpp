@@ -21,12 +21,12 @@
 
 #include "tools/commands.h"
 
-#include "document/VrAtomicFile.h"
+#include "base/VrAtomicFile.h"
+#include "base/VrObject.h"
+#include "base/VrTaskManager.h"
+#include "base/vrutilScratchFile.h"
 #include "document/VrDescription.h"
-#include "document/VrObject.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilScratchFile.h"
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"

@@ -2,12 +2,12 @@
 // commands to their functions (commands.h).
 // Exit codes: 0 success, 1 the command ran and failed, 2 bad usage.
 
-#include "document/VrConfig.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
-#include "document/VrTaskManager.h"
-#include "document/VrVersion.h"
-#include "document/vrutilPath.h"
+#include "base/VrConfig.h"
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
+#include "base/VrTaskManager.h"
+#include "base/VrVersion.h"
+#include "base/vrutilPath.h"
 #include "tools/commands.h"
 
 #include <CLI/CLI.hpp>

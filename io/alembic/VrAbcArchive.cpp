@@ -9,7 +9,7 @@
 
 #include "io/alembic/VrAbcArchive.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "io/alembic/VrAbcArchiveCore.h"
 
 #include <algorithm>

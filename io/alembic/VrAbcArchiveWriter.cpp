@@ -1,6 +1,6 @@
 #include "io/alembic/VrAbcArchiveWriter.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "io/alembic/VrAbcWriterCore.h"
 
 #include <cstdio>

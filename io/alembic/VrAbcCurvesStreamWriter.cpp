@@ -1,6 +1,6 @@
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "io/alembic/VrAbcTimeSampling.h"
 
 #include <cfloat>

@@ -5,7 +5,7 @@
 // successful `close`; the file is written under a temporary name and renamed into place then,
 // so a failed write never leaves a half-written archive behind.
 
-#include "document/VrAtomicFile.h"
+#include "base/VrAtomicFile.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,6 +1,6 @@
 #include "io/alembic/VrAbcSpool.h"
 
-#include "document/vrutilScratchFile.h"
+#include "base/vrutilScratchFile.h"
 
 #include <vector>
 

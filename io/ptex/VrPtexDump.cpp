@@ -2,7 +2,7 @@
 
 #include "io/ptex/VrPtexDump.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "io/ptex/VrPtexTexture.h"
 
 #include <algorithm>

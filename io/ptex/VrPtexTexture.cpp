@@ -12,7 +12,7 @@
 
 #include "io/ptex/VrPtexTexture.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "io/ptex/VrPtexFormat.h"
 
 #include <algorithm>

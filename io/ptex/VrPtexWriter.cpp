@@ -3,8 +3,8 @@
 
 #include "io/ptex/VrPtexWriter.h"
 
-#include "document/VrAtomicFile.h"
-#include "document/VrMessage.h"
+#include "base/VrAtomicFile.h"
+#include "base/VrMessage.h"
 #include "io/ptex/VrPtexFormat.h"
 
 #include <cstring>

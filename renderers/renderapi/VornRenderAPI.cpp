@@ -8,7 +8,7 @@
 #include <mutex>
 #include <vector>
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 #include "renderers/renderapi/VornRenderAPIProcedural.h"
 
 namespace VornRenderAPI {

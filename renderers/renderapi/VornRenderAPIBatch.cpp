@@ -1,6 +1,6 @@
 #include "renderers/renderapi/VornRenderAPIBatch.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 
 namespace VornRenderAPI {
 

@@ -14,8 +14,8 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "expressions/VrExpression.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"

@@ -1,9 +1,9 @@
 #include "document/vrapi.h"
 
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "document/vrutil.h"
 #include "fxmodules/VrFXModule.h"
 #include "support/CaptureLogger.h"

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "document/VrConfig.h"
+#include "base/VrConfig.h"
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
+#include "base/vrutilPath.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "document/vrutilFiles.h"
-#include "document/vrutilPath.h"
 #include "support/CaptureLogger.h"
 #include "support/ScopedEnv.h"
 

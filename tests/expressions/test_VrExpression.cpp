@@ -1,8 +1,8 @@
 #include "expressions/VrExpression.h"
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "expressions/VrSeExprHash.h"
 #include "support/CaptureLogger.h"
 

@@ -1,8 +1,8 @@
 #include "expressions/VrExpression.h"
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 
 #include <gtest/gtest.h>
 #include <tbb/blocked_range.h>

@@ -5,7 +5,7 @@
 
 #include "expressions/VrExpression.h"
 
-#include "document/VrTaskManager.h"
+#include "base/VrTaskManager.h"
 #include "document/vrutilFiles.h"
 #include "geometry/VrNurbsPatch.h"
 #include "io/ptex/VrPtexWriter.h"

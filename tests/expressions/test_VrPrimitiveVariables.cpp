@@ -3,9 +3,9 @@
 
 #include "expressions/VrExpression.h"
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"

@@ -7,10 +7,10 @@
 #include "io/ptex/VrPtexTexture.h"
 #include "io/vpd/VpdReader.h"
 
+#include "base/VrTaskManager.h"
+#include "base/vrutilCodec.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilCodec.h"
 #include "document/vrutilFiles.h"
 #include "io/ptex/VrPtexWriter.h"
 #include "io/vpd/VpdFileCachedReader.h"
@@ -18,9 +18,9 @@
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrNullRenderer.h"
 #include "support/CaptureLogger.h"
+#include "support/Examples.h"
 #include "support/GridSurface.h"
 #include "support/PatchScene.h"
-#include "support/Examples.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>

@@ -3,9 +3,9 @@
 
 #include "fxmodules/VrFXModule.h"
 
-#include "document/VrDataObject.h"
+#include "base/VrDataObject.h"
+#include "base/VrModules.h"
 #include "document/VrDescription.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
 #include "primitives/VrSplinePrimitive.h"
 #include "support/CaptureLogger.h"

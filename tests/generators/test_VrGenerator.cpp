@@ -1,10 +1,10 @@
 #include "generators/VrGenerator.h"
 
+#include "base/VrModules.h"
+#include "base/VrTaskManager.h"
+#include "base/vrutilCodec.h"
 #include "document/VrDescription.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
-#include "document/vrutilCodec.h"
 #include "generators/VrGeneratorContext.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"

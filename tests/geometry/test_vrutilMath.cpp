@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "document/vrutilCodec.h"
+#include "base/vrutilCodec.h"
 #include "geometry/vrutilMath.h"
 
 using Vec = SgVec3T<double>;

@@ -1,8 +1,8 @@
 #include "io/VrImportGeometry.h"
 
+#include "base/VrMessage.h"
 #include "document/VrCollectionFile.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrPatch.h"

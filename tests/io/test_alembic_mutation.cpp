@@ -4,10 +4,10 @@
 // file. The damage is random but seeded (mt19937's output is fixed by the standard), so every
 // run reads the same files.
 
+#include "io/AlembicTestSupport.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcDump.h"
 #include "support/CaptureLogger.h"
-#include "io/AlembicTestSupport.h"
 
 #include <gtest/gtest.h>
 

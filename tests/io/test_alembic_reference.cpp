@@ -4,6 +4,7 @@
 // refused as such. Also the building blocks the dump rests on: the digests, the metadata
 // strings and the time samplings.
 
+#include "io/AlembicTestSupport.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcMurmur3.h"
 #include "io/alembic/VrAbcSpookyHash.h"
@@ -11,7 +12,6 @@
 #include "io/alembic/VrAbcTimeSampling.h"
 #include "support/CaptureLogger.h"
 #include "support/RunCommand.h"
-#include "io/AlembicTestSupport.h"
 
 #include <gtest/gtest.h>
 

@@ -4,6 +4,7 @@
 // from scratch by the schema writers must read back with the values that went in; their meshes
 // are written with faces as stored (clockwise), so the stored indices are the ones given.
 
+#include "io/AlembicTestSupport.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurves.h"
@@ -15,7 +16,6 @@
 #include "io/alembic/VrAbcSampleInterpolator.h"
 #include "io/alembic/VrAbcSubD.h"
 #include "support/CaptureLogger.h"
-#include "io/AlembicTestSupport.h"
 
 #include <gtest/gtest.h>
 

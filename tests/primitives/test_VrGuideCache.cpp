@@ -3,8 +3,8 @@
 
 #include "primitives/VrSplinePrimitive.h"
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "document/vrutilFiles.h"
 #include "geometry/VrSubdPatch.h"

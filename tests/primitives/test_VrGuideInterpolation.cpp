@@ -1,9 +1,9 @@
 #include "primitives/VrGuideInterpolation.h"
 
+#include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"

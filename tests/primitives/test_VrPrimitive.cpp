@@ -1,10 +1,10 @@
 #include "primitives/VrPrimitive.h"
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"

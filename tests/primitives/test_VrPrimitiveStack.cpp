@@ -4,9 +4,9 @@
 
 #include "primitives/VrPrimitive.h"
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrSubdPatch.h"

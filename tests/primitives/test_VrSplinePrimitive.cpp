@@ -1,10 +1,10 @@
 #include "primitives/VrSplinePrimitive.h"
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "support/CaptureLogger.h"

@@ -2,12 +2,12 @@
 
 #include "renderers/VrGuideRenderer.h"
 
+#include "base/VrModules.h"
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
-#include "document/VrTaskManager.h"
-#include "generators/VrRandomGenerator.h"
 #include "generators/VrGenerator.h"
+#include "generators/VrRandomGenerator.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"

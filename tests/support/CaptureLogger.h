@@ -2,7 +2,7 @@
 // A host logger for tests: records every message it receives. While installed, the shell logger
 // falls silent. Install it for the lifetime of one test.
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 
 #include <string>
 #include <vector>

@@ -2,8 +2,8 @@
 // write out and read back, or gives back nothing with at least one Error. The damage is random
 // but seeded, so every run reads the same texts.
 
+#include "base/VrMessage.h"
 #include "document/VrCollectionFile.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "support/CaptureLogger.h"
 

@@ -1,4 +1,4 @@
-#include "document/VrVersion.h"
+#include "base/VrVersion.h"
 #include "support/RunCommand.h"
 #include "support/TempDir.h"
 

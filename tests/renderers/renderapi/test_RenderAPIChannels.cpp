@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "base/VrMessage.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
 #include "document/VrPalette.h"
 #include "expressions/VrExpression.h"
 #include "io/VrImportGeometry.h"

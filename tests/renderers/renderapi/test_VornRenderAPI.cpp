@@ -9,9 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "base/VrMessage.h"
+#include "base/VrModules.h"
 #include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/VrModules.h"
 #include "document/VrPalette.h"
 #include "geometry/VrPatch.h"
 #include "io/VrImportGeometry.h"

@@ -1,4 +1,4 @@
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 
 #include "support/CaptureLogger.h"
 

@@ -1,4 +1,4 @@
-#include "document/VrProfiler.h"
+#include "base/VrProfiler.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "document/VrDict.h"
+#include "base/VrDict.h"
 
 #include <gtest/gtest.h>
 

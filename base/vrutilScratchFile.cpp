@@ -1,4 +1,4 @@
-#include "document/vrutilScratchFile.h"
+#include "base/vrutilScratchFile.h"
 
 #include <cerrno>
 #include <cstdlib>

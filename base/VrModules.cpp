@@ -1,6 +1,6 @@
-#include "document/VrModules.h"
+#include "base/VrModules.h"
 
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 
 #include <map>
 #include <memory>

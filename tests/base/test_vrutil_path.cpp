@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "document/vrutilPath.h"
+#include "base/vrutilPath.h"
 #include "support/CaptureLogger.h"
 #include "support/ScopedEnv.h"
 

@@ -1,8 +1,8 @@
-#include "document/VrConfig.h"
+#include "base/VrConfig.h"
 
-#include "document/VrMessage.h"
-#include "document/vrutilPath.h"
-#include "document/vrutilString.h"
+#include "base/VrMessage.h"
+#include "base/vrutilPath.h"
+#include "base/vrutilString.h"
 
 #include <algorithm>
 #include <cstdio>

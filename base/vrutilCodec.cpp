@@ -1,4 +1,4 @@
-#include "document/vrutilCodec.h"
+#include "base/vrutilCodec.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "document/VrMessage.h"
-#include "document/vrutilString.h"
+#include "base/VrMessage.h"
+#include "base/vrutilString.h"
 
 namespace vrutil {
 

@@ -1,4 +1,4 @@
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 
 #include "expressions/VrExpression.h"
 #include "support/CaptureLogger.h"

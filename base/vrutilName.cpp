@@ -1,8 +1,8 @@
-#include "document/vrutilName.h"
+#include "base/vrutilName.h"
 
 #include <cctype>
 
-#include "document/vrutilString.h"
+#include "base/vrutilString.h"
 
 namespace vrutil {
 

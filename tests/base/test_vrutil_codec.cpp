@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "document/vrutilCodec.h"
+#include "base/vrutilCodec.h"
 #include "support/CaptureLogger.h"
 
 using namespace vrutil;

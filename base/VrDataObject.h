@@ -4,7 +4,7 @@
 // that uses the module reads and writes back unchanged. `Base` is the module's family class
 // (document object, primitive, FX module or patch).
 
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 
 #include <string>
 

@@ -1,3 +1,3 @@
-#include "document/VrVersion.h"
+#include "base/VrVersion.h"
 
 const char* vornLibraryVersion() { return VORN_VERSION_STRING; }

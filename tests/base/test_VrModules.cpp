@@ -1,6 +1,6 @@
-#include "document/VrModules.h"
+#include "base/VrModules.h"
 
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"

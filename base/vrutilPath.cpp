@@ -1,4 +1,4 @@
-#include "document/vrutilPath.h"
+#include "base/vrutilPath.h"
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -12,8 +12,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "document/VrMessage.h"
-#include "document/vrutilString.h"
+#include "base/VrMessage.h"
+#include "base/vrutilString.h"
 
 namespace vrutil {
 

@@ -1,4 +1,4 @@
-#include "document/vrutilString.h"
+#include "base/vrutilString.h"
 
 #include <cctype>
 #include <cstdlib>

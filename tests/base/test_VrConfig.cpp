@@ -1,7 +1,7 @@
-#include "document/VrConfig.h"
-#include "document/VrProfiler.h"
-#include "document/VrService.h"
-#include "document/VrTaskManager.h"
+#include "base/VrConfig.h"
+#include "base/VrProfiler.h"
+#include "base/VrService.h"
+#include "base/VrTaskManager.h"
 
 #include "support/CaptureLogger.h"
 #include "support/ScopedEnv.h"

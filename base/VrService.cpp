@@ -1,4 +1,4 @@
-#include "document/VrService.h"
+#include "base/VrService.h"
 
 VrServiceOfServices& VrServiceOfServices::theOne() {
   static VrServiceOfServices registry;

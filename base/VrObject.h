@@ -5,7 +5,7 @@
 // round trip through files. A second bag holds user-added custom attributes as expressions,
 // keyed by their short name. Attributes are read and written on the main thread only.
 
-#include "document/VrDict.h"
+#include "base/VrDict.h"
 
 #include <iosfwd>
 #include <memory>
@@ -53,6 +53,9 @@ class VrObject {
   virtual bool exportExtraAttr(std::ostream&) const { return true; }
   /// True for names that `importObj` must skip (written by `exportExtraAttr`).
   virtual bool isExtraAttr(const std::string&) const { return false; }
+  /// True for a stored attribute whose value a saved block leaves empty (a description's
+  /// "groom" when its groom is written elsewhere).
+  virtual bool attrWrittenEmpty(const std::string&) const { return false; }
   /// Adds (prefix + short name, file) for each file the custom expressions read.
   virtual void getExternalContext(ExternalContext& pairs, const std::string& prefix) const;
   /// @}

@@ -1,4 +1,4 @@
-#include "document/VrAtomicFile.h"
+#include "base/VrAtomicFile.h"
 
 #include <cstdio>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-#include "document/VrMessage.h"
+#include "base/VrMessage.h"
 
-#include "document/VrDict.h"
+#include "base/VrDict.h"
 
 #include <cstdio>
 #include <cstdlib>

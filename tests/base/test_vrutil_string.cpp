@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "document/vrutilName.h"
-#include "document/vrutilString.h"
+#include "base/vrutilName.h"
+#include "base/vrutilString.h"
 
 using namespace vrutil;
 

@@ -1,4 +1,4 @@
-#include "document/VrTaskManager.h"
+#include "base/VrTaskManager.h"
 
 #include <algorithm>
 #include <atomic>

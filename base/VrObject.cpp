@@ -1,9 +1,8 @@
-#include "document/VrObject.h"
+#include "base/VrObject.h"
 
-#include "document/VrDescription.h"
-#include "document/VrMessage.h"
-#include "document/vrutilName.h"
-#include "document/vrutilString.h"
+#include "base/VrMessage.h"
+#include "base/vrutilName.h"
+#include "base/vrutilString.h"
 #include "expressions/VrExpression.h"
 
 #include <cerrno>
@@ -198,7 +197,6 @@ const char* VrObject::tabsFor(const std::string& attrName) {
 }
 
 void VrObject::writeBlockBody(std::ostream& out, bool preset) const {
-  const bool isDescription = typeName() == "Description";
   for (const std::string& name : attrOrder) {
     const VrAttribute* record = attrs.find(name);
     if (!record) continue;
@@ -207,9 +205,7 @@ void VrObject::writeBlockBody(std::ostream& out, bool preset) const {
       value = vrutil::stripNameSpace(value);
     } else if (name == "groom") {
       if (preset) value = vrutil::stripNameSpace(value);
-      if (isDescription &&
-          static_cast<const VrDescription*>(this)->groomWrittenEmpty())
-        value.clear();
+      if (attrWrittenEmpty(name)) value.clear();
     }
     out << '\t' << name << tabsFor(name) << value << '\n';
   }
