@@ -30,7 +30,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <sstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -42,6 +44,15 @@ const char* const prefName = "vorn_Pref";
 struct ImportMemo {
   std::map<std::string, VrSurfaceTable> references;
   std::map<std::string, VrSurfaceTable> frames;
+  // Readers of the last few files, kept open across resets so that a frame range opens its
+  // geometry file once; a file changed on disk since it was opened is opened again.
+  struct OpenFile {
+    std::string path;
+    struct timespec modified;
+    off_t size;
+    std::unique_ptr<CacheUtilHandle> handle;
+  };
+  std::deque<OpenFile> files;
   unsigned reads = 0;
   VrGeometrySpace space = VrGeometrySpace::World;
   // Part of the names under which the memo's surfaces enter SgSurfaceCache, counted up at each
@@ -52,6 +63,30 @@ struct ImportMemo {
 ImportMemo& memo() {
   static ImportMemo state;
   return state;
+}
+
+constexpr size_t openFilesKept = 4;
+
+// The reader of `path`, opened before when the file is unchanged; null when the path names no
+// readable geometry file.
+CacheUtil* openReader(const std::string& path) {
+  std::deque<ImportMemo::OpenFile>& files = memo().files;
+  struct stat status {};
+  const bool exists = stat(path.c_str(), &status) == 0;
+  for (auto it = files.begin(); it != files.end(); ++it) {
+    if (it->path != path) continue;
+    if (exists && it->size == status.st_size && it->modified.tv_sec == status.st_mtim.tv_sec &&
+        it->modified.tv_nsec == status.st_mtim.tv_nsec)
+      return it->handle->getCacheUtil();
+    files.erase(it);
+    break;
+  }
+  auto handle = std::make_unique<CacheUtilHandle>(path);
+  if (!handle->isValid()) return nullptr;
+  CacheUtil* reader = handle->getCacheUtil();
+  files.push_back({path, status.st_mtim, status.st_size, std::move(handle)});
+  if (files.size() > openFilesKept) files.pop_front();
+  return reader;
 }
 
 void keyError(const std::string& key, const std::string& a1 = "", const std::string& a2 = "") {
@@ -985,13 +1020,13 @@ bool VrImportGeometry(const std::string& file, double frame, const std::string& 
     VR_DEBUG(1, vrmsg::CatFile, "Reusing previously loaded geometry from file(frame): " + key);
   } else {
     VR_DEBUG(1, vrmsg::CatFile, "Importing geometry: " + key);
-    CacheUtilHandle handle(name);
+    CacheUtil* reader = openReader(name);
     const std::string prefix = "abc" + std::to_string(state.generation) + ":";
-    if (!handle.isValid()) {
+    if (!reader) {
       keyError("rUnableToLoadFile", name);
       ok = false;
     } else {
-      ok = handle.getCacheUtil()->loadGeometry(patches, framesPerSecond > 0.0 ? frame / framesPerSecond : frame,
+      ok = reader->loadGeometry(patches, framesPerSecond > 0.0 ? frame / framesPerSecond : frame,
                                                interpolation, reference, animated, prefix + key + ":",
                                                prefix + expanded + ":pref:");
     }
@@ -1036,6 +1071,8 @@ void VrResetImportGeometry() {
   state.frames.clear();
   ++state.generation;
 }
+
+void VrCloseGeometryFiles() { memo().files.clear(); }
 
 unsigned VrImportGeometryReadCount() { return memo().reads; }
 

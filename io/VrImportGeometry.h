@@ -143,9 +143,12 @@ bool VrImportGeometry(const std::string& file, double frame, const std::string& 
 /// The same at the collection's frame and frame rate.
 bool VrImportGeometry(const std::string& file, const VrPalette& palette, const std::string& interpolation = "linear");
 
-/// Forgets the files read and lets go of the memo's surfaces (patches keep theirs).
+/// Forgets the surfaces built and lets go of the memo's references on them (patches keep theirs).
 void VrResetImportGeometry();
-/// Chooses the space of later imports; a change forgets the files read.
+/// Closes the geometry files kept open. They stay open across resets (a frame range opens its
+/// file once), at most four at a time, and are opened again when they change on disk.
+void VrCloseGeometryFiles();
+/// Chooses the space of later imports; a change forgets the surfaces built.
 void VrSetGeometrySpace(VrGeometrySpace space);
 VrGeometrySpace VrGetGeometrySpace();
 /// How many times an archive was opened for geometry since the start of the process.

@@ -599,31 +599,39 @@ struct RunTotals {
   uint64_t cvs = 0;
 };
 
-// Renders one frame (`request.frame`) to `request.output` on `workers` threads (1: face by
-// face); every failure has been reported when it answers ExitFailed.
-int renderFrame(const RenderRequest& request, unsigned workers, const CliLogger& logger, ProgressBar& progress,
-                RunTotals& totals) {
-  // The names of descriptions and patches, from a read of our own that is deleted again.
+// What a render covers: the collection's name and its (description, patch) pairs, read once for
+// every frame from a read of our own that is deleted again.
+struct RenderPlan {
   std::string collectionName;
   std::vector<PatchJob> jobs;
-  {
-    PalettePtr palette = importCollection(request.collection);
-    if (!palette) return ExitFailed;
-    collectionName = palette->name();
-    for (unsigned d = 0; d < palette->numDescriptions(); ++d) {
-      const VrDescription* description = palette->description(d);
-      if (!description) continue;
-      const VrObject* renderer = description->activeRenderer();
-      const std::string kind = renderer ? renderer->typeName() : std::string("(none)");
-      if (kind != "RendermanRenderer") {
-        warn("description " + inQuotes(description->name()) + " renders with " + kind +
-             ", not RendermanRenderer: skipped");
-        continue;
-      }
-      for (const auto& entry : description->patches()) jobs.push_back({description->name(), entry.first});
+};
+
+bool readPlan(const RenderRequest& request, RenderPlan& plan) {
+  PalettePtr palette = importCollection(request.collection);
+  if (!palette) return false;
+  plan.collectionName = palette->name();
+  for (unsigned d = 0; d < palette->numDescriptions(); ++d) {
+    const VrDescription* description = palette->description(d);
+    if (!description) continue;
+    const VrObject* renderer = description->activeRenderer();
+    const std::string kind = renderer ? renderer->typeName() : std::string("(none)");
+    if (kind != "RendermanRenderer") {
+      warn("description " + inQuotes(description->name()) + " renders with " + kind +
+           ", not RendermanRenderer: skipped");
+      continue;
     }
+    for (const auto& entry : description->patches()) plan.jobs.push_back({description->name(), entry.first});
   }
-  if (jobs.empty()) warn("nothing to render in " + request.collection);
+  if (plan.jobs.empty()) warn("nothing to render in " + request.collection);
+  return true;
+}
+
+// Renders one frame (`request.frame`) of `plan` to `request.output` on `workers` threads (1:
+// face by face); every failure has been reported when it answers ExitFailed.
+int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned workers, const CliLogger& logger,
+                ProgressBar& progress, RunTotals& totals) {
+  const std::string& collectionName = plan.collectionName;
+  const std::vector<PatchJob>& jobs = plan.jobs;
 
   const unsigned errorsBefore = logger.errors();
   RunSpool spool;
@@ -821,13 +829,19 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   VrSetGeometrySpace(request.space == "object" ? VrGeometrySpace::Object : VrGeometrySpace::World);
   if (!request.verbose) PatchRenderer::setBannerShown(true);
 
+  RenderPlan plan;
+  if (!readPlan(request, plan)) return ExitFailed;
   ProgressBar progress(request.progress || isatty(2), jobs.size());
   RunTotals totals;
+  // The geometry file stays open from frame to frame; it is closed however the range ends.
+  struct CloseGeometryFiles {
+    ~CloseGeometryFiles() { VrCloseGeometryFiles(); }
+  } closeGeometryFiles;
   for (const auto& job : jobs) {
     RenderRequest one = request;
     one.frame = job.first;
     one.output = job.second;
-    const int status = renderFrame(one, workers, logger, progress, totals);
+    const int status = renderFrame(one, plan, workers, logger, progress, totals);
     if (status != ExitOk) {
       progress.finish();
       if (jobs.size() > 1)

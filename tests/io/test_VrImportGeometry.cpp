@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -138,6 +139,7 @@ class ImportGeometry : public ::testing::Test {
   void TearDown() override {
     palette.reset();
     VrResetImportGeometry();
+    VrCloseGeometryFiles();
     VRDebugLevel = savedDebug;
   }
   vrtest::TempDir dir;
@@ -275,14 +277,21 @@ TEST_F(ImportGeometry, TheSameFileAndFrameIsParsedOnce) {
   std::snprintf(key, sizeof key, "(%9.4f)", 24.0);
   EXPECT_TRUE(log.has("Importing geometry: " + file + key));
 
-  // A new base collection binds afresh: the file is read again.
+  // A new base collection binds afresh, from the file already open.
   PalettePtr next = importCollection("onceMore", {{"d", "Subd", "scalp"}});
   ASSERT_TRUE(VrImportGeometry(file, 25.0, "linear", 24.0));
-  EXPECT_EQ(VrImportGeometryReadCount(), before + 2);
+  EXPECT_EQ(VrImportGeometryReadCount(), before + 1);
   auto* later = dynamic_cast<VrSubdPatch*>(next->description("d")->patch("scalp"));
   ASSERT_TRUE(later && later->isBound());
   EXPECT_NE(later->surface(false), first->surface(false));
   next.reset();
+
+  // A file rewritten on disk is opened again.
+  std::filesystem::remove(file);
+  ASSERT_TRUE(writeArchive(file, {{"scalp", VrAbcMeshWriter::Kind::SubD, {moved(cube, 0, 2, 0)}, {}}}, false));
+  PalettePtr rewritten = importCollection("rewritten", {{"d", "Subd", "scalp"}});
+  ASSERT_TRUE(VrImportGeometry(file, 1.0, "linear", 24.0));
+  EXPECT_EQ(VrImportGeometryReadCount(), before + 2);
   EXPECT_TRUE(log.errors().empty());
 }
 
