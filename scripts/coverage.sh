@@ -34,4 +34,4 @@ if [[ -n ${VORN_COVERAGE_HTML:-} ]]; then
   html=(--html-details "$BUILD_DIR/coverage/index.html")
 fi
 gcovr "${gcov_options[@]}" --json-summary-pretty --json-summary "$BUILD_DIR/coverage-summary.json" \
-  "${html[@]}" --print-summary -o /dev/null
+  "${html[@]}" --txt "$BUILD_DIR/coverage.txt" --print-summary
