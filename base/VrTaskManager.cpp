@@ -6,6 +6,10 @@
 #include <cstdlib>
 #include <thread>
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
 namespace {
 
 size_t hardwareThreads() {
@@ -75,6 +79,18 @@ size_t VrTaskManager::taskGrainSize(size_t n) {
   const size_t t = std::max<size_t>(threadCount(), 1) * 16;
   if (n <= t) return 1;
   return n / t;
+}
+
+void VrTaskManager::parallelChunks(size_t n, const std::function<void(size_t, size_t)>& chunk) {
+  const bool wasMultithreaded = seExprMultithreading();
+  setSeExprMultithreading(true);
+  const int threads = static_cast<int>(threadCount());
+  tbb::task_arena arena(threads > 0 ? threads : tbb::task_arena::automatic);
+  arena.execute([&] {
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, n, taskGrainSize(n)),
+                      [&](const tbb::blocked_range<size_t>& range) { chunk(range.begin(), range.end()); });
+  });
+  setSeExprMultithreading(wasMultithreaded);
 }
 
 std::mutex& VrTaskManager::globalMutex() {

@@ -3,6 +3,7 @@
 // stores, meant to happen while no parallel work runs.
 
 #include <cstddef>
+#include <functional>
 #include <mutex>
 
 class VrTaskManager {
@@ -31,6 +32,12 @@ class VrTaskManager {
 
   /// Grain for parallel loops over n items: 1 when n <= threadCount * 16, else n / (threads * 16).
   static size_t taskGrainSize(size_t n);
+
+  /// Runs `chunk(begin, end)` over the ranges of [0, n) in an arena of threadCount() workers
+  /// (every core when it is 0), with the grain of taskGrainSize(n) and expression evaluation
+  /// switched to per-thread state for the duration. Each call of `chunk` gets a range of its own,
+  /// so per-worker state made at its start serves the whole range.
+  static void parallelChunks(size_t n, const std::function<void(size_t begin, size_t end)>& chunk);
 
   /// One plain (non-recursive) mutex for the whole process.
   static std::mutex& globalMutex();

@@ -13,10 +13,6 @@
 #include "io/vpd/VpdFileCachedReader.h"
 #include "primitives/VrPrimitive.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -111,22 +107,14 @@ bool VrClumpGuides::read(VrPrimitive* primitive, VrFXModule* module, const VpdFi
       grow(*primitive, module, primitive->context(), patch, records[i], curlScale, guides[first + i]);
     return true;
   }
-  const bool wasMultithreaded = VrTaskManager::seExprMultithreading();
-  VrTaskManager::setSeExprMultithreading(true);
-  const int threads = static_cast<int>(VrTaskManager::threadCount());
-  tbb::task_arena arena(threads > 0 ? threads : tbb::task_arena::automatic);
-  arena.execute([&] {
-    tbb::parallel_for(tbb::blocked_range<size_t>(0, records.size(), VrTaskManager::taskGrainSize(records.size())),
-                      [&](const tbb::blocked_range<size_t>& range) {
-                        std::unique_ptr<VrPrimitiveContext> worker = primitive->cloneContext(primitive->context());
-                        primitive->initDescriptionInParallel(*worker);
-                        VrExpression::initTLS(worker.get());
-                        for (size_t i = range.begin(); i != range.end(); ++i)
-                          grow(*primitive, module, *worker, patch, records[i], curlScale, guides[first + i]);
-                        VrExpression::clearTLS();
-                        primitive->finishDescriptionInParallel(*worker);
-                      });
+  VrTaskManager::parallelChunks(records.size(), [&](size_t begin, size_t end) {
+    std::unique_ptr<VrPrimitiveContext> worker = primitive->cloneContext(primitive->context());
+    primitive->initDescriptionInParallel(*worker);
+    VrExpression::initTLS(worker.get());
+    for (size_t i = begin; i != end; ++i)
+      grow(*primitive, module, *worker, patch, records[i], curlScale, guides[first + i]);
+    VrExpression::clearTLS();
+    primitive->finishDescriptionInParallel(*worker);
   });
-  VrTaskManager::setSeExprMultithreading(wasMultithreaded);
   return true;
 }

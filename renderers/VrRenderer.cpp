@@ -11,10 +11,6 @@
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
-
 #include <algorithm>
 #include <cmath>
 #include <sstream>
@@ -483,45 +479,36 @@ bool VrRenderer::renderPatchInParallel(const std::string& patchName) {
     return true;
   }
 
-  const bool wasMultithreaded = VrTaskManager::seExprMultithreading();
-  VrTaskManager::setSeExprMultithreading(true);
-  const int threads = static_cast<int>(VrTaskManager::threadCount());
-  tbb::task_arena arena(threads > 0 ? threads : tbb::task_arena::automatic);
-  arena.execute([&] {
-    tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, faces.size(), VrTaskManager::taskGrainSize(faces.size())),
-        [&](const tbb::blocked_range<size_t>& range) {
-          // One primitive context per sample, each a clone of the sample primitive's own.
-          std::unique_ptr<VrPrimitiveContext> worker = primitive->cloneContext(primitive->context());
-          VrPrimitiveContext& context = *worker;
-          context.clearSamples();
-          std::vector<std::unique_ptr<VrPrimitiveContext>> motion;
-          for (int s = 1; s < samples; ++s) {
-            VrDescription* sampleDesc = sampleDescription(s);
-            VrPrimitive* samplePrimitive = sampleDesc ? sampleDesc->activePrimitive() : nullptr;
-            if (!samplePrimitive) break;
-            motion.push_back(samplePrimitive->cloneContext(samplePrimitive->context()));
-            motion.back()->clearSamples();
-            context.addSample(motion.back().get());
-          }
-          VrExpression::initTLS(&context);
-          std::unique_ptr<VrGeneratorContext> generatorRecord = generator->newGeneratorContext();
-          std::unique_ptr<VrRendererContext> record = newRendererContext();
-          context.setGeneratorContext(generatorRecord.get());
-          context.setRendererContext(record.get());
-          for (auto& own : motion) {
-            own->setGeneratorContext(generatorRecord.get());
-            own->setRendererContext(record.get());
-          }
-          initDescriptionInParallel(context);
-          for (size_t i = range.begin(); i != range.end(); ++i) renderInParallel(context, faces[i], patchName);
-          reduceContext(*record, patchName, true);
-          accumlateTotalEmitCount(static_cast<unsigned>(record->totalCount()));
-          finishDescriptionInParallel(context);
-          VrExpression::clearTLS();
-        });
+  VrTaskManager::parallelChunks(faces.size(), [&](size_t begin, size_t end) {
+    // One primitive context per sample, each a clone of the sample primitive's own.
+    std::unique_ptr<VrPrimitiveContext> worker = primitive->cloneContext(primitive->context());
+    VrPrimitiveContext& context = *worker;
+    context.clearSamples();
+    std::vector<std::unique_ptr<VrPrimitiveContext>> motion;
+    for (int s = 1; s < samples; ++s) {
+      VrDescription* sampleDesc = sampleDescription(s);
+      VrPrimitive* samplePrimitive = sampleDesc ? sampleDesc->activePrimitive() : nullptr;
+      if (!samplePrimitive) break;
+      motion.push_back(samplePrimitive->cloneContext(samplePrimitive->context()));
+      motion.back()->clearSamples();
+      context.addSample(motion.back().get());
+    }
+    VrExpression::initTLS(&context);
+    std::unique_ptr<VrGeneratorContext> generatorRecord = generator->newGeneratorContext();
+    std::unique_ptr<VrRendererContext> record = newRendererContext();
+    context.setGeneratorContext(generatorRecord.get());
+    context.setRendererContext(record.get());
+    for (auto& own : motion) {
+      own->setGeneratorContext(generatorRecord.get());
+      own->setRendererContext(record.get());
+    }
+    initDescriptionInParallel(context);
+    for (size_t i = begin; i != end; ++i) renderInParallel(context, faces[i], patchName);
+    reduceContext(*record, patchName, true);
+    accumlateTotalEmitCount(static_cast<unsigned>(record->totalCount()));
+    finishDescriptionInParallel(context);
+    VrExpression::clearTLS();
   });
-  VrTaskManager::setSeExprMultithreading(wasMultithreaded);
   return true;
 }
 
