@@ -52,139 +52,134 @@ vrtest::CommandResult evalSpline(const std::string& file, const std::string& att
 TEST(VornCliApi, BuildsExportsAndReimportsACollection) {
   vrtest::TempDir dir;
   const std::string saved = dir.file("made.vorn");
-  EXPECT_TRUE(ran(api(dir,
-                      "# a collection made from nothing\n"
-                      "createDescription made hair Spline Random Renderman Attribute\n"
-                      "\n"
-                      "addCustomAttr custom_float_bend made hair SplinePrimitive\n"
-                      "   # an indented comment\n"
-                      "setAttr custom_float_bend \"0.5 * rand() + 1\" made hair SplinePrimitive\n"
-                      "setAttr strayPercentage 0.25 made hair \"\"\n"
-                      "addFXModule made hair NoiseFXModule wobble\n"
-                      "fxModules made hair\n"
-                      "objects made hair on\n"
-                      "exportPalette made " +
-                          saved + "\n"),
-                  0,
-                  "hair\n"
-                  "true\n"
-                  "true\n"
-                  "true\n"
-                  "wobble\n"
-                  "wobble\n"
-                  "SplinePrimitive RandomGenerator RendermanRenderer GLRenderer\n"
-                  "true\n"));
+  const auto build = api(dir,
+                         "# a collection made from nothing\n"
+                         "createDescription made hair Spline Random Renderman Attribute\n"
+                         "\n"
+                         "addCustomAttr custom_float_bend made hair SplinePrimitive\n"
+                         "   # an indented comment\n"
+                         "setAttr custom_float_bend \"0.5 * rand() + 1\" made hair SplinePrimitive\n"
+                         "setAttr strayPercentage 0.25 made hair \"\"\n"
+                         "addFXModule made hair NoiseFXModule wobble\n"
+                         "fxModules made hair\n"
+                         "objects made hair on\n"
+                         "exportPalette made " + saved + "\n");
+  EXPECT_TRUE(ran(build, 0,
+            "hair\n"
+            "true\n"
+            "true\n"
+            "true\n"
+            "wobble\n"
+            "wobble\n"
+            "SplinePrimitive RandomGenerator RendermanRenderer GLRenderer\n"
+            "true\n"));
 
   EXPECT_TRUE(ran(vorn("check " + q(saved)), 0, "ok: made: 1 descriptions\n"));
 
   // A second process reads the file back into a name space: every name carries it.
-  EXPECT_TRUE(ran(api(dir, "importPalette " + saved +
-                               " \"\" other\n"
-                               "palettes\n"
-                               "descriptions other:made\n"
-                               "getAttr custom_float_bend other:made other:hair SplinePrimitive\n"
-                               "getAttr strayPercentage other:made other:hair \"\"\n"
-                               "fxModules other:made other:hair\n"
-                               "fxModuleType other:made other:hair other:wobble\n"
-                               "getActive other:made other:hair Renderer\n"),
-                  0,
-                  "other:made\n"
-                  "other:made\n"
-                  "other:hair\n"
-                  "0.5 * rand() + 1\n"
-                  "0.25\n"
-                  "other:wobble\n"
-                  "NoiseFXModule\n"
-                  "RendermanRenderer\n"));
+  const auto reread = api(dir,
+                          "importPalette " + saved + " \"\" other\n"
+                          "palettes\n"
+                          "descriptions other:made\n"
+                          "getAttr custom_float_bend other:made other:hair SplinePrimitive\n"
+                          "getAttr strayPercentage other:made other:hair \"\"\n"
+                          "fxModules other:made other:hair\n"
+                          "fxModuleType other:made other:hair other:wobble\n"
+                          "getActive other:made other:hair Renderer\n");
+  EXPECT_TRUE(ran(reread, 0,
+            "other:made\n"
+            "other:made\n"
+            "other:hair\n"
+            "0.5 * rand() + 1\n"
+            "0.25\n"
+            "other:wobble\n"
+            "NoiseFXModule\n"
+            "RendermanRenderer\n"));
 }
 
 TEST(VornCliApi, FailedCallsReportAndTheScriptGoesOn) {
   vrtest::TempDir dir;
-  EXPECT_TRUE(ran(api(dir, "importPalette " + hairsFile +
-                               " \"\" \"\"\n"
-                               "importPalette " +
-                               hairsFile +
-                               " \"\" \"\"\n"
-                               "descriptions hairs\n"
-                               "setAttr length \"0.5*rand()\" hairs one SplinePrimitive\n"
-                               "getAttr length hairs one SplinePrimitive\n"
-                               "getAttr length hairs gone SplinePrimitive\n"
-                               "createPalette hairs\n"
-                               "attrExists colour hairs one SplinePrimitive\n"
-                               "boundFaces hairs one pPlaneShape1 off\n"
-                               "boundFaces hairs one nowhere off\n"
-                               "palettes\n"),
-                  1,
-                  "hairs\n"
-                  // Messages sent during a call come before its result.
-                  "error: rTriedToImportDuplicate " +
-                      hairsFile +
-                      "\n"
-                      "\n"
-                      "one\n"
-                      "true\n"
-                      "0.5*rand()\n"
-                      "error: Call to getAttr failed.\n"
-                      "\n"
-                      // A silent false still fails, with the line named.
-                      "false\n"
-                      "vorn: line 7: createPalette failed\n"
-                      // A false answer to a question is not a failure.
-                      "false\n"
-                      "0 1\n"
-                      "error: rCouldNotReturnBoundFaceNotFound hairs one nowhere\n"
-                      "\n"
-                      "hairs\n"));
+  const auto run = api(dir,
+                       "importPalette " + hairsFile + " \"\" \"\"\n"
+                       "importPalette " + hairsFile + " \"\" \"\"\n"
+                       "descriptions hairs\n"
+                       "setAttr length \"0.5*rand()\" hairs one SplinePrimitive\n"
+                       "getAttr length hairs one SplinePrimitive\n"
+                       "getAttr length hairs gone SplinePrimitive\n"
+                       "createPalette hairs\n"
+                       "attrExists colour hairs one SplinePrimitive\n"
+                       "boundFaces hairs one pPlaneShape1 off\n"
+                       "boundFaces hairs one nowhere off\n"
+                       "palettes\n");
+  EXPECT_TRUE(ran(run, 1,
+            "hairs\n"
+            // Messages sent during a call come before its result.
+            "error: rTriedToImportDuplicate " + hairsFile + "\n"
+            "\n"
+            "one\n"
+            "true\n"
+            "0.5*rand()\n"
+            "error: Call to getAttr failed.\n"
+            "\n"
+            // A silent false still fails, with the line named.
+            "false\n"
+            "vorn: line 7: createPalette failed\n"
+            // A false answer to a question is not a failure.
+            "false\n"
+            "0 1\n"
+            "error: rCouldNotReturnBoundFaceNotFound hairs one nowhere\n"
+            "\n"
+            "hairs\n"));
 
   // Without a failed call the status is 0.
-  EXPECT_TRUE(ran(api(dir, "importPalette " + hairsFile + " \"\" \"\"\nattrExists colour hairs one Noise\n"), 0,
-                  "hairs\nfalse\n"));
+  const auto clean = api(dir, "importPalette " + hairsFile + " \"\" \"\"\nattrExists colour hairs one Noise\n");
+  EXPECT_TRUE(ran(clean, 0, "hairs\nfalse\n"));
 }
 
 TEST(VornCliApi, RefusedLinesCallNothing) {
   vrtest::TempDir dir;
-  EXPECT_TRUE(ran(api(dir,
-                      "createPalette kept\n"
-                      "bogus 1 2\n"
-                      "getAttr length\n"
-                      "palettes extra\n"
-                      "expandFilepath a b c d e f g\n"
-                      "moveFXModule kept hair wobble up\n"
-                      "moveFXModule kept hair wobble 99999999999\n"
-                      "objects kept hair maybe\n"
-                      "createPalette \"never\n"
-                      "createPalette \"after all\"\n"
-                      "palettes\n"),
-                  1,
-                  "true\n"
-                  "vorn: line 2: unknown function \"bogus\"\n"
-                  "vorn: line 3: getAttr takes 4 arguments, got 1\n"
-                  "vorn: line 4: palettes takes 0 arguments, got 1\n"
-                  "vorn: line 5: expandFilepath takes 4 to 6 arguments, got 7\n"
-                  "vorn: line 6: moveFXModule: argument 4 must be an integer, not \"up\"\n"
-                  "vorn: line 7: moveFXModule: argument 4 must be an integer, not \"99999999999\"\n"
-                  "vorn: line 8: objects: argument 3 must be true, false, 1, 0, on or off, not \"maybe\"\n"
-                  "vorn: line 9: unterminated quote\n"
-                  "true\n"
-                  "after all kept\n"));
+  const auto run = api(dir,
+                       "createPalette kept\n"
+                       "bogus 1 2\n"
+                       "getAttr length\n"
+                       "palettes extra\n"
+                       "expandFilepath a b c d e f g\n"
+                       "moveFXModule kept hair wobble up\n"
+                       "moveFXModule kept hair wobble 99999999999\n"
+                       "objects kept hair maybe\n"
+                       "createPalette \"never\n"
+                       "createPalette \"after all\"\n"
+                       "palettes\n");
+  EXPECT_TRUE(ran(run, 1,
+            "true\n"
+            "vorn: line 2: unknown function \"bogus\"\n"
+            "vorn: line 3: getAttr takes 4 arguments, got 1\n"
+            "vorn: line 4: palettes takes 0 arguments, got 1\n"
+            "vorn: line 5: expandFilepath takes 4 to 6 arguments, got 7\n"
+            "vorn: line 6: moveFXModule: argument 4 must be an integer, not \"up\"\n"
+            "vorn: line 7: moveFXModule: argument 4 must be an integer, not \"99999999999\"\n"
+            "vorn: line 8: objects: argument 3 must be true, false, 1, 0, on or off, not \"maybe\"\n"
+            "vorn: line 9: unterminated quote\n"
+            "true\n"
+            "after all kept\n"));
 
   EXPECT_TRUE(ran(api(dir, "nothing\n"), 1, "vorn: line 1: unknown function \"nothing\"\n"));
 }
 
 TEST(VornCliApi, QuotesKeepBlanksAndEscapes) {
   vrtest::TempDir dir;
-  EXPECT_TRUE(ran(api(dir,
-                      "createDescription q hair Spline Random Renderman Attribute\n"
-                      "addCustomAttr custom_float_text q hair \"\"\n"
-                      "setAttr custom_float_text \"say \\\"hi\\\" \\\\ there \\n\" q hair \"\"\n"
-                      "getAttr custom_float_text q hair \"\"\n"
-                      "stripNameSpace   \t ns:\"two words\"   \n"),
-                  0,
-                  "hair\n"
-                  "true\n"
-                  "true\n"
-                  "say \"hi\" \\ there \\n\n"
-                  "two words\n"));
+  const auto run = api(dir,
+                       "createDescription q hair Spline Random Renderman Attribute\n"
+                       "addCustomAttr custom_float_text q hair \"\"\n"
+                       "setAttr custom_float_text \"say \\\"hi\\\" \\\\ there \\n\" q hair \"\"\n"
+                       "getAttr custom_float_text q hair \"\"\n"
+                       "stripNameSpace   \t ns:\"two words\"   \n");
+  EXPECT_TRUE(ran(run, 0,
+            "hair\n"
+            "true\n"
+            "true\n"
+            "say \"hi\" \\ there \\n\n"
+            "two words\n"));
 }
 
 TEST(VornCliApi, EveryFacadeFunctionIsCallable) {

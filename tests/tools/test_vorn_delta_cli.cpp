@@ -155,12 +155,8 @@ TEST(VornCliDelta, FacadeDeltaCallsInAScript) {
                   "9.0\n"
                   "true\n"
                   "true\n"
-                  "error: rFailedDeltaCollectionNotFound nowhere " +
-                      delta +
-                      "\n"
-                      "-1\n"
-                      "error: rPaletteDoesNotExist nowhere " +
-                      delta +
-                      "\n"
-                      "false\n"));
+                  "error: rFailedDeltaCollectionNotFound nowhere " + delta + "\n"
+                  "-1\n"
+                  "error: rPaletteDoesNotExist nowhere " + delta + "\n"
+                  "false\n"));
 }
