@@ -475,7 +475,8 @@ bool writeRiggedGrid(const std::string& path) {
   VrAbcMeshWriter mesh;
   if (!mesh.create(*head.object(), "plane", VrAbcMeshWriter::Kind::SubD, ts)) return false;
   VrAbcMeshWriter::Sample sample;
-  sample.positions = gridPositions();
+  const std::vector<float> positions = gridPositions();  // the sample only views it
+  sample.positions = positions;
   sample.faceCounts = gridCounts;
   sample.faceIndices = gridIndices;
   return mesh.write(sample) && writer.close();
@@ -556,7 +557,8 @@ TEST(VornRender, AFrameRangeWritesWhatSingleFramesWriteAndStopsAtAFailedFrame) {
     ASSERT_TRUE(mesh.create(writer.top(), "plane", VrAbcMeshWriter::Kind::SubD, ts));
     const std::vector<int32_t> fewer = {4, 4, 4}, fewerIndices(gridIndices.begin(), gridIndices.begin() + 12);
     VrAbcMeshWriter::Sample first, second;
-    first.positions = second.positions = gridPositions();
+    const std::vector<float> positions = gridPositions();  // the samples only view it
+    first.positions = second.positions = positions;
     first.faceCounts = gridCounts;
     first.faceIndices = gridIndices;
     second.faceCounts = fewer;
