@@ -27,8 +27,7 @@ TEST(VrConfig, LoadsKeysSkipsCommentsAndReportsUnknownTokens) {
     VRWarningLevel = 2;
     vrtest::CaptureLogger log;
     EXPECT_FALSE(config.loadConfig(path, false));
-    EXPECT_EQ(log.warnings(),
-              std::vector<std::string>{"Unrecognized token: Bogus in config file " + path});
+    EXPECT_EQ(log.warnings(), std::vector<std::string>{"Unrecognized token: Bogus in config file " + path});
     EXPECT_EQ(log.messages[0].flags, vrmsg::Warning | 2);
   }
   EXPECT_EQ(config.globalRepo(), "/data/global/");
@@ -88,8 +87,7 @@ TEST(VrConfig, BrokenCustomModuleIsReportedAndSkipped) {
   testing::internal::CaptureStderr();
   VrConfig::state().loadModules(dir.path() + "/");
   const std::string err = testing::internal::GetCapturedStderr();
-  EXPECT_NE(err.find("Vorn: Failed to load custom module " + dir.path() + "/plugins/broken.so: "),
-            std::string::npos)
+  EXPECT_NE(err.find("Vorn: Failed to load custom module " + dir.path() + "/plugins/broken.so: "), std::string::npos)
       << err;
   EXPECT_EQ(err.find("readme"), std::string::npos);
   VrConfig::state().loadModules(dir.file("no-such-repo/"));  // silently passed over

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
+#include <regex>
 
 using vrutil::VrMessage;
 
@@ -30,17 +30,10 @@ TEST(VrMessage, ShellLoggerWritesTimeStampedLineToStandardError) {
   testing::internal::CaptureStderr();
   vrmessage(vrmsg::Warning | 1, "dir/x.cpp", 7, "hello");
   const std::string out = testing::internal::GetCapturedStderr();
-  // "HH:MM:SS Vorn Warning(1):  hello  (x.cpp:7)\n", the time checked by shape; no colour, as
-  // standard error is no terminal here.
-  const std::string head = "";
-  const std::string tail = " Vorn Warning(1):  hello  (x.cpp:7)\n";
-  ASSERT_EQ(out.size(), head.size() + 8 + tail.size()) << out;
-  EXPECT_EQ(out.substr(0, head.size()), head);
-  EXPECT_EQ(out.substr(head.size() + 8), tail);
-  const std::string time = out.substr(head.size(), 8);
-  for (size_t i : {0, 1, 3, 4, 6, 7}) EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(time[i]))) << time;
-  EXPECT_EQ(time[2], ':');
-  EXPECT_EQ(time[5], ':');
+  // The time checked by shape; no colour, as standard error is no terminal here.
+  EXPECT_TRUE(
+      std::regex_match(out, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2} Vorn Warning\\(1\\):  hello  \\(x\\.cpp:7\\)\n")))
+      << out;
 }
 
 TEST(VrMessage, HostLoggerGetsEachMessageOnceAndSilencesShell) {
@@ -48,8 +41,7 @@ TEST(VrMessage, HostLoggerGetsEachMessageOnceAndSilencesShell) {
   vrtest::CaptureLogger duplicate("host");  // same name: refused silently
   testing::internal::CaptureStderr();
   EXPECT_EQ(vrmessage(vrmsg::Error, "", 0, "one"), 1);
-  const std::string shellOut = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(shellOut, "");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
   ASSERT_EQ(host.messages.size(), 1u);
   EXPECT_EQ(host.messages[0].text, "one");
   EXPECT_EQ(duplicate.messages.size(), 0u);

@@ -169,8 +169,7 @@ TEST(VrutilCodec, FrameArrayPicksTheEntryOfTheFrame) {
   for (const char* unbalanced : {"frameArray(1,(a,b)", "frameArray(1,a),b)"}) {
     log.clear();
     EXPECT_EQ(checkFrameArray(unbalanced, 1), unbalanced);
-    EXPECT_EQ(log.errors(),
-              std::vector<std::string>{"FrameArray attribute format error: Unbalanced parentheses."});
+    EXPECT_EQ(log.errors(), std::vector<std::string>{"FrameArray attribute format error: Unbalanced parentheses."});
   }
 }
 

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -10,29 +7,13 @@
 #include "base/vrutilPath.h"
 #include "support/CaptureLogger.h"
 #include "support/ScopedEnv.h"
+#include "support/TempDir.h"
 
 using namespace vrutil;
 
 namespace {
 
-// A fresh directory under the test temp directory, removed afterwards.
-class ScratchDir {
- public:
-  ScratchDir() {
-    std::string pattern = testing::TempDir() + "vrutil_path_XXXXXX";
-    path = mkdtemp(&pattern[0]) ? pattern : std::string();
-  }
-  ~ScratchDir() {
-    std::error_code ignored;
-    if (!path.empty()) std::filesystem::remove_all(path, ignored);
-  }
-  std::string path;
-};
-
-bool isDirectory(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
+using std::filesystem::is_directory;
 
 const std::string kNoEntry = " (Part of path doesn't exist)";
 
@@ -110,27 +91,15 @@ TEST(VrutilPath, FileCleanupExpandsEscapesAndCollapses) {
 }
 
 TEST(VrutilPath, TempDirTakesTheFirstVariableSet) {
-  {
-    vrtest::ScopedEnv tmp("TMP", "/scratch/one");
-    vrtest::ScopedEnv tmpdir("TMPDIR", "/scratch/two");
-    EXPECT_EQ(tempDir(), "/scratch/one/");
-  }
-  {
-    vrtest::ScopedEnv tmp("TMP", nullptr);
-    vrtest::ScopedEnv tmpdir("TMPDIR", "/scratch/two/");
-    EXPECT_EQ(tempDir(), "/scratch/two/");
-  }
-  {
-    vrtest::ScopedEnv tmp("TMP", nullptr);
-    vrtest::ScopedEnv tmpdir("TMPDIR", nullptr);
-    vrtest::ScopedEnv temp("TEMP", "D:/scratch");
-    EXPECT_EQ(tempDir(), "D:/scratch/");
-  }
-  {
-    vrtest::ScopedEnv tmp("TMP", nullptr);
-    vrtest::ScopedEnv tmpdir("TMPDIR", nullptr);
-    vrtest::ScopedEnv temp("TEMP", nullptr);
-    EXPECT_EQ(tempDir(), "/tmp/");
+  const struct {
+    const char *tmp, *tmpdir, *temp, *expected;
+  } cases[] = {{"/scratch/one", "/scratch/two", nullptr, "/scratch/one/"},
+               {nullptr, "/scratch/two/", nullptr, "/scratch/two/"},
+               {nullptr, nullptr, "D:/scratch", "D:/scratch/"},
+               {nullptr, nullptr, nullptr, "/tmp/"}};
+  for (const auto& c : cases) {
+    vrtest::ScopedEnv tmp("TMP", c.tmp), tmpdir("TMPDIR", c.tmpdir), temp("TEMP", c.temp);
+    EXPECT_EQ(tempDir(), c.expected);
   }
 }
 
@@ -157,16 +126,15 @@ TEST(VrutilPath, RootIconAndVersion) {
 TEST(VrutilPath, MemUsageReadsThisProcess) { EXPECT_GT(memUsage(), 0u); }
 
 TEST(VrutilPath, CreateDirMakesTheWholeChain) {
-  ScratchDir scratch;
-  ASSERT_FALSE(scratch.path.empty());
-  const std::string base = scratch.path;
+  vrtest::TempDir scratch;
+  const std::string base = scratch.path();
 
   EXPECT_TRUE(createDir(base + "/a/b/c/file.vpd", true));
-  EXPECT_TRUE(isDirectory(base + "/a/b/c"));
+  EXPECT_TRUE(is_directory(base + "/a/b/c"));
   EXPECT_FALSE(std::filesystem::exists(base + "/a/b/c/file.vpd"));
 
   EXPECT_TRUE(createDir(base + "/d/e", false));
-  EXPECT_TRUE(isDirectory(base + "/d/e"));
+  EXPECT_TRUE(is_directory(base + "/d/e"));
   EXPECT_TRUE(createDir(base + "/d/e", false));  // already there
   EXPECT_TRUE(createDir("file.vpd", true));      // no directory part
 
@@ -178,21 +146,19 @@ TEST(VrutilPath, CreateDirMakesTheWholeChain) {
 }
 
 TEST(VrutilPath, FilepathExistsNamesTheReason) {
-  ScratchDir scratch;
-  ASSERT_FALSE(scratch.path.empty());
-  const std::string file = scratch.path + "/present.ptx";
-  std::ofstream(file) << "x";
+  vrtest::TempDir scratch;
+  const std::string file = scratch.write("present.ptx", "x");
 
   std::string tried = "before";
   EXPECT_TRUE(filepathExists(file, tried));
-  EXPECT_TRUE(filepathExists(scratch.path, tried));
+  EXPECT_TRUE(filepathExists(scratch.path(), tried));
   EXPECT_EQ(tried, "before");
 
   tried.clear();
-  EXPECT_FALSE(filepathExists(scratch.path + "/absent.ptx", tried));
-  EXPECT_EQ(tried, scratch.path + "/absent.ptx" + kNoEntry);
+  EXPECT_FALSE(filepathExists(scratch.path() + "/absent.ptx", tried));
+  EXPECT_EQ(tried, scratch.path() + "/absent.ptx" + kNoEntry);
   EXPECT_FALSE(filepathExists(file + "/inner.ptx", tried));
-  EXPECT_EQ(tried, scratch.path + "/absent.ptx" + kNoEntry + file + "/inner.ptx" +
+  EXPECT_EQ(tried, scratch.path() + "/absent.ptx" + kNoEntry + file + "/inner.ptx" +
                        " (Part of path prefix is not a directory)");
 
   tried.clear();

@@ -103,6 +103,23 @@ class VrDeltaTest : public ::testing::Test {
     return VrApplyDelta(collection, dir.write("hand.delta", text));
   }
   std::string handPath() const { return dir.file("hand.delta"); }
+  // The delta from `base` to `edited` changes something, holds `lines`, and applied to a copy
+  // of `base` gives `edited` again; returns that copy.
+  PalettePtr expectDelta(VrPalette* base, VrPalette* edited, const Lines& lines) {
+    EXPECT_EQ(create(base, edited), 1);
+    EXPECT_EQ(deltaLines(deltaPath), lines);
+    PalettePtr target = copyOf(base);
+    EXPECT_TRUE(VrApplyDelta(target.get(), deltaPath));
+    EXPECT_EQ(saved(target.get()), saved(edited));
+    return target;
+  }
+  // The delta from `base` to `edited` is refused with `error` and no file is left.
+  void expectRefused(VrPalette* base, VrPalette* edited, const std::string& error) {
+    log.clear();
+    EXPECT_EQ(create(base, edited), -1);
+    EXPECT_EQ(log.errors(), (Lines{error}));
+    EXPECT_FALSE(std::filesystem::exists(deltaPath));
+  }
 
   vrtest::CaptureLogger log;
   vrtest::TempDir dir;
@@ -130,14 +147,9 @@ TEST_F(VrDeltaTest, DataPathAddedAtTheFrontWritesOnlyTheAddition) {
   base->setAttr("vrDataPath", "base/");
   PalettePtr edited = copyOf(base.get());
   edited->setAttr("vrDataPath", "new/;base/");
-  EXPECT_EQ(create(base.get(), edited.get()), 1);
-  EXPECT_EQ(deltaLines(deltaPath), (Lines{"Palette    vrDataPath    new/"}));
-
-  PalettePtr target = copyOf(base.get());
-  ASSERT_TRUE(VrApplyDelta(target.get(), deltaPath));
+  PalettePtr target = expectDelta(base.get(), edited.get(), Lines{"Palette    vrDataPath    new/"});
   EXPECT_EQ(attr(target.get(), "vrDataPath"), "new/;base/");
   EXPECT_EQ(target->vrDataPathStr(), "new/;base/");
-  EXPECT_EQ(saved(target.get()), saved(edited.get()));
 }
 
 TEST_F(VrDeltaTest, DataPathChangedAnywhereButTheFrontIsRefusedAndNoFileStays) {
@@ -148,13 +160,10 @@ TEST_F(VrDeltaTest, DataPathChangedAnywhereButTheFrontIsRefusedAndNoFileStays) {
   base->setAttr("vrDataPath", "a/;base/");
   for (const char* changed : {"a/;new/;base/", "a/;base/;new/", "new/"}) {
     SCOPED_TRACE(changed);
-    log.clear();
     dir.write("shot/out.delta", "an older delta\n");
     PalettePtr edited = copyOf(base.get());
     edited->setAttr("vrDataPath", changed);
-    EXPECT_EQ(create(base.get(), edited.get()), -1);
-    EXPECT_EQ(log.errors(), (Lines{refusal}));
-    EXPECT_FALSE(std::filesystem::exists(deltaPath));
+    expectRefused(base.get(), edited.get(), refusal);
   }
   // Nothing else in the folder either: the temporary file went too.
   EXPECT_TRUE(std::filesystem::is_empty(dir.file("shot")));
@@ -188,18 +197,14 @@ TEST_F(VrDeltaTest, OneCulledIdFewerIsRefusedSinceUncullingIsNotSupported) {
   PalettePtr base = load("groom.vorn");
   PalettePtr edited = copyOf(base.get());
   edited->description("scalp")->patch("scalpShape")->unCullPrim(1, 9);
-  EXPECT_EQ(create(base.get(), edited.get()), -1);
-  EXPECT_EQ(log.errors(), (Lines{"PrimId 9 of faceId 1 of patch scalpShape is not present in the current "
-                                 "groom versions culling. Unculling not supported."}));
-  EXPECT_FALSE(std::filesystem::exists(deltaPath));
-
-  log.clear();
+  expectRefused(base.get(), edited.get(),
+                "PrimId 9 of faceId 1 of patch scalpShape is not present in the current "
+                "groom versions culling. Unculling not supported.");
   PalettePtr noFace = copyOf(base.get());
   noFace->description("scalp")->patch("scalpShape")->unCullPrim(3, 4);
-  EXPECT_EQ(create(base.get(), noFace.get()), -1);
-  EXPECT_EQ(log.errors(), (Lines{"FaceId 3 of patch scalpShape is not present in the current groom "
-                                 "versions culling. Unculling not supported."}));
-  EXPECT_FALSE(std::filesystem::exists(deltaPath));
+  expectRefused(base.get(), noFace.get(),
+                "FaceId 3 of patch scalpShape is not present in the current groom "
+                "versions culling. Unculling not supported.");
 }
 
 TEST_F(VrDeltaTest, AttributeLinesOfEachKindOfObject) {
@@ -214,22 +219,17 @@ TEST_F(VrDeltaTest, AttributeLinesOfEachKindOfObject) {
   scalp->activePreviewer()->setAttr("percent", "");
   scalp->activePrimitive()->findFXModule("Cut")->setAttr("active", "true");
   edited->description("brows")->activePrimitive()->setAttr("width", "0.01");
-  EXPECT_EQ(create(base.get(), edited.get()), 1);
-  EXPECT_EQ(deltaLines(deltaPath), (Lines{
-                                       "scalp    minDensity    0.2",
-                                       "scalp    SplinePrimitive    length    0.5 * globalLength()",
-                                       "scalp    SplinePrimitive    custom_float_bend    rand()",
-                                       "scalp    RandomGenerator    density    900.0",
-                                       "scalp    RendermanRenderer    percent    50.0",
-                                       "scalp    GLRenderer    percent    ",
-                                       "scalp    CutFXModule    Cut    active    true",
-                                       "brows    CardPrimitive    width    0.01",
-                                   }));
-  PalettePtr target = copyOf(base.get());
-  ASSERT_TRUE(VrApplyDelta(target.get(), deltaPath));
+  PalettePtr target = expectDelta(base.get(), edited.get(),
+                                  Lines{"scalp    minDensity    0.2",
+                                        "scalp    SplinePrimitive    length    0.5 * globalLength()",
+                                        "scalp    SplinePrimitive    custom_float_bend    rand()",
+                                        "scalp    RandomGenerator    density    900.0",
+                                        "scalp    RendermanRenderer    percent    50.0",
+                                        "scalp    GLRenderer    percent    ",
+                                        "scalp    CutFXModule    Cut    active    true",
+                                        "brows    CardPrimitive    width    0.01"});
   EXPECT_EQ(attr(target->description("scalp")->activePreviewer(), "percent"), "");
   EXPECT_EQ(attr(target->description("scalp"), "minDensity"), "0.2");
-  EXPECT_EQ(saved(target.get()), saved(edited.get()));
   EXPECT_TRUE(log.errors().empty());
   EXPECT_TRUE(log.warnings().empty());
 }
@@ -244,13 +244,10 @@ TEST_F(VrDeltaTest, AGeneratorTypeChangeWritesSetActiveAndWhatDiffersFromThatTyp
   VrDescription* one = edited->description("one");
   ASSERT_TRUE(one->setActive("UniformGenerator"));
   one->activeGenerator()->setAttr("density", "60.0");
-  EXPECT_EQ(create(base.get(), edited.get()), 1);
-  EXPECT_EQ(deltaLines(deltaPath), (Lines{"SetActive    one    UniformGenerator",
-                                          "one    UniformGenerator    density    60.0"}));
-  PalettePtr target = copyOf(base.get());
-  ASSERT_TRUE(VrApplyDelta(target.get(), deltaPath));
+  PalettePtr target =
+      expectDelta(base.get(), edited.get(),
+                  Lines{"SetActive    one    UniformGenerator", "one    UniformGenerator    density    60.0"});
   EXPECT_EQ(target->description("one")->activeGenerator()->typeName(), "UniformGenerator");
-  EXPECT_EQ(saved(target.get()), saved(edited.get()));
 
   // A type the base does not hold: a freshly made object of a module without behaviour has no
   // attributes, so every attribute of the new generator differs.
@@ -258,12 +255,8 @@ TEST_F(VrDeltaTest, AGeneratorTypeChangeWritesSetActiveAndWhatDiffersFromThatTyp
   one = fresh->description("one");
   ASSERT_TRUE(one->setActive("PointGenerator"));
   one->activeGenerator()->setAttr("file", "points.vuv");
-  EXPECT_EQ(create(base.get(), fresh.get()), 1);
-  EXPECT_EQ(deltaLines(deltaPath), (Lines{"SetActive    one    PointGenerator",
-                                          "one    PointGenerator    file    points.vuv"}));
-  target = copyOf(base.get());
-  ASSERT_TRUE(VrApplyDelta(target.get(), deltaPath));
-  EXPECT_EQ(saved(target.get()), saved(fresh.get()));
+  target = expectDelta(base.get(), fresh.get(),
+                       Lines{"SetActive    one    PointGenerator", "one    PointGenerator    file    points.vuv"});
 }
 
 TEST_F(VrDeltaTest, AGLRendererMadeActiveBecomesThePreviewer) {
@@ -272,24 +265,10 @@ TEST_F(VrDeltaTest, AGLRendererMadeActiveBecomesThePreviewer) {
   VrDescription* brows = edited->description("brows");
   ASSERT_TRUE(brows->setPreviewer("GLRenderer"));
   brows->activePreviewer()->setAttr("percent", "10.0");
-  EXPECT_EQ(create(base.get(), edited.get()), 1);
-  EXPECT_EQ(deltaLines(deltaPath), (Lines{"SetActive    brows    GLRenderer",
-                                          "brows    GLRenderer    percent    10.0"}));
-  PalettePtr target = copyOf(base.get());
-  ASSERT_TRUE(VrApplyDelta(target.get(), deltaPath));
+  PalettePtr target = expectDelta(base.get(), edited.get(),
+                                  Lines{"SetActive    brows    GLRenderer", "brows    GLRenderer    percent    10.0"});
   EXPECT_EQ(target->description("brows")->activeRenderer()->typeName(), "RendermanRenderer");
   ASSERT_NE(target->description("brows")->activePreviewer(), nullptr);
-  EXPECT_EQ(saved(target.get()), saved(edited.get()));
-}
-
-TEST_F(VrDeltaTest, APrimitiveTypeChangeIsRefused) {
-  PalettePtr base = load("hairs.vorn");
-  PalettePtr edited = copyOf(base.get());
-  ASSERT_TRUE(edited->description("one")->setActive("CardPrimitive"));
-  EXPECT_EQ(create(base.get(), edited.get()), -1);
-  EXPECT_EQ(log.errors(),
-            (Lines{"Active primitives types do not agree. [one : SplinePrimitive -> CardPrimitive]"}));
-  EXPECT_FALSE(std::filesystem::exists(deltaPath));
 }
 
 TEST_F(VrDeltaTest, RemovingAModuleFromTheMiddleReproducesTheEditedStack) {
@@ -300,24 +279,18 @@ TEST_F(VrDeltaTest, RemovingAModuleFromTheMiddleReproducesTheEditedStack) {
   addModule(spline, "CoilFXModule", "coil", {{"radius", "0.1"}});
   PalettePtr edited = copyOf(base.get());
   ASSERT_TRUE(edited->description("one")->activePrimitive()->removeFXModule("clump"));
-  EXPECT_EQ(create(base.get(), edited.get()), 1);
-  EXPECT_EQ(deltaLines(deltaPath), (Lines{
-                                       "RemoveFXModule    one    SplinePrimitive    clump",
-                                       "AddFXModule    one    SplinePrimitive    CutFXModule    trim",
-                                       "one    CutFXModule    trim    active    true",
-                                       "one    CutFXModule    trim    length    0.5",
-                                       "RemoveFXModule    one    SplinePrimitive    trim",
-                                       "AddFXModule    one    SplinePrimitive    CoilFXModule    coil",
-                                       "one    CoilFXModule    coil    radius    0.1",
-                                       "RemoveFXModule    one    SplinePrimitive    coil",
-                                   }));
-  PalettePtr target = copyOf(base.get());
-  ASSERT_TRUE(VrApplyDelta(target.get(), deltaPath));
+  PalettePtr target = expectDelta(
+      base.get(), edited.get(),
+      Lines{"RemoveFXModule    one    SplinePrimitive    clump",
+            "AddFXModule    one    SplinePrimitive    CutFXModule    trim",
+            "one    CutFXModule    trim    active    true", "one    CutFXModule    trim    length    0.5",
+            "RemoveFXModule    one    SplinePrimitive    trim",
+            "AddFXModule    one    SplinePrimitive    CoilFXModule    coil",
+            "one    CoilFXModule    coil    radius    0.1", "RemoveFXModule    one    SplinePrimitive    coil"});
   const VrPrimitive* applied = target->description("one")->activePrimitive();
   const VrPrimitive* wanted = edited->description("one")->activePrimitive();
   EXPECT_EQ(moduleNames(applied), (std::vector<std::string>{"Noise", "trim", "coil"}));
   EXPECT_EQ(moduleBlocks(applied), moduleBlocks(wanted));
-  EXPECT_EQ(saved(target.get()), saved(edited.get()));
 }
 
 TEST_F(VrDeltaTest, CollectionsThatDoNotMatchAreRefused) {
@@ -333,6 +306,8 @@ TEST_F(VrDeltaTest, CollectionsThatDoNotMatchAreRefused) {
     const char* error;
   };
   const Case cases[] = {
+      {"primitive type changed", [](VrPalette& p) { p.description("scalp")->setActive("CardPrimitive"); },
+       "Active primitives types do not agree. [scalp : SplinePrimitive -> CardPrimitive]"},
       {"renamed collection", [](VrPalette& p) { p.setAttr("name", "other"); },
        "Object names dont match. [Palette : groom -> other]"},
       {"description removed", [](VrPalette& p) { delete p.description("brows"); },
@@ -341,20 +316,19 @@ TEST_F(VrDeltaTest, CollectionsThatDoNotMatchAreRefused) {
        "Failed to find description brows in the current collection."},
       {"patch removed", [](VrPalette& p) { p.description("brows")->removePatch("browShape"); },
        "Number of patches bound to brows in the two collections dont agree."},
-      {"patch renamed",
-       [](VrPalette& p) { p.description("brows")->changePatchName("browShape", "lashShape"); },
+      {"patch renamed", [](VrPalette& p) { p.description("brows")->changePatchName("browShape", "lashShape"); },
        "Failed to find patch lashShape in original description brows"},
-      {"face added", [](VrPalette& p) { p.description("scalp")->patch("scalpShape")->setFaceIds({0, 1, 2, 3, 4}); },
+      {"face added",
+       [](VrPalette& p) {
+         p.description("scalp")->patch("scalpShape")->setFaceIds({0, 1, 2, 3, 4});
+       },
        "Number of faces dont agree in patch scalpShape of description scalp"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
-    log.clear();
     PalettePtr edited = copyOf(base.get());
     c.edit(*edited);
-    EXPECT_EQ(create(base.get(), edited.get()), -1);
-    EXPECT_EQ(log.errors(), (Lines{c.error}));
-    EXPECT_FALSE(std::filesystem::exists(deltaPath));
+    expectRefused(base.get(), edited.get(), c.error);
   }
 }
 
@@ -373,8 +347,7 @@ TEST_F(VrDeltaTest, NamesAreWrittenWithoutNameSpacesAndAppliedInTheBasesOwn) {
   PalettePtr other = load("groom.vorn", "lighting");
   ASSERT_TRUE(VrApplyDelta(other.get(), deltaPath));
   const VrPrimitive* applied = other->description("lighting:scalp")->activePrimitive();
-  EXPECT_EQ(moduleNames(applied),
-            (std::vector<std::string>{"lighting:Clumping", "lighting:Cut", "lighting:wiggle"}));
+  EXPECT_EQ(moduleNames(applied), (std::vector<std::string>{"lighting:Clumping", "lighting:Cut", "lighting:wiggle"}));
   EXPECT_EQ(attr(applied->findFXModule("lighting:Cut"), "mask"), "0.5");
   // The texture block names modules with their name space; the rest is written without.
   std::string appliedText = saved(other.get()), wantedText = saved(base.get());
@@ -401,21 +374,12 @@ TEST_F(VrDeltaTest, AnUnknownDescriptionAbortsAndKeepsEarlierLines) {
   EXPECT_EQ(attr(spline, "width"), "0.05");
 }
 
-TEST_F(VrDeltaTest, AnUnknownObjectWordWarnsAndSkipsItsLine) {
-  PalettePtr hairs = load("hairs.vorn");
-  EXPECT_TRUE(applyText(hairs.get(),
-                        "one    Gizmo    length    1.0\n"
-                        "one    SplinePrimitive    length    7.0\n"));
-  EXPECT_EQ(log.warnings(), (Lines{"Unknown token [Gizmo] found in delta file: " + handPath()}));
-  EXPECT_TRUE(log.errors().empty());
-  EXPECT_EQ(attr(hairs->description("one")->activePrimitive(), "length"), "7.0");
-  EXPECT_FALSE(hairs->description("one")->hasAttr("length"));
-}
-
 TEST_F(VrDeltaTest, LinesThatDoNotFitWarnAndTheReadGoesOn) {
   PalettePtr groom = load("groom.vorn");
   const std::string path = handPath();
   EXPECT_TRUE(applyText(groom.get(),
+                        "scalp    Gizmo    length    1.0\n"
+                        "scalp    SplinePrimitive    length    7.0\n"
                         "Palette    vrDogTag    rex\n"
                         "scalp    UniformGenerator    density    1.0\n"
                         "scalp    CardPrimitive    length    1.0\n"
@@ -427,6 +391,7 @@ TEST_F(VrDeltaTest, LinesThatDoNotFitWarnAndTheReadGoesOn) {
                         "scalp    Description    minDensity    0.3\n"
                         "brows    UniformGenerator    density    55.0\n"));
   EXPECT_EQ(log.warnings(), (Lines{
+                                "Unknown token [Gizmo] found in delta file: " + path,
                                 "Attribute vrDogTag is not a valid collection attribute. Ignored.",
                                 "Generator in delta file UniformGenerator is not active.",
                                 "Primitive in delta file CardPrimitive is not active.",
@@ -436,6 +401,8 @@ TEST_F(VrDeltaTest, LinesThatDoNotFitWarnAndTheReadGoesOn) {
                                 "Failed to find modifier ghost in description scalp while reading delta: " + path,
                             }));
   EXPECT_EQ(log.errors(), (Lines{"Unrecognized token after Patch in delta file " + path}));
+  EXPECT_EQ(attr(groom->description("scalp")->activePrimitive(), "length"), "7.0");
+  EXPECT_FALSE(groom->description("scalp")->hasAttr("length"));  // the unknown word's line was skipped
   EXPECT_EQ(attr(groom.get(), "vrDogTag"), "");
   EXPECT_EQ(attr(groom->description("scalp"), "minDensity"), "0.3");
   EXPECT_EQ(attr(groom->description("brows")->activeGenerator(), "density"), "55.0");

@@ -144,8 +144,7 @@ TEST(VrDescription, ActiveObjectsAndPreviewer) {
   EXPECT_EQ(d.addObject("RandomGenerator"), d.activeGenerator());  // reused
 
   EXPECT_FALSE(d.setPreviewer("RandomGenerator"));
-  EXPECT_EQ(log.errors(),
-            std::vector<std::string>{"Object: RandomGenerator is not a valid previewer."});
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Object: RandomGenerator is not a valid previewer."});
   EXPECT_TRUE(d.setPreviewer("GLRenderer"));
   EXPECT_EQ(d.activeRenderer(true), d.activePreviewer());
   EXPECT_FALSE(d.setActive("NoSuchThing"));
@@ -197,8 +196,7 @@ TEST(VrDescription, PatchesAreOwnedAndOrderedByName) {
     EXPECT_FALSE(d.removePatch("missing"));
     ASSERT_EQ(log.warnings().size(), 1u);
     const std::string warning = log.warnings()[0];
-    EXPECT_EQ(warning.substr(warning.size() - std::string(" in description fur").size()),
-              " in description fur");
+    EXPECT_EQ(warning.substr(warning.size() - std::string(" in description fur").size()), " in description fur");
     EXPECT_TRUE(d.removePatch("Body"));
     EXPECT_EQ(deleted, 1);
     EXPECT_EQ(d.numPatches(), 2u);

@@ -10,8 +10,7 @@
 TEST(VrPalette, DefaultsAndAttributeOrder) {
   std::unique_ptr<VrPalette> pal(new VrPalette);
   EXPECT_EQ(pal->typeName(), "Palette");
-  EXPECT_EQ(pal->attrNames(), (std::vector<std::string>{"name", "parent", "vrDataPath",
-                                                         "vrProjectPath", "vrDogTag"}));
+  EXPECT_EQ(pal->attrNames(), (std::vector<std::string>{"name", "parent", "vrDataPath", "vrProjectPath", "vrDogTag"}));
   EXPECT_EQ(pal->framesPerSecond(), 24.0);
   EXPECT_EQ(pal->interpolation(), "none");
   EXPECT_EQ(pal->vrDataPathStr(), "Undefined/");

@@ -152,8 +152,7 @@ TEST_F(VrapiDescriptions, CreatingATakenNameAddsASuffix) {
 
 TEST_F(VrapiDescriptions, CreateSetsTheActiveObjectsAndInterpolation) {
   ASSERT_EQ(create("vaC", "hair", "Spline", "Random", "Renderman", "Guides"), "hair");
-  EXPECT_EQ(actives("vaC", "hair"),
-            (Names{"SplinePrimitive", "RandomGenerator", "RendermanRenderer", "GLRenderer"}));
+  EXPECT_EQ(actives("vaC", "hair"), (Names{"SplinePrimitive", "RandomGenerator", "RendermanRenderer", "GLRenderer"}));
   EXPECT_EQ(vrapi::getAttr("iMethod", "vaC", "hair", "SplinePrimitive"), "1");
   EXPECT_EQ(vrapi::objects("vaC", "hair", true),
             (Names{"SplinePrimitive", "RandomGenerator", "RendermanRenderer", "GLRenderer"}));
@@ -161,15 +160,13 @@ TEST_F(VrapiDescriptions, CreateSetsTheActiveObjectsAndInterpolation) {
   ASSERT_TRUE(vrapi::setActive("vaC", "hair", "UniformGenerator", false));
   Names all = vrapi::objects("vaC", "hair", false);
   std::sort(all.begin(), all.end());
-  EXPECT_EQ(all, (Names{"GLRenderer", "RandomGenerator", "RendermanRenderer", "SplinePrimitive",
-                        "UniformGenerator"}));
+  EXPECT_EQ(all, (Names{"GLRenderer", "RandomGenerator", "RendermanRenderer", "SplinePrimitive", "UniformGenerator"}));
   EXPECT_EQ(vrapi::objects("vaC", "hair", true),
             (Names{"SplinePrimitive", "UniformGenerator", "RendermanRenderer", "GLRenderer"}));
 
   // A GL renderer that is also the previewer is listed once.
   ASSERT_EQ(create("vaC", "fur", "Card", "Uniform", "GL"), "fur");
-  EXPECT_EQ(vrapi::objects("vaC", "fur", true),
-            (Names{"CardPrimitive", "UniformGenerator", "GLRenderer"}));
+  EXPECT_EQ(vrapi::objects("vaC", "fur", true), (Names{"CardPrimitive", "UniformGenerator", "GLRenderer"}));
   EXPECT_EQ(vrapi::getAttr("iMethod", "vaC", "fur", "CardPrimitive"), "0");
   EXPECT_FAILS(vrapi::objects("vaC", "gone", false), "rCouldNotGetObjects vaC gone");
 }
@@ -178,8 +175,7 @@ TEST_F(VrapiDescriptions, CreateFailuresReportTheirKeyAndKeepNoDescription) {
   EXPECT_FAILS(create("", "hair"), "rNoPaletteName hair Spline Random Renderman Attribute");
   EXPECT_FAILS(create("vaE", ""), "rNoDescriptionName vaE Spline Random Renderman Attribute");
   EXPECT_EQ(VrPalette::palette("vaE"), nullptr);
-  EXPECT_FAILS_LAST(create("vaE", "hair", "Bogus"),
-                    "rInvalidPrimitive vaE hair Bogus Random Renderman Attribute");
+  EXPECT_FAILS_LAST(create("vaE", "hair", "Bogus"), "rInvalidPrimitive vaE hair Bogus Random Renderman Attribute");
   EXPECT_FAILS_LAST(create("vaE", "hair", "Spline", "Bogus"),
                     "rInvalidGenerator vaE hair Spline Bogus Renderman Attribute");
   EXPECT_FAILS_LAST(create("vaE", "hair", "Spline", "Random", "Bogus"),
@@ -194,30 +190,25 @@ TEST_F(VrapiDescriptions, CreateFailuresReportTheirKeyAndKeepNoDescription) {
 
 TEST_F(VrapiDescriptions, SetActiveRefusesWrongRenderersWithTheirKeys) {
   ASSERT_EQ(create("vaF", "hair"), "hair");
-  EXPECT_FAILS(vrapi::setActive("vaF", "hair", "GLRenderer", false),
-               "rRendererMustBeGL vaF hair GLRenderer");
+  EXPECT_FAILS(vrapi::setActive("vaF", "hair", "GLRenderer", false), "rRendererMustBeGL vaF hair GLRenderer");
   EXPECT_EQ(vrapi::getActive("vaF", "hair", "Renderer"), "RendermanRenderer");
-  EXPECT_FAILS(vrapi::setActive("vaF", "hair", "FileRenderer", true),
-               "rPreviewerMustBeGL vaF hair FileRenderer");
+  EXPECT_FAILS(vrapi::setActive("vaF", "hair", "FileRenderer", true), "rPreviewerMustBeGL vaF hair FileRenderer");
 
   EXPECT_TRUE(vrapi::setActive("vaF", "hair", "GLRenderer", true));
   EXPECT_TRUE(vrapi::setActive("vaF", "hair", "FileRenderer", false));
   EXPECT_TRUE(vrapi::setActive("vaF", "hair", "CardPrimitive", false));
-  EXPECT_EQ(actives("vaF", "hair"),
-            (Names{"CardPrimitive", "RandomGenerator", "FileRenderer", "GLRenderer"}));
+  EXPECT_EQ(actives("vaF", "hair"), (Names{"CardPrimitive", "RandomGenerator", "FileRenderer", "GLRenderer"}));
   EXPECT_TRUE(log.errors().empty());
 
   EXPECT_FAILS_LAST(vrapi::setActive("vaF", "hair", "BogusPrimitive", false),
                     "rCouldNotSetActiveOfType vaF hair BogusPrimitive");
   EXPECT_EQ(vrapi::getActive("vaF", "hair", "Primitive"), "CardPrimitive");
-  EXPECT_FAILS(vrapi::setActive("vaF", "hair", "ns:", false),
-               "rCouldNotSetActiveType vaF hair ns:");
+  EXPECT_FAILS(vrapi::setActive("vaF", "hair", "ns:", false), "rCouldNotSetActiveType vaF hair ns:");
   EXPECT_FAILS(vrapi::setActive("vaF", "hair", "", false), "rCouldNotSetActiveType vaF hair");
   EXPECT_FAILS(vrapi::setActive("vaF", "gone", "CardPrimitive", false),
                "rCouldNotSetActiveType vaF gone CardPrimitive");
   EXPECT_FAILS(vrapi::getActive("vaF", "hair", "Shader"), "rUnknownTypeGiven vaF hair Shader");
-  EXPECT_FAILS(vrapi::getActive("vaF", "gone", "Primitive"),
-               "rCouldNotFindActiveType vaF gone Primitive");
+  EXPECT_FAILS(vrapi::getActive("vaF", "gone", "Primitive"), "rCouldNotFindActiveType vaF gone Primitive");
 }
 
 TEST_F(VrapiDescriptions, DeleteRemovesFromTheCollection) {
@@ -266,8 +257,7 @@ TEST_F(VrapiAttributes, GetObjectResolvesTheTripleWithExactErrors) {
   EXPECT_EQ(vrutil::getObject("groom", "scalp", "groom"), groom);
 
   EXPECT_FAILS(vrutil::getObject("nope", "scalp", "Clumping"), "Vorn collection not found. [nope]");
-  EXPECT_FAILS(vrutil::getObject("groom", "nope", "Clumping"),
-               "Vorn description not found. [nope]");
+  EXPECT_FAILS(vrutil::getObject("groom", "nope", "Clumping"), "Vorn description not found. [nope]");
   // Modules of scalp only; findObject looks without complaint.
   EXPECT_FAILS(vrutil::getObject("groom", "brows", "Clumping"), "Object not found: [Clumping]");
   EXPECT_EQ(vrutil::findObject("groom", "brows", "Clumping"), nullptr);
@@ -297,8 +287,7 @@ TEST_F(VrapiAttributes, GetSetAndTexturesGoThroughTheNames) {
   ASSERT_EQ(vrapi::importPalette(groomFile(), "", ""), "groom");
   EXPECT_TRUE(vrapi::attrExists("density", "groom", "scalp", "RandomGenerator"));
   EXPECT_FALSE(vrapi::attrExists("colour", "groom", "scalp", "RandomGenerator"));
-  EXPECT_FAILS(vrapi::attrExists("density", "groom", "scalp", "Bogus"),
-               "rCallToAttrExists density groom scalp Bogus");
+  EXPECT_FAILS(vrapi::attrExists("density", "groom", "scalp", "Bogus"), "rCallToAttrExists density groom scalp Bogus");
 
   EXPECT_EQ(vrutil::getTexture("density", "groom", "scalp", "RandomGenerator"), "${DESC}/density");
   EXPECT_EQ(vrapi::getAttr("density", "groom", "scalp", "RandomGenerator"), "800.0");
@@ -314,19 +303,15 @@ TEST_F(VrapiAttributes, GetSetAndTexturesGoThroughTheNames) {
   EXPECT_FALSE(vrapi::setAttr("colour", "1", "groom", "scalp", "RandomGenerator"));
   EXPECT_EQ(vrapi::getAttr("colour", "groom", "scalp", "RandomGenerator"), "");
   EXPECT_FALSE(vrapi::attrExists("colour", "groom", "scalp", "RandomGenerator"));
-  EXPECT_FAILS(vrapi::setAttr("density", "1", "groom", "scalp", "Bogus"),
-               "Call to setAttr failed.");
-  EXPECT_FAILS(vrapi::getAttr("density", "groom", "gone", "RandomGenerator"),
-               "Call to getAttr failed.");
+  EXPECT_FAILS(vrapi::setAttr("density", "1", "groom", "scalp", "Bogus"), "Call to setAttr failed.");
+  EXPECT_FAILS(vrapi::getAttr("density", "groom", "gone", "RandomGenerator"), "Call to getAttr failed.");
 
   EXPECT_EQ(vrutil::getTexture("mask", "groom", "scalp", "Clumping"), "${DESC}/clumpMask");
   EXPECT_TRUE(vrapi::setTextureAttr("mask", "${DESC}/m", "groom", "scalp", "RandomGenerator"));
   EXPECT_EQ(vrutil::getTexture("mask", "groom", "scalp", "RandomGenerator"), "${DESC}/m");
   EXPECT_FALSE(vrapi::setTextureAttr("colour", "${DESC}/c", "groom", "scalp", "RandomGenerator"));
-  EXPECT_FAILS(vrapi::setTextureAttr("mask", "x", "groom", "scalp", "Bogus"),
-               "Call to setTexture failed.");
-  EXPECT_FAILS(vrutil::getTexture("mask", "nope", "scalp", "Clumping"),
-               "Call to getTexture failed.");
+  EXPECT_FAILS(vrapi::setTextureAttr("mask", "x", "groom", "scalp", "Bogus"), "Call to setTexture failed.");
+  EXPECT_FAILS(vrutil::getTexture("mask", "nope", "scalp", "Clumping"), "Call to getTexture failed.");
 }
 
 TEST_F(VrapiAttributes, ThreadingPseudoAttributesNeedNoObject) {
@@ -370,16 +355,12 @@ TEST_F(VrapiAttributes, CustomAttributesAreAddedAndRemoved) {
   EXPECT_TRUE(vrapi::addCustomAttr("custom_float_bend", "vaG", "hair", "CardPrimitive"));
   EXPECT_TRUE(vrapi::addCustomAttr("archive_vector_tint[1]", "vaG", "hair", "CardPrimitive"));
   EXPECT_EQ(vrapi::attrs("vaG", "hair", "CardPrimitive"), (Names{"iMethod", "archive_vector_tint[1]"}));
-  EXPECT_EQ(vrapi::customAttrs("vaG", "hair", "CardPrimitive"),
-            (Names{"custom_float_bend", "archive_vector_tint[1]"}));
+  EXPECT_EQ(vrapi::customAttrs("vaG", "hair", "CardPrimitive"), (Names{"custom_float_bend", "archive_vector_tint[1]"}));
   EXPECT_FAILS(vrapi::addCustomAttr("custom_float_bend", "vaG", "hair", "CardPrimitive"),
                "Call to addCustomAttr failed. custom_float_bend already exists. [CardPrimitive]");
-  EXPECT_FAILS(vrapi::addCustomAttr("spread", "vaG", "", ""),
-               "Could not add custom attribute [spread]");
-  EXPECT_FAILS(vrapi::addCustomAttr("custom_", "vaG", "", ""),
-               "Could not add custom attribute [custom_]");
-  EXPECT_FAILS(vrapi::addCustomAttr("custom_float_x", "vaG", "gone", ""),
-               "Call to addCustomAttr failed. [vaG, gone]");
+  EXPECT_FAILS(vrapi::addCustomAttr("spread", "vaG", "", ""), "Could not add custom attribute [spread]");
+  EXPECT_FAILS(vrapi::addCustomAttr("custom_", "vaG", "", ""), "Could not add custom attribute [custom_]");
+  EXPECT_FAILS(vrapi::addCustomAttr("custom_float_x", "vaG", "gone", ""), "Call to addCustomAttr failed. [vaG, gone]");
   EXPECT_FAILS(vrapi::addCustomAttr("custom_float_x", "vaG", "hair", "Nope"),
                "Call to addCustomAttr failed. [vaG, hair, Nope]");
 
@@ -390,8 +371,7 @@ TEST_F(VrapiAttributes, CustomAttributesAreAddedAndRemoved) {
   EXPECT_EQ(vrapi::allAttrs("vaG", "hair", "CardPrimitive"), (Names{"iMethod", "custom_float_bend"}));
   EXPECT_FAILS(vrapi::remCustomAttr("custom_float_spread", "vaG", "", ""),
                "Could not remove custom attribute [custom_float_spread]");
-  EXPECT_FAILS(vrapi::remCustomAttr("name", "vaG", "", ""),
-               "Could not remove custom attribute [name]");
+  EXPECT_FAILS(vrapi::remCustomAttr("name", "vaG", "", ""), "Could not remove custom attribute [name]");
   EXPECT_EQ(vrapi::getAttr("name", "vaG", "", ""), "vaG");
   EXPECT_FAILS(vrapi::remCustomAttr("custom_float_bend", "vaG", "gone", "CardPrimitive"),
                "Could not remove custom attribute [custom_float_bend]");
@@ -399,8 +379,7 @@ TEST_F(VrapiAttributes, CustomAttributesAreAddedAndRemoved) {
 
 TEST_F(VrapiAttributes, ValuesFromAFileAndTheModuleList) {
   EXPECT_EQ(vrapi::getAttrFromFile("density", "RandomGenerator", groomFile()), Names{"800.0"});
-  EXPECT_EQ(vrapi::getAttrFromFile("mask", "Clumping", groomFile()),
-            Names{"map('${DESC}/clumpMask')"});
+  EXPECT_EQ(vrapi::getAttrFromFile("mask", "Clumping", groomFile()), Names{"map('${DESC}/clumpMask')"});
   EXPECT_EQ(vrapi::getAttrFromFile("name", "Description", groomFile()), (Names{"scalp", "brows"}));
   EXPECT_EQ(VrPalette::palette("groom"), nullptr);  // nothing read is kept
   const Names modules = vrapi::availableModules();
@@ -446,15 +425,11 @@ TEST_F(VrapiFXModules, FailuresReportTheirKeys) {
   EXPECT_FAILS(vrapi::addFXModule("vaH", "gone", "WindFXModule", "x"),
                "rCouldNotAddModifierType vaH gone WindFXModule x");
   EXPECT_EQ(vrapi::fxModules("vaH", "hair"), Names{"windA"});
-  EXPECT_FAILS(vrapi::fxModuleType("vaH", "hair", "nope"),
-               "rCouldNotFindModifierType vaH hair nope");
+  EXPECT_FAILS(vrapi::fxModuleType("vaH", "hair", "nope"), "rCouldNotFindModifierType vaH hair nope");
   EXPECT_FAILS(vrapi::fxModules("vaH", "gone"), "rCouldNotFindFxModules vaH gone");
-  EXPECT_FAILS(vrapi::moveFXModule("vaH", "hair", "nope", 1),
-               "rFxModuleNotFoundMove vaH hair nope");
-  EXPECT_FAILS(vrapi::moveFXModule("vaH", "gone", "windA", 1),
-               "rCouldNotMoveModifierType vaH gone windA");
-  EXPECT_FAILS(vrapi::removeFXModule("nope", "hair", "windA"),
-               "rCouldNotRemoveModifierType nope hair windA");
+  EXPECT_FAILS(vrapi::moveFXModule("vaH", "hair", "nope", 1), "rFxModuleNotFoundMove vaH hair nope");
+  EXPECT_FAILS(vrapi::moveFXModule("vaH", "gone", "windA", 1), "rCouldNotMoveModifierType vaH gone windA");
+  EXPECT_FAILS(vrapi::removeFXModule("nope", "hair", "windA"), "rCouldNotRemoveModifierType nope hair windA");
   EXPECT_EQ(vrapi::fxModules("vaH", "hair"), Names{"windA"});
 }
 
@@ -480,14 +455,11 @@ TEST_F(VrapiGeometry, BoundFacesAndCulledPrimsOfTheExample) {
   EXPECT_FAILS(vrapi::boundFaces("groom", "scalp", "browShape", false),
                "rCouldNotReturnBoundFaceNotFound groom scalp browShape");
   EXPECT_FAILS(vrapi::culledPrimPatches("nope", "scalp"), "rCouldNotReturnPatches nope scalp");
-  EXPECT_FAILS(vrapi::culledPrimFaces("groom", "nope", "scalpShape"),
-               "rCouldNotReturnPatchIds groom nope scalpShape");
-  EXPECT_FAILS(vrapi::culledPrimFaces("groom", "scalp", "nope"),
-               "rCouldNotReturnPatchNotFound groom scalp nope");
+  EXPECT_FAILS(vrapi::culledPrimFaces("groom", "nope", "scalpShape"), "rCouldNotReturnPatchIds groom nope scalpShape");
+  EXPECT_FAILS(vrapi::culledPrimFaces("groom", "scalp", "nope"), "rCouldNotReturnPatchNotFound groom scalp nope");
   EXPECT_FAILS(vrapi::culledPrims("groom", "nope", "scalpShape", 1),
                "rCouldNotReturnCulledPrims groom nope scalpShape");
-  EXPECT_FAILS(vrapi::culledPrims("groom", "scalp", "nope", 1),
-               "rCouldNotReturnPatchNotFound groom scalp nope");
+  EXPECT_FAILS(vrapi::culledPrims("groom", "scalp", "nope", 1), "rCouldNotReturnPatchNotFound groom scalp nope");
 }
 
 TEST_F(VrapiFiles, ImportPaletteRefusesADuplicateAndChangesNothing) {
@@ -512,8 +484,7 @@ TEST_F(VrapiFiles, ImportPaletteFailures) {
   const size_t count = vrapi::palettes().size();
   EXPECT_FAILS(vrapi::importPalette("", "", "ns"), "rSpecifyFileName ns");
   const std::string missing = groomFile() + ".missing";
-  EXPECT_FAILS_LAST(vrapi::importPalette(missing, "", ""),
-                    "rFailedToImportCollectionFromFile " + missing);
+  EXPECT_FAILS_LAST(vrapi::importPalette(missing, "", ""), "rFailedToImportCollectionFromFile " + missing);
   // A delta file that cannot be applied: the collection read is deleted again.
   EXPECT_FAILS_LAST(vrapi::importPalette(hairsFile(), "hairs.delta", ""),
                     "rFailedToApplyDelta " + hairsFile() + " hairs.delta");
@@ -557,12 +528,9 @@ TEST_F(VrapiFiles, DescriptionRoundTripsThroughAFile) {
 
   EXPECT_FAILS(vrapi::importDescription("groom", ""), "rSpecifyFileNameError groom");
   EXPECT_FAILS(vrapi::importDescription("nope", file), "rCouldNotImportDescription nope " + file);
-  EXPECT_FAILS_LAST(vrapi::importDescription("groom", missing),
-                    "rFailedToImportDescription groom " + missing);
-  EXPECT_FAILS(vrapi::exportDescription("groom", "scalp", "", false),
-               "rSpecifyFileNameExportDesc groom scalp");
-  EXPECT_FAILS(vrapi::exportDescription("groom", "nope", file, false),
-               "rCouldNotExportDesc groom nope " + file);
+  EXPECT_FAILS_LAST(vrapi::importDescription("groom", missing), "rFailedToImportDescription groom " + missing);
+  EXPECT_FAILS(vrapi::exportDescription("groom", "scalp", "", false), "rSpecifyFileNameExportDesc groom scalp");
+  EXPECT_FAILS(vrapi::exportDescription("groom", "nope", file, false), "rCouldNotExportDesc groom nope " + file);
 }
 
 TEST_F(VrapiFiles, FXModuleRoundTripsThroughAFile) {
@@ -576,13 +544,11 @@ TEST_F(VrapiFiles, FXModuleRoundTripsThroughAFile) {
   EXPECT_EQ(vrapi::fxModuleType("vaJ", "hair", "Clumping"), "ClumpingFXModule");
   EXPECT_EQ(vrapi::getAttr("mask", "vaJ", "hair", "Clumping"), "map('${DESC}/clumpMask')");
 
-  EXPECT_FAILS(vrapi::exportFXModule("groom", "scalp", "Clumping", ""),
-               "rModifierExportFileName groom scalp Clumping");
+  EXPECT_FAILS(vrapi::exportFXModule("groom", "scalp", "Clumping", ""), "rModifierExportFileName groom scalp Clumping");
   EXPECT_FAILS(vrapi::exportFXModule("groom", "scalp", "Noise", file),
                "rCouldNotFindModifier groom scalp Noise " + file);
   EXPECT_FAILS(vrapi::importFXModule("vaJ", "hair", ""), "rFileNameImportModifier vaJ hair");
-  EXPECT_FAILS(vrapi::importFXModule("vaJ", "gone", file),
-               "rCouldNotImportModifier vaJ gone " + file);
+  EXPECT_FAILS(vrapi::importFXModule("vaJ", "gone", file), "rCouldNotImportModifier vaJ gone " + file);
   EXPECT_FAILS_LAST(vrapi::importFXModule("vaJ", "hair", groomFile()),
                     "rCouldNotImportModifierFile vaJ hair " + groomFile());
   EXPECT_EQ(vrapi::fxModules("vaJ", "hair"), Names{"Clumping"});
@@ -593,8 +559,7 @@ TEST_F(VrapiFiles, FindsFilesAlongTheCollectionDataPath) {
   dir.write("maps/density.ptx", "");
   ASSERT_EQ(create("vaK", "hair"), "hair");
   ASSERT_TRUE(vrapi::setAttr("vrDataPath", "/nowhere/;" + dir.path(), "vaK", "", ""));
-  EXPECT_EQ(vrapi::findFileInVrDataPath("maps/density.ptx", "", "vaK", "hair"),
-            dir.file("maps/density.ptx"));
+  EXPECT_EQ(vrapi::findFileInVrDataPath("maps/density.ptx", "", "vaK", "hair"), dir.file("maps/density.ptx"));
   EXPECT_FAILS(vrapi::findFileInVrDataPath("maps/${DESC}.ptx", "", "vaK", "gone"),
                "rCouldNotFindFileInDataPath maps/${DESC}.ptx vaK gone");
   EXPECT_FAILS(vrapi::findFileInVrDataPath("maps/$g.ptx", "scalp", "vaK", "hair"),

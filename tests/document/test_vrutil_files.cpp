@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -17,15 +14,13 @@
 #include "document/vrutilFiles.h"
 #include "support/CaptureLogger.h"
 #include "support/ScopedEnv.h"
+#include "support/TempDir.h"
 
 using namespace vrutil;
 
 namespace {
 
-bool isDirectory(const std::string& path) {
-  struct stat st;
-  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
+using std::filesystem::is_directory;
 
 void touch(const std::string& path) { std::ofstream(path) << "x"; }
 
@@ -36,9 +31,6 @@ const std::string kIndent(17, ' ');
 class VrutilFiles : public testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = testing::TempDir() + "vrutil_files_XXXXXX";
-    ASSERT_NE(mkdtemp(&pattern[0]), nullptr);
-    base = pattern;
     first = base + "/first/";
     second = base + "/second/";
     std::filesystem::create_directories(first);
@@ -57,8 +49,6 @@ class VrutilFiles : public testing::Test {
   void TearDown() override {
     delete palette;
     clearFileCache();
-    std::error_code ignored;
-    std::filesystem::remove_all(base, ignored);
   }
 
   // The attempt lines the two repositories add to a failed search for `name`.
@@ -75,7 +65,8 @@ class VrutilFiles : public testing::Test {
   vrtest::ScopedEnv home{"HOME", "/home/tester"};
   vrtest::ScopedEnv unset{"VORN_TEST_UNSET_VARIABLE", nullptr};
   vrtest::ScopedEnv frame{"FRAME", nullptr};
-  std::string base, first, second;
+  vrtest::TempDir scratch;
+  std::string base = scratch.path(), first, second;
   VrPalette* palette = nullptr;
   VrDescription* description = nullptr;
 };
@@ -83,8 +74,7 @@ class VrutilFiles : public testing::Test {
 TEST_F(VrutilFiles, ExpandMacrosWithoutDescription) {
   const std::string oldProject = VrConfig::state().getProjectPath();
   VrConfig::state().setProjectPath("/proj/show");
-  EXPECT_EQ(expandMacros("\"${PROJECT}cache/$g.abc\"", "ns:pPlane1", nullptr),
-            "/proj/show/cache/pPlane1.abc");
+  EXPECT_EQ(expandMacros("\"${PROJECT}cache/$g.abc\"", "ns:pPlane1", nullptr), "/proj/show/cache/pPlane1.abc");
   // Only a description protects "${FRAME}"; here it is an unset variable.
   EXPECT_EQ(expandMacros("${HOME}/f.${FRAME}.ptx", "", nullptr), "/home/tester/f..ptx");
   EXPECT_EQ(expandMacros("${DESC}x", "", nullptr), "x");
@@ -95,17 +85,13 @@ TEST_F(VrutilFiles, ExpandMacrosWithDescription) {
   EXPECT_EQ(description->name(), "ns:hairDesc");
   EXPECT_EQ(expandMacros("${DESC}", "", description), "hairDesc");
   EXPECT_EQ(expandMacros("${NS}", "", description), "ns:");
-  EXPECT_EQ(expandMacros("${HOME}/${DESC}/${FRAME}.ptx", "", description),
-            "/home/tester/hairDesc/${FRAME}.ptx");
+  EXPECT_EQ(expandMacros("${HOME}/${DESC}/${FRAME}.ptx", "", description), "/home/tester/hairDesc/${FRAME}.ptx");
   // A missing variable empties its place; "${FRAME}" still survives.
-  EXPECT_EQ(expandMacros("${VORN_TEST_UNSET_VARIABLE}maps/${FRAME}.ptx", "", description),
-            "maps/${FRAME}.ptx");
+  EXPECT_EQ(expandMacros("${VORN_TEST_UNSET_VARIABLE}maps/${FRAME}.ptx", "", description), "maps/${FRAME}.ptx");
   EXPECT_EQ(expandMacros("\\$HOME/x", "", description), "$HOME/x");
-  EXPECT_EQ(expandMacros("maps/$g_${DESC}.ptx", "ns:pPlane1", description),
-            "maps/pPlane1_hairDesc.ptx");
+  EXPECT_EQ(expandMacros("maps/$g_${DESC}.ptx", "ns:pPlane1", description), "maps/pPlane1_hairDesc.ptx");
   EXPECT_EQ(expandMacros("/a/${DESC}/../b", "", description), "/a/b");
-  EXPECT_EQ(expandMacros("${FXMODULE}_guides.abc", "", description, "Clump1"),
-            "Clump1_guides.abc");
+  EXPECT_EQ(expandMacros("${FXMODULE}_guides.abc", "", description, "Clump1"), "Clump1_guides.abc");
   palette->setAttr("vrProjectPath", "/projA/");
   EXPECT_EQ(expandMacros("\"${PROJECT}cache\"", "", description), "/projA/cache");
   EXPECT_EQ(expandInputMapName("\"${DESC}.ptx\"", description, "Clump1"), "hairDesc.ptx");
@@ -242,8 +228,7 @@ TEST_F(VrutilFiles, ResolveFallsBackToTheFirstDataDirectory) {
   EXPECT_EQ(resolveFileInVrDataPath("there.ptx", "", description), second + "there.ptx");
   EXPECT_TRUE(log.errors().empty());
 
-  EXPECT_EQ(resolveFileInVrDataPath("${DESC}/gone.ptx", "", description),
-            first + "hairDesc/gone.ptx");
+  EXPECT_EQ(resolveFileInVrDataPath("${DESC}/gone.ptx", "", description), first + "hairDesc/gone.ptx");
   EXPECT_EQ(log.errors().size(), 2u);
   EXPECT_EQ(log.errors()[0], "Failed to find hairDesc/gone.ptx");
 
@@ -255,13 +240,13 @@ TEST_F(VrutilFiles, ExpandOutputFileNameMakesDirectories) {
   std::string text = "${DESC}/cache/$g.vpd";
   EXPECT_TRUE(expandOutputFileName(text, "ns:pPlane1", description, "", true));
   EXPECT_EQ(text, first + "hairDesc/cache/pPlane1.vpd");
-  EXPECT_TRUE(isDirectory(first + "hairDesc/cache"));
+  EXPECT_TRUE(is_directory(first + "hairDesc/cache"));
   EXPECT_FALSE(std::filesystem::exists(text));
 
   text = "bake/${DESC}/";
   EXPECT_TRUE(expandOutputFileName(text, "", description, "", true));
   EXPECT_EQ(text, first + "bake/hairDesc/");
-  EXPECT_TRUE(isDirectory(first + "bake/hairDesc"));
+  EXPECT_TRUE(is_directory(first + "bake/hairDesc"));
 
   text = "plan/out.vpd";
   EXPECT_TRUE(expandOutputFileName(text, "", description, "", false));
@@ -283,14 +268,11 @@ TEST_F(VrutilFiles, ExpandOutputFileNameMakesDirectories) {
 
 TEST_F(VrutilFiles, ExpandFilepathFindsTheDescriptionByName) {
   vrtest::CaptureLogger log;
-  EXPECT_EQ(expandFilepath("\"${DESC}\\maps\"", "ns:hairDesc", true, true),
-            first + "hairDesc/maps/");
-  EXPECT_TRUE(isDirectory(first + "hairDesc/maps"));
-  EXPECT_EQ(expandFilepath(" ${DESC}.vpd ", "ns:hairDesc", false, false, "", ""),
-            first + "hairDesc.vpd");
+  EXPECT_EQ(expandFilepath("\"${DESC}\\maps\"", "ns:hairDesc", true, true), first + "hairDesc/maps/");
+  EXPECT_TRUE(is_directory(first + "hairDesc/maps"));
+  EXPECT_EQ(expandFilepath(" ${DESC}.vpd ", "ns:hairDesc", false, false, "", ""), first + "hairDesc.vpd");
   EXPECT_TRUE(log.errors().empty());
 
   EXPECT_EQ(expandFilepath("out/${DESC}", "noSuchDescription", true, true), "out/${DESC}");
-  EXPECT_EQ(log.errors(),
-            std::vector<std::string>{"Could not find Vorn collection: [noSuchDescription]"});
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Could not find Vorn collection: [noSuchDescription]"});
 }

@@ -3,6 +3,9 @@
 // dump of an archive as text, and the rule for comparing a dump with a reference dump.
 
 #include "io/alembic/VrAbcDump.h"
+#include "support/Examples.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -32,13 +35,6 @@ inline std::string scratchFile(const std::string& name) {
   return (std::filesystem::temp_directory_path() /
           ("vorn-abc-" + std::to_string(getpid()) + "-" + name))
       .string();
-}
-
-inline std::string readText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 inline std::string dumpText(const std::string& path, VrAbcDump::Result* result = nullptr,
@@ -77,6 +73,13 @@ inline std::string firstDifference(const std::vector<std::string>& a, const std:
     if (x != y) return "line " + std::to_string(i + 1) + ":\n  got      " + x + "\n  expected " + y;
   }
   return "no difference";
+}
+
+/// Two dumps agree on their compared lines.
+inline ::testing::AssertionResult sameDump(const std::string& got, const std::string& expected) {
+  const std::vector<std::string> a = comparedLines(got), b = comparedLines(expected);
+  if (a == b) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << firstDifference(a, b);
 }
 
 }  // namespace vrtest

@@ -7,6 +7,7 @@
 #include "io/alembic/VrAbcDump.h"
 #include "io/alembic/VrAbcMurmur3.h"
 #include "support/CaptureLogger.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -39,12 +40,7 @@ struct Groom {
   }
 };
 
-std::string fileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
+using vrtest::readText;
 
 // The dump without its "file:" line, which names the file.
 std::string dump(const std::string& path) {
@@ -125,7 +121,7 @@ TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
       SCOPED_TRACE("batches of " + std::to_string(batch));
       const std::string streamed = dir.file("streamed" + std::to_string(batch) + (widths ? "_w" : "") + ".abc");
       ASSERT_TRUE(writeStreamed(streamed, groom, widths, 12.0, batch));
-      EXPECT_EQ(fileBytes(streamed), fileBytes(whole));
+      EXPECT_EQ(readText(streamed), readText(whole));
       EXPECT_EQ(dump(streamed), dump(whole));
     }
   }
@@ -135,14 +131,10 @@ TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
   const std::string bigStreamed = dir.file("bigStreamed.abc");
   ASSERT_TRUE(writeWhole(bigWhole, big, true, 3.0));
   ASSERT_TRUE(writeStreamed(bigStreamed, big, true, 3.0, 4999));
-  EXPECT_TRUE(fileBytes(bigStreamed) == fileBytes(bigWhole));
+  EXPECT_TRUE(readText(bigStreamed) == readText(bigWhole));
   // Nothing but the outputs is left in the folder (spools are unlinked at once).
-  size_t entries = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
-    (void)entry;
-    ++entries;
-  }
-  EXPECT_EQ(entries, 10u);
+  const auto entries = std::filesystem::directory_iterator(dir.path());
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 10);
   EXPECT_TRUE(log.errors().empty());
 }
 
@@ -246,8 +238,7 @@ TEST(AbcCurvesStreamWriter, MotionSamplesShareTopologyAndStandAtTheirTimes) {
     for (size_t i = first; i < first + n; ++i) numPoints += static_cast<uint64_t>(groom.counts[i]);
     const float* rows[3] = {groom.points.data() + 3 * point, moved.data() + 3 * point,
                             shifted.data() + 3 * point};
-    ASSERT_TRUE(
-        out.appendSamples(rows, numPoints, groom.counts.data() + first, n, groom.widths.data() + point));
+    ASSERT_TRUE(out.appendSamples(rows, numPoints, groom.counts.data() + first, n, groom.widths.data() + point));
     point += numPoints;
   }
   ASSERT_TRUE(out.close());

@@ -13,6 +13,7 @@
 #include "io/alembic/VrAbcNuPatchWriter.h"
 #include "primitives/VrBasePrimitive.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -51,13 +52,17 @@ struct MeshDef {
   std::vector<float> pref;                  // empty: none
 };
 
-// Writes meshes on frames 24, 25, ... (seconds 1, 1 + 1/24, ...) and, with `nurbs`, one flat
-// 4 x 4 bicubic NURBS surface "brow" on the unit square at height 2.
+// Writes meshes on frames 24, 25, ... (seconds 1, 1 + 1/24, ...), or on the given `frames`, and,
+// with `nurbs`, one flat 4 x 4 bicubic NURBS surface "brow" on the unit square at height 2.
 bool writeArchive(const std::string& path, const std::vector<MeshDef>& meshes, bool nurbs,
-                  const std::vector<float>& nurbsKnots = {0, 0, 0, 0, 1, 1, 1, 1}) {
+                  const std::vector<float>& nurbsKnots = {0, 0, 0, 0, 1, 1, 1, 1},
+                  const std::vector<int>& frames = {}) {
   VrAbcArchiveWriter writer;
   if (!writer.open(path, VrAbcArchiveWriter::Options())) return false;
-  const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0));
+  std::vector<double> times;
+  for (int frame : frames) times.push_back(frame / 24.0);
+  const uint32_t ts = writer.addTimeSampling(frames.empty() ? VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0)
+                                                            : VrAbcTimeSampling::acyclic(times));
   VrAbcObjectWriter* group = writer.top().createChild("group");
   if (!group) return false;
   for (const MeshDef& def : meshes) {
@@ -124,9 +129,7 @@ SgVec3T<double> point(const VrPatch* patch, int face, bool ref, double u = 0.5, 
 }
 
 void expectNear(const SgVec3T<double>& a, const SgVec3T<double>& b, double tolerance = 1e-5) {
-  EXPECT_NEAR(a.x, b.x, tolerance);
-  EXPECT_NEAR(a.y, b.y, tolerance);
-  EXPECT_NEAR(a.z, b.z, tolerance);
+  vrtest::expectNear(a, b, tolerance);
 }
 
 bool contains(const std::vector<std::string>& texts, const std::string& text) {
@@ -142,6 +145,37 @@ class ImportGeometry : public ::testing::Test {
     VrCloseGeometryFiles();
     VRDebugLevel = savedDebug;
   }
+  // A sample mode and frame, and how far along x the cage stands from its rest pose there.
+  struct Offset {
+    std::string file;
+    const char* mode;
+    double frame;
+    double offset;
+  };
+  // Each case read afresh: a file and frame already read are reused whatever the mode (the
+  // patches of the last case still hold their surface, which must not come back).
+  void expectOffsets(const std::vector<Offset>& cases, double tolerance) {
+    int round = 0;
+    for (const Offset& c : cases) {
+      SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
+      VrResetImportGeometry();
+      PalettePtr next = importCollection("round" + std::to_string(++round), {{"d", "Subd", "skin"}});
+      ASSERT_TRUE(next);
+      ASSERT_TRUE(VrImportGeometry(c.file, c.frame, c.mode, 24.0));
+      const VrPatch* skin = next->description("d")->patch("skin");
+      ASSERT_TRUE(skin && skin->isBound());
+      expectNear(point(skin, 0, false), point(skin, 0, true) + SgVec3T<double>(c.offset, 0, 0), tolerance);
+      palette = std::move(next);
+    }
+    EXPECT_TRUE(log.errors().empty());
+  }
+  // The cube moved along x by i * i at sample i, i = 0..3.
+  static std::vector<std::vector<float>> accelerated() {
+    std::vector<std::vector<float>> samples;
+    for (int i = 0; i < 4; ++i) samples.push_back(moved(cube, static_cast<float>(i * i), 0, 0));
+    return samples;
+  }
+
   vrtest::TempDir dir;
   vrtest::CaptureLogger log;
   PalettePtr palette;
@@ -233,31 +267,14 @@ TEST_F(ImportGeometry, PolygonMeshWithoutReferenceUsesItsFirstSampleAndHonoursTh
 TEST_F(ImportGeometry, TheModesDifferOnAcceleratedMotion) {
   // The cage moves by i * i at sample i: the curved modes follow the parabola, linear cuts the
   // corner and "none" holds.
-  const std::string file = dir.file("accel.abc");
-  std::vector<std::vector<float>> samples;
-  for (int i = 0; i < 4; ++i) samples.push_back(moved(cube, static_cast<float>(i * i), 0, 0));
-  ASSERT_TRUE(writeArchive(file, {{"skin", VrAbcMeshWriter::Kind::SubD, samples, {}}}, false));
-  struct Case {
-    const char* mode;
-    double frame;
-    double offset;
-  };
-  int round = 0;
-  for (const Case& c : {Case{"none", 25.5, 1.0}, Case{"linear", 25.5, 2.5}, Case{"quadratic", 25.5, 2.25},
-                        Case{"cubic", 25.5, 2.25}, Case{"quadratic", 24.5, 0.25}}) {
-    SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
-    // A file and frame already read are reused whatever the mode: start afresh (the patches of
-    // the last case still hold their surface, which must not come back).
-    VrResetImportGeometry();
-    PalettePtr next = importCollection("accel" + std::to_string(++round), {{"d", "Subd", "skin"}});
-    ASSERT_TRUE(next);
-    ASSERT_TRUE(VrImportGeometry(file, c.frame, c.mode, 24.0));
-    const VrPatch* skin = next->description("d")->patch("skin");
-    ASSERT_TRUE(skin && skin->isBound());
-    expectNear(point(skin, 0, false), point(skin, 0, true) + SgVec3T<double>(c.offset, 0, 0), 1e-4);
-    palette = std::move(next);
-  }
-  EXPECT_TRUE(log.errors().empty());
+  const std::string f = dir.file("accel.abc");
+  ASSERT_TRUE(writeArchive(f, {{"skin", VrAbcMeshWriter::Kind::SubD, accelerated(), {}}}, false));
+  expectOffsets({{f, "none", 25.5, 1.0},
+                 {f, "linear", 25.5, 2.5},
+                 {f, "quadratic", 25.5, 2.25},
+                 {f, "cubic", 25.5, 2.25},
+                 {f, "quadratic", 24.5, 0.25}},
+                1e-4);
 }
 
 TEST_F(ImportGeometry, TheSameFileAndFrameIsParsedOnce) {
@@ -557,85 +574,36 @@ TEST_F(ImportGeometry, CurvedModesKeepTheirShapeOnTheEndSegments) {
   // 26.5), the parabola gives 2.5 * 2.5 = 6.25; a repeated end sample would pull the cubic to
   // 6.6875. On the first segment (frame 24.5) both curved modes give 0.25.
   const std::string file = dir.file("ends.abc");
-  std::vector<std::vector<float>> samples;
-  for (int i = 0; i < 4; ++i) samples.push_back(moved(cube, static_cast<float>(i * i), 0, 0));
-  ASSERT_TRUE(writeArchive(file, {{"skin", VrAbcMeshWriter::Kind::SubD, samples, {}}}, false));
+  ASSERT_TRUE(writeArchive(file, {{"skin", VrAbcMeshWriter::Kind::SubD, accelerated(), {}}}, false));
   // Two samples (x = 0 and 4): nothing to bend with, so both curved modes are linear.
   const std::string pair = dir.file("pair.abc");
   ASSERT_TRUE(writeArchive(pair, {{"skin", VrAbcMeshWriter::Kind::SubD, {cube, moved(cube, 4, 0, 0)}, {}}}, false));
-  struct Case {
-    std::string file;
-    const char* mode;
-    double frame;
-    double offset;
-  };
-  int round = 0;
-  for (const Case& c : {Case{file, "cubic", 26.5, 6.25}, Case{file, "quadratic", 26.5, 6.25},
-                        Case{file, "cubic", 24.5, 0.25}, Case{file, "cubic", 26.25, 2.25 * 2.25},
-                        Case{pair, "cubic", 24.25, 1.0}, Case{pair, "quadratic", 24.75, 3.0}}) {
-    SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
-    VrResetImportGeometry();
-    PalettePtr next = importCollection("ends" + std::to_string(++round), {{"d", "Subd", "skin"}});
-    ASSERT_TRUE(next);
-    ASSERT_TRUE(VrImportGeometry(c.file, c.frame, c.mode, 24.0));
-    const VrPatch* skin = next->description("d")->patch("skin");
-    ASSERT_TRUE(skin && skin->isBound());
-    expectNear(point(skin, 0, false), point(skin, 0, true) + SgVec3T<double>(c.offset, 0, 0), 1e-4);
-    palette = std::move(next);
-  }
-  EXPECT_TRUE(log.errors().empty());
+  expectOffsets({{file, "cubic", 26.5, 6.25},
+                 {file, "quadratic", 26.5, 6.25},
+                 {file, "cubic", 24.5, 0.25},
+                 {file, "cubic", 26.25, 2.25 * 2.25},
+                 {pair, "cubic", 24.25, 1.0},
+                 {pair, "quadratic", 24.75, 3.0}},
+                1e-4);
 }
 
 TEST_F(ImportGeometry, CurvedModesFollowUnevenSampleTimes) {
   // Samples on frames 24, 25, 27 and 30 (an acyclic sampling at 24 per second), the cage moved
   // by (frame - 24)^2: the curved modes follow that parabola on every segment; linear cuts the
   // corners (at 28.5 it gives 9 + 27 / 2 = 22.5).
-  const std::string file = dir.file("uneven.abc");
-  {
-    VrAbcArchiveWriter writer;
-    ASSERT_TRUE(writer.open(file, VrAbcArchiveWriter::Options()));
-    std::vector<double> times;
-    for (int frame : {24, 25, 27, 30}) times.push_back(frame / 24.0);
-    const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::acyclic(times));
-    VrAbcObjectWriter* group = writer.top().createChild("group");
-    ASSERT_TRUE(group);
-    VrAbcMeshWriter mesh;
-    ASSERT_TRUE(mesh.create(*group, "skin", VrAbcMeshWriter::Kind::SubD, ts));
-    bool firstSample = true;
-    std::vector<std::vector<float>> samples;
-    for (int frame : {24, 25, 27, 30}) samples.push_back(moved(cube, static_cast<float>((frame - 24) * (frame - 24)), 0, 0));
-    for (const std::vector<float>& points : samples) {
-      VrAbcMeshWriter::Sample sample;
-      sample.positions = points;
-      if (firstSample) {
-        sample.faceCounts = cubeCounts;
-        sample.faceIndices = cubeIndices;
-      }
-      firstSample = false;
-      ASSERT_TRUE(mesh.write(sample));
-    }
-    ASSERT_TRUE(writer.close());
-  }
-  struct Case {
-    const char* mode;
-    double frame;
-    double offset;
-  };
-  int round = 0;
-  for (const Case& c : {Case{"quadratic", 28.5, 20.25}, Case{"cubic", 28.5, 20.25}, Case{"quadratic", 26.0, 4.0},
-                        Case{"cubic", 26.0, 4.0}, Case{"cubic", 24.5, 0.25}, Case{"quadratic", 24.5, 0.25},
-                        Case{"linear", 28.5, 22.5}}) {
-    SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
-    VrResetImportGeometry();
-    PalettePtr next = importCollection("uneven" + std::to_string(++round), {{"d", "Subd", "skin"}});
-    ASSERT_TRUE(next);
-    ASSERT_TRUE(VrImportGeometry(file, c.frame, c.mode, 24.0));
-    const VrPatch* skin = next->description("d")->patch("skin");
-    ASSERT_TRUE(skin && skin->isBound());
-    expectNear(point(skin, 0, false), point(skin, 0, true) + SgVec3T<double>(c.offset, 0, 0), 1e-3);
-    palette = std::move(next);
-  }
-  EXPECT_TRUE(log.errors().empty());
+  const std::string f = dir.file("uneven.abc");
+  std::vector<std::vector<float>> samples;
+  for (int frame : {24, 25, 27, 30})
+    samples.push_back(moved(cube, static_cast<float>((frame - 24) * (frame - 24)), 0, 0));
+  ASSERT_TRUE(writeArchive(f, {{"skin", VrAbcMeshWriter::Kind::SubD, samples, {}}}, false, {}, {24, 25, 27, 30}));
+  expectOffsets({{f, "quadratic", 28.5, 20.25},
+                 {f, "cubic", 28.5, 20.25},
+                 {f, "quadratic", 26.0, 4.0},
+                 {f, "cubic", 26.0, 4.0},
+                 {f, "cubic", 24.5, 0.25},
+                 {f, "quadratic", 24.5, 0.25},
+                 {f, "linear", 28.5, 22.5}},
+                1e-3);
 }
 
 TEST(AlembicUtil, CVValuesRoundTripAndReachTheGuides) {

@@ -69,10 +69,7 @@ TEST(AlembicMutation, DamagedArchivesGiveADumpOrAnErrorNeverACrash) {
     ASSERT_GT(original.size(), 64u);
     for (const Mutant& mutant : mutantsOf(original, seed++)) {
       SCOPED_TRACE(source + ": " + mutant.what);
-      {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(mutant.bytes.data(), static_cast<std::streamsize>(mutant.bytes.size()));
-      }
+      std::ofstream(path, std::ios::binary | std::ios::trunc) << mutant.bytes;
       vrtest::CaptureLogger log;
       VrAbcDump::Result result;
       const std::string dump = vrtest::dumpText(path, &result, options);
@@ -104,10 +101,7 @@ TEST(AlembicMutation, GroupsThatContainThemselvesEndTheWalk) {
   std::string bytes = vrtest::readText(vrtest::alembicData("valid/xform1.abc"));
   VrAbcArchive archive;
   const std::string path = vrtest::scratchFile("loop.abc");
-  {
-    std::ofstream out(path, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  }
+  std::ofstream(path, std::ios::binary) << bytes;
   ASSERT_TRUE(archive.open(path));
   VrAbcObject a;
   ASSERT_TRUE(archive.findObject("/a", a));
@@ -117,15 +111,11 @@ TEST(AlembicMutation, GroupsThatContainThemselvesEndTheWalk) {
   std::memcpy(&count, &bytes[own], 8);
   ASSERT_EQ(count, 3u);  // properties, child b, headers
   std::memcpy(&bytes[own + 16], &own, 8);
-  {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  }
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
   VrAbcDump::Result result;
   const std::string dump = vrtest::dumpText(path, &result);
   EXPECT_EQ(result, VrAbcDump::Result::Failed);
   const std::string name = std::filesystem::path(path).filename().string();
-  EXPECT_NE(dump.find("error: " + name + ": /a/b: the object is one of its own ancestors"), std::string::npos)
-      << dump;
+  EXPECT_NE(dump.find("error: " + name + ": /a/b: the object is one of its own ancestors"), std::string::npos) << dump;
   std::remove(path.c_str());
 }

@@ -11,7 +11,7 @@
 #include "io/alembic/VrAbcStrings.h"
 #include "io/alembic/VrAbcTimeSampling.h"
 #include "support/CaptureLogger.h"
-#include "support/RunCommand.h"
+#include "support/CliExpect.h"
 
 #include <gtest/gtest.h>
 
@@ -127,10 +127,8 @@ TEST(AlembicReference, EveryValidArchiveDumpsLikeTheReferenceLibrary) {
   for (const std::string& file : files) {
     SCOPED_TRACE(file);
     VrAbcDump::Result result;
-    const std::vector<std::string> got = vrtest::comparedLines(vrtest::dumpText(file, &result));
-    const std::vector<std::string> expected = vrtest::comparedLines(referenceDump(file));
+    EXPECT_TRUE(vrtest::sameDump(vrtest::dumpText(file, &result), referenceDump(file)));
     EXPECT_EQ(result, VrAbcDump::Result::Ok);
-    EXPECT_TRUE(got == expected) << vrtest::firstDifference(got, expected);
   }
   EXPECT_TRUE(log.errors().empty());
 }
@@ -148,10 +146,8 @@ TEST(AlembicReference, DamagedArchivesGiveAnErrorNamingTheFileOrTheReferenceDump
     if (referenceResult(file) == "walked_ok") {
       // The reference library read these to the end; so must we, with the same dump.
       ++walked;
-      const std::vector<std::string> got = vrtest::comparedLines(dump);
-      const std::vector<std::string> expected = vrtest::comparedLines(referenceDump(file));
       EXPECT_EQ(result, VrAbcDump::Result::Ok);
-      EXPECT_TRUE(got == expected) << vrtest::firstDifference(got, expected);
+      EXPECT_TRUE(vrtest::sameDump(dump, referenceDump(file)));
       EXPECT_TRUE(log.errors().empty());
       continue;
     }
@@ -376,15 +372,10 @@ TEST(AlembicReference, InspectCommandPrintsTheDump) {
   const std::string file = vrtest::alembicData("valid/cube.abc");
   const auto ok = vrtest::runCommand("(" + vrtest::vornCli() + " inspect " + file + " 2>/dev/null)");
   EXPECT_EQ(ok.exitCode, 0);
-  const std::vector<std::string> got = vrtest::comparedLines(ok.output);
-  const std::vector<std::string> expected = vrtest::comparedLines(referenceDump(file));
-  EXPECT_TRUE(got == expected) << vrtest::firstDifference(got, expected);
+  EXPECT_TRUE(vrtest::sameDump(ok.output, referenceDump(file)));
 
-  const std::string hdf = vrtest::alembicData("hdf5/prman_cube.abc");
-  const auto refused = vrtest::runCommand(vrtest::vornCli() + " inspect " + hdf);
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_NE(refused.output.find("core: hdf5\nopen: error\n"), std::string::npos) << refused.output;
-  EXPECT_NE(refused.output.find("prman_cube.abc: an HDF5 Alembic archive; only Ogawa archives are read"),
-            std::string::npos);
+  const auto refused = vrtest::runCommand(vrtest::vornCli() + " inspect " + vrtest::alembicData("hdf5/prman_cube.abc"));
+  EXPECT_TRUE(vrtest::ranWith(refused, 1, "core: hdf5\nopen: error\n"));
+  EXPECT_TRUE(vrtest::ranWith(refused, 1, "prman_cube.abc: an HDF5 Alembic archive; only Ogawa archives are read"));
   EXPECT_EQ(vrtest::runCommand(vrtest::vornCli() + " inspect").exitCode, 2);
 }

@@ -5,6 +5,7 @@
 #include "io/ptex/VrPtexTexture.h"
 #include "support/CaptureLogger.h"
 #include "support/RunCommand.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -14,20 +15,13 @@
 
 namespace {
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using vrtest::readText;
 
+// The first line where two line lists differ, for failure messages.
 std::string firstDifference(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-  for (size_t i = 0; i < a.size() || i < b.size(); ++i) {
-    const std::string x = i < a.size() ? a[i] : "<end>";
-    const std::string y = i < b.size() ? b[i] : "<end>";
-    if (x != y) return "line " + std::to_string(i + 1) + ":\n  got      " + x + "\n  expected " + y;
-  }
-  return "no difference";
+  const auto at = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
+  return "line " + std::to_string(at.first - a.begin() + 1) + ":\n  got      " +
+         (at.first == a.end() ? "<end>" : *at.first) + "\n  expected " + (at.second == b.end() ? "<end>" : *at.second);
 }
 
 }  // namespace
@@ -40,7 +34,7 @@ TEST(PtexReference, EveryShippedTextureDumpsLikeTheReferenceLibrary) {
     SCOPED_TRACE(file);
     VrPtexDump::Result result;
     const std::vector<std::string> got = vrtest::ptexComparedLines(vrtest::ptexDump(file, &result));
-    const std::vector<std::string> expected = vrtest::ptexComparedLines(readFile(file + ".ref.txt"));
+    const std::vector<std::string> expected = vrtest::ptexComparedLines(readText(file + ".ref.txt"));
     EXPECT_EQ(result, VrPtexDump::Result::Ok);
     EXPECT_TRUE(got == expected) << firstDifference(got, expected);
   }
@@ -65,9 +59,9 @@ TEST(PtexReference, MissingAndForeignFilesAreRefusedWithTheirName) {
 TEST(PtexReference, InspectChoosesTheReaderByTheFileContents) {
   // A texture under an Alembic name and an archive under a texture name.
   vrtest::TempDir dir;
-  const std::string texture = dir.write("map.abc", readFile(vrtest::ptexData("tri_quad.ptx")));
+  const std::string texture = dir.write("map.abc", readText(vrtest::ptexData("tri_quad.ptx")));
   const std::string archive =
-      dir.write("cube.ptx", readFile(std::string(VORN_TEST_DATA_DIR) + "/alembic/valid/cube.abc"));
+      dir.write("cube.ptx", readText(std::string(VORN_TEST_DATA_DIR) + "/alembic/valid/cube.abc"));
   const auto ptex = vrtest::runCommand(vrtest::vornCli() + " inspect " + texture + " 2>&1");
   EXPECT_EQ(ptex.exitCode, 0);
   EXPECT_EQ(ptex.output.rfind("format: ptex-ref-v1\nfile: map.abc\nopen: ok\n", 0), 0u) << ptex.output;

@@ -154,16 +154,15 @@ TEST(PtexRoundTrip, WrittenTexturesReadBackTexelForTexel) {
     std::vector<double> numbers;
     EXPECT_TRUE(meta.getString("name", text));
     EXPECT_EQ(text, "painted \"length\"\n");
-    EXPECT_TRUE(meta.getNumbers("i8", numbers));
-    EXPECT_EQ(numbers, (std::vector<double>{-128, 0, 127}));
-    EXPECT_TRUE(meta.getNumbers("i16", numbers));
-    EXPECT_EQ(numbers, (std::vector<double>{-32768, 7}));
-    EXPECT_TRUE(meta.getNumbers("i32", numbers));
-    EXPECT_EQ(numbers, (std::vector<double>{-5, 2147483647}));
-    EXPECT_TRUE(meta.getNumbers("f", numbers));
-    EXPECT_EQ(numbers, (std::vector<double>{0.5, -1.25}));
-    EXPECT_TRUE(meta.getNumbers("VrDCMax", numbers));
-    EXPECT_EQ(numbers, std::vector<double>(200, 0.75));
+    const std::pair<const char*, std::vector<double>> entries[] = {{"i8", {-128, 0, 127}},
+                                                                   {"i16", {-32768, 7}},
+                                                                   {"i32", {-5, 2147483647}},
+                                                                   {"f", {0.5, -1.25}},
+                                                                   {"VrDCMax", std::vector<double>(200, 0.75)}};
+    for (const auto& [key, values] : entries) {
+      EXPECT_TRUE(meta.getNumbers(key, numbers)) << key;
+      EXPECT_EQ(numbers, values) << key;
+    }
     EXPECT_FALSE(meta.getNumbers("name", numbers));
   }
   EXPECT_TRUE(log.errors().empty());
@@ -194,8 +193,7 @@ TEST(PtexRoundTrip, DumpOfAWrittenTextureShowsItsMetaDataAndReducedTexels) {
             std::string::npos)
       << dump;
   // Face 0 reduced to 2 by 1: means of (0, 255, 10, 20) and (51, 102, 30, 41), truncated.
-  EXPECT_NE(dump.find("reduced_res_log2: 1 0\nreduced_texel_0_0: 0.278431\n"), std::string::npos)
-      << dump;
+  EXPECT_NE(dump.find("reduced_res_log2: 1 0\nreduced_texel_0_0: 0.278431\n"), std::string::npos) << dump;
   EXPECT_NE(dump.find("total_texels: 12\n"), std::string::npos);
 }
 

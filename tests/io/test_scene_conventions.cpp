@@ -14,6 +14,8 @@
 #include "io/alembic/VrAbcPolyMesh.h"
 #include "io/alembic/VrAbcXformWriter.h"
 #include "support/CaptureLogger.h"
+#include "support/Examples.h"
+#include "support/ExpectNear.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -88,11 +90,7 @@ SgVec3T<double> pointAt(const VrPatch* patch, int face, bool ref) {
   return P;
 }
 
-void expectNear(const SgVec3T<double>& a, const SgVec3T<double>& b) {
-  EXPECT_NEAR(a.x, b.x, 1e-5);
-  EXPECT_NEAR(a.y, b.y, 1e-5);
-  EXPECT_NEAR(a.z, b.z, 1e-5);
-}
+void expectNear(const SgVec3T<double>& a, const SgVec3T<double>& b) { vrtest::expectNear(a, b, 1e-5); }
 
 void matrix(double m[16], double angleZ, double tx, double ty, double tz, double scale = 1.0) {
   const double c = std::cos(angleZ * M_PI / 180.0) * scale, s = std::sin(angleZ * M_PI / 180.0) * scale;
@@ -317,10 +315,10 @@ TEST_F(SceneFiles, WhatRealMeshesCarryAndChangingFaces) {
   palette = importPatches({"ball", "melt"}, 4);
   EXPECT_FALSE(VrImportGeometry(file, 25.0, "linear", 24.0));
   ASSERT_FALSE(log.errors().empty());
-  EXPECT_NE(log.errors()[0].find("The geometry melt changes its faces over time (" +
-                                 std::to_string(sphere.counts.size()) + " faces in its first sample, " +
-                                 std::to_string(sphere.counts.size() - 1) + " in sample 1)"),
-            std::string::npos)
+  EXPECT_NE(
+      log.errors()[0].find("The geometry melt changes its faces over time (" + std::to_string(sphere.counts.size()) +
+                           " faces in its first sample, " + std::to_string(sphere.counts.size() - 1) + " in sample 1)"),
+      std::string::npos)
       << log.errors()[0];
   EXPECT_TRUE(palette->description("d")->patch("ball")->isBound());
   EXPECT_EQ(palette->description("d")->patch("melt"), nullptr);
@@ -383,10 +381,7 @@ TEST(AlembicTimeSampling, AcyclicSamplingsCarryTheFormatsOwnMark) {
     EXPECT_EQ(read.storedTimes(), c.second);
   }
   // Its dump, velocities and all, stays as it was checked.
-  std::ifstream in(motion + ".ref.txt");
-  std::ostringstream expected;
-  expected << in.rdbuf();
   std::ostringstream dump;
   VrAbcDump::write(motion, dump);
-  EXPECT_EQ(dump.str(), expected.str());
+  EXPECT_EQ(dump.str(), vrtest::readText(motion + ".ref.txt"));
 }

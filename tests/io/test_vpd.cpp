@@ -17,18 +17,14 @@
 #include "io/vpd/VpdFileImpl.h"
 #include "io/vpd/VpdReader.h"
 #include "io/vpd/VpdWriter.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 
 namespace {
 
 using Records = std::vector<std::pair<std::uint32_t, std::vector<float>>>;
 
-std::string readBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
+using vrtest::readText;
 
 void writeBytes(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
@@ -106,6 +102,18 @@ bool onlyEntryIs(const std::string& dir, const std::string& name) {
 
 bool isEmptyDir(const std::string& dir) { return std::filesystem::is_empty(dir); }
 
+// Why the file cannot be opened; "opened" when it can.
+std::string openError(const std::string& path) {
+  std::string why;
+  return VpdReader::open(path, &why) ? "opened" : why;
+}
+
+// What a refused call of a writer or reader says; "accepted" when it was not refused.
+template <class File>
+std::string refusal(bool accepted, const File& file) {
+  return accepted ? "accepted" : file.error();
+}
+
 }  // namespace
 
 TEST(VpdFile, LocationFileRoundTrip) {
@@ -145,8 +153,7 @@ TEST(VpdFile, LocationFileRoundTrip) {
     EXPECT_EQ(readBlock(*reader, face, block), locations(face, 200)) << "face " << face;
     EXPECT_EQ(reader->numPrims(), 200u);
   }
-  EXPECT_FALSE(reader->findFace(7));
-  EXPECT_EQ(reader->error(), "Face 7 not in Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(reader->findFace(7), *reader), "Face 7 not in Vorn point/primitive file: " + path);
   EXPECT_FALSE(reader->findFace(2));
   EXPECT_TRUE(reader->close());
   EXPECT_FALSE(reader->isOpen());
@@ -214,15 +221,13 @@ TEST(VpdFile, SplineFileWithKeysRoundTrip) {
   EXPECT_TRUE(reader->findFace(11));
   EXPECT_TRUE(reader->findBlock(0));
   EXPECT_EQ(reader->numPrims(), 0u);
-  EXPECT_FALSE(reader->findBlock(1));
-  EXPECT_EQ(reader->error(),
+  EXPECT_EQ(refusal(reader->findBlock(1), *reader),
             "Block NoiseFX not written on face 11 in Vorn point/primitive file: " + path);
-  EXPECT_FALSE(reader->findBlock(2));
-  EXPECT_EQ(reader->error(), "No block 2 in Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(reader->findBlock(2), *reader), "No block 2 in Vorn point/primitive file: " + path);
   std::uint32_t id;
   std::vector<float> values;
-  EXPECT_FALSE(reader->readPrim(id, values));
-  EXPECT_EQ(reader->error(), "No face and block selected in Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(reader->readPrim(id, values), *reader),
+            "No face and block selected in Vorn point/primitive file: " + path);
 }
 
 TEST(VpdFile, FindPrimByIdInAnyOrder) {
@@ -281,7 +286,7 @@ TEST(VpdFile, FloatsKeepTheirBits) {
 
 TEST(VpdFile, LittleEndianLayout) {
   vrtest::TempDir dir;
-  const std::string bytes = readBytes(writeSmallPointFile(dir));
+  const std::string bytes = readText(writeSmallPointFile(dir));
   EXPECT_EQ(bytes.substr(0, 8), std::string("\x89VPD\r\n\x1a\n", 8));
   EXPECT_EQ(bytes[8], 1);  // major version, low byte first
   EXPECT_EQ(bytes[9], 0);
@@ -302,32 +307,23 @@ TEST(VpdFile, WriterRefusesMisuseWithItsReasons) {
   auto writer = openLocations(path, {0, 1}, nullptr);
   ASSERT_TRUE(writer);
   const float uv[2] = {0.5f, 0.5f};
-  EXPECT_FALSE(writer->startBlock(0));
-  EXPECT_EQ(writer->error(), "No face started in Vorn point/primitive file: " + path);
-  EXPECT_FALSE(writer->writePrim(1, uv, 2));
-  EXPECT_EQ(writer->error(), "No block started in Vorn point/primitive file: " + path);
-  EXPECT_FALSE(writer->startFace(5));
-  EXPECT_EQ(writer->error(), "Face 5 is not a face of Vorn point/primitive file: " + path);
+  const std::string file = " Vorn point/primitive file: " + path;
+  EXPECT_EQ(refusal(writer->startBlock(0), *writer), "No face started in" + file);
+  EXPECT_EQ(refusal(writer->writePrim(1, uv, 2), *writer), "No block started in" + file);
+  EXPECT_EQ(refusal(writer->startFace(5), *writer), "Face 5 is not a face of" + file);
   ASSERT_TRUE(writer->startFace(0));
-  EXPECT_FALSE(writer->startBlock(1));
-  EXPECT_EQ(writer->error(), "No block 1 in Vorn point/primitive file: " + path);
-  EXPECT_FALSE(writer->startBlock("BakedGroom"));
-  EXPECT_EQ(writer->error(), "No block BakedGroom in Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(writer->startBlock(1), *writer), "No block 1 in" + file);
+  EXPECT_EQ(refusal(writer->startBlock("BakedGroom"), *writer), "No block BakedGroom in" + file);
   ASSERT_TRUE(writer->startBlock(0));
   EXPECT_TRUE(writer->writePrim(1, uv, 2));
-  EXPECT_FALSE(writer->writePrim(2, uv, std::size_t(Vpd::MaxRecordValues) + 1));
-  EXPECT_EQ(writer->error(),
-            "Record of 16777217 values is too long for Vorn point/primitive file: " + path);
-  EXPECT_FALSE(writer->startBlock(0));
-  EXPECT_EQ(writer->error(),
-            "Block Location written twice on face 0 in Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(writer->writePrim(2, uv, std::size_t(Vpd::MaxRecordValues) + 1), *writer),
+            "Record of 16777217 values is too long for" + file);
+  EXPECT_EQ(refusal(writer->startBlock(0), *writer), "Block Location written twice on face 0 in" + file);
   EXPECT_FALSE(writer->writePrim(3, uv, 2));  // the refused start left no block current
-  EXPECT_FALSE(writer->startFace(0));
-  EXPECT_EQ(writer->error(), "Face 0 written twice in Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(writer->startFace(0), *writer), "Face 0 written twice in" + file);
   // Refusals do not spoil the file.
   ASSERT_TRUE(writer->close()) << writer->error();
-  EXPECT_FALSE(writer->close());
-  EXPECT_EQ(writer->error(), "Closed Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(writer->close(), *writer), "Closed" + file);
   EXPECT_FALSE(writer->startFace(1));
   auto reader = VpdReader::open(path);
   ASSERT_TRUE(reader);
@@ -337,31 +333,28 @@ TEST(VpdFile, WriterRefusesMisuseWithItsReasons) {
 TEST(VpdFile, InvalidHeadersAreRefused) {
   vrtest::TempDir dir;
   const std::string path = dir.file("bad.vpd");
-  struct Case {
-    Vpd::Header header;
-    std::string reason;
+  const auto header = [](std::vector<std::string> blocks, std::vector<std::string> keys = {},
+                         std::vector<int> faces = {}, int type = Vpd::SplinePrimitive) {
+    Vpd::Header h;
+    h.blockNames = std::move(blocks);
+    h.keyNames = std::move(keys);
+    h.faceIds = std::move(faces);
+    h.primType = static_cast<Vpd::PrimType>(type);
+    return h;
   };
-  std::vector<Case> cases(7);
-  cases[0].reason = "no block names";
-  cases[1].header.blockNames = {"a", "a"};
-  cases[1].reason = "duplicate block name \"a\"";
-  cases[2].header.blockNames = {""};
-  cases[2].reason = "empty block name";
-  cases[3].header.blockNames = {"a"};
-  cases[3].header.keyNames = {"k", "k"};
-  cases[3].reason = "duplicate key name \"k\"";
-  cases[4].header.blockNames = {"a"};
-  cases[4].header.faceIds = {4, 2, 4};
-  cases[4].reason = "duplicate face id 4";
-  cases[5].header.blockNames = {"a"};
-  cases[5].header.primType = static_cast<Vpd::PrimType>(9);
-  cases[5].reason = "unknown primitive type 9";
-  cases[6].header.blockNames = {std::string(70000, 'x')};
-  cases[6].reason = "block name too long";
-  for (const Case& c : cases) {
+  const std::pair<Vpd::Header, std::string> cases[] = {
+      {header({}), "no block names"},
+      {header({"a", "a"}), "duplicate block name \"a\""},
+      {header({""}), "empty block name"},
+      {header({"a"}, {"k", "k"}), "duplicate key name \"k\""},
+      {header({"a"}, {}, {4, 2, 4}), "duplicate face id 4"},
+      {header({"a"}, {}, {}, 9), "unknown primitive type 9"},
+      {header({std::string(70000, 'x')}), "block name too long"},
+  };
+  for (const auto& [h, reason] : cases) {
     std::string why;
-    EXPECT_FALSE(VpdWriter::open(path, c.header, &why));
-    EXPECT_EQ(why, Vpd::invalidHeaderMessage(path, c.reason));
+    EXPECT_FALSE(VpdWriter::open(path, h, &why));
+    EXPECT_EQ(why, Vpd::invalidHeaderMessage(path, reason));
   }
   EXPECT_TRUE(isEmptyDir(dir.path()));
 }
@@ -396,7 +389,7 @@ TEST(VpdFile, FailedOrAbandonedWritersLeaveNoFile) {
     ASSERT_TRUE(writer);
     ASSERT_TRUE(writer->startFace(0));
   }
-  EXPECT_EQ(readBytes(path), "keep me");
+  EXPECT_EQ(readText(path), "keep me");
   EXPECT_TRUE(onlyEntryIs(dir.path(), "p.vuv"));
 
   // A target that cannot be replaced: close fails and cleans up.
@@ -404,8 +397,7 @@ TEST(VpdFile, FailedOrAbandonedWritersLeaveNoFile) {
   std::filesystem::create_directories(taken + "/inside");
   auto blocked = openLocations(taken, {0}, &why);
   ASSERT_TRUE(blocked);
-  EXPECT_FALSE(blocked->close());
-  EXPECT_EQ(blocked->error(), "Failed to write Vorn point/primitive file: " + taken);
+  EXPECT_EQ(refusal(blocked->close(), *blocked), "Failed to write Vorn point/primitive file: " + taken);
   EXPECT_TRUE(std::filesystem::is_directory(taken));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()),
                           std::filesystem::directory_iterator()),
@@ -414,13 +406,11 @@ TEST(VpdFile, FailedOrAbandonedWritersLeaveNoFile) {
 
 TEST(VpdFile, TruncatedAtEveryLengthFailsWithItsMessage) {
   vrtest::TempDir dir;
-  const std::string whole = readBytes(writeSmallPointFile(dir));
+  const std::string whole = readText(writeSmallPointFile(dir));
   const std::string path = dir.file("cut.vuv");
   for (std::size_t length = 0; length < whole.size(); ++length) {
     writeBytes(path, whole.substr(0, length));
-    std::string why;
-    EXPECT_FALSE(VpdReader::open(path, &why)) << length;
-    EXPECT_EQ(why, "Truncated Vorn point/primitive file: " + path) << length;
+    EXPECT_EQ(openError(path), "Truncated Vorn point/primitive file: " + path) << length;
   }
   writeBytes(path, whole);
   EXPECT_TRUE(VpdReader::open(path));
@@ -428,33 +418,26 @@ TEST(VpdFile, TruncatedAtEveryLengthFailsWithItsMessage) {
 
 TEST(VpdFile, ForeignAndMissingFiles) {
   vrtest::TempDir dir;
-  std::string why;
   const std::string text = dir.write("notes.vuv", "# Vorn Palette File\nFileVersion 18\n");
-  EXPECT_FALSE(VpdReader::open(text, &why));
-  EXPECT_EQ(why, "Not a Vorn point/primitive file: " + text);
+  EXPECT_EQ(openError(text), "Not a Vorn point/primitive file: " + text);
   const std::string tiny = dir.write("tiny.vpd", "VP");
-  EXPECT_FALSE(VpdReader::open(tiny, &why));
-  EXPECT_EQ(why, "Not a Vorn point/primitive file: " + tiny);
-  const std::string missing = dir.file("missing.vpd");
-  EXPECT_FALSE(VpdReader::open(missing, &why));
-  EXPECT_EQ(why, "Cannot open Vorn point/primitive file: " + missing);
-  EXPECT_FALSE(VpdReader::open(dir.path(), &why));
-  EXPECT_EQ(why, "Cannot open Vorn point/primitive file: " + dir.path());
+  EXPECT_EQ(openError(tiny), "Not a Vorn point/primitive file: " + tiny);
+  EXPECT_EQ(openError(dir.file("missing.vpd")), "Cannot open Vorn point/primitive file: " + dir.file("missing.vpd"));
+  EXPECT_EQ(openError(dir.path()), "Cannot open Vorn point/primitive file: " + dir.path());
   // Without a place for the reason the answer is still null.
   EXPECT_FALSE(VpdReader::open(text));
 }
 
 TEST(VpdFile, VersionRules) {
   vrtest::TempDir dir;
-  const std::string original = readBytes(writeSmallPointFile(dir));
+  const std::string original = readText(writeSmallPointFile(dir));
   const std::string path = dir.file("v.vuv");
   std::string why;
 
   std::string major = original;
   major[8] = 2;
   writeBytes(path, major);
-  EXPECT_FALSE(VpdReader::open(path, &why));
-  EXPECT_EQ(why, "Unsupported Vorn point/primitive file version 2.0: " + path);
+  EXPECT_EQ(openError(path), "Unsupported Vorn point/primitive file version 2.0: " + path);
 
   // A later minor version may carry more header bytes; this reader skips them.
   std::string minor = original;
@@ -481,7 +464,7 @@ TEST(VpdFile, VersionRules) {
 
 TEST(VpdFile, AnyChangedHeaderOrIndexByteIsCaught) {
   vrtest::TempDir dir;
-  const std::string original = readBytes(writeSmallPointFile(dir));
+  const std::string original = readText(writeSmallPointFile(dir));
   const std::size_t headerSize = u32At(original, 12);
   const std::size_t indexOffset = static_cast<std::size_t>(u64At(original, 24));
   const std::string path = dir.file("flip.vuv");
@@ -494,8 +477,7 @@ TEST(VpdFile, AnyChangedHeaderOrIndexByteIsCaught) {
       std::string bytes = original;
       bytes[at] = static_cast<char>(bytes[at] ^ mask);
       writeBytes(path, bytes);
-      std::string why;
-      EXPECT_FALSE(VpdReader::open(path, &why)) << at;
+      const std::string why = openError(path);
       const bool known = std::find(texts.begin(), texts.end(), why) != texts.end() ||
                          why.rfind("Unsupported Vorn point/primitive file version ", 0) == 0;
       EXPECT_TRUE(known) << at << ": " << why;
@@ -505,7 +487,7 @@ TEST(VpdFile, AnyChangedHeaderOrIndexByteIsCaught) {
 
 TEST(VpdFile, HostileCountsAndOffsetsAreRefusedBeforeUse) {
   vrtest::TempDir dir;
-  const std::string original = readBytes(writeSmallPointFile(dir));
+  const std::string original = readText(writeSmallPointFile(dir));
   const std::string path = dir.file("hostile.vuv");
   const std::string damaged = "Damaged Vorn point/primitive file: " + path;
   const std::size_t index = static_cast<std::size_t>(u64At(original, 24));
@@ -534,15 +516,13 @@ TEST(VpdFile, HostileCountsAndOffsetsAreRefusedBeforeUse) {
       putU32At(bytes, edit.at, static_cast<std::uint32_t>(edit.value));
     reseal(bytes, u32At(original, 12), index);
     writeBytes(path, bytes);
-    std::string why;
-    EXPECT_FALSE(VpdReader::open(path, &why)) << edit.at;
-    EXPECT_EQ(why, damaged) << edit.at;
+    EXPECT_EQ(openError(path), damaged) << edit.at;
   }
 }
 
 TEST(VpdFile, DamagedRecordsFailWhenRead) {
   vrtest::TempDir dir;
-  const std::string original = readBytes(writeSmallPointFile(dir));
+  const std::string original = readText(writeSmallPointFile(dir));
   const std::size_t first = u32At(original, 12);  // face 3's first record
   const std::string path = dir.file("records.vuv");
   for (std::uint32_t count : {6u, 4u, 0xFFFFFFFFu}) {
@@ -560,8 +540,7 @@ TEST(VpdFile, DamagedRecordsFailWhenRead) {
     EXPECT_LT(read, 5) << count;
     EXPECT_EQ(reader->error(), "Damaged Vorn point/primitive file: " + path) << count;
     ASSERT_TRUE(reader->findBlock(0));
-    EXPECT_FALSE(reader->findPrim(4, values));
-    EXPECT_EQ(reader->error(), "Damaged Vorn point/primitive file: " + path) << count;
+    EXPECT_EQ(refusal(reader->findPrim(4, values), *reader), "Damaged Vorn point/primitive file: " + path) << count;
     // The other face is untouched.
     EXPECT_EQ(readBlock(*reader, 1, 0), locations(1, 5));
   }
@@ -574,6 +553,5 @@ TEST(VpdFile, FileShortenedAfterOpeningFailsOnRead) {
   ASSERT_TRUE(reader);
   std::filesystem::resize_file(path, 70);
   ASSERT_TRUE(reader->findFace(3));
-  EXPECT_FALSE(reader->findBlock(0));
-  EXPECT_EQ(reader->error(), "Truncated Vorn point/primitive file: " + path);
+  EXPECT_EQ(refusal(reader->findBlock(0), *reader), "Truncated Vorn point/primitive file: " + path);
 }

@@ -173,7 +173,7 @@ std::string readOne(const std::string& text, vrtest::CaptureLogger& log) {
 
 // Runs the mutants of one file; the failures, one line each.
 std::vector<std::string> mutateFile(const std::string& name, int perKind) {
-  const std::string text = readText(std::string(VORN_SOURCE_DIR) + "/examples/" + name);
+  const std::string text = readText(vrtest::examplePath(name));
   EXPECT_FALSE(text.empty()) << name;
   if (text.empty()) return {};
   vrtest::CaptureLogger log;
@@ -205,20 +205,16 @@ TEST(CollectionFileMutation, UndamagedExamplesReadWriteAndReadBack) {
   vrtest::CaptureLogger log;
   FileVersionGuard guard;
   for (const char* name : {"hairs.vorn", "groom.vorn"}) {
-    const std::string text = readText(std::string(VORN_SOURCE_DIR) + "/examples/" + name);
-    EXPECT_EQ(readOne(text, log), "") << name;
+    EXPECT_EQ(readOne(readText(vrtest::examplePath(name)), log), "") << name;
     EXPECT_TRUE(log.errors().empty()) << name;
   }
 }
 
-TEST(CollectionFileMutation, HairsSurvivesRandomDamage) {
-  const auto failures = mutateFile("hairs.vorn", 25);
-  EXPECT_TRUE(failures.empty()) << report(failures);
-}
-
-TEST(CollectionFileMutation, GroomSurvivesRandomDamage) {
-  const auto failures = mutateFile("groom.vorn", 25);
-  EXPECT_TRUE(failures.empty()) << report(failures);
+TEST(CollectionFileMutation, ExamplesSurviveRandomDamage) {
+  for (const char* name : {"hairs.vorn", "groom.vorn"}) {
+    const auto failures = mutateFile(name, 25);
+    EXPECT_TRUE(failures.empty()) << report(failures);
+  }
 }
 
 // Texts cut short where a block has begun but its reader meets the end of the file: each must

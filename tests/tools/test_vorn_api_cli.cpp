@@ -1,8 +1,8 @@
 // The scripting commands of the `vorn` tool: `api` (facade calls read from a script) and `eval`
 // (an attribute's expression at a location), run as a separate process.
 
+#include "support/CliExpect.h"
 #include "support/Examples.h"
-#include "support/RunCommand.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,9 @@
 #include <sstream>
 #include <string>
 
+using vrtest::ran;
 using vrtest::runCommand;
+using vrtest::vorn;
 using vrtest::vornCli;
 
 namespace {
@@ -22,9 +24,7 @@ namespace {
 const std::string hairsFile = vrtest::examplePath("hairs.vorn");
 const std::string groomFile = vrtest::examplePath("groom.vorn");
 
-// One shell word, whatever it holds.
 std::string q(const std::string& text) { return vrtest::shellWord(text); }
-using vrtest::vorn;
 
 // Writes the script into the folder and runs `vorn api` on it.
 vrtest::CommandResult api(const vrtest::TempDir& dir, const std::string& script) {
@@ -64,8 +64,7 @@ TEST(VornCliApi, BuildsExportsAndReimportsACollection) {
                          "fxModules made hair\n"
                          "objects made hair on\n"
                          "exportPalette made " + saved + "\n");
-  EXPECT_EQ(build.exitCode, 0) << build.output;
-  EXPECT_EQ(build.output,
+  EXPECT_TRUE(ran(build, 0,
             "hair\n"
             "true\n"
             "true\n"
@@ -73,11 +72,9 @@ TEST(VornCliApi, BuildsExportsAndReimportsACollection) {
             "wobble\n"
             "wobble\n"
             "SplinePrimitive RandomGenerator RendermanRenderer GLRenderer\n"
-            "true\n");
+            "true\n"));
 
-  const auto check = vorn("check " + q(saved));
-  EXPECT_EQ(check.exitCode, 0);
-  EXPECT_EQ(check.output, "ok: made: 1 descriptions\n");
+  EXPECT_TRUE(ran(vorn("check " + q(saved)), 0, "ok: made: 1 descriptions\n"));
 
   // A second process reads the file back into a name space: every name carries it.
   const auto reread = api(dir,
@@ -89,8 +86,7 @@ TEST(VornCliApi, BuildsExportsAndReimportsACollection) {
                           "fxModules other:made other:hair\n"
                           "fxModuleType other:made other:hair other:wobble\n"
                           "getActive other:made other:hair Renderer\n");
-  EXPECT_EQ(reread.exitCode, 0) << reread.output;
-  EXPECT_EQ(reread.output,
+  EXPECT_TRUE(ran(reread, 0,
             "other:made\n"
             "other:made\n"
             "other:hair\n"
@@ -98,7 +94,7 @@ TEST(VornCliApi, BuildsExportsAndReimportsACollection) {
             "0.25\n"
             "other:wobble\n"
             "NoiseFXModule\n"
-            "RendermanRenderer\n");
+            "RendermanRenderer\n"));
 }
 
 TEST(VornCliApi, FailedCallsReportAndTheScriptGoesOn) {
@@ -115,8 +111,7 @@ TEST(VornCliApi, FailedCallsReportAndTheScriptGoesOn) {
                        "boundFaces hairs one pPlaneShape1 off\n"
                        "boundFaces hairs one nowhere off\n"
                        "palettes\n");
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.output,
+  EXPECT_TRUE(ran(run, 1,
             "hairs\n"
             // Messages sent during a call come before its result.
             "error: rTriedToImportDuplicate " + hairsFile + "\n"
@@ -134,12 +129,11 @@ TEST(VornCliApi, FailedCallsReportAndTheScriptGoesOn) {
             "0 1\n"
             "error: rCouldNotReturnBoundFaceNotFound hairs one nowhere\n"
             "\n"
-            "hairs\n");
+            "hairs\n"));
 
   // Without a failed call the status is 0.
   const auto clean = api(dir, "importPalette " + hairsFile + " \"\" \"\"\nattrExists colour hairs one Noise\n");
-  EXPECT_EQ(clean.exitCode, 0);
-  EXPECT_EQ(clean.output, "hairs\nfalse\n");
+  EXPECT_TRUE(ran(clean, 0, "hairs\nfalse\n"));
 }
 
 TEST(VornCliApi, RefusedLinesCallNothing) {
@@ -156,8 +150,7 @@ TEST(VornCliApi, RefusedLinesCallNothing) {
                        "createPalette \"never\n"
                        "createPalette \"after all\"\n"
                        "palettes\n");
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.output,
+  EXPECT_TRUE(ran(run, 1,
             "true\n"
             "vorn: line 2: unknown function \"bogus\"\n"
             "vorn: line 3: getAttr takes 4 arguments, got 1\n"
@@ -168,11 +161,9 @@ TEST(VornCliApi, RefusedLinesCallNothing) {
             "vorn: line 8: objects: argument 3 must be true, false, 1, 0, on or off, not \"maybe\"\n"
             "vorn: line 9: unterminated quote\n"
             "true\n"
-            "after all kept\n");
+            "after all kept\n"));
 
-  const auto unknownOnly = api(dir, "nothing\n");
-  EXPECT_EQ(unknownOnly.exitCode, 1);
-  EXPECT_EQ(unknownOnly.output, "vorn: line 1: unknown function \"nothing\"\n");
+  EXPECT_TRUE(ran(api(dir, "nothing\n"), 1, "vorn: line 1: unknown function \"nothing\"\n"));
 }
 
 TEST(VornCliApi, QuotesKeepBlanksAndEscapes) {
@@ -183,13 +174,12 @@ TEST(VornCliApi, QuotesKeepBlanksAndEscapes) {
                        "setAttr custom_float_text \"say \\\"hi\\\" \\\\ there \\n\" q hair \"\"\n"
                        "getAttr custom_float_text q hair \"\"\n"
                        "stripNameSpace   \t ns:\"two words\"   \n");
-  EXPECT_EQ(run.exitCode, 0) << run.output;
-  EXPECT_EQ(run.output,
+  EXPECT_TRUE(ran(run, 0,
             "hair\n"
             "true\n"
             "true\n"
             "say \"hi\" \\ there \\n\n"
-            "two words\n");
+            "two words\n"));
 }
 
 TEST(VornCliApi, EveryFacadeFunctionIsCallable) {
@@ -236,49 +226,36 @@ TEST(VornCliApi, EveryFacadeFunctionIsCallable) {
 }
 
 TEST(VornCliApi, ReadsStandardInput) {
-  const auto run = runCommand("printf '%s\\n' 'createPalette piped' '# note' 'palettes' 'getMessageLevel warning' | " +
-                              vornCli() + " api -");
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_EQ(run.output, "true\npiped\n2\n");
+  EXPECT_TRUE(ran(runCommand("printf '%s\\n' 'createPalette piped' '# note' 'palettes' 'getMessageLevel warning' | " +
+                             vornCli() + " api -"),
+                  0, "true\npiped\n2\n"));
 
-  const auto failing = runCommand("printf 'deletePalette nothing\\nversion extra\\n' | " + vornCli() + " api -");
-  EXPECT_EQ(failing.exitCode, 1);
-  EXPECT_EQ(failing.output,
-            "error: rCouldNotDeleteCollection nothing\n"
-            "false\n"
-            "vorn: line 2: version takes 0 arguments, got 1\n");
+  EXPECT_TRUE(ran(runCommand("printf 'deletePalette nothing\\nversion extra\\n' | " + vornCli() + " api -"), 1,
+                  "error: rCouldNotDeleteCollection nothing\n"
+                  "false\n"
+                  "vorn: line 2: version takes 0 arguments, got 1\n"));
 }
 
 TEST(VornCliApi, MissingScriptAndUsage) {
   vrtest::TempDir dir;
-  const auto missing = vorn("api " + q(dir.file("none.api")));
-  EXPECT_EQ(missing.exitCode, 1);
-  EXPECT_EQ(missing.output, "vorn: no such file: " + dir.file("none.api") + "\n");
-  const auto folder = vorn("api " + q(dir.path()));
-  EXPECT_EQ(folder.exitCode, 1);
-  EXPECT_EQ(folder.output, "vorn: is a folder, not a script: " + dir.path() + "\n");
+  EXPECT_TRUE(ran(vorn("api " + q(dir.file("none.api"))), 1, "vorn: no such file: " + dir.file("none.api") + "\n"));
+  EXPECT_TRUE(ran(vorn("api " + q(dir.path())), 1, "vorn: is a folder, not a script: " + dir.path() + "\n"));
   EXPECT_EQ(vorn("api").exitCode, 2);
   EXPECT_EQ(vorn("api a b").exitCode, 2);
 
   // An empty script, or one of comments only, calls nothing and succeeds.
-  const auto empty = api(dir, "\n   \n# nothing to do\n");
-  EXPECT_EQ(empty.exitCode, 0);
-  EXPECT_EQ(empty.output, "");
+  EXPECT_TRUE(ran(api(dir, "\n   \n# nothing to do\n"), 0, ""));
 }
 
 // ---------------------------------------------------------------------------------------------
 
 TEST(VornCliEval, ConstantsAndLocations) {
   vrtest::TempDir dir;
-  const auto six = evalSpline(hairsWith(dir, "width", "2*3"), "width");
-  EXPECT_EQ(six.exitCode, 0) << six.output;
-  EXPECT_EQ(six.output, "6\n");
+  EXPECT_TRUE(ran(evalSpline(hairsWith(dir, "width", "2*3"), "width"), 0, "6\n"));
 
   // The value as written in the file, through the other objects a description holds.
   EXPECT_EQ(evalSpline(hairsFile, "taper").output, "0.80000000000000004\n");
-  const auto noise = vorn("eval " + q(hairsFile) + " one Noise magnitude");
-  EXPECT_EQ(noise.exitCode, 0);
-  EXPECT_EQ(noise.output, "0.20000000000000001\n");
+  EXPECT_TRUE(ran(vorn("eval " + q(hairsFile) + " one Noise magnitude"), 0, "0.20000000000000001\n"));
   EXPECT_EQ(vorn("eval " + q(hairsFile) + " one Description averageWidth").output, "1\n");
   EXPECT_EQ(vorn("eval " + q(hairsFile) + " one RandomGenerator density").output, "250\n");
 
@@ -289,9 +266,8 @@ TEST(VornCliEval, ConstantsAndLocations) {
 }
 
 TEST(VornCliEval, VectorsPrintThreeNumbers) {
-  const auto tint = vorn("eval " + q(groomFile) + " scalp SplinePrimitive custom_color_tint");
-  EXPECT_EQ(tint.exitCode, 0) << tint.output;
-  EXPECT_EQ(tint.output, "0.80000000000000004 0.59999999999999998 0.40000000000000002\n");
+  EXPECT_TRUE(ran(vorn("eval " + q(groomFile) + " scalp SplinePrimitive custom_color_tint"), 0,
+                  "0.80000000000000004 0.59999999999999998 0.40000000000000002\n"));
 }
 
 TEST(VornCliEval, RandIsFixedByTheLocation) {
@@ -322,28 +298,24 @@ TEST(VornCliEval, FrameOption) {
 
 TEST(VornCliEval, FailuresSayWhy) {
   vrtest::TempDir dir;
-  const auto invalid = evalSpline(hairsWith(dir, "width", "$nope + 1"), "width");
-  EXPECT_EQ(invalid.exitCode, 1);
-  EXPECT_EQ(invalid.output,
-            "error: Error in expression \"one::width\". [$nope + 1]\n"
-            "Error: No variable named $nope.\n");
+  EXPECT_TRUE(ran(evalSpline(hairsWith(dir, "width", "$nope + 1"), "width"), 1,
+                  "error: Error in expression \"one::width\". [$nope + 1]\n"
+                  "Error: No variable named $nope.\n"));
   const auto broken = evalSpline(hairsWith(dir, "taper", "bogus("), "taper");
   EXPECT_EQ(broken.exitCode, 1);
   EXPECT_EQ(broken.output.rfind("error: Error in expression \"one::taper\". [bogus(]\nError: ", 0), 0u)
       << broken.output;
 
-  const auto description = vorn("eval " + q(hairsFile) + " two SplinePrimitive length");
-  EXPECT_EQ(description.exitCode, 1);
-  EXPECT_EQ(description.output, "vorn: no description \"two\" in collection \"hairs\"\n");
-  const auto object = vorn("eval " + q(hairsFile) + " one CutFXModule length");
-  EXPECT_EQ(object.exitCode, 1);
-  EXPECT_EQ(object.output, "vorn: no object or FX module \"CutFXModule\" in description \"one\"\n");
-  const auto attribute = evalSpline(hairsFile, "colour");
-  EXPECT_EQ(attribute.exitCode, 1);
-  EXPECT_EQ(attribute.output, "vorn: object \"SplinePrimitive\" of description \"one\" has no attribute \"colour\"\n");
-  const auto missing = vorn("eval " + q(dir.file("none.vorn")) + " one SplinePrimitive length");
-  EXPECT_EQ(missing.exitCode, 1);
-  EXPECT_EQ(missing.output, "vorn: no such file: " + dir.file("none.vorn") + "\n");
+  const std::pair<std::string, std::string> failures[] = {
+      {q(hairsFile) + " two SplinePrimitive length", "vorn: no description \"two\" in collection \"hairs\"\n"},
+      {q(hairsFile) + " one CutFXModule length",
+       "vorn: no object or FX module \"CutFXModule\" in description \"one\"\n"},
+      {q(hairsFile) + " one SplinePrimitive colour",
+       "vorn: object \"SplinePrimitive\" of description \"one\" has no attribute \"colour\"\n"},
+      {q(dir.file("none.vorn")) + " one SplinePrimitive length", "vorn: no such file: " + dir.file("none.vorn") + "\n"},
+  };
+  for (const auto& [arguments, message] : failures)
+    EXPECT_TRUE(ran(vorn("eval " + arguments), 1, message)) << arguments;
 
   EXPECT_EQ(vorn("eval " + q(hairsFile) + " one SplinePrimitive").exitCode, 2);
   EXPECT_EQ(evalSpline(hairsFile, "length", "--face x").exitCode, 2);

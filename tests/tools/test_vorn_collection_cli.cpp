@@ -1,8 +1,8 @@
 // The collection file commands of the `vorn` tool (check, ls, get, set, resave), run as a
 // separate process on the bundled examples and on broken copies of them.
 
+#include "support/CliExpect.h"
 #include "support/Examples.h"
-#include "support/RunCommand.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,11 @@
 #include <sstream>
 #include <string>
 
+using vrtest::ran;
+using vrtest::ranWith;
+using vrtest::readText;
 using vrtest::runCommand;
+using vrtest::vorn;
 using vrtest::vornCli;
 
 namespace {
@@ -20,13 +24,13 @@ namespace {
 const std::string hairsFile = vrtest::examplePath("hairs.vorn");
 const std::string groomFile = vrtest::examplePath("groom.vorn");
 
-// One shell word, whatever it holds.
 std::string q(const std::string& text) { return vrtest::shellWord(text); }
-using vrtest::vorn;
-
-using vrtest::readText;
-
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// A command line and what it answers: a value, or a message.
+struct Case {
+  std::string arguments, answer;
+};
 
 const char* const hairsListing =
     "collection: hairs\n"
@@ -90,12 +94,8 @@ const char* const browsListing =
 }  // namespace
 
 TEST(VornCliCheck, BundledExamplesAreSound) {
-  const auto hairs = vorn("check " + q(hairsFile));
-  EXPECT_EQ(hairs.exitCode, 0);
-  EXPECT_EQ(hairs.output, "ok: hairs: 1 descriptions\n");
-  const auto groom = vorn("check " + q(groomFile));
-  EXPECT_EQ(groom.exitCode, 0);
-  EXPECT_EQ(groom.output, "ok: groom: 2 descriptions\n");
+  EXPECT_TRUE(ran(vorn("check " + q(hairsFile)), 0, "ok: hairs: 1 descriptions\n"));
+  EXPECT_TRUE(ran(vorn("check " + q(groomFile)), 0, "ok: groom: 2 descriptions\n"));
 }
 
 TEST(VornCliCheck, BrokenFilesFailWithTheReason) {
@@ -124,40 +124,28 @@ TEST(VornCliCheck, BrokenFilesFailWithTheReason) {
   };
   for (const Case& c : cases) {
     const std::string path = dir.write(c.name, c.content);
+    SCOPED_TRACE(c.name);
     const auto result = vorn("check " + q(path));
-    EXPECT_EQ(result.exitCode, 1) << c.name << "\n" << result.output;
-    EXPECT_TRUE(contains(result.output, c.message)) << c.name << "\n" << result.output;
+    EXPECT_TRUE(ranWith(result, 1, c.message));
     EXPECT_TRUE(contains(result.output, "vorn: cannot read a collection from " + path)) << result.output;
-    EXPECT_FALSE(contains(result.output, "ok:")) << c.name;
+    EXPECT_FALSE(contains(result.output, "ok:"));
   }
 }
 
 TEST(VornCliCheck, MissingFileAndFolderFail) {
   vrtest::TempDir dir;
-  const auto missing = vorn("check " + q(dir.file("absent.vorn")));
-  EXPECT_EQ(missing.exitCode, 1);
-  EXPECT_EQ(missing.output, "vorn: no such file: " + dir.file("absent.vorn") + "\n");
-  const auto folder = vorn("check " + q(dir.path()));
-  EXPECT_EQ(folder.exitCode, 1);
-  EXPECT_EQ(folder.output, "vorn: is a folder, not a collection file: " + dir.path() + "\n");
+  EXPECT_TRUE(
+      ran(vorn("check " + q(dir.file("absent.vorn"))), 1, "vorn: no such file: " + dir.file("absent.vorn") + "\n"));
+  EXPECT_TRUE(ran(vorn("check " + q(dir.path())), 1, "vorn: is a folder, not a collection file: " + dir.path() + "\n"));
 }
 
-TEST(VornCliLs, ListsEveryDescriptionInFull) {
-  const auto hairs = vorn("ls " + q(hairsFile));
-  EXPECT_EQ(hairs.exitCode, 0);
-  EXPECT_EQ(hairs.output, hairsListing);
-  const auto groom = vorn("ls " + q(groomFile));
-  EXPECT_EQ(groom.exitCode, 0);
-  EXPECT_EQ(groom.output, std::string("collection: groom\ndescriptions: 2\n") + scalpListing + browsListing);
-}
-
-TEST(VornCliLs, NamedDescriptionOnly) {
-  const auto brows = vorn("ls " + q(groomFile) + " brows");
-  EXPECT_EQ(brows.exitCode, 0);
-  EXPECT_EQ(brows.output, std::string("collection: groom\ndescriptions: 2\n") + browsListing);
-  const auto unknown = vorn("ls " + q(groomFile) + " beard");
-  EXPECT_EQ(unknown.exitCode, 1);
-  EXPECT_EQ(unknown.output, "vorn: no description \"beard\" in collection \"groom\"\n");
+TEST(VornCliLs, ListsEveryDescriptionOrTheNamedOne) {
+  const std::string groomHead = "collection: groom\ndescriptions: 2\n";
+  EXPECT_TRUE(ran(vorn("ls " + q(hairsFile)), 0, hairsListing));
+  EXPECT_TRUE(ran(vorn("ls " + q(groomFile)), 0, groomHead + scalpListing + browsListing));
+  EXPECT_TRUE(ran(vorn("ls " + q(groomFile) + " brows"), 0, groomHead + browsListing));
+  EXPECT_TRUE(
+      ran(vorn("ls " + q(groomFile) + " beard"), 1, "vorn: no description \"beard\" in collection \"groom\"\n"));
 }
 
 TEST(VornCliLs, UnwritableStandardOutputIsAFailure) {
@@ -168,9 +156,6 @@ TEST(VornCliLs, UnwritableStandardOutputIsAFailure) {
 }
 
 TEST(VornCliGet, EveryLevelOfAddress) {
-  struct Case {
-    std::string arguments, value;
-  };
   const Case cases[] = {
       {"name", "groom"},
       {"vrDataPath", "/proj/groom/maps/;/proj/shared/"},
@@ -187,17 +172,11 @@ TEST(VornCliGet, EveryLevelOfAddress) {
       {"mask scalp Clumping", "map('${DESC}/clumpMask')"},
       {"active scalp Cut", "false"},
   };
-  for (const Case& c : cases) {
-    const auto result = vorn("get " + q(groomFile) + " " + c.arguments);
-    EXPECT_EQ(result.exitCode, 0) << c.arguments << "\n" << result.output;
-    EXPECT_EQ(result.output, c.value + "\n") << c.arguments;
-  }
+  for (const Case& c : cases)
+    EXPECT_TRUE(ran(vorn("get " + q(groomFile) + " " + c.arguments), 0, c.answer + "\n")) << c.arguments;
 }
 
 TEST(VornCliGet, MissingPartsAreNamed) {
-  struct Case {
-    std::string arguments, message;
-  };
   const Case cases[] = {
       {"noSuchAttr", "vorn: collection \"groom\" has no attribute \"noSuchAttr\"\n"},
       {"minDensity beard", "vorn: no description \"beard\" in collection \"groom\"\n"},
@@ -210,21 +189,17 @@ TEST(VornCliGet, MissingPartsAreNamed) {
       {"noSuchAttr scalp SplinePrimitive",
        "vorn: object \"SplinePrimitive\" of description \"scalp\" has no attribute \"noSuchAttr\"\n"},
   };
-  for (const Case& c : cases) {
-    const auto result = vorn("get " + q(groomFile) + " " + c.arguments);
-    EXPECT_EQ(result.exitCode, 1) << c.arguments;
-    EXPECT_EQ(result.output, c.message) << c.arguments;
-  }
+  for (const Case& c : cases)
+    EXPECT_TRUE(ran(vorn("get " + q(groomFile) + " " + c.arguments), 1, c.answer)) << c.arguments;
 }
 
 TEST(VornCliSet, SetThenGetRoundTripsThroughAnOutputFile) {
   vrtest::TempDir dir;
   const std::string out = dir.file("edited.vorn");
   const std::string original = readText(hairsFile);
-  struct Case {
+  const struct {
     std::string attribute, value, address;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"magnitude", "-1.5", "one Noise"},
       {"length", "2.0*rand() + 1", "one SplinePrimitive"},
       {"minDensity", "0.25", "one"},
@@ -232,39 +207,31 @@ TEST(VornCliSet, SetThenGetRoundTripsThroughAnOutputFile) {
       {"vrDataPath", "/elsewhere/maps/", "Palette"},
       {"mask", "map('${DESC}/a b')", "one Noise"},
   };
-  for (const Case& c : cases) {
-    const auto set = vorn("set " + q(hairsFile) + " " + c.attribute + " " + q(c.value) + " " + c.address +
-                          " -o " + q(out));
-    ASSERT_EQ(set.exitCode, 0) << c.attribute << "\n" << set.output;
-    EXPECT_EQ(set.output, "") << c.attribute;
-    const auto get = vorn("get " + q(out) + " " + c.attribute + " " + c.address);
-    EXPECT_EQ(get.exitCode, 0) << c.attribute;
-    EXPECT_EQ(get.output, c.value + "\n") << c.attribute;
-    // Nothing else moved.
-    EXPECT_EQ(vorn("ls " + q(out)).output, hairsListing) << c.attribute;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.attribute);
+    ASSERT_TRUE(ran(
+        vorn("set " + q(hairsFile) + " " + c.attribute + " " + q(c.value) + " " + c.address + " -o " + q(out)), 0, ""));
+    EXPECT_TRUE(ran(vorn("get " + q(out) + " " + c.attribute + " " + c.address), 0, c.value + "\n"));
+    EXPECT_EQ(vorn("ls " + q(out)).output, hairsListing);  // nothing else moved
   }
   EXPECT_EQ(readText(hairsFile), original);
-  const auto source = vorn("get " + q(hairsFile) + " magnitude one Noise");
-  EXPECT_EQ(source.output, "0.2\n");
+  EXPECT_EQ(vorn("get " + q(hairsFile) + " magnitude one Noise").output, "0.2\n");
 }
 
 TEST(VornCliSet, RenamingADescriptionTakesItsPatchesAlong) {
   vrtest::TempDir dir;
   const std::string out = dir.file("renamed.vorn");
   ASSERT_EQ(vorn("set " + q(groomFile) + " name beard brows -o " + q(out)).exitCode, 0);
-  const auto listing = vorn("ls " + q(out) + " beard");
-  EXPECT_EQ(listing.exitCode, 0) << listing.output;
   std::string expected = std::string("collection: groom\ndescriptions: 2\n") + browsListing;
   expected.replace(expected.find("description: brows"), 18, "description: beard");
-  EXPECT_EQ(listing.output, expected);
+  EXPECT_TRUE(ran(vorn("ls " + q(out) + " beard"), 0, expected));
   EXPECT_EQ(vorn("ls " + q(out) + " brows").exitCode, 1);
 }
 
 TEST(VornCliSet, WithoutOutputWritesBackInPlace) {
   vrtest::TempDir dir;
   const std::string path = dir.write("groom.vorn", readText(groomFile));
-  const auto set = vorn("set " + q(path) + " density 900.5 scalp RandomGenerator");
-  ASSERT_EQ(set.exitCode, 0) << set.output;
+  ASSERT_TRUE(ran(vorn("set " + q(path) + " density 900.5 scalp RandomGenerator"), 0, ""));
   EXPECT_EQ(vorn("get " + q(path) + " density scalp RandomGenerator").output, "900.5\n");
   EXPECT_EQ(vorn("get " + q(path) + " density brows UniformGenerator").output, "40.0\n");
   // The write went through a temporary file that is gone now.
@@ -276,32 +243,23 @@ TEST(VornCliSet, WithoutOutputWritesBackInPlace) {
   EXPECT_EQ(entries, 1);
 }
 
-TEST(VornCliSet, UnknownAttributeIsKeptWithAWarning) {
+// An unknown attribute is kept and a value the object cannot parse is stored as it parses it,
+// each with a warning.
+TEST(VornCliSet, UnknownAttributesAndUnparsedValuesWarn) {
   vrtest::TempDir dir;
   const std::string out = dir.file("out.vorn");
-  const auto set = vorn("set " + q(hairsFile) + " stiffness 0.7 one Noise -o " + q(out));
-  EXPECT_EQ(set.exitCode, 0);
-  EXPECT_EQ(set.output,
-            "vorn: warning: \"stiffness\" is not a known attribute of FX module \"Noise\" of description "
-            "\"one\"; adding it\n");
+  EXPECT_TRUE(ran(vorn("set " + q(hairsFile) + " stiffness 0.7 one Noise -o " + q(out)), 0,
+                  "vorn: warning: \"stiffness\" is not a known attribute of FX module \"Noise\" of description "
+                  "\"one\"; adding it\n"));
   EXPECT_EQ(vorn("get " + q(out) + " stiffness one Noise").output, "0.7\n");
-}
-
-TEST(VornCliSet, ValueTheObjectCannotParseIsReported) {
-  vrtest::TempDir dir;
-  const std::string out = dir.file("out.vorn");
-  const auto set = vorn("set " + q(hairsFile) + " lodFlag maybe one -o " + q(out));
-  EXPECT_EQ(set.exitCode, 0);
-  EXPECT_EQ(set.output, "vorn: warning: \"lodFlag\" of description \"one\" was stored as \"false\"\n");
+  EXPECT_TRUE(ran(vorn("set " + q(hairsFile) + " lodFlag maybe one -o " + q(out)), 0,
+                  "vorn: warning: \"lodFlag\" of description \"one\" was stored as \"false\"\n"));
   EXPECT_EQ(vorn("get " + q(out) + " lodFlag one").output, "false\n");
 }
 
 TEST(VornCliSet, FailuresWriteNothing) {
   vrtest::TempDir dir;
   const std::string out = dir.file("out.vorn");
-  struct Case {
-    std::string arguments, message;
-  };
   const Case cases[] = {
       {"magnitude 1 one Wind", "vorn: no object or FX module \"Wind\" in description \"one\"\n"},
       {"density 1 one UniformGenerator",
@@ -319,10 +277,10 @@ TEST(VornCliSet, FailuresWriteNothing) {
        "collection\n"},
   };
   for (const Case& c : cases) {
-    const auto result = runCommand("bash -c " + q(vornCli() + " set " + q(hairsFile) + " " + c.arguments +
-                                                  " -o " + q(out)));
-    EXPECT_EQ(result.exitCode, 1) << c.arguments;
-    EXPECT_EQ(result.output, c.message) << c.arguments;
+    EXPECT_TRUE(
+        ran(runCommand("bash -c " + q(vornCli() + " set " + q(hairsFile) + " " + c.arguments + " -o " + q(out))), 1,
+            c.answer))
+        << c.arguments;
     EXPECT_FALSE(std::filesystem::exists(out)) << c.arguments;
   }
 }
@@ -330,9 +288,8 @@ TEST(VornCliSet, FailuresWriteNothing) {
 TEST(VornCliSet, UnwritableOutputFails) {
   vrtest::TempDir dir;
   const std::string plain = dir.write("plain", "not a folder");
-  const auto result = vorn("set " + q(hairsFile) + " minDensity 0.5 one -o " + q(plain + "/out.vorn"));
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_TRUE(contains(result.output, "vorn: could not save " + plain + "/out.vorn\n")) << result.output;
+  EXPECT_TRUE(ranWith(vorn("set " + q(hairsFile) + " minDensity 0.5 one -o " + q(plain + "/out.vorn")), 1,
+                      "vorn: could not save " + plain + "/out.vorn\n"));
   EXPECT_EQ(readText(plain), "not a folder");
 }
 
@@ -340,14 +297,10 @@ TEST(VornCliResave, OutputReadsBackWithTheSameLayout) {
   vrtest::TempDir dir;
   for (const std::string& source : {hairsFile, groomFile}) {
     const std::string out = dir.file("resaved.vorn");
-    const auto resave = vorn("resave " + q(source) + " " + q(out));
-    ASSERT_EQ(resave.exitCode, 0) << resave.output;
-    EXPECT_EQ(resave.output, "");
+    ASSERT_TRUE(ran(vorn("resave " + q(source) + " " + q(out)), 0, ""));
     EXPECT_EQ(vorn("check " + q(out)).exitCode, 0);
     const auto before = vorn("ls " + q(source));
-    const auto after = vorn("ls " + q(out));
-    EXPECT_EQ(after.exitCode, 0);
-    EXPECT_EQ(before.output, after.output) << source;
+    EXPECT_TRUE(ran(vorn("ls " + q(out)), 0, before.output)) << source;
     // A second generation is the same again.
     const std::string again = dir.file("again.vorn");
     ASSERT_EQ(vorn("resave " + q(out) + " " + q(again)).exitCode, 0);
@@ -357,8 +310,9 @@ TEST(VornCliResave, OutputReadsBackWithTheSameLayout) {
   const std::string out = dir.file("groom.vorn");
   ASSERT_EQ(vorn("resave " + q(groomFile) + " " + q(out)).exitCode, 0);
   const std::string written = readText(out);
-  EXPECT_TRUE(contains(written, "\nMapTextures\n\tRandomGenerator\tdensity\t${DESC}/density\n"
-                                "\tClumping\tmask\t${DESC}/clumpMask\n\tendAttrs\n"))
+  EXPECT_TRUE(contains(written,
+                       "\nMapTextures\n\tRandomGenerator\tdensity\t${DESC}/density\n"
+                       "\tClumping\tmask\t${DESC}/clumpMask\n\tendAttrs\n"))
       << written;
   for (const char* address : {"custom_float_globalLength", "vrDataPath", "strayPercentage scalp",
                               "custom_color_tint scalp SplinePrimitive", "mask scalp Clumping",
@@ -372,9 +326,8 @@ TEST(VornCliResave, OutputReadsBackWithTheSameLayout) {
 TEST(VornCliResave, UnreadableInputWritesNothing) {
   vrtest::TempDir dir;
   const std::string broken = dir.write("broken.vorn", "FileVersion 18\nPalette\n\tname\tx\n");
-  const auto result = vorn("resave " + q(broken) + " " + q(dir.file("out.vorn")));
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_TRUE(contains(result.output, "The Palette block ends before its endAttrs line.")) << result.output;
+  EXPECT_TRUE(ranWith(vorn("resave " + q(broken) + " " + q(dir.file("out.vorn"))), 1,
+                      "The Palette block ends before its endAttrs line."));
   EXPECT_FALSE(std::filesystem::exists(dir.file("out.vorn")));
 }
 

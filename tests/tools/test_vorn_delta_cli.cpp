@@ -2,7 +2,7 @@
 // through `vorn api`, run as a separate process on the bundled examples.
 
 #include "support/Examples.h"
-#include "support/RunCommand.h"
+#include "support/CliExpect.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +10,8 @@
 #include <filesystem>
 #include <string>
 
+using vrtest::ran;
+using vrtest::ranWith;
 using vrtest::runCommand;
 using vrtest::vornCli;
 
@@ -45,9 +47,7 @@ TEST(VornCliDelta, CreateAndApplyRoundTrip) {
   vrtest::TempDir dir;
   const std::string changed = edited(dir, hairsFile, "dense.vorn", "density 300.0 one RandomGenerator");
   const std::string delta = dir.file("dense.delta");
-  const auto create = vorn("delta create " + q(hairsFile) + " " + q(changed) + " " + q(delta));
-  EXPECT_EQ(create.exitCode, 0) << create.output;
-  EXPECT_EQ(create.output, "");
+  EXPECT_TRUE(ran(vorn("delta create " + q(hairsFile) + " " + q(changed) + " " + q(delta)), 0, ""));
   const std::string text = vrtest::readText(delta);
   EXPECT_EQ(text.rfind("# Vorn Delta File\n", 0), 0u) << text;
   EXPECT_EQ(body(delta), "\none    RandomGenerator    density    300.0\n");
@@ -78,9 +78,8 @@ TEST(VornCliDelta, CreateExitStatusSaysWhetherAnythingDiffers) {
   EXPECT_TRUE(contains(error.output, "vorn: no delta written to " + refused + "\n")) << error.output;
   EXPECT_FALSE(std::filesystem::exists(refused));
 
-  const auto missing = vorn("delta create " + q(dir.file("none.vorn")) + " " + q(groomFile) + " " + q(delta));
-  EXPECT_EQ(missing.exitCode, 2);
-  EXPECT_TRUE(contains(missing.output, "vorn: no such file: " + dir.file("none.vorn"))) << missing.output;
+  EXPECT_TRUE(ranWith(vorn("delta create " + q(dir.file("none.vorn")) + " " + q(groomFile) + " " + q(delta)), 2,
+                      "vorn: no such file: " + dir.file("none.vorn")));
   EXPECT_EQ(vorn("delta create " + q(groomFile) + " " + q(groomFile)).exitCode, 2);
   EXPECT_EQ(vorn("delta").exitCode, 2);
 }
@@ -104,10 +103,9 @@ TEST(VornCliDelta, ApplyFailuresWriteNothing) {
   const std::string out = dir.file("out.vorn");
   const std::string broken = dir.write("broken.delta", "one    SplinePrimitive    length    5.0\n"
                                                        "ghost    SplinePrimitive    length    1.0\n");
-  const auto abort = vorn("delta apply " + q(hairsFile) + " " + q(broken) + " -o " + q(out));
-  EXPECT_EQ(abort.exitCode, 1);
-  EXPECT_EQ(abort.output, "error: Failed to find description ghost in collection hairs. Abort applying delta: " +
-                              broken + "\nvorn: could not apply " + broken + "; nothing was written\n");
+  EXPECT_TRUE(ran(vorn("delta apply " + q(hairsFile) + " " + q(broken) + " -o " + q(out)), 1,
+                  "error: Failed to find description ghost in collection hairs. Abort applying delta: " + broken +
+                      "\nvorn: could not apply " + broken + "; nothing was written\n"));
   EXPECT_FALSE(std::filesystem::exists(out));
 
   const std::string unknown = dir.write("unknown.delta", "AddFXModule    one    SplinePrimitive    TrimFXModule    trim\n");
@@ -118,15 +116,13 @@ TEST(VornCliDelta, ApplyFailuresWriteNothing) {
   EXPECT_FALSE(std::filesystem::exists(out));
 
   const std::string missing = dir.file("missing.delta");
-  const auto none = vorn("delta apply " + q(hairsFile) + " " + q(missing) + " -o " + q(out));
-  EXPECT_EQ(none.exitCode, 1);
-  EXPECT_TRUE(contains(none.output, "error: Failed to open delta file: " + missing + "\n")) << none.output;
+  EXPECT_TRUE(ranWith(vorn("delta apply " + q(hairsFile) + " " + q(missing) + " -o " + q(out)), 1,
+                      "error: Failed to open delta file: " + missing + "\n"));
 
   // Warnings do not stop the apply.
   const std::string odd = dir.write("odd.delta", "one    Gizmo    length    1.0\n");
-  const auto warned = vorn("delta apply " + q(hairsFile) + " " + q(odd) + " -o " + q(out));
-  EXPECT_EQ(warned.exitCode, 0);
-  EXPECT_EQ(warned.output, "warning: Unknown token [Gizmo] found in delta file: " + odd + "\n");
+  EXPECT_TRUE(ran(vorn("delta apply " + q(hairsFile) + " " + q(odd) + " -o " + q(out)), 0,
+                  "warning: Unknown token [Gizmo] found in delta file: " + odd + "\n"));
 
   EXPECT_EQ(vorn("delta apply " + q(hairsFile) + " " + q(odd)).exitCode, 2);
   EXPECT_EQ(vorn("delta apply " + q(hairsFile) + " -o " + q(out)).exitCode, 2);
@@ -148,21 +144,19 @@ TEST(VornCliDelta, FacadeDeltaCallsInAScript) {
                                        "initSnapshot hairs\n"
                                        "createDelta nowhere " + delta + "\n"
                                        "applyDelta nowhere " + delta + "\n");
-  const auto run = vorn("api " + q(script));
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.output,
-            "hairs\n"
-            "true\n"
-            "0\n"
-            "true\n"
-            "1\n"
-            "true\n"
-            "hairs\n"
-            "9.0\n"
-            "true\n"
-            "true\n"
-            "error: rFailedDeltaCollectionNotFound nowhere " + delta + "\n"
-            "-1\n"
-            "error: rPaletteDoesNotExist nowhere " + delta + "\n"
-            "false\n");
+  EXPECT_TRUE(ran(vorn("api " + q(script)), 1,
+                  "hairs\n"
+                  "true\n"
+                  "0\n"
+                  "true\n"
+                  "1\n"
+                  "true\n"
+                  "hairs\n"
+                  "9.0\n"
+                  "true\n"
+                  "true\n"
+                  "error: rFailedDeltaCollectionNotFound nowhere " + delta + "\n"
+                  "-1\n"
+                  "error: rPaletteDoesNotExist nowhere " + delta + "\n"
+                  "false\n"));
 }
