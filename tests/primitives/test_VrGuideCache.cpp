@@ -203,7 +203,9 @@ TEST(VrGuideCache, MissingOrUnreadableCachesKeepTheGuides) {
     EXPECT_FALSE(s.overrideGuidesWithCache()) << c.file;
     ASSERT_FALSE(log.errors().empty());
     EXPECT_EQ(log.errors().back(), c.lastError);
-    if (c.only) EXPECT_EQ(log.errors().size(), 1u);
+    if (c.only) {
+      EXPECT_EQ(log.errors().size(), 1u);
+    }
     EXPECT_EQ(scene.origCVs(), before);
   }
 }

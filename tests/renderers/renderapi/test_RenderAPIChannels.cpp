@@ -306,7 +306,9 @@ TEST_F(RenderAPIChannels, OneSampleRendersWithoutShutterReport) {
     EXPECT_EQ(callbacks.batches[0].samples, 1u);
     EXPECT_TRUE(log.errors().empty()) << log.errors()[0];
     EXPECT_EQ(backEnd()->motionSamples(), std::vector<double>{0.0});
-    if (shutter.empty()) EXPECT_TRUE(backEnd()->shutter().empty());
+    if (shutter.empty()) {
+      EXPECT_TRUE(backEnd()->shutter().empty());
+    }
   }
 }
 
