@@ -416,16 +416,7 @@ TEST_F(RenderAPI, UserOverridesRewriteAttributes) {
   EXPECT_TRUE(log.has("User attribute lodHi has invalid size (3!=2)."));
 }
 
-TEST_F(RenderAPI, DensityFalloffWrapsTheMaskOrIsAnErrorOfTheWrongSize) {
-  {
-    RecordingCallbacks callbacks;
-    callbacks.arrays[0] = {1, 2, 3};
-    std::unique_ptr<PatchRenderer> patch = init(callbacks);
-    ASSERT_TRUE(patch);
-    renderFace(patch.get());
-    EXPECT_TRUE(log.has("User attribute vorn_densityFalloff has invalid size (3!=7)."));
-  }
-  delete VrPalette::palette(name);  // the right size on a collection of its own
+TEST_F(RenderAPI, DensityFalloffWrapsTheMask) {
   RecordingCallbacks callbacks;
   callbacks.arrays[0] = {1, 2, 3, 0.5f, 1.5f, 1, 0};
   std::unique_ptr<PatchRenderer> patch = init(callbacks);
@@ -436,6 +427,15 @@ TEST_F(RenderAPI, DensityFalloffWrapsTheMaskOrIsAnErrorOfTheWrongSize) {
   EXPECT_EQ(mask,
             "$distToLoc = length($Pg-[1,2,3]);\\n$radA = 0.5;\\n$radB = 1.5;\\n"
             "(1.0 - (smoothstep($distToLoc,$radA,$radB))))*(1.0\\n)");
+}
+
+TEST_F(RenderAPI, DensityFalloffOfTheWrongSizeIsAnError) {
+  RecordingCallbacks callbacks;
+  callbacks.arrays[0] = {1, 2, 3};
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
+  ASSERT_TRUE(patch);
+  renderFace(patch.get());
+  EXPECT_TRUE(log.has("User attribute vorn_densityFalloff has invalid size (3!=7)."));
 }
 
 // A camera at (50, 50, -10) looking along -z sees nothing of the plane z = 0; with in-camera culling
