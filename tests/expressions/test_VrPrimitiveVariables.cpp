@@ -17,10 +17,7 @@
 #include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
-#include <tbb/blocked_range.h>
 #include <tbb/global_control.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
 
 #include <algorithm>
 #include <cmath>
@@ -247,55 +244,6 @@ TEST(VrPrimitiveVariables, WorkersReadTheirOwnContextAndItsSamples) {
   EXPECT_EQ(other.eval("$id", 0.5, 0.5).x, 902.0);
 }
 
-TEST(VrPrimitiveVariables, SplineWidthsFromPSameOnOneAndTwoThreads) {
-  Scene scene(Vec(0.0, 0.5, 0.0));
-  scene.primitive->setAttr("width", "0.01 * $P[1]", "expr");
-  scene.primitive->setAttr("length", "0.5 + 0.01 * $id", "expr");
-  constexpr int count = 64;
-  auto location = [](int i, double& u, double& v) {
-    u = (i % 8 + 0.5) / 8.0;
-    v = (i / 8 + 0.25) / 8.0;
-  };
-
-  // Serial: the description's active primitive builds into its own context.
-  std::vector<Vec> serial(count);
-  for (int i = 0; i < count; ++i) {
-    double u, v;
-    location(i, u, v);
-    scene.context().setId(static_cast<unsigned>(i));
-    scene.primitive->makeGeometry(u, v, nullptr);
-    ASSERT_FALSE(scene.context().cullPrim());
-    serial[i] = Vec(scene.context().cWidth(), scene.context().cLength(), 0.0);
-    // The animated face 5 runs from y = 1.5 to 2.5.
-    EXPECT_NEAR(serial[i].x, 0.01 * (1.5 + v), 1e-12) << i;
-    EXPECT_NEAR(serial[i].y, 0.5 + 0.01 * i, 1e-12) << i;
-  }
-
-  scene.context().setId(1000);
-  Multithreading on(true);
-  for (int threads : {1, 2}) {
-    std::vector<Vec> parallel(count);
-    tbb::task_arena arena(threads);
-    arena.execute([&] {
-      tbb::parallel_for(tbb::blocked_range<int>(0, count, 4), [&](const tbb::blocked_range<int>& range) {
-        std::unique_ptr<VrPrimitiveContext> own = scene.primitive->cloneContext(scene.context());
-        own->setActivePatchFace(scene.patch, 5);
-        VrExpression::initTLS(own.get());
-        for (int i = range.begin(); i != range.end(); ++i) {
-          double u, v;
-          location(i, u, v);
-          own->setId(static_cast<unsigned>(i));
-          scene.primitive->makeGeometryInParallel(*own, u, v, nullptr);
-          parallel[i] = Vec(own->cWidth(), own->cLength(), own->cullPrim() ? 1.0 : 0.0);
-        }
-        VrExpression::clearTLS();
-      });
-    });
-    for (int i = 0; i < count; ++i) EXPECT_EQ(parallel[i], serial[i]) << "location " << i << ", " << threads;
-  }
-  EXPECT_EQ(scene.context().id(), 1000u);
-}
-
 namespace {
 
 // What a render left of one primitive: where it stands and the width it was given.
@@ -340,24 +288,17 @@ class WidthRecorder : public VrNullRenderer {
 
 TEST(VrPrimitiveVariables, RenderedWidthsFollowPOnOneAndTwoThreads) {
   // The 4 x 4 grid lifted by 0.5 in y on the animated surface: face f spans y from f / 4 + 0.5.
-  std::unique_ptr<SgSubdSurface> reference = grid(Vec()), animated = grid(Vec(0.0, 0.5, 0.0));
-  VrPalette palette;
-  auto* description = new VrDescription;
-  palette.addDescription(description);
-  description->setAttr("name", "fur");
+  vrtest::PatchScene scene(grid(Vec(0.0, 0.5, 0.0)), grid(Vec()), "fur");
+  VrDescription* description = scene.description;
   ASSERT_TRUE(description->setActive("SplinePrimitive"));
   ASSERT_TRUE(description->setActive("RandomGenerator"));
   description->activeGenerator()->setAttr("density", "20");
   description->activePrimitive()->setAttr("width", "0.01 * $P[1]", "expr");
-  auto* patch = new VrSubdPatch(description);
-  patch->setName("skin");
-  description->addPatch(patch);
-  patch->bindGeometry(reference.get(), animated.get(), false);
   WidthRecorder renderer(description);
   description->setActiveRenderer(&renderer);
 
   renderer.initDescription();
-  for (int face = 0; face < static_cast<int>(patch->numFaces()); ++face) renderer.render(face, "skin");
+  for (int face = 0; face < static_cast<int>(scene.patch->numFaces()); ++face) renderer.render(face, "body");
   renderer.finishDescription();
   const std::vector<Emitted> serial = renderer.take();
   ASSERT_GT(serial.size(), 50u);
@@ -368,13 +309,12 @@ TEST(VrPrimitiveVariables, RenderedWidthsFollowPOnOneAndTwoThreads) {
     tbb::global_control parallelism(tbb::global_control::max_allowed_parallelism, threads);
     VrTaskManager::setThreadCount(threads);
     renderer.initDescription();
-    EXPECT_TRUE(renderer.renderPatchInParallel("skin"));
+    EXPECT_TRUE(renderer.renderPatchInParallel("body"));
     renderer.finishDescription();
     EXPECT_EQ(renderer.take(), serial) << threads << " threads";
   }
   VrTaskManager::setThreadCount(saved);
   description->setActiveRenderer(nullptr);
-  patch->unbindGeometry();
 }
 
 TEST(VrPrimitiveVariables, AlignmentDistanceAndGuideFunctions) {

@@ -11,6 +11,7 @@
 #include "primitives/VrPrimitive.h"
 #include "renderers/VrRenderer.h"
 #include "support/CaptureLogger.h"
+#include "support/GridSurface.h"
 
 #include <gtest/gtest.h>
 #include <tbb/blocked_range.h>
@@ -117,26 +118,12 @@ class CountingRenderer : public VrRenderer {
   std::mutex mutex;
 };
 
-// An n x n grid of unit quads in the plane z = height, normals along +z.
-std::unique_ptr<SgSubdSurface> grid(int n, float height = 0.0f) {
-  std::vector<float> verts;
-  for (int j = 0; j <= n; ++j)
-    for (int i = 0; i <= n; ++i) verts.insert(verts.end(), {float(i), float(j), height});
-  std::vector<int> counts(static_cast<size_t>(n * n), 4), faceVerts;
-  for (int j = 0; j < n; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (n + 1), verts.data(), n * n, counts.data(), faceVerts.data());
-}
-
 // A description with the probe generator and a counting renderer, on a 2 x 2 grid; with motion
 // samples, sample s lies at height s.
 struct Scene {
   explicit Scene(int samples = 1) {
     for (int s = 0; s < samples; ++s) {
-      surfaces.push_back(grid(2, static_cast<float>(s)));
+      surfaces.push_back(vrtest::gridSurface(2, static_cast<float>(s)));
       palettes.emplace_back(new VrPalette);
       auto* desc = new VrDescription;
       palettes.back()->addDescription(desc);

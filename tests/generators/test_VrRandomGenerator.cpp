@@ -13,6 +13,7 @@
 #include "primitives/VrPrimitive.h"
 #include "renderers/VrRenderer.h"
 #include "support/CaptureLogger.h"
+#include "support/QuadGrid.h"
 
 #include <gtest/gtest.h>
 #include <tbb/blocked_range.h>
@@ -72,29 +73,8 @@ class CountingRenderer : public VrRenderer {
   std::mutex mutex;
 };
 
-// A cage of quads: vertices (x, y, z) and faces of four vertex indices.
-struct Cage {
-  std::vector<float> verts;
-  std::vector<int> faceVerts;
-  std::unique_ptr<SgSubdSurface> surface() const {
-    std::vector<int> counts(faceVerts.size() / 4, 4);
-    return std::make_unique<SgSubdSurface>(static_cast<int>(verts.size() / 3), verts.data(),
-                                           static_cast<int>(counts.size()), counts.data(), faceVerts.data());
-  }
-};
-
-// An n x m grid of quads of size sx by sy in the plane z = 0.
-Cage grid(int n, int m, float sx = 1.0f, float sy = 1.0f) {
-  Cage cage;
-  for (int j = 0; j <= m; ++j)
-    for (int i = 0; i <= n; ++i) cage.verts.insert(cage.verts.end(), {i * sx, j * sy, 0.0f});
-  for (int j = 0; j < m; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      cage.faceVerts.insert(cage.faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return cage;
-}
+using Cage = vrtest::QuadGrid;
+using vrtest::quadGrid;
 
 struct Scene {
   explicit Scene(const Cage& cage, const std::string& collection = "randomGroom") {
@@ -208,12 +188,10 @@ TEST(VrRandomGeneratorAttrs, OrderDefaultsAndConversions) {
   EXPECT_EQ(generator->roundOffInternal().expression(), "rand()");
   EXPECT_EQ(generator->dcExprInternal().expression(), "1.0");
 
-  EXPECT_TRUE(generator->setAttr("density", "0"));
-  EXPECT_EQ(generator->density(), 1e-6);
-  generator->setAttr("density", "-3");
-  EXPECT_EQ(generator->density(), 1e-6);
-  generator->setAttr("density", "2.5");
-  EXPECT_EQ(generator->density(), 2.5);
+  for (const auto& c : std::vector<std::pair<const char*, double>>{{"0", 1e-6}, {"-3", 1e-6}, {"2.5", 2.5}}) {
+    EXPECT_TRUE(generator->setAttr("density", c.first));
+    EXPECT_EQ(generator->density(), c.second) << c.first;
+  }
 
   generator->setAttr("dcFlag", "true");
   EXPECT_EQ(generator->dcExprInternal().expression(), "map(\"DC/\")");
@@ -229,29 +207,27 @@ TEST(VrRandomGeneratorAttrs, OrderDefaultsAndConversions) {
 TEST(VrRandomGeneratorAttrs, MaskWarningsForPointForms) {
   VrRandomGenerator generator(nullptr);
   vrtest::CaptureLogger log;
-  generator.setAttr("mask", "$P[0] + $Nref[1] + $Pg[2]");
-  EXPECT_EQ(log.warnings(),
-            (std::vector<std::string>{
-                "Use of $P or $Pref is not recommended in RandomGenerator mask. Use $Pg or $Prefg instead. [mask]",
-                "Use of $N or $Nref is not recommended in RandomGenerator mask. Use $Ng or $Nrefg instead. [mask]"}));
-  log.clear();
-  generator.setAttr("mask", "$dPdvref[0] * $Prefw[1]");
-  EXPECT_EQ(log.warnings(),
-            (std::vector<std::string>{"Use of $Pw or $Prefw is not recommended in RandomGenerator mask. Use $Pgw or "
-                                      "$Prefgw instead. [mask]",
-                                      "Use of $dPdv or $dPdvref is not recommendedin RandomGenerator mask. Use "
-                                      "$dPdvg or $dPdvrefg instead. [mask]"}));
-  log.clear();
-  generator.setAttr("mask", "$dPdu[0]");
-  EXPECT_EQ(log.warnings(), std::vector<std::string>{"Use of $dPdu or $dPduref is not recommendedin RandomGenerator "
-                                                     "mask. Use $dPdug or $dPdurefg instead. [mask]"});
-  log.clear();
-  generator.setAttr("mask", "$Pgw[0] * $Nrefg[1] * $u");
-  EXPECT_TRUE(log.warnings().empty());
+  const std::string tail = " is not recommended in RandomGenerator mask. Use ";
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"$P[0] + $Nref[1] + $Pg[2]",
+       {"Use of $P or $Pref" + tail + "$Pg or $Prefg instead. [mask]",
+        "Use of $N or $Nref" + tail + "$Ng or $Nrefg instead. [mask]"}},
+      {"$dPdvref[0] * $Prefw[1]",
+       {"Use of $Pw or $Prefw" + tail + "$Pgw or $Prefgw instead. [mask]",
+        "Use of $dPdv or $dPdvref is not recommendedin RandomGenerator mask. Use $dPdvg or $dPdvrefg instead. [mask]"}},
+      {"$dPdu[0]",
+       {"Use of $dPdu or $dPduref is not recommendedin RandomGenerator mask. Use $dPdug or $dPdurefg instead. [mask]"}},
+      {"$Pgw[0] * $Nrefg[1] * $u", {}},
+  };
+  for (const auto& c : cases) {
+    log.clear();
+    generator.setAttr("mask", c.first);
+    EXPECT_EQ(log.warnings(), c.second) << c.first;
+  }
 }
 
 TEST(VrRandomGeneratorScatter, CountTableAndStatisticsByHand) {
-  Scene scene(grid(2, 1));
+  Scene scene(quadGrid(2, 1));
   scene.generator->setAttr("density", "10");
   vrtest::CaptureLogger log;
   StatsLevel level(3);
@@ -274,7 +250,7 @@ TEST(VrRandomGeneratorScatter, CountTableAndStatisticsByHand) {
 }
 
 TEST(VrRandomGeneratorScatter, StochasticRoundingIsTheFacesOwnAndRepeats) {
-  Scene scene(grid(4, 4));
+  Scene scene(quadGrid(4, 4));
   scene.generator->setAttr("density", "0.3");
   const std::string name = "skin";
   Records first = scene.run();
@@ -293,7 +269,7 @@ TEST(VrRandomGeneratorScatter, StochasticRoundingIsTheFacesOwnAndRepeats) {
 }
 
 TEST(VrRandomGeneratorScatter, TinyDensityAndUnboundPatchGiveTheEmptyLine) {
-  Scene scene(grid(1, 1));
+  Scene scene(quadGrid(1, 1));
   scene.generator->setAttr("density", "0");
   const std::string name = "skin";
   const bool up = 1e-6 > scene.generator->roundOffInternal().eval(0.0, 0.0, 0, &name).x;
@@ -313,7 +289,7 @@ TEST(VrRandomGeneratorScatter, TinyDensityAndUnboundPatchGiveTheEmptyLine) {
 }
 
 TEST(VrRandomGeneratorInvariants, OneAndTwoThreadsSerialAndParallelAreBitIdentical) {
-  Scene scene(grid(4, 4, 1.0f, 1.3f));
+  Scene scene(quadGrid(4, 4, 1.0f, 1.3f));
   scene.generator->setAttr("density", "23.7");
   scene.generator->setAttr("mask", "0.4 + 0.6 * $u");
   scene.generator->setAttr("cullFlag", "true");
@@ -326,7 +302,7 @@ TEST(VrRandomGeneratorInvariants, OneAndTwoThreadsSerialAndParallelAreBitIdentic
 }
 
 TEST(VrRandomGeneratorInvariants, OnlyTheAnimatedSurfaceChangingKeepsEveryLocation) {
-  Cage rest = grid(3, 2, 1.0f, 2.0f);
+  Cage rest = quadGrid(3, 2, 1.0f, 2.0f);
   Scene scene(rest);
   scene.generator->setAttr("density", "12");
   const Records still = scene.run();
@@ -342,7 +318,7 @@ TEST(VrRandomGeneratorInvariants, OnlyTheAnimatedSurfaceChangingKeepsEveryLocati
 }
 
 TEST(VrRandomGeneratorInvariants, DoublingTheDensityKeepsTheFirstPoints) {
-  Scene scene(grid(3, 3, 1.0f, 1.6f));
+  Scene scene(quadGrid(3, 3, 1.0f, 1.6f));
   scene.generator->setAttr("density", "17");
   const auto sparse = byIdentity(scene.run());
   scene.generator->setAttr("density", "34");
@@ -356,7 +332,7 @@ TEST(VrRandomGeneratorInvariants, DoublingTheDensityKeepsTheFirstPoints) {
 }
 
 TEST(VrRandomGeneratorInvariants, MaskKeepsTheEarliestPointsWithTheirIds) {
-  Scene scene(grid(2, 2));
+  Scene scene(quadGrid(2, 2));
   scene.generator->setAttr("density", "41");
   const Records all = scene.run();
   ASSERT_EQ(all.size(), 4u * 41u);
@@ -380,7 +356,7 @@ TEST(VrRandomGeneratorInvariants, MaskKeepsTheEarliestPointsWithTheirIds) {
 }
 
 TEST(VrRandomGeneratorInvariants, WindowsKeepIdsAndHalvesMakeTheWhole) {
-  Scene scene(grid(2, 2));
+  Scene scene(quadGrid(2, 2));
   scene.generator->setAttr("density", "40");
   const Records all = scene.run();
   ASSERT_EQ(all.size(), 160u);
@@ -398,7 +374,7 @@ TEST(VrRandomGeneratorInvariants, WindowsKeepIdsAndHalvesMakeTheWhole) {
 }
 
 TEST(VrRandomGeneratorInvariants, ANeighbouringFaceChangesNothingHere) {
-  Cage cage = grid(2, 1);
+  Cage cage = quadGrid(2, 1);
   Scene scene(cage);
   scene.generator->setAttr("density", "30");
   const Records before = scene.runFace(0);
@@ -416,7 +392,7 @@ TEST(VrRandomGeneratorInvariants, ANeighbouringFaceChangesNothingHere) {
 }
 
 TEST(VrRandomGeneratorCompensation, ALongFaceReadsTwiceTheTable) {
-  Scene scene(grid(1, 1, 2.0f, 1.0f));
+  Scene scene(quadGrid(1, 1, 2.0f, 1.0f));
   EXPECT_EQ(scene.generator->surfaceCompensation(*scene.patch, 0), 2.0);
   scene.generator->setAttr("density", "20");  // area 2: 40 points
   vrtest::CaptureLogger log;
@@ -453,16 +429,16 @@ TEST(VrRandomGeneratorCompensation, ALongFaceReadsTwiceTheTable) {
   EXPECT_EQ(statValue(stats(log)[0], " sc="), 0);
 
   scene.generator->setAttr("scFlag", "true");
-  Scene tall(grid(1, 1, 1.0f, 4.0f));
+  Scene tall(quadGrid(1, 1, 1.0f, 4.0f));
   EXPECT_EQ(tall.generator->surfaceCompensation(*tall.patch, 0), 0.25);
-  Scene almost(grid(1, 1, 1.08f, 1.0f));
+  Scene almost(quadGrid(1, 1, 1.08f, 1.0f));
   EXPECT_EQ(almost.generator->surfaceCompensation(*almost.patch, 0), 1.0);
-  Scene needle(grid(1, 1, 30.0f, 1.0f));
+  Scene needle(quadGrid(1, 1, 30.0f, 1.0f));
   EXPECT_EQ(needle.generator->surfaceCompensation(*needle.patch, 0), 10.0);
 }
 
 TEST(VrRandomGeneratorTiling, OverTheFirstLimitWarnsOnce) {
-  Scene scene(grid(1, 1), "tiledGroom");
+  Scene scene(quadGrid(1, 1), "tiledGroom");
   scene.generator->setAttr("density", "200000");
   scene.renderer->emit = false;
   vrtest::CaptureLogger log;
@@ -477,7 +453,7 @@ TEST(VrRandomGeneratorTiling, OverTheFirstLimitWarnsOnce) {
 }
 
 TEST(VrRandomGeneratorTiling, PastTheSecondLimitTheFaceStopsKeepingWhatWasMade) {
-  Scene scene(grid(1, 1), "stoppedGroom");
+  Scene scene(quadGrid(1, 1), "stoppedGroom");
   scene.generator->setAttr("density", "700000");
   vrtest::CaptureLogger log;
   StatsLevel level(3);
@@ -495,8 +471,8 @@ TEST(VrRandomGeneratorTiling, PastTheSecondLimitTheFaceStopsKeepingWhatWasMade) 
 }
 
 TEST(VrRandomGeneratorScatter, FlipsDifferBetweenDescriptions) {
-  Scene a(grid(1, 1), "flipA");
-  Scene b(grid(1, 1), "flipB");
+  Scene a(quadGrid(1, 1), "flipA");
+  Scene b(quadGrid(1, 1), "flipB");
   a.description->setAttr("descriptionId", "8");
   b.description->setAttr("descriptionId", "9");
   a.generator->setAttr("density", "5");
@@ -513,7 +489,7 @@ TEST(VrRandomGeneratorScatter, FlipsDifferBetweenDescriptions) {
 }
 
 TEST(VrRandomGeneratorScatter, RegionPreviewKeepsIdsAndDensityCompensationCounts) {
-  Scene scene(grid(2, 1));
+  Scene scene(quadGrid(2, 1));
   scene.generator->setAttr("density", "30");
   const Records all = scene.run();
   unsigned char five[3];
@@ -559,7 +535,7 @@ TEST(VrRandomGeneratorScatter, DensityCompensationMapsLimitEachFace) {
   writer.metaData().setDouble("VrDCMax", {0.5, 1.0});
   ASSERT_TRUE(writer.close());
 
-  Scene scene(grid(2, 1));
+  Scene scene(quadGrid(2, 1));
   scene.palette->setAttr("vrDataPath", dir.path());
   scene.generator->setAttr("density", "40");
   const Records plain = scene.run();
@@ -592,7 +568,7 @@ TEST(VrRandomGeneratorScatter, DensityCompensationMapsLimitEachFace) {
 
 TEST(VrRandomGeneratorPoints, PointFilesAddTheirPointsAfterTheScatter) {
   vrtest::TempDir dir;
-  Scene scene(grid(1, 1));
+  Scene scene(quadGrid(1, 1));
   scene.palette->setAttr("vrDataPath", dir.path());
   VrObject::ExternalContext pairs;
   scene.generator->getExternalContext(pairs, "g:");

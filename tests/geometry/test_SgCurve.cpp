@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/ExpectNear.h"
+
 #include <cmath>
 #include <vector>
 
@@ -9,11 +11,7 @@ using Vec = SgVec3T<double>;
 using Points = std::vector<Vec>;
 
 namespace {
-void expectNear(const Vec& a, const Vec& b, double eps = 1e-9) {
-  EXPECT_NEAR(a.x, b.x, eps);
-  EXPECT_NEAR(a.y, b.y, eps);
-  EXPECT_NEAR(a.z, b.z, eps);
-}
+void expectNear(const Vec& a, const Vec& b, double eps = 1e-9) { vrtest::expectNear(a, b, eps); }
 
 // n evenly spaced points along x starting at 0, one unit apart.
 Points line(int n) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/ExpectNear.h"
+
 #include <cstdint>
 #include <random>
 #include <utility>
@@ -14,11 +16,7 @@
 using Vec = SgVec3T<double>;
 
 namespace {
-void expectNear(const Vec& a, const Vec& b, double eps = 1e-12) {
-  EXPECT_NEAR(a.x, b.x, eps);
-  EXPECT_NEAR(a.y, b.y, eps);
-  EXPECT_NEAR(a.z, b.z, eps);
-}
+void expectNear(const Vec& a, const Vec& b, double eps = 1e-12) { vrtest::expectNear(a, b, eps); }
 }  // namespace
 
 TEST(SgVec, NormalizeAndArithmetic) {

@@ -1,5 +1,7 @@
 #include "geometry/SgNurbsSurface.h"
 
+#include "support/ExpectNear.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,6 +17,7 @@
 namespace {
 
 using Vec = SgVec3T<double>;
+using vrtest::expectNear;
 using Doubles = std::vector<double>;
 
 // The knots of one Bezier span of the given order on [0, 1].
@@ -82,12 +85,6 @@ struct Eval {
 // eval at fractions (fu, fv) of the domain.
 Eval evalAt(const SgNurbsSurface& s, double fu, double fv) {
   return Eval(s, s.uMin() + (s.uMax() - s.uMin()) * fu, s.vMin() + (s.vMax() - s.vMin()) * fv);
-}
-
-void expectNear(const Vec& a, const Vec& b, double tol) {
-  EXPECT_NEAR(a.x, b.x, tol);
-  EXPECT_NEAR(a.y, b.y, tol);
-  EXPECT_NEAR(a.z, b.z, tol);
 }
 
 // Everything the text form carries: counts, degrees, w, knots and CV values.

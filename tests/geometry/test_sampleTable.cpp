@@ -164,25 +164,6 @@ TEST(SampleTable, SizeAndDigest) {
             "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
 }
 
-TEST(SampleTable, EmbeddedBytesAreTheCommittedFile) {
-  const std::string path = std::string(VORN_SOURCE_DIR) + "/geometry/data/sampleTable.bin";
-  std::FILE* f = std::fopen(path.c_str(), "rb");
-  ASSERT_NE(f, nullptr) << path;
-  std::vector<unsigned char> file(kTableDoubles * sizeof(double) + 1);
-  const size_t read = std::fread(file.data(), 1, file.size(), f);
-  std::fclose(f);
-  ASSERT_EQ(read, kTableDoubles * sizeof(double));
-  EXPECT_EQ(std::memcmp(file.data(), vrutil::sampleTable(), read), 0);
-  // The file's first little-endian double is the table's first value.
-  std::uint64_t bits = 0;
-  for (int b = 7; b >= 0; --b) bits = bits << 8 | file[static_cast<size_t>(b)];
-  double first;
-  std::memcpy(&first, &bits, sizeof first);
-  EXPECT_EQ(first, kFirstU);
-  EXPECT_EQ(vrutil::sampleTable()[0], kFirstU);
-  EXPECT_EQ(vrutil::sampleTable()[1], kFirstV);
-}
-
 TEST(SampleTable, ValuesLieInTheUnitInterval) {
   // Far enough below 1 that (k - 1 + value) / k stays below 1 for every tiling level k <= 512.
   const double* t = vrutil::sampleTable();

@@ -108,7 +108,6 @@ void expectSameCVs(const std::vector<Vec>& a, const std::vector<Vec>& b, double 
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------
 // Overriding guides from the cache
 
 TEST(VrGuideCache, GuidesComeBackFromTheCacheFile) {
@@ -184,29 +183,31 @@ TEST(VrGuideCache, MissingOrUnreadableCachesKeepTheGuides) {
   EXPECT_EQ(log.errors()[0], "File does not exist: " + dir.file("absent.abc") + " [cacheScene,hair]");
   EXPECT_EQ(scene.origCVs(), before);
 
-  log.clear();
-  s.setAttr("cacheFileName", dir.write("broken.abc", "not an archive"), "string");
-  EXPECT_FALSE(s.overrideGuidesWithCache());
-  ASSERT_FALSE(log.errors().empty());
-  EXPECT_EQ(log.errors().back(), "Failed to override guides from cache " + dir.file("broken.abc") +
-                                     ". The guides are kept as they were. [cacheScene,hair]");
-  EXPECT_EQ(scene.origCVs(), before);
-
-  // A file that is read in part: what was read is undone.
-  log.clear();
+  // Unreadable files; one read in part has what was read undone.
   ASSERT_TRUE(writeMixedFile(dir.file("mixed.abc")));
-  s.setAttr("cacheFileName", dir.file("mixed.abc"), "string");
-  EXPECT_FALSE(s.overrideGuidesWithCache());
-  EXPECT_EQ(log.errors().back(), "Failed to override guides from cache " + dir.file("mixed.abc") +
-                                     ". The guides are kept as they were. [cacheScene,hair]");
-  EXPECT_EQ(scene.origCVs(), before);
-
-  log.clear();
-  s.setAttr("cacheFileName", dir.write("guides.txt", "0 0 0"), "string");
-  EXPECT_FALSE(s.overrideGuidesWithCache());
-  EXPECT_EQ(log.errors(), (std::vector<std::string>{"Unable to read guide cache " + dir.file("guides.txt") +
-                                                    ": only Alembic files are read. [cacheScene,hair]"}));
-  EXPECT_EQ(scene.origCVs(), before);
+  const std::string kept = ". The guides are kept as they were. [cacheScene,hair]";
+  const struct {
+    std::string file, lastError;
+    bool only;  // the one error
+  } unreadable[] = {
+      {dir.write("broken.abc", "not an archive"),
+       "Failed to override guides from cache " + dir.file("broken.abc") + kept, false},
+      {dir.file("mixed.abc"), "Failed to override guides from cache " + dir.file("mixed.abc") + kept, false},
+      {dir.write("guides.txt", "0 0 0"),
+       "Unable to read guide cache " + dir.file("guides.txt") + ": only Alembic files are read. [cacheScene,hair]",
+       true},
+  };
+  for (const auto& c : unreadable) {
+    log.clear();
+    s.setAttr("cacheFileName", c.file, "string");
+    EXPECT_FALSE(s.overrideGuidesWithCache()) << c.file;
+    ASSERT_FALSE(log.errors().empty());
+    EXPECT_EQ(log.errors().back(), c.lastError);
+    if (c.only) {
+      EXPECT_EQ(log.errors().size(), 1u);
+    }
+    EXPECT_EQ(scene.origCVs(), before);
+  }
 }
 
 TEST(VrGuideCache, BreakFollowsTheCachedGuides) {
@@ -242,7 +243,6 @@ TEST(VrGuideCache, BreakFollowsTheCachedGuides) {
   EXPECT_FALSE(s.breakActive());
 }
 
-// ---------------------------------------------------------------------------------------------
 // Placing a spline's guides
 
 TEST(VrGuideCache, SplineGuidesShareTheFirstGuidesCVCount) {

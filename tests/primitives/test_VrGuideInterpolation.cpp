@@ -9,7 +9,9 @@
 #include "primitives/VrPrimitive.h"
 #include "support/CaptureLogger.h"
 #include "support/GridSurface.h"
+#include "support/Examples.h"
 #include "support/PatchScene.h"
+#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -80,10 +82,8 @@ VrGuide frameGuide(const std::string& text) {
 
 TEST(VrGuideInterpolation, PseudoAngleRunsRoundWithoutTrigonometry) {
   const SgVec3T<double> N(0, 0, 1), T(1, 0, 0);
-  EXPECT_DOUBLE_EQ(vrguide::pseudoAngle({1, 0, 0}, N, T), 0.0);
-  EXPECT_DOUBLE_EQ(vrguide::pseudoAngle({0, 1, 0}, N, T), 1.0);
-  EXPECT_DOUBLE_EQ(vrguide::pseudoAngle({-1, 0, 0}, N, T), 2.0);
-  EXPECT_DOUBLE_EQ(vrguide::pseudoAngle({0, -1, 0}, N, T), 3.0);
+  const SgVec3T<double> quarters[] = {{1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {0, -1, 0}};
+  for (int k = 0; k < 4; ++k) EXPECT_DOUBLE_EQ(vrguide::pseudoAngle(quarters[k], N, T), k) << k;
   // The normal component is projected away; a vector along the normal has angle 1.
   EXPECT_DOUBLE_EQ(vrguide::pseudoAngle({0, 1, 5}, N, T), 1.0);
   EXPECT_DOUBLE_EQ(vrguide::pseudoAngle({0, 0, 1}, N, T), 1.0);
@@ -458,17 +458,10 @@ TEST(VrGuideInterpolation, ConnectivityFileHoldsTheReachMaps) {
   scene.addGuide(5, 0.5, 0.5);
   scene.addGuide(6, 0.5, 0.5);
   scene.primitive->transformGuidesToSurface();
-  const std::string path = ::testing::TempDir() + "vorn_guide_connectivity.txt";
-  scene.primitive->initInterpolation(path);
-  FILE* file = std::fopen(path.c_str(), "r");
-  ASSERT_NE(file, nullptr);
-  char line[512];
-  ASSERT_NE(std::fgets(line, sizeof line, file), nullptr);
-  EXPECT_STREQ(line, "Version: 1\n");
-  ASSERT_NE(std::fgets(line, sizeof line, file), nullptr);
-  EXPECT_EQ(std::string(line), "0: " + scene.primitive->guide(0u).interpolation() + "\n");
-  std::fclose(file);
-  std::remove(path.c_str());
+  vrtest::TempDir dir;
+  scene.primitive->initInterpolation(dir.file("connectivity.txt"));
+  const std::string head = "Version: 1\n0: " + scene.primitive->guide(0u).interpolation() + "\n";
+  EXPECT_EQ(vrtest::readText(dir.file("connectivity.txt")).substr(0, head.size()), head);
 
   scene.primitive->initInterpolation("/nonexistent-dir/x/connectivity.txt");
   EXPECT_TRUE(log.has("Unable to open connectivity file /nonexistent-dir/x/connectivity.txt"));

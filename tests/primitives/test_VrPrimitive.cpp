@@ -23,6 +23,7 @@
 #include <mutex>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -115,7 +116,6 @@ struct Scene : vrtest::PatchScene {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------
 // The context's frame cache
 
 TEST(VrPrimitiveContext, FrameSlotsEvaluateOncePerLocation) {
@@ -158,16 +158,14 @@ TEST(VrPrimitiveContext, ReferenceAndAnimatedSurfaces) {
   EXPECT_NEAR(std::fabs(N.z), 1.0, 1e-9);
   EXPECT_NEAR(U.dot(N), 0.0, 1e-9);
   EXPECT_FALSE(context.cullPrim());
-}
 
-TEST(VrPrimitiveContext, NoPatchEvaluatesNothing) {
-  VrPrimitiveContext context;
-  EXPECT_EQ(context.cP(0.5, 0.5, false), Vec());
-  EXPECT_FALSE(context.cullPrim());
-  context.activeGuides = {1, 2};
-  context.setActivePatchFace(nullptr, 3);
-  EXPECT_TRUE(context.activeGuides.empty());
-  EXPECT_EQ(context.cFaceId(), 3);
+  // Without a patch nothing is evaluated, and the guides are dropped.
+  VrPrimitiveContext none;
+  EXPECT_EQ(none.cP(0.5, 0.5, false), Vec());
+  none.activeGuides = {1, 2};
+  none.setActivePatchFace(nullptr, 3);
+  EXPECT_TRUE(none.activeGuides.empty());
+  EXPECT_EQ(none.cFaceId(), 3);
 }
 
 TEST(VrPrimitiveContext, LengthIsCachedUntilDirty) {
@@ -215,7 +213,7 @@ TEST(VrPrimitiveContext, PackedCVAttributesRoundTrip) {
   EXPECT_TRUE(third.cvAttrs().empty());
 }
 
-TEST(VrPrimitiveContext, PipeDataAndModuleRecords) {
+TEST(VrPrimitiveContext, PipeDataModuleRecordsAndClones) {
   VrPrimitiveContext context;
   EXPECT_EQ(context.getPipeData("clump"), nullptr);
   context.setPipeData("clump", {Vec(1, 2, 3)});
@@ -234,25 +232,20 @@ TEST(VrPrimitiveContext, PipeDataAndModuleRecords) {
   context.removeAllModuleContext();
   EXPECT_EQ(context.fxModuleContext(key), nullptr);
   EXPECT_NE(clone->fxModuleContext(key), nullptr);
-}
 
-TEST(VrPrimitiveContext, CloneKeepsTheKind) {
-  VrSplinePrimitiveContext context;
-  context.taper = 0.5f;
-  context.dominantGuide = 3;
-  context.getGeom().assign(4, Vec(1, 1, 1));
-  context.setId(42);
-  const VrPrimitiveContext& base = context;
-  std::unique_ptr<VrPrimitiveContext> clone = base.cloneContext();
+  // A clone keeps the context's kind and fields.
+  VrSplinePrimitiveContext splineContext;
+  splineContext.taper = 0.5f;
+  splineContext.dominantGuide = 3;
+  splineContext.getGeom().assign(4, Vec(1, 1, 1));
+  splineContext.setId(42);
+  clone = static_cast<const VrPrimitiveContext&>(splineContext).cloneContext();
   auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(clone.get());
   ASSERT_NE(spline, nullptr);
-  EXPECT_EQ(spline->taper, 0.5f);
-  EXPECT_EQ(spline->dominantGuide, 3);
-  EXPECT_EQ(spline->cGeom().size(), 4u);
-  EXPECT_EQ(spline->id(), 42u);
+  EXPECT_EQ(std::make_tuple(spline->taper, spline->dominantGuide, spline->cGeom().size(), spline->id()),
+            std::make_tuple(0.5f, 3, size_t(4), 42u));
 }
 
-// ---------------------------------------------------------------------------------------------
 // Attributes
 
 TEST(VrPrimitive, AttributesInOrderWithDefaults) {
@@ -282,18 +275,13 @@ TEST(VrPrimitive, AttributesInOrderWithDefaults) {
   ProbePrimitive copy(scene.description);
   copy.copyAttrs(&primitive);
   EXPECT_EQ(copy.lengthExpr().eval(0.5, 0.5, 0).x, 3.5);
-}
 
-TEST(VrPrimitive, InvalidInterpolationMethod) {
   vrtest::CaptureLogger log;
-  Scene scene;
-  ProbePrimitive primitive(scene.description);
   primitive.setAttr("iMethod", "2");
   primitive.setupInterpolation(true);
   EXPECT_EQ(log.errors(), std::vector<std::string>{"Invalid interpolation method."});
 }
 
-// ---------------------------------------------------------------------------------------------
 // The pipeline
 
 TEST(VrPrimitive, MakeGeometryRunsTheStackInOrder) {
@@ -354,7 +342,6 @@ TEST(VrPrimitive, CulledPrimitiveMakesNoGeometry) {
   EXPECT_EQ(log.errors()[0].rfind("Candidate guides have not been associated! ", 0), 0u);
 }
 
-// ---------------------------------------------------------------------------------------------
 // Lean and direction
 
 TEST(VrPrimitive, OrientLeansAgainstHandValues) {
@@ -392,25 +379,21 @@ TEST(VrPrimitive, OrientLeansAgainstHandValues) {
 }
 
 TEST(VrPrimitive, OrientDiscMappingAndRotations) {
+  auto tip = [](double a, double b, double tiltN, double aboutN, bool isFirst) {
+    Vec N(0, 0, 1), U(1, 0, 0), V(0, 1, 0);
+    std::vector<Vec> cvs;
+    VrPrimitive::orient(Vec(), N, U, V, a, b, tiltN, aboutN, 1.0, cvs, isFirst);
+    return cvs.at(0);
+  };
   // The corner (1, 1) maps onto the unit circle: the segment lies in the tangent plane.
-  Vec N(0, 0, 1), U(1, 0, 0), V(0, 1, 0);
-  std::vector<Vec> cvs;
-  VrPrimitive::orient(Vec(), N, U, V, 1.0, 1.0, 0.0, 0.0, 1.0, cvs, true);
-  expectNear(cvs[0], Vec(std::sqrt(0.5), std::sqrt(0.5), 0), 1e-9);
-
+  expectNear(tip(1.0, 1.0, 0.0, 0.0, true), Vec(std::sqrt(0.5), std::sqrt(0.5), 0), 1e-9);
   // aboutN turns the lean about the normal.
-  N = Vec(0, 0, 1), U = Vec(1, 0, 0), V = Vec(0, 1, 0);
-  cvs.clear();
-  VrPrimitive::orient(Vec(), N, U, V, 1.0, 0.0, 0.0, 90.0, 1.0, cvs, false);
-  expectNear(cvs[0], Vec(0, 1, 0), 1e-9);
-
+  expectNear(tip(1.0, 0.0, 0.0, 90.0, false), Vec(0, 1, 0), 1e-9);
   // tiltN turns an upright segment towards -U by the angle.
-  N = Vec(0, 0, 1), U = Vec(1, 0, 0), V = Vec(0, 1, 0);
-  cvs.clear();
-  VrPrimitive::orient(Vec(), N, U, V, 0.0, 0.0, 30.0, 0.0, 1.0, cvs, false);
-  EXPECT_NEAR(cvs[0].z, std::cos(M_PI / 6.0), 1e-9);
-  EXPECT_NEAR(std::fabs(cvs[0].x), 0.5, 1e-9);
-  EXPECT_NEAR(cvs[0].y, 0.0, 1e-9);
+  const Vec tilted = tip(0.0, 0.0, 30.0, 0.0, false);
+  EXPECT_NEAR(tilted.z, std::cos(M_PI / 6.0), 1e-9);
+  EXPECT_NEAR(std::fabs(tilted.x), 0.5, 1e-9);
+  EXPECT_NEAR(tilted.y, 0.0, 1e-9);
 }
 
 TEST(VrPrimitive, FindOrientInvertsOrient) {
@@ -446,7 +429,6 @@ TEST(VrPrimitive, FindOrientInvertsOrient) {
   EXPECT_FALSE(VrPrimitive::findOrient({Vec()}, Vec(0, 0, 1), Vec(1, 0, 0), Vec(0, 1, 0), a, b, false));
 }
 
-// ---------------------------------------------------------------------------------------------
 // A render pass drives the primitive and its modules
 
 TEST(VrPrimitive, RenderPassPreparesGuidesAndModules) {

@@ -69,7 +69,6 @@ struct Scene : vrtest::PatchScene {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------
 // Finding and naming modules
 
 TEST(VrPrimitiveStack, FindsModulesByTypeInStackOrder) {
@@ -106,7 +105,6 @@ TEST(VrPrimitiveStack, UniqueNamesTakeTheSmallestFreeNumber) {
   EXPECT_EQ(scene.spline->uniqueFXName("Noise3"), "Noise31");
 }
 
-// ---------------------------------------------------------------------------------------------
 // Saving and restoring module states
 
 TEST(VrPrimitiveStack, DeactivatedModulesComeBackAsTheyWere) {
@@ -146,7 +144,6 @@ TEST(VrPrimitiveStack, BakedGroomManagerPositionIsTheFirstActiveManager) {
   EXPECT_EQ(scene.spline->bakedGroomManagerPosition(), -1);
 }
 
-// ---------------------------------------------------------------------------------------------
 // Presets
 
 TEST(VrPrimitiveStack, PresetsCarryOnlyTheModulesThatAskForIt) {
@@ -175,7 +172,6 @@ TEST(VrPrimitiveStack, PresetsCarryOnlyTheModulesThatAskForIt) {
   EXPECT_FALSE(scene.spline->exportFXModulesAsPreset(broken, true));
 }
 
-// ---------------------------------------------------------------------------------------------
 // CV attributes that move with the CVs
 
 TEST(VrPrimitiveStack, AnimatableAttributesAreThePointKind) {
@@ -204,7 +200,6 @@ TEST(VrPrimitiveStack, AnimatableAttributesAreThePointKind) {
   EXPECT_EQ(s.animatableCVAttrs(*worker)[0], worker->cvAttr("Pref"));
 }
 
-// ---------------------------------------------------------------------------------------------
 // Per-primitive values in packed form
 
 TEST(VrPrimitiveStack, BasePackingIsWidthThenDepth) {
@@ -281,7 +276,6 @@ TEST(VrPrimitiveStack, SplinePackingAppendsTaperAndWidthVector) {
   EXPECT_EQ(log.warnings().size(), 1u);
 }
 
-// ---------------------------------------------------------------------------------------------
 // Wires
 
 TEST(VrPrimitiveStack, WireListFollowsTheExportedGuides) {
@@ -308,7 +302,6 @@ TEST(VrPrimitiveStack, WireListFollowsTheExportedGuides) {
   EXPECT_FALSE(s.wireNames(names));
 }
 
-// ---------------------------------------------------------------------------------------------
 // Guide colours
 
 TEST(VrPrimitiveStack, ColourCacheKeepsTheGuideColours) {

@@ -51,7 +51,6 @@ std::string attr(const VrObject& object, const std::string& name) {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------
 // Attributes
 
 TEST(VrSplinePrimitive, RegisteredWithItsAttributes) {
@@ -124,7 +123,6 @@ TEST(VrSplinePrimitive, RampOldNamesAndBadText) {
   EXPECT_EQ(attr(s, "oneLength"), "<none>");
 }
 
-// ---------------------------------------------------------------------------------------------
 // Shape from attributes
 
 TEST(VrSplinePrimitive, DefaultsGrowStraightAlongTheNormal) {
@@ -251,7 +249,6 @@ TEST(VrSplinePrimitive, WidthVectorFromTheFirstSegments) {
   expectNear(out, Vec(0, 1, 0), 1e-12);
 }
 
-// ---------------------------------------------------------------------------------------------
 // Shape from guides
 
 namespace {
@@ -295,6 +292,14 @@ TEST(VrSplinePrimitive, GuideBlendFollowsTheWeights) {
   // Weights that do not sum to one are normalised.
   const std::vector<Vec>& scaled = scene.blend({0, 1}, {1.0, 3.0}, false);
   expectNear(scaled[1], root + Vec(0.75, 0, 1), 1e-12);
+
+  // No active guides: culled.
+  VrSplinePrimitiveContext& c = scene.context();
+  c.activeGuides.clear();
+  c.weight.clear();
+  c.weightN = 0.0;
+  scene.spline->mkGeometryFromGuides(c, 0.5, 0.5);
+  EXPECT_TRUE(c.cullPrim());
 }
 
 TEST(VrSplinePrimitive, BreakLetsTheDominantGuideWin) {
@@ -316,17 +321,6 @@ TEST(VrSplinePrimitive, BreakLetsTheDominantGuideWin) {
   expectNear(tieA[2], root + Vec(0, 0, 2), 1e-12);
 }
 
-TEST(VrSplinePrimitive, NoActiveGuidesCulls) {
-  GuideScene scene;
-  VrSplinePrimitiveContext& c = scene.context();
-  c.activeGuides.clear();
-  c.weight.clear();
-  c.weightN = 0.0;
-  scene.spline->mkGeometryFromGuides(c, 0.5, 0.5);
-  EXPECT_TRUE(c.cullPrim());
-}
-
-// ---------------------------------------------------------------------------------------------
 // Threads
 
 TEST(VrSplinePrimitive, WorkersBuildTheSameSplines) {

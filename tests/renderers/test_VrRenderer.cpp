@@ -12,6 +12,7 @@
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
 #include "support/CaptureLogger.h"
+#include "support/QuadGrid.h"
 
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>
@@ -76,20 +77,6 @@ class RecordingRenderer : public VrNullRenderer {
   std::mutex mutex;
 };
 
-// An n x m grid of unit quads in the plane z = 0.
-std::unique_ptr<SgSubdSurface> grid(int n, int m) {
-  std::vector<float> verts;
-  for (int j = 0; j <= m; ++j)
-    for (int i = 0; i <= n; ++i) verts.insert(verts.end(), {float(i), float(j), 0.0f});
-  std::vector<int> counts(static_cast<size_t>(n * m), 4), faceVerts;
-  for (int j = 0; j < m; ++j)
-    for (int i = 0; i < n; ++i) {
-      const int a = j * (n + 1) + i;
-      faceVerts.insert(faceVerts.end(), {a, a + 1, a + n + 2, a + n + 1});
-    }
-  return std::make_unique<SgSubdSurface>((n + 1) * (m + 1), verts.data(), n * m, counts.data(), faceVerts.data());
-}
-
 // One description "fur" with a random generator and a subdivision patch "skin" on an n x m grid.
 struct Scene {
   Scene(int n, int m) {
@@ -107,7 +94,7 @@ struct Scene {
   }
 
   VrDescription* add(VrPalette& owner, int n, int m) {
-    surfaces.push_back(grid(n, m));
+    surfaces.push_back(vrtest::quadGrid(n, m).surface());
     auto* desc = new VrDescription;
     owner.addDescription(desc);
     desc->setAttr("name", "fur");
@@ -216,20 +203,13 @@ TEST(VrRendererAttrs, OrderDefaultsAndConversions) {
   EXPECT_EQ(renderer->startPercent(), 0.0);
   EXPECT_FALSE(renderer->inCameraOnly());
   EXPECT_EQ(renderer->maxBound(), 0.01);
-  EXPECT_TRUE(renderer->dirty());
-  EXPECT_FALSE(renderer->isRendering());
-  EXPECT_EQ(renderer->numSamples(), 1);
-
-  renderer->setAttr("percent", "150");
-  EXPECT_EQ(renderer->percent(), 1.0);
-  renderer->setAttr("percent", "-10");
-  EXPECT_EQ(renderer->percent(), 0.0);
-  renderer->setAttr("percent", "25");
-  EXPECT_EQ(renderer->percent(), 0.25);
-  renderer->setAttr("startPercent", "150");
-  EXPECT_EQ(renderer->startPercent(), 1.0);
-  renderer->setAttr("startPercent", "-10");
-  EXPECT_EQ(renderer->startPercent(), 0.0);
+  // Percentages are cut to [0, 100].
+  for (const auto& c : std::vector<std::pair<const char*, double>>{{"150", 1.0}, {"-10", 0.0}, {"25", 0.25}}) {
+    renderer->setAttr("percent", c.first);
+    renderer->setAttr("startPercent", c.first);
+    EXPECT_EQ(std::make_pair(renderer->percent(), renderer->startPercent()), std::make_pair(c.second, c.second))
+        << c.first;
+  }
   renderer->setAttr("inCameraMargin", "90");
   EXPECT_DOUBLE_EQ(renderer->inCameraMargin(), 1.5707963267948966);
   renderer->setAttr("inCameraOnly", "true");
@@ -276,11 +256,15 @@ TEST(VrRendererWindow, GeneratorIsGivenTheWindowCutAtOne) {
   scene.description->setActive("RandomGenerator");
 }
 
+// A face renders, is counted, and gets its statistics line; a missing patch is an error.
 TEST(VrRendererWalk, RendersAFaceAndCountsIt) {
   Scene scene(2, 1);
+  const unsigned saved = VRStatsLevel;
+  VRStatsLevel = 3;
   vrtest::CaptureLogger log;
   scene.renderer->setDirty(false);
   const Records records = scene.renderFace(1);
+  VRStatsLevel = saved;
   ASSERT_FALSE(records.empty());
   for (const Record& r : records) EXPECT_EQ(r.face, 1);
   EXPECT_EQ(scene.renderer->emitCount(), static_cast<int>(records.size()));
@@ -293,6 +277,17 @@ TEST(VrRendererWalk, RendersAFaceAndCountsIt) {
   scene.renderer->getAttr("maxBound", value);
   EXPECT_EQ(value, "0.01");
   EXPECT_TRUE(log.errors().empty());
+  const std::vector<std::string> lines = log.texts(vrmsg::Stats);
+  const std::string head = "fur|skin[1] " + std::to_string(records.size()) + " prims (0 culled) | ";
+  const auto line = std::find_if(lines.begin(), lines.end(),
+                                 [&](const std::string& text) { return text.compare(0, head.size(), head) == 0; });
+  ASSERT_NE(line, lines.end());
+  EXPECT_EQ(line->substr(line->size() - 8), " seconds");
+
+  scene.renderer->initDescription();
+  scene.renderer->render(0, "scalp");
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"No patch scalp for motion sample 0"});
+  EXPECT_TRUE(scene.renderer->take().empty());
 }
 
 TEST(VrRendererWalk, StochasticLodWithGuideInterpolationIsAnError) {
@@ -310,30 +305,6 @@ TEST(VrRendererWalk, StochasticLodWithGuideInterpolationIsAnError) {
   EXPECT_EQ(log.errors(), std::vector<std::string>{"Stochastic LOD not supported for SplinePrimitive when using "
                                                    "guide interpolation. [renderGroom,fur]"});
   scene.description->activePrimitive()->setGuideCount(0);
-}
-
-TEST(VrRendererWalk, StatisticsLineOfAFace) {
-  Scene scene(2, 1);
-  const unsigned saved = VRStatsLevel;
-  VRStatsLevel = 3;
-  vrtest::CaptureLogger log;
-  const Records records = scene.renderFace(1);
-  VRStatsLevel = saved;
-  const std::vector<std::string> lines = log.texts(vrmsg::Stats);
-  const std::string head = "fur|skin[1] " + std::to_string(records.size()) + " prims (0 culled) | ";
-  const auto line = std::find_if(lines.begin(), lines.end(),
-                                 [&](const std::string& text) { return text.compare(0, head.size(), head) == 0; });
-  ASSERT_NE(line, lines.end());
-  EXPECT_EQ(line->substr(line->size() - 8), " seconds");
-}
-
-TEST(VrRendererWalk, MissingPatchIsAnError) {
-  Scene scene(1, 1);
-  vrtest::CaptureLogger log;
-  scene.renderer->initDescription();
-  scene.renderer->render(0, "scalp");
-  EXPECT_EQ(log.errors(), std::vector<std::string>{"No patch scalp for motion sample 0"});
-  EXPECT_TRUE(scene.renderer->take().empty());
 }
 
 TEST(VrRendererWalk, FaceMissingInOneMotionSampleGivesNothingAndSaysNothing) {
@@ -370,21 +341,19 @@ TEST(VrRendererWalk, ShadowPassWithoutMotionBlurWalksOneSample) {
   EXPECT_FALSE(scene.renderer->take().empty());
 }
 
-TEST(VrRendererCamera, FaceBehindTheCameraIsSkippedWithItsMessage) {
+// With inCameraOnly a face behind the camera is skipped; one in front or around the camera renders.
+TEST(VrRendererCamera, OnlyFacesInViewRender) {
   Scene scene(2, 1);
   scene.renderer->setAttr("inCameraOnly", "true");
-  CameraAt camera(0.5, 0.5, -5.0);  // looking away from the plane z = 0
-  EXPECT_FALSE(scene.renderer->faceInCam(0, scene.patch()));
-  DebugLevel debug(3);
-  vrtest::CaptureLogger log;
-  EXPECT_TRUE(scene.renderFace(0).empty());
-  EXPECT_TRUE(log.has("fur[0] is not visible.  Skipping."));
-  EXPECT_FALSE(log.has("Begin fur | skin[0] patch."));
-}
-
-TEST(VrRendererCamera, FaceInFrontAndFaceAroundTheCameraRender) {
-  Scene scene(2, 1);
-  scene.renderer->setAttr("inCameraOnly", "true");
+  {
+    CameraAt camera(0.5, 0.5, -5.0);  // looking away from the plane z = 0
+    EXPECT_FALSE(scene.renderer->faceInCam(0, scene.patch()));
+    DebugLevel debug(3);
+    vrtest::CaptureLogger log;
+    EXPECT_TRUE(scene.renderFace(0).empty());
+    EXPECT_TRUE(log.has("fur[0] is not visible.  Skipping."));
+    EXPECT_FALSE(log.has("Begin fur | skin[0] patch."));
+  }
   {
     CameraAt camera(0.5, 0.5, 5.0);
     EXPECT_TRUE(scene.renderer->pointInCam(SgVec3T<double>(0.5, 0.5, 0.0)));
@@ -522,22 +491,14 @@ std::vector<std::tuple<int, double, double, std::string>> guideList(const VrPrim
 
 }  // namespace
 
-TEST(VrGuideRenderer, AttributesAndRegistration) {
-  std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject("GuideRenderer", nullptr)));
-  auto* renderer = dynamic_cast<VrGuideRenderer*>(made.get());
-  ASSERT_NE(renderer, nullptr);
-  EXPECT_EQ(renderer->attrNames(), (std::vector<std::string>{"percent", "startPercent", "inCameraOnly",
-                                                             "inCameraMargin", "replace", "applyFX"}));
-  EXPECT_TRUE(renderer->replace());
-  EXPECT_TRUE(renderer->applyFX());
-  renderer->setAttr("replace", "false");
-  EXPECT_FALSE(renderer->replace());
-  EXPECT_TRUE(renderer->canRunInParallel());
-}
-
 TEST(VrGuideRenderer, GuidesReplaceOrFollowAndMatchInParallel) {
   Scene scene(3, 2);
-  VrGuideRenderer guides(scene.description);
+  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("GuideRenderer", scene.description)));
+  ASSERT_NE(dynamic_cast<VrGuideRenderer*>(object.get()), nullptr);
+  EXPECT_EQ(object->attrNames(), (std::vector<std::string>{"percent", "startPercent", "inCameraOnly",
+                                                         "inCameraMargin", "replace", "applyFX"}));
+  VrGuideRenderer& guides = *dynamic_cast<VrGuideRenderer*>(object.get());
+  EXPECT_TRUE(guides.replace() && guides.applyFX() && guides.canRunInParallel());
   scene.description->setActiveRenderer(&guides);
   VrPrimitive& primitive = *scene.description->activePrimitive();
 

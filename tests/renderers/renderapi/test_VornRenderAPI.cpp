@@ -72,6 +72,15 @@ class RenderAPI : public ::testing::Test {
   std::string writeCollection(const std::string& rendererAttrs = "", const std::string& density = "40.0") {
     return dir.write(name + ".vorn", vrtest::collectionText(name, rendererAttrs, density));
   }
+  // Inits a patch renderer on the test's collection.
+  std::unique_ptr<PatchRenderer> init(ProceduralCallbacks& callbacks, const std::string& extra = "") {
+    std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args(extra).c_str()));
+    EXPECT_TRUE(patch) << (log.errors().empty() ? "" : log.errors()[0]);
+    return patch;
+  }
+  static void renderFace(PatchRenderer* patch, unsigned face = 0) {
+    std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch, face, nullptr))->render();
+  }
   std::string args(const std::string& extra = "", const std::string& frame = "24") const {
     return "-file " + file + " -geom " + geom + " -palette " + name +
            " -description hair -patch plane -frame " + frame + " -fps 24 " + extra;
@@ -101,7 +110,6 @@ class RenderAPI : public ::testing::Test {
   std::string name, geom, file;
 };
 
-// ---------------------------------------------------------------------------------------------
 // The argument string
 
 TEST_F(RenderAPI, EachMissingFlagGivesItsMessageInOrder) {
@@ -129,31 +137,24 @@ TEST_F(RenderAPI, EachMissingFlagGivesItsMessageInOrder) {
   }
 }
 
-TEST_F(RenderAPI, UnknownTokenWarnsAndParsingGoesOn) {
+// Unknown tokens warn and parsing goes on; -quitOnError takes no value; quotes hold blanks;
+// -debug echoes every token.
+TEST_F(RenderAPI, TokensWarnEchoAndQuote) {
   RecordingCallbacks callbacks;
   EXPECT_EQ(PatchRenderer::init(&callbacks, "-bogus -file f"), nullptr);
   EXPECT_EQ(log.warnings(), std::vector<std::string>{"Unknown token: -bogus"});
   EXPECT_EQ(log.errors(), std::vector<std::string>{"No geometry filename given."});
-}
-
-TEST_F(RenderAPI, QuitOnErrorTakesNoValueAndQuotesHoldBlanks) {
-  RecordingCallbacks callbacks;
+  log.clear();
   VRDebugLevel = 2;
   EXPECT_EQ(PatchRenderer::init(&callbacks, "-quitOnError -file \"a b.vorn\""), nullptr);
   VRQuitOnError = false;
-  EXPECT_TRUE(log.has("Vorn set to quit on error in procedural (args)."));
-  EXPECT_TRUE(log.has("File token: a b.vorn"));
   EXPECT_EQ(log.errors(), std::vector<std::string>{"No geometry filename given."});
-}
-
-TEST_F(RenderAPI, DebugFlagEchoesEveryToken) {
-  RecordingCallbacks callbacks;
+  VRDebugLevel = levels.debug;
   EXPECT_EQ(PatchRenderer::init(&callbacks, "-debug 2 -nameSpace ns -frame 3 -file"), nullptr);
   EXPECT_EQ(VRDebugLevel, 2u);
-  EXPECT_TRUE(log.has("Debug level set: 2"));
-  EXPECT_TRUE(log.has("Token: -nameSpace"));
-  EXPECT_TRUE(log.has("NameSpace token: ns"));
-  EXPECT_TRUE(log.has("Frame token: 3"));
+  for (const char* line : {"Vorn set to quit on error in procedural (args).", "File token: a b.vorn",
+                           "Debug level set: 2", "Token: -nameSpace", "NameSpace token: ns", "Frame token: 3"})
+    EXPECT_TRUE(log.has(line)) << line;
 }
 
 TEST_F(RenderAPI, UnknownDescriptionOrPatchFails) {
@@ -185,13 +186,12 @@ TEST_F(RenderAPI, UnreadableFilesFailAndKeepNothing) {
   EXPECT_TRUE(log.has("No collections were imported from " + file));
 }
 
-// ---------------------------------------------------------------------------------------------
 // Faces, boxes and batches
 
 TEST_F(RenderAPI, FacesComeWithPaddedBoxes) {
   RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(patch) << (log.errors().empty() ? "" : log.errors()[0]);
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
+  ASSERT_TRUE(patch);
   ASSERT_TRUE(patch->description());
   EXPECT_STREQ(patch->description()->getString(0), "SplinePrimitive");
   EXPECT_TRUE(log.errors().empty());
@@ -220,7 +220,7 @@ TEST_F(RenderAPI, FacesComeWithPaddedBoxes) {
 
 TEST_F(RenderAPI, SplinesArriveWithTheirCVsAndWidths) {
   RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
   ASSERT_TRUE(patch);
   renderSerially(patch.get(), &callbacks);
   ASSERT_FALSE(callbacks.prims.empty());
@@ -250,60 +250,56 @@ TEST_F(RenderAPI, SplinesArriveWithTheirCVsAndWidths) {
   }
 }
 
-TEST_F(RenderAPI, CacheSizeOneFlushesEveryPrimitive) {
-  vrtest::ScopedEnv size("VORN_PRIM_CACHE_SIZE", "1");
-  RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(patch);
-  renderSerially(patch.get(), &callbacks);
-  ASSERT_FALSE(callbacks.prims.empty());
-  EXPECT_EQ(callbacks.batches.size(), callbacks.prims.size());
-  for (const auto& batch : callbacks.batches) {
-    EXPECT_EQ(batch.count, 1u);
-    EXPECT_EQ(batch.limit, 1u);
+// VORN_PRIM_CACHE_SIZE 1 flushes every primitive, 0 once per face; an empty face never flushes.
+TEST_F(RenderAPI, CacheSizeDecidesTheFlushes) {
+  {
+    vrtest::ScopedEnv size("VORN_PRIM_CACHE_SIZE", "1");
+    RecordingCallbacks callbacks;
+    std::unique_ptr<PatchRenderer> patch = init(callbacks);
+    ASSERT_TRUE(patch);
+    renderSerially(patch.get(), &callbacks);
+    ASSERT_FALSE(callbacks.prims.empty());
+    EXPECT_EQ(callbacks.batches.size(), callbacks.prims.size());
+    for (const auto& batch : callbacks.batches)
+      EXPECT_EQ(std::make_pair(batch.count, batch.limit), std::make_pair(1u, 1u));
   }
-}
-
-TEST_F(RenderAPI, CacheSizeZeroFlushesOncePerFace) {
+  delete VrPalette::palette(name);  // each part reads the collection afresh
   vrtest::ScopedEnv size("VORN_PRIM_CACHE_SIZE", "0");
-  RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(patch);
-  unsigned facesWithPrims = 0;
-  for (const auto& face : faces(patch.get())) {
-    const size_t before = callbacks.batches.size();
-    const size_t primsBefore = callbacks.prims.size();
-    std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch.get(), face.first, nullptr))->render();
-    const size_t made = callbacks.prims.size() - primsBefore;
-    EXPECT_EQ(callbacks.batches.size() - before, made ? 1u : 0u);
-    if (made) ++facesWithPrims;
-    for (size_t i = primsBefore; i < callbacks.prims.size(); ++i)
-      EXPECT_EQ(callbacks.prims[i].face, int(face.first));
+  {
+    RecordingCallbacks callbacks;
+    std::unique_ptr<PatchRenderer> patch = init(callbacks);
+    ASSERT_TRUE(patch);
+    unsigned facesWithPrims = 0;
+    for (const auto& face : faces(patch.get())) {
+      const size_t before = callbacks.batches.size(), primsBefore = callbacks.prims.size();
+      renderFace(patch.get(), face.first);
+      const size_t made = callbacks.prims.size() - primsBefore;
+      EXPECT_EQ(callbacks.batches.size() - before, made ? 1u : 0u);
+      facesWithPrims += made ? 1 : 0;
+      for (size_t i = primsBefore; i < callbacks.prims.size(); ++i) EXPECT_EQ(callbacks.prims[i].face, int(face.first));
+    }
+    EXPECT_EQ(facesWithPrims, 4u);
+    for (const auto& batch : callbacks.batches) EXPECT_EQ(batch.limit, 0u);
   }
-  EXPECT_EQ(facesWithPrims, 4u);
-  for (const auto& batch : callbacks.batches) EXPECT_EQ(batch.limit, 0u);
-}
-
-TEST_F(RenderAPI, EmptyFaceNeverFlushes) {
+  delete VrPalette::palette(name);
   file = writeCollection("\tpercent\t\t\t0.0\n");
-  RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(patch);
-  renderSerially(patch.get(), &callbacks);
-  EXPECT_TRUE(callbacks.batches.empty());
+  RecordingCallbacks none;
+  std::unique_ptr<PatchRenderer> empty = init(none);
+  ASSERT_TRUE(empty);
+  renderSerially(empty.get(), &none);
+  EXPECT_TRUE(none.batches.empty());
 }
 
 TEST_F(RenderAPI, FlushNameDropsTheNameSpace) {
   RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args("-nameSpace ns").c_str()));
-  ASSERT_TRUE(patch) << (log.errors().empty() ? "" : log.errors()[0]);
+  std::unique_ptr<PatchRenderer> patch = init(callbacks, "-nameSpace ns");
+  ASSERT_TRUE(patch);
   EXPECT_TRUE(VrPalette::palette("ns:" + name));
   renderSerially(patch.get(), &callbacks);
   ASSERT_FALSE(callbacks.batches.empty());
   for (const auto& batch : callbacks.batches) EXPECT_EQ(batch.name, "plane");
 }
 
-// ---------------------------------------------------------------------------------------------
 // Collections across procedurals
 
 TEST_F(RenderAPI, SecondInitWithTheSameCollectionAndFrameImportsNothing) {
@@ -359,25 +355,25 @@ TEST_F(RenderAPI, TemporaryCollectionGoesWithItsLastUser) {
   EXPECT_EQ(VrPalette::palette(temporary), nullptr);
 }
 
-TEST_F(RenderAPI, ShutterIsCutToTwentyAndMustMatchTheSamples) {
-  RecordingCallbacks callbacks;
-  std::vector<float> shutter(25);
-  for (size_t i = 0; i < shutter.size(); ++i) shutter[i] = 0.01f * i;
-  callbacks.arrays[static_cast<int>(Shutter::Shutter)] = shutter;
+TEST_F(RenderAPI, ShutterMustMatchTheSamples) {
   const std::string motion = "-motionSamplesLookup 0 1 -motionSamplesPlacement 0 1";
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args(motion).c_str()));
-  ASSERT_TRUE(patch) << (log.errors().empty() ? "" : log.errors()[0]);
-  std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch.get(), 0, nullptr))->render();
-  EXPECT_TRUE(log.has("Shutter times (20) not in agreement with number of samples (2)."));
-  ASSERT_FALSE(callbacks.batches.empty());
-  EXPECT_EQ(callbacks.batches[0].samples, 2u);
-}
-
-TEST_F(RenderAPI, ShutterOfTheSampleCountIsAccepted) {
+  {  // more than 20 times are cut to 20, which do not match the 2 samples
+    RecordingCallbacks callbacks;
+    std::vector<float> shutter(25);
+    for (size_t i = 0; i < shutter.size(); ++i) shutter[i] = 0.01f * i;
+    callbacks.arrays[static_cast<int>(Shutter::Shutter)] = shutter;
+    std::unique_ptr<PatchRenderer> patch = init(callbacks, motion);
+    ASSERT_TRUE(patch);
+    renderFace(patch.get());
+    EXPECT_TRUE(log.has("Shutter times (20) not in agreement with number of samples (2)."));
+    ASSERT_FALSE(callbacks.batches.empty());
+    EXPECT_EQ(callbacks.batches[0].samples, 2u);
+  }
+  delete VrPalette::palette(name);
+  log.clear();
   RecordingCallbacks callbacks;
   callbacks.arrays[static_cast<int>(Shutter::Shutter)] = {0.0f, 0.5f};
-  const std::string motion = "-motionSamplesLookup 0 1 -motionSamplesPlacement 0 1";
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args(motion).c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks, motion);
   ASSERT_TRUE(patch);
   double box[6];
   ASSERT_TRUE(patch->sampleBox(box, 1, false));
@@ -386,7 +382,7 @@ TEST_F(RenderAPI, ShutterOfTheSampleCountIsAccepted) {
   ASSERT_TRUE(patch->patchBox(box, false));
   EXPECT_NEAR(box[4], 0.0, 1e-6);
   EXPECT_NEAR(box[5], 1.0, 1e-6);
-  std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch.get(), 0, nullptr))->render();
+  renderFace(patch.get());
   for (const std::string& error : log.errors()) EXPECT_EQ(error.find("Shutter times"), std::string::npos);
   // Each primitive comes in both samples: its root on the plane at z = 0, then at z = 1.
   ASSERT_FALSE(callbacks.prims.empty());
@@ -398,7 +394,6 @@ TEST_F(RenderAPI, ShutterOfTheSampleCountIsAccepted) {
   }
 }
 
-// ---------------------------------------------------------------------------------------------
 // Overrides
 
 TEST_F(RenderAPI, UserOverridesRewriteAttributes) {
@@ -407,9 +402,9 @@ TEST_F(RenderAPI, UserOverridesRewriteAttributes) {
   callbacks.overrides["user:vorn_density"] = "20";
   callbacks.overrides["user:vorn_mask"] = "$originalExpr*0.5";
   callbacks.arrays[1] = {0.5f, 0.25f, 0.1f};  // LodHi of the wrong size
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
   ASSERT_TRUE(patch);
-  std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch.get(), 0, nullptr))->render();
+  renderFace(patch.get());
   VrDescription* hair = VrPalette::palette(name)->description("hair");
   std::string value;
   ASSERT_TRUE(hair->activePrimitive()->getAttr("width", value));
@@ -424,9 +419,9 @@ TEST_F(RenderAPI, UserOverridesRewriteAttributes) {
 TEST_F(RenderAPI, DensityFalloffWrapsTheMask) {
   RecordingCallbacks callbacks;
   callbacks.arrays[0] = {1, 2, 3, 0.5f, 1.5f, 1, 0};
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
   ASSERT_TRUE(patch);
-  std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch.get(), 0, nullptr))->render();
+  renderFace(patch.get());
   std::string mask;
   ASSERT_TRUE(VrPalette::palette(name)->description("hair")->activeGenerator()->getAttr("mask", mask));
   EXPECT_EQ(mask,
@@ -437,9 +432,9 @@ TEST_F(RenderAPI, DensityFalloffWrapsTheMask) {
 TEST_F(RenderAPI, DensityFalloffOfTheWrongSizeIsAnError) {
   RecordingCallbacks callbacks;
   callbacks.arrays[0] = {1, 2, 3};
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
   ASSERT_TRUE(patch);
-  std::unique_ptr<FaceRenderer>(FaceRenderer::init(patch.get(), 0, nullptr))->render();
+  renderFace(patch.get());
   EXPECT_TRUE(log.has("User attribute vorn_densityFalloff has invalid size (3!=7)."));
 }
 
@@ -456,7 +451,7 @@ class BackwardCamera : public RecordingCallbacks {
 TEST_F(RenderAPI, FacesOutOfViewComeWithZeroBoxes) {
   BackwardCamera callbacks;
   callbacks.overrides["user:vorn_inCameraOnly"] = "true";
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
   ASSERT_TRUE(patch);
   const auto all = faces(patch.get());
   ASSERT_EQ(all.size(), 4u);
@@ -470,7 +465,6 @@ TEST_F(RenderAPI, FacesOutOfViewComeWithZeroBoxes) {
     EXPECT_NE(face.second, std::vector<double>(6, 0.0)) << face.first;
 }
 
-// ---------------------------------------------------------------------------------------------
 // Parallel rendering
 
 // Renders serially, then through a ParallelRenderer with 1 and 2 threads and with a negative
@@ -539,7 +533,7 @@ TEST_F(RenderAPI, ParallelRendererRefusesBadInput) {
   EXPECT_EQ(ParallelRenderer::init(nullptr), nullptr);
   EXPECT_TRUE(log.has("in_patch is NULL when init a ParallelRenderer."));
   RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  std::unique_ptr<PatchRenderer> patch = init(callbacks);
   ASSERT_TRUE(patch);
   std::unique_ptr<ParallelRenderer> runner(ParallelRenderer::init(patch.get()));
   ASSERT_TRUE(runner);
@@ -547,7 +541,6 @@ TEST_F(RenderAPI, ParallelRendererRefusesBadInput) {
   EXPECT_TRUE(log.has("in_face is NULL when enqueue a face renderer."));
 }
 
-// ---------------------------------------------------------------------------------------------
 // The back end and its cache view
 
 TEST(RenderAPIRenderer, AttributesPseudoAttributesAndRegistration) {
@@ -574,9 +567,7 @@ TEST(RenderAPIRenderer, AttributesPseudoAttributesAndRegistration) {
   EXPECT_TRUE(renderer->flag(Flag::DPdvrefg));
   renderer->setAttr("length_VP", "false", "bool");
   EXPECT_FALSE(renderer->flag(Flag::Length));
-}
-
-TEST(RenderAPIRenderer, BatchLimitComesFromTheEnvironment) {
+  // The batch limit comes from the environment.
   {
     vrtest::ScopedEnv size("VORN_PRIM_CACHE_SIZE", nullptr);
     EXPECT_EQ(Renderer(nullptr).batchLimit(), 2000u);
