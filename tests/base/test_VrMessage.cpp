@@ -1,10 +1,10 @@
 #include "base/VrMessage.h"
 
 #include "support/CaptureLogger.h"
+#include "support/TextPattern.h"
 
 #include <gtest/gtest.h>
 
-#include <regex>
 
 using vrutil::VrMessage;
 
@@ -32,7 +32,7 @@ TEST(VrMessage, ShellLoggerWritesTimeStampedLineToStandardError) {
   const std::string out = testing::internal::GetCapturedStderr();
   // The time checked by shape; no colour, as standard error is no terminal here.
   EXPECT_TRUE(
-      std::regex_match(out, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2} Vorn Warning\\(1\\):  hello  \\(x\\.cpp:7\\)\n")))
+      vrtest::matchesPattern(out, "[0-9]{2}:[0-9]{2}:[0-9]{2} Vorn Warning\\(1\\):  hello  \\(x\\.cpp:7\\)\n"))
       << out;
 }
 
