@@ -1,5 +1,6 @@
 // `vorn render`: renders a collection through the render API exactly as a renderer plug-in does,
-// and writes the primitives to an Alembic curves file or to JSON lines.
+// and hands the primitives to the output back end that the output's extension names (see
+// io/output/VrPrimitiveOutput.h).
 //
 // Ownership and lifetime: the collection is read once with the library to learn the names of its
 // descriptions and patches, then deleted, so that the render API's own import binds the
@@ -10,18 +11,17 @@
 // appended to an unlinked temporary file, and only a small index entry per run (patch, face,
 // first id, where the bytes are) stays in memory. At the end the index is sorted and the runs
 // are read back one at a time, so the output comes in (patch, face, id) order whatever the
-// thread count, and the Alembic output streams through VrAbcCurvesStreamWriter.
+// thread count.
 //
 // Motion samples: every primitive carries the CVs of each sample (the render API's point rows),
-// widths only once, from the first sample. The JSON lines keep sample 0 in "cvs" and add the
-// others as "samples"; the Alembic curves get one sample of points per motion sample.
+// widths only once, from the first sample. Outputs that list instances also get the location
+// (u, v), the ids and the random values of each primitive.
 //
 // Threads: `flush` may be called from render workers at once; it builds its records on the
 // calling thread and takes one mutex only to append them to the spool.
 
 #include "tools/commands.h"
 
-#include "base/VrAtomicFile.h"
 #include "base/VrObject.h"
 #include "base/VrTaskManager.h"
 #include "base/vrutilScratchFile.h"
@@ -29,14 +29,13 @@
 #include "document/VrPalette.h"
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchive.h"
-#include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "io/output/VrPrimitiveOutput.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 #include "tools/cliLogger.h"
 #include "tools/collectionAccess.h"
 
 #include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -75,14 +74,21 @@ struct Run {
 };
 
 // One primitive as the spool holds it: face, id, CV count and sample count as int32, then x, y,
-// z per CV for each sample in turn, then one width per CV, all floats.
+// z per CV for each sample in turn, then one width per CV, all floats; for instance outputs then
+// u, v (floats), description id, geometry id, random int (int32) and random float.
 struct Primitive {
-  int face = 0;
-  int id = 0;
-  size_t samples = 1;
   std::vector<float> cvs;  ///< 3 * CV count floats per sample, sample 0 first
   std::vector<float> widths;
+  VrOutputPrimitive out;   ///< the rest, and the view the back end gets
 };
+
+// The instance channels of one primitive, in spool order.
+struct InstanceValues {
+  float u = 0.0f, v = 0.0f;
+  int32_t descriptionId = 0, geomId = 0, randomInt = 0;
+  float randomFloat = 0.0f;
+};
+static_assert(sizeof(InstanceValues) == 24, "the spool stores the instance values as 24 bytes");
 
 void putInt(std::vector<char>& out, int32_t value) {
   const char* p = reinterpret_cast<const char*>(&value);
@@ -95,7 +101,7 @@ void putFloats(std::vector<char>& out, const float* values, size_t count) {
 }
 
 // Reads the next primitive of a run; false when the bytes run short.
-bool takePrimitive(const char*& at, const char* end, Primitive& out) {
+bool takePrimitive(const char*& at, const char* end, bool instance, Primitive& prim) {
   int32_t head[4];
   if (end - at < 16) return false;
   std::memcpy(head, at, 16);
@@ -103,17 +109,33 @@ bool takePrimitive(const char*& at, const char* end, Primitive& out) {
   if (head[2] < 0 || head[3] < 1) return false;
   const size_t n = static_cast<size_t>(head[2]);
   const size_t samples = static_cast<size_t>(head[3]);
-  if (static_cast<size_t>(end - at) < n * (12 * samples + 4)) return false;
-  out.face = head[0];
-  out.id = head[1];
-  out.samples = samples;
-  out.cvs.resize(3 * n * samples);
-  out.widths.resize(n);
+  const size_t extra = instance ? sizeof(InstanceValues) : 0;
+  if (static_cast<size_t>(end - at) < n * (12 * samples + 4) + extra) return false;
+  prim.cvs.resize(3 * n * samples);
+  prim.widths.resize(n);
   if (n) {
-    std::memcpy(out.cvs.data(), at, n * 12 * samples);
-    std::memcpy(out.widths.data(), at + n * 12 * samples, n * 4);
+    std::memcpy(prim.cvs.data(), at, n * 12 * samples);
+    std::memcpy(prim.widths.data(), at + n * 12 * samples, n * 4);
   }
   at += n * (12 * samples + 4);
+  VrOutputPrimitive& out = prim.out;
+  out.face = head[0];
+  out.id = head[1];
+  out.numCVs = n;
+  out.numSamples = samples;
+  out.cvs = prim.cvs.data();
+  out.widths = prim.widths.data();
+  if (instance) {
+    InstanceValues values;
+    std::memcpy(&values, at, sizeof values);
+    at += sizeof values;
+    out.u = values.u;
+    out.v = values.v;
+    out.descriptionId = values.descriptionId;
+    out.geomId = values.geomId;
+    out.randomInt = values.randomInt;
+    out.randomFloat = values.randomFloat;
+  }
   return true;
 }
 
@@ -164,9 +186,10 @@ class RunSpool {
 // The plug-in side of the render API: answers from the command's flags and spools the batches.
 class RenderCallbacks : public ProceduralCallbacks {
  public:
-  RenderCallbacks(const RenderRequest& request, RunSpool& spool)
+  RenderCallbacks(const RenderRequest& request, RunSpool& spool, bool instance)
       : request(request),
         spool(spool),
+        instance(instance),
         samples(request.motionSamples.empty() ? 1 : request.motionSamples.size()) {
     for (const std::string& entry : request.overrides) {
       const size_t eq = entry.find('=');
@@ -247,6 +270,15 @@ class RenderCallbacks : public ProceduralCallbacks {
     const int* cvCounts = channel(IntKey::CVCount);
     const int* ids = channel(IntKey::PrimitiveId);
     const int* faces = channel(IntKey::FaceId);
+    const int* descriptionIds = channel(IntKey::DescriptionId);
+    const int* geomIds = channel(IntKey::GeomId);
+    const int* randomInts = channel(IntKey::RandomInt);
+    auto floatChannel = [&](FloatKey key) {
+      return cache->getFloatArraySize(key) >= count ? cache->getFloatArray(key) : nullptr;
+    };
+    const float* us = floatChannel(FloatKey::U);
+    const float* vs = floatChannel(FloatKey::V);
+    const float* randomFloats = floatChannel(FloatKey::RandomFloat);
     // One row of points per motion sample. Should a batch hold fewer rows than the render asked
     // for, its last row stands in for the missing ones, and rows beyond are left out.
     const unsigned rows = std::max(cache->getUInt(PrimitiveCache::EUIntAttribute::SampleCount), 1u);
@@ -323,6 +355,17 @@ class RenderCallbacks : public ProceduralCallbacks {
           else if (primWidths) widths[c] = primWidths[i];
         }
         putFloats(bytes, widths.data(), n);
+        if (instance) {
+          InstanceValues values;
+          values.u = us ? us[i] : 0.0f;
+          values.v = vs ? vs[i] : 0.0f;
+          values.descriptionId = descriptionIds ? descriptionIds[i] : 0;
+          values.geomId = geomIds ? geomIds[i] : 0;
+          values.randomInt = randomInts ? randomInts[i] : 0;
+          values.randomFloat = randomFloats ? randomFloats[i] : 0.0f;
+          const char* p = reinterpret_cast<const char*>(&values);
+          bytes.insert(bytes.end(), p, p + sizeof values);
+        }
         ++run.count;
         cvTotal += n;
       }
@@ -335,6 +378,7 @@ class RenderCallbacks : public ProceduralCallbacks {
  private:
   const RenderRequest& request;
   RunSpool& spool;
+  const bool instance;
   std::atomic<bool> freshSetup{true};
   std::map<std::string, std::string> overrides;
   std::string camera, fov, ratio, xformText;
@@ -389,133 +433,26 @@ class ProgressBar {
   size_t done = 0;
 };
 
-// The shortest text that reads back as the same float, free of the locale.
-void putNumber(std::string& out, float value) {
-  char text[32];
-  const auto result = std::to_chars(text, text + sizeof text, value);
-  out.append(text, result.ptr);
-}
-
-// "[[x,y,z],...]" for `count` points.
-void putPoints(std::string& out, const float* xyz, size_t count) {
-  out += '[';
-  for (size_t c = 0; c < count; ++c) {
-    out += c ? ",[" : "[";
-    for (size_t k = 0; k < 3; ++k) {
-      if (k) out += ',';
-      putNumber(out, xyz[3 * c + k]);
-    }
-    out += ']';
-  }
-  out += ']';
-}
-
-void putJsonString(std::string& out, const std::string& text) {
-  out += '"';
-  for (char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += c;
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out += c;
-    }
-  }
-  out += '"';
-}
-
-// Writes the runs in order to the output; false with a message on failure (nothing is left).
-bool writeOutput(const RenderRequest& request, const std::vector<PatchJob>& jobs, RunSpool& spool) {
-  const bool json = request.output.size() >= 6 && request.output.compare(request.output.size() - 6, 6, ".jsonl") == 0;
+// Hands the runs in order to the output back end; false when it failed (it then leaves nothing
+// at the path and has said why).
+bool writeOutput(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, RunSpool& spool, bool instance) {
+  if (!output.begin()) return false;
   std::vector<char> bytes;
-  Primitive prim;
-  if (json) {
-    VrAtomicFile file(request.output);
-    if (!file.ok()) {
-      fail("cannot write " + request.output);
-      return false;
-    }
-    std::string line;
-    for (const Run& run : spool.sortedRuns()) {
-      if (!spool.read(run, bytes)) {
-        fail("the temporary file of the render could not be read back");
-        return false;
-      }
-      const char* at = bytes.data();
-      const char* end = at + bytes.size();
-      while (at < end && takePrimitive(at, end, prim)) {
-        line = "{\"patch\":";
-        putJsonString(line, jobs[run.job].patch);
-        line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":";
-        const size_t n = prim.widths.size();
-        putPoints(line, prim.cvs.data(), n);
-        if (prim.samples > 1) {
-          line += ",\"samples\":[";
-          for (size_t s = 1; s < prim.samples; ++s) {
-            if (s > 1) line += ',';
-            putPoints(line, prim.cvs.data() + 3 * n * s, n);
-          }
-          line += ']';
-        }
-        line += ",\"widths\":[";
-        for (size_t c = 0; c < prim.widths.size(); ++c) {
-          if (c) line += ',';
-          putNumber(line, prim.widths[c]);
-        }
-        line += "]}\n";
-        file.out() << line;
-      }
-    }
-    if (!file.commit()) {
-      fail("cannot write " + request.output);
-      return false;
-    }
-    return true;
-  }
-
-  VrAbcCurvesStreamWriter writer;
-  VrAbcCurvesStreamWriter::Options options;
-  options.objectName = "vornCurves";
-  options.frame = request.frame;
-  options.framesPerSecond = request.fps;
-  options.sampleOffsets = request.motionSamples;
-  options.archive.applicationName = "vorn render";
-  if (!writer.open(request.output, options)) return false;
-  const size_t samples = writer.numSamples();
-  std::vector<std::vector<float>> points(samples);
-  std::vector<const float*> rows(samples);
-  std::vector<float> widths;
-  std::vector<int32_t> counts;
+  std::vector<Primitive> prims;
+  std::vector<VrOutputPrimitive> views;
   for (const Run& run : spool.sortedRuns()) {
     if (!spool.read(run, bytes)) {
       fail("the temporary file of the render could not be read back");
       return false;
     }
-    for (std::vector<float>& sample : points) sample.clear();
-    widths.clear();
-    counts.clear();
+    prims.resize(std::max<size_t>(prims.size(), run.count));
+    views.clear();
     const char* at = bytes.data();
     const char* end = at + bytes.size();
-    while (at < end && takePrimitive(at, end, prim)) {
-      if (prim.samples != samples) {
-        fail("the temporary file of the render holds a primitive of " + std::to_string(prim.samples) +
-             " samples where " + std::to_string(samples) + " were asked for");
-        return false;
-      }
-      const size_t n = prim.widths.size();
-      for (size_t s = 0; s < samples; ++s)
-        points[s].insert(points[s].end(), prim.cvs.begin() + 3 * n * s, prim.cvs.begin() + 3 * n * (s + 1));
-      widths.insert(widths.end(), prim.widths.begin(), prim.widths.end());
-      counts.push_back(static_cast<int32_t>(n));
-    }
-    for (size_t s = 0; s < samples; ++s) rows[s] = points[s].data();
-    if (!writer.appendSamples(rows.data(), widths.size(), counts.data(), counts.size(), widths.data()))
-      return false;
+    for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, prims[k]); ++k) views.push_back(prims[k].out);
+    if (!output.write(jobs[run.job].patch, views.data(), views.size())) return false;
   }
-  return writer.close();
+  return output.end();
 }
 
 // The description `description` of the collection the render API imported as `collection`: the
@@ -640,7 +577,17 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     fail("cannot make a temporary file for the render: " + spoolError);
     return ExitFailed;
   }
-  RenderCallbacks callbacks(request, spool);
+  VrOutputSettings settings;
+  settings.frame = request.frame;
+  settings.framesPerSecond = request.fps;
+  settings.sampleOffsets = request.motionSamples;
+  std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(request.output, settings);
+  if (!output) {
+    fail("the output must end in " + VrPrimitiveOutput::extensionList() + ": " + request.output);
+    return ExitUsage;
+  }
+  const bool instance = output->wantsInstanceChannels();
+  RenderCallbacks callbacks(request, spool, instance);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
                        " -palette " + argWord(collectionName) + " -frame " + number(request.frame) +
@@ -685,6 +632,9 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
       }
       renderer->setAttr("addPrimitiveId", "true");
       renderer->setAttr("addFaceId", "true");
+      if (instance)
+        for (const char* channel : {"addU", "addV", "descid_VP", "geomid_VS", "addRandomInt", "addRandomFloat"})
+          renderer->setAttr(channel, "true");
       channelsOn[jobs[j].description] = true;
     }
     double box[6];
@@ -751,7 +701,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     fail("the temporary file of the render could not be written");
     return ExitFailed;
   }
-  if (!writeOutput(request, jobs, spool)) return ExitFailed;
+  if (!writeOutput(*output, jobs, spool, instance)) return ExitFailed;
   totals.primitives += callbacks.primitives();
   totals.cvs += callbacks.cvs();
   return ExitOk;
@@ -770,10 +720,8 @@ int render(const RenderRequest& request, const CliLogger& logger) {
     return ExitUsage;
   }
   const std::string& out = request.output;
-  const bool toJson = out.size() >= 6 && out.compare(out.size() - 6, 6, ".jsonl") == 0;
-  const bool toAbc = out.size() >= 4 && out.compare(out.size() - 4, 4, ".abc") == 0;
-  if (!toJson && !toAbc) {
-    fail("the output must end in .abc or .jsonl: " + out);
+  if (!VrPrimitiveOutput::knowsExtension(out)) {
+    fail("the output must end in " + VrPrimitiveOutput::extensionList() + ": " + out);
     return ExitUsage;
   }
   if (frameList.size() > 1 && out.find('#') == std::string::npos) {

@@ -175,7 +175,7 @@ TEST(VornRender, BadInputFailsClearlyAndLeavesNoOutput) {
                       "vorn: the render API reported errors while setting up the render; nothing was written"));
   // An output that is neither .abc nor .jsonl.
   EXPECT_TRUE(
-      ranWith(vorn(renderArgs(collection, geometry, dir.file("out.txt"))), 2, "the output must end in .abc or .jsonl"));
+      ranWith(vorn(renderArgs(collection, geometry, dir.file("out.txt"))), 2, "the output must end in .abc, .jsonl, .pmt, .pdb, .bgeo, .bgeo.gz or .geo"));
 
   for (const char* name : {"out.jsonl", "out.abc", "out.txt"}) EXPECT_FALSE(std::filesystem::exists(dir.file(name)));
   // Nothing else was left behind either: only the inputs written above.

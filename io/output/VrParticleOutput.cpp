@@ -1,0 +1,68 @@
+#include "io/output/VrParticleOutput.h"
+
+namespace {
+
+enum Channel { Position, Aim, Up, Scale, Id, DescId, RandomInt, RandomFloat, Index, U, V, FaceId, GeomId };
+
+struct ChannelDefinition {
+  const char* name;
+  VrParticleType type;
+  int count;
+};
+
+const ChannelDefinition channels[] = {
+    {"position", VrParticleType::Vector, 3}, {"aim_VP", VrParticleType::Vector, 3},
+    {"up_VP", VrParticleType::Vector, 3},    {"scale", VrParticleType::Vector, 3},
+    {"id_VP", VrParticleType::Int, 1},       {"descid_VP", VrParticleType::Int, 1},
+    {"ri_VP", VrParticleType::Int, 1},       {"rf_VP", VrParticleType::Float, 1},
+    {"index_VP", VrParticleType::Int, 1},    {"u_VS", VrParticleType::Float, 1},
+    {"v_VS", VrParticleType::Float, 1},      {"faceid_VS", VrParticleType::Int, 1},
+    {"geomid_VS", VrParticleType::Int, 1},
+};
+
+void putVector(VrParticleSet& set, Channel channel, size_t particle, const SgVec3T<double>& value) {
+  float* out = set.floats(channel, particle);
+  out[0] = static_cast<float>(value.x);
+  out[1] = static_cast<float>(value.y);
+  out[2] = static_cast<float>(value.z);
+}
+
+}  // namespace
+
+void VrParticleOutput::addInstanceChannels(VrParticleSet& set) {
+  for (const ChannelDefinition& channel : channels) set.addAttribute(channel.name, channel.type, channel.count);
+}
+
+void VrParticleOutput::addInstance(VrParticleSet& set, const VrInstanceRecord& record) {
+  const size_t p = set.addParticle();
+  putVector(set, Position, p, record.position);
+  putVector(set, Aim, p, record.aim);
+  putVector(set, Up, p, record.up);
+  putVector(set, Scale, p, record.scale);
+  *set.ints(Id, p) = record.id;
+  *set.ints(DescId, p) = record.descriptionId;
+  *set.ints(RandomInt, p) = static_cast<int32_t>(record.randomInt);
+  *set.floats(RandomFloat, p) = static_cast<float>(record.randomFloat);
+  *set.ints(Index, p) = record.index;
+  *set.floats(U, p) = static_cast<float>(record.u);
+  *set.floats(V, p) = static_cast<float>(record.v);
+  *set.ints(FaceId, p) = record.faceId;
+  *set.ints(GeomId, p) = record.geomId;
+}
+
+bool VrParticleOutput::begin() {
+  set = VrParticleSet();
+  addInstanceChannels(set);
+  return true;
+}
+
+bool VrParticleOutput::write(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
+  for (size_t i = 0; i < count; ++i) addInstance(set, instanceRecord(primitives[i]));
+  return true;
+}
+
+bool VrParticleOutput::end() {
+  std::string error;
+  if (!VrWriteParticles(path, set, &error)) return fail(error.empty() ? "cannot be written" : error);
+  return true;
+}

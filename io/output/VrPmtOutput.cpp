@@ -1,0 +1,20 @@
+#include "io/output/VrPmtOutput.h"
+
+bool VrPmtOutput::begin() {
+  file = std::make_unique<VrAtomicFile>(path);
+  if (!file->ok()) return fail("cannot be written");
+  VrPmtText::writeHeader(file->out());
+  return true;
+}
+
+bool VrPmtOutput::write(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
+  if (!file) return false;
+  for (size_t i = 0; i < count; ++i) VrPmtText::writeRecord(file->out(), instanceRecord(primitives[i]));
+  return file->ok() || fail("cannot be written");
+}
+
+bool VrPmtOutput::end() {
+  const bool ok = file && file->commit();
+  file.reset();
+  return ok || fail("cannot be written");
+}

@@ -1,0 +1,57 @@
+#include "io/output/VrPrimitiveOutput.h"
+
+#include "base/VrMessage.h"
+#include "io/output/VrCurvesOutput.h"
+#include "io/output/VrJsonLinesOutput.h"
+#include "io/output/VrParticleOutput.h"
+#include "io/output/VrPmtOutput.h"
+#include "io/particles/VrParticles.h"
+
+namespace {
+
+bool endsWith(const std::string& text, const char* tail) {
+  const std::string end(tail);
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+}  // namespace
+
+std::unique_ptr<VrPrimitiveOutput> VrPrimitiveOutput::create(const std::string& path,
+                                                             const VrOutputSettings& settings) {
+  if (endsWith(path, ".abc")) return std::make_unique<VrCurvesOutput>(path, settings);
+  if (endsWith(path, ".jsonl")) return std::make_unique<VrJsonLinesOutput>(path, settings);
+  if (endsWith(path, ".pmt")) return std::make_unique<VrPmtOutput>(path, settings);
+  if (VrParticleFormatOf(path) != VrParticleFormat::Unknown)
+    return std::make_unique<VrParticleOutput>(path, settings);
+  return nullptr;
+}
+
+bool VrPrimitiveOutput::knowsExtension(const std::string& path) {
+  return endsWith(path, ".abc") || endsWith(path, ".jsonl") || endsWith(path, ".pmt") ||
+         VrParticleFormatOf(path) != VrParticleFormat::Unknown;
+}
+
+std::string VrPrimitiveOutput::extensionList() { return ".abc, .jsonl, .pmt, .pdb, .bgeo, .bgeo.gz or .geo"; }
+
+bool VrPrimitiveOutput::fail(const std::string& what) const {
+  VR_ERROR(path + ": " + what);
+  return false;
+}
+
+VrInstanceRecord VrPrimitiveOutput::instanceRecord(const VrOutputPrimitive& prim) {
+  VrInstanceRecord record;
+  SgVec3T<double> cvs[4];
+  const size_t n = prim.numCVs < 4 ? prim.numCVs : 4;
+  for (size_t c = 0; c < n; ++c) cvs[c] = SgVec3T<double>(prim.cvs[3 * c], prim.cvs[3 * c + 1], prim.cvs[3 * c + 2]);
+  record.setFrame(cvs, n);
+  record.id = prim.id;
+  record.descriptionId = prim.descriptionId;
+  record.randomInt = prim.randomInt;
+  record.randomFloat = prim.randomFloat;
+  record.index = prim.lodIndex;
+  record.u = prim.u;
+  record.v = prim.v;
+  record.faceId = prim.face;
+  record.geomId = prim.geomId;
+  return record;
+}
