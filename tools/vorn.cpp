@@ -167,14 +167,14 @@ int main(int argc, char** argv) {
   vorncli::RenderRequest renderRequest;
   std::string shutterText;
   CLI::App* render = app.add_subcommand(
-      "render", "render a collection through the render API and write the primitives (.abc curves or .jsonl)");
+      "render", "render a collection through the render API and write the primitives (.abc curves, .jsonl, .pmt or particles)");
   render->add_option("collection", renderRequest.collection, "collection file (.vorn)")->required();
   render->add_option("--geom", renderRequest.geometry, "Alembic file the patches bind to")->required();
   CLI::Option* renderFrame = render->add_option("--frame", renderRequest.frame, "frame to render");
   render->add_option("--frames", renderRequest.frames,
                      "\"FIRST-LAST[:STEP]\": render a frame range in one process, one file per frame");
   render->add_option("-o,--output", renderRequest.output,
-                     "output file: .abc (curves) or .jsonl; a run of '#' stands for the zero-padded frame number")
+                     "output file: .abc (curves), .jsonl, .pmt, .pdb, .bgeo, .bgeo.gz or .geo; a run of '#' stands for the zero-padded frame number")
       ->required();
   render->add_option("--threads", renderRequest.threads,
                      "render faces on N threads (default: every core; 1: serially)");

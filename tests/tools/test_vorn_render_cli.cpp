@@ -6,6 +6,7 @@
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 #include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcXformWriter.h"
+#include "io/particles/VrParticles.h"
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "support/CliExpect.h"
 #include "support/Examples.h"
@@ -235,6 +236,64 @@ TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
   const auto again = vorn(renderArgs(collection, geometry, dir.file("again.jsonl")));
   EXPECT_NE(again.output.find("rendered " + std::to_string(lines.size()) + " primitives"), std::string::npos)
       << again.output;
+}
+
+// Every instance output lists each primitive once, in the order of the JSON lines, with the
+// root as its position, and is the same, byte for byte, on one and two threads.
+TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
+  vrtest::TempDir dir;
+  const std::string collection = smallCollection(dir);
+  const std::string geometry = exampleDir + "/head.abc";
+  ASSERT_TRUE(ran(vorn(renderArgs(collection, geometry, dir.file("ref.jsonl")))));
+  const std::vector<Line> lines = parse(readText(dir.file("ref.jsonl")));
+  ASSERT_GT(lines.size(), 100u);
+
+  for (const char* extension : {".pmt", ".bgeo", ".bgeo.gz", ".geo", ".pdb"}) {
+    SCOPED_TRACE(extension);
+    std::string bytes[2];
+    for (int threads : {1, 2}) {
+      const std::string out = dir.file("out" + std::to_string(threads) + extension);
+      ASSERT_TRUE(ran(vorn(renderArgs(collection, geometry, out) + " --threads " + std::to_string(threads))));
+      bytes[threads - 1] = readText(out);
+    }
+    EXPECT_TRUE(bytes[0] == bytes[1]);
+    const std::string out = dir.file(std::string("out1") + extension);
+    if (std::string(extension) == ".pmt") {
+      // 14 header lines, then 14 lines per record (13 and a blank one).
+      std::istringstream in(bytes[0]);
+      std::vector<std::string> rows;
+      for (std::string row; std::getline(in, row);) rows.push_back(row);
+      ASSERT_EQ(rows.size(), 14 + 14 * lines.size());
+      EXPECT_EQ(rows[0], "# px py pz (position)");
+      EXPECT_EQ(rows[12], "# geomid_VS");
+      for (size_t i = 0; i < lines.size(); i += 37) {
+        const size_t at = 14 + 14 * i;
+        std::istringstream position(rows[at]);
+        double x = 0, y = 0, z = 0;
+        position >> x >> y >> z;
+        EXPECT_NEAR(x, lines[i].cvs[0], 1e-6);
+        EXPECT_NEAR(y, lines[i].cvs[1], 1e-6);
+        EXPECT_NEAR(z, lines[i].cvs[2], 1e-6);
+        EXPECT_EQ(rows[at + 4], std::to_string(lines[i].id));
+        EXPECT_EQ(rows[at + 11], std::to_string(lines[i].face));
+      }
+      continue;
+    }
+    VrParticleSet set;
+    std::string error;
+    ASSERT_TRUE(VrReadParticles(out, set, &error)) << error;
+    ASSERT_EQ(set.numParticles(), lines.size());
+    ASSERT_EQ(set.numAttributes(), 13u);
+    const int position = set.findAttribute("position");
+    const int id = set.findAttribute("id_VP");
+    const int face = set.findAttribute("faceid_VS");
+    ASSERT_GE(position, 0);
+    for (size_t i = 0; i < lines.size(); i += 37) {
+      for (int k = 0; k < 3; ++k) EXPECT_NEAR(set.floats(position, i)[k], lines[i].cvs[k], 1e-6);
+      EXPECT_EQ(*set.ints(id, i), lines[i].id);
+      EXPECT_EQ(*set.ints(face, i), lines[i].face);
+    }
+  }
 }
 
 TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
