@@ -1,7 +1,7 @@
 # The library's sources: every .cpp in the layer folders. New files are picked up at the next
 # configure (CONFIGURE_DEPENDS re-globs on every build).
 set(VORN_LAYERS base document expressions geometry generators primitives fxmodules renderers
-    renderers/renderapi vrsculptcore io io/alembic io/output io/ptex io/vpd)
+    renderers/renderapi vrsculptcore io io/alembic io/output io/particles io/ptex io/vpd)
 set(VORN_SOURCES)
 foreach(layer ${VORN_LAYERS})
   file(GLOB layer_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${layer}/*.cpp)

@@ -72,9 +72,10 @@ int runDeltaCreate(const std::string& base, const std::string& edited, const std
 int runDeltaApply(const std::string& base, const std::vector<std::string>& deltas,
                   const std::string& output);
 
-/// `vorn inspect FILE`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive or the
-/// "ptex-ref-v1" dump of a Ptex file, chosen by the file's magic; 1 when the file is refused or
-/// any part of it cannot be read.
+/// `vorn inspect FILE`: prints the "alembic-ref-v1" dump of an Alembic (Ogawa) archive, the
+/// "ptex-ref-v1" dump of a Ptex file, the "partio-ref-v1" dump of a particle file (.bgeo,
+/// .bgeo.gz, .geo, .pdb) or the summary of a point/primitive file (.vuv, .vpd), chosen by the
+/// file's magic and then its name; 1 when the file is refused or any part of it cannot be read.
 int runInspect(const std::string& file);
 
 /// What `vorn render` renders and how (see docs/render-command.md).

@@ -161,8 +161,8 @@ int main(int argc, char** argv) {
   deltaApply->add_option("-o,--output", deltaOutput, "collection file to write")->required();
 
   std::string archive;
-  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive or a Ptex texture file");
-  inspect->add_option("file", archive, "Alembic archive (Ogawa) or Ptex file, told apart by their contents")->required();
+  CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive, a Ptex texture, a particle file or a point/primitive file");
+  inspect->add_option("file", archive, "Alembic archive (Ogawa), Ptex file, particle file (.bgeo, .bgeo.gz, .geo, .pdb) or point/primitive file (.vuv, .vpd)")->required();
 
   vorncli::RenderRequest renderRequest;
   std::string shutterText;

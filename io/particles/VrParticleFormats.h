@@ -1,0 +1,27 @@
+#pragma once
+// Internal to io/particles: the reader and writer of each format. Readers take the file's bytes
+// (inflated already) and fill an empty set; writers fill a sink. Both answer false with the
+// reason in `error`, without the file's name (VrReadParticles and VrWriteParticles add it).
+
+#include "io/particles/VrParticleSink.h"
+#include "io/particles/VrParticles.h"
+
+#include <string>
+#include <vector>
+
+namespace vrparticles {
+
+bool readBgeo(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error);
+bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
+
+bool readGeo(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error);
+bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
+
+bool readPdb32(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error);
+bool writePdb32(const VrParticleSet& set, VrParticleSink& out, std::string& error);
+
+/// The index of the attribute that Houdini's formats store as the point position P: "position",
+/// three floats (a vector or a float triple); -1 with the reason in `error` when there is none.
+int positionAttribute(const VrParticleSet& set, std::string& error);
+
+}  // namespace vrparticles

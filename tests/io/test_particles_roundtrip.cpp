@@ -1,0 +1,143 @@
+// Particle sets written and read back in every format: values bit for bit, string tables and
+// fixed attributes where the format holds them, empty and large sets, and atomic writes.
+
+#include "io/particles/VrParticles.h"
+#include "support/Examples.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+namespace {
+
+// One attribute of every type, values that need every bit (negative, tiny, huge).
+VrParticleSet sampleSet(size_t n) {
+  VrParticleSet set;
+  const int position = set.addAttribute("position", VrParticleType::Vector, 3);
+  const int life = set.addAttribute("life", VrParticleType::Float, 2);
+  const int id = set.addAttribute("id", VrParticleType::Int, 1);
+  const int name = set.addAttribute("name", VrParticleType::IndexedString, 1);
+  set.resize(n);
+  for (size_t i = 0; i < n; ++i) {
+    float* p = set.floats(position, i);
+    p[0] = static_cast<float>(i) * 0.1f;
+    p[1] = -1.0f / static_cast<float>(i + 3);
+    p[2] = std::ldexp(1.0f, static_cast<int>(i % 200) - 100);
+    set.floats(life, i)[0] = 1e30f / static_cast<float>(i + 1);
+    set.floats(life, i)[1] = -static_cast<float>(i % 7);
+    set.ints(id, i)[0] = static_cast<int32_t>(i * 7919 % 3000017) - 100000;
+    set.ints(name, i)[0] = set.indexedString(name, i % 3 == 0 ? "" : i % 3 == 1 ? "a \"quoted\" name" : "tail\\");
+  }
+  return set;
+}
+
+::testing::AssertionResult sameValues(const VrParticleAttribute& a, const VrParticleAttribute& b) {
+  if (a.name != b.name || a.type != b.type || a.count != b.count || a.ints != b.ints || a.strings != b.strings ||
+      a.floats.size() != b.floats.size())
+    return ::testing::AssertionFailure() << "attribute " << a.name << " differs from " << b.name;
+  for (size_t i = 0; i < a.floats.size(); ++i)
+    if (std::memcmp(&a.floats[i], &b.floats[i], 4) != 0)
+      return ::testing::AssertionFailure() << a.name << " value " << i << ": " << a.floats[i] << " != " << b.floats[i];
+  return ::testing::AssertionSuccess();
+}
+
+}  // namespace
+
+TEST(ParticleRoundTrip, EveryFormatKeepsWhatItHolds) {
+  vrtest::TempDir dir;
+  const struct {
+    const char* name;
+    bool strings, fixed;  // the format holds string tables and fixed attributes
+  } formats[] = {{"set.bgeo", true, true}, {"set.bgeo.gz", true, true}, {"set.geo", true, true}, {"set.pdb", false, false}};
+  for (size_t n : {size_t(0), size_t(1), size_t(257)}) {
+    VrParticleSet set = sampleSet(n);
+    const int fixedId = set.addFixedAttribute("frame", VrParticleType::Int, 1);
+    set.fixedAttribute(static_cast<size_t>(fixedId)).ints[0] = 12;
+    const int fixedScale = set.addFixedAttribute("scale", VrParticleType::Vector, 3);
+    set.fixedAttribute(static_cast<size_t>(fixedScale)).floats = {0.5f, -2.0f, 1e-38f};
+    for (const auto& format : formats) {
+      SCOPED_TRACE(std::string(format.name) + ", " + std::to_string(n) + " particles");
+      std::string error;
+      ASSERT_TRUE(VrWriteParticles(dir.file(format.name), set, &error)) << error;
+      VrParticleSet back;
+      ASSERT_TRUE(VrReadParticles(dir.file(format.name), back, &error)) << error;
+      ASSERT_EQ(back.numParticles(), n);
+      ASSERT_EQ(back.numAttributes(), set.numAttributes());
+      for (size_t a = 0; a < set.numAttributes(); ++a) {
+        VrParticleAttribute expected = set.attribute(a);
+        if (!format.strings && expected.type == VrParticleType::IndexedString) {
+          expected.type = VrParticleType::Int;  // the indices stay, the table goes
+          expected.strings.clear();
+        }
+        EXPECT_TRUE(sameValues(back.attribute(a), expected));
+      }
+      ASSERT_EQ(back.numFixedAttributes(), format.fixed ? 2u : 0u);
+      for (size_t a = 0; a < back.numFixedAttributes(); ++a) EXPECT_TRUE(sameValues(back.fixedAttribute(a), set.fixedAttribute(a)));
+    }
+  }
+  // The compressed file really is compressed, and a plain .bgeo name holding gzip bytes reads too.
+  std::filesystem::copy_file(dir.file("set.bgeo.gz"), dir.file("copy.bgeo"));
+  VrParticleSet back;
+  EXPECT_TRUE(VrReadParticles(dir.file("copy.bgeo"), back));
+  EXPECT_EQ(vrtest::readText(dir.file("copy.bgeo")).substr(0, 2), "\x1f\x8b");
+}
+
+TEST(ParticleRoundTrip, AMillionParticlesInBinaryGeometry) {
+  vrtest::TempDir dir;
+  const VrParticleSet set = sampleSet(1000000);
+  std::string error;
+  ASSERT_TRUE(VrWriteParticles(dir.file("big.bgeo"), set, &error)) << error;
+  // Header, definitions of life, id and name (with its strings), 1e6 records of P (4 floats),
+  // life, id and name (8 words), trailer.
+  EXPECT_EQ(std::filesystem::file_size(dir.file("big.bgeo")), 41u + 20 + 14 + 42 + 32000000u + 2);
+  VrParticleSet back;
+  ASSERT_TRUE(VrReadParticles(dir.file("big.bgeo"), back, &error)) << error;
+  for (size_t a = 0; a < set.numAttributes(); ++a) EXPECT_TRUE(sameValues(back.attribute(a), set.attribute(a)));
+}
+
+TEST(ParticleRoundTrip, RefusedWritesLeaveNothingBehind) {
+  vrtest::TempDir dir;
+  VrParticleSet noPosition;
+  noPosition.addAttribute("id", VrParticleType::Int, 1);
+  noPosition.resize(3);
+  VrParticleSet spaced = sampleSet(2);
+  spaced.addAttribute("two words", VrParticleType::Float, 1);
+  const struct {
+    const char* name;
+    const VrParticleSet* set;
+    std::string message;
+  } cases[] = {
+      {"a.bgeo", &noPosition, "a.bgeo: the set has no 'position' attribute of three floats to store as the point position P"},
+      {"a.geo", &spaced, "a.geo: attribute name 'two words' cannot be stored in an ASCII geometry file"},
+      {"a.txt", &spaced, "a.txt: not a particle file of a known kind (.bgeo, .bgeo.gz, .geo, .pdb)"},
+      {"missing/a.pdb", &spaced, "a.pdb: cannot create the file"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_FALSE(VrWriteParticles(dir.file(c.name), *c.set, &error));
+    EXPECT_EQ(error, c.message);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+TEST(ParticleSet, AttributesAreFoundAddedOnceAndSized) {
+  VrParticleSet set;
+  EXPECT_EQ(set.addAttribute("v", VrParticleType::Vector, 3), 0);
+  EXPECT_EQ(set.addAttribute("v", VrParticleType::Vector, 3), 0);
+  EXPECT_EQ(set.addAttribute("v", VrParticleType::Float, 3), -1);
+  EXPECT_EQ(set.addAttribute("n", VrParticleType::Int, 0), -1);
+  EXPECT_EQ(set.addAttribute("s", VrParticleType::IndexedString, 1), 1);
+  EXPECT_EQ(set.addParticle(), 0u);
+  EXPECT_EQ(set.addParticle(), 1u);
+  EXPECT_EQ(set.attribute(0).floats.size(), 6u);
+  EXPECT_EQ(set.indexedString(1, "x"), 0);
+  EXPECT_EQ(set.indexedString(1, "y"), 1);
+  EXPECT_EQ(set.indexedString(1, "x"), 0);
+  EXPECT_EQ(set.indexedString(0, "x"), -1);
+  EXPECT_EQ(set.findAttribute("s"), 1);
+  EXPECT_EQ(VrParticleFormatOf("/a/B.BGEO.GZ"), VrParticleFormat::BgeoGz);
+  EXPECT_EQ(VrParticleFormatOf("x.pdb"), VrParticleFormat::Pdb32);
+}
