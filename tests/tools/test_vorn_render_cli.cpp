@@ -244,7 +244,7 @@ TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
   vrtest::TempDir dir;
   const std::string collection = smallCollection(dir);
   const std::string geometry = exampleDir + "/head.abc";
-  ASSERT_TRUE(ran(vorn(renderArgs(collection, geometry, dir.file("ref.jsonl")))));
+  ASSERT_TRUE(ranWith(vorn(renderArgs(collection, geometry, dir.file("ref.jsonl"))), 0, "rendered "));
   const std::vector<Line> lines = parse(readText(dir.file("ref.jsonl")));
   ASSERT_GT(lines.size(), 100u);
 
@@ -253,7 +253,7 @@ TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
     std::string bytes[2];
     for (int threads : {1, 2}) {
       const std::string out = dir.file("out" + std::to_string(threads) + extension);
-      ASSERT_TRUE(ran(vorn(renderArgs(collection, geometry, out) + " --threads " + std::to_string(threads))));
+      ASSERT_TRUE(ranWith(vorn(renderArgs(collection, geometry, out) + " --threads " + std::to_string(threads)), 0, "rendered "));
       bytes[threads - 1] = readText(out);
     }
     EXPECT_TRUE(bytes[0] == bytes[1]);
