@@ -178,7 +178,7 @@ int positionAttribute(const VrParticleSet& set, std::string& error) {
   return -1;
 }
 
-bool readBgeo(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error) {
+bool readBgeo(const FileBytes& bytes, VrParticleSet& set, std::string& error) {
   ByteCursor in(bytes.data(), bytes.size());
   const unsigned char* magic = in.take(5);
   if (!magic || std::memcmp(magic, "BgeoV", 5) != 0) {

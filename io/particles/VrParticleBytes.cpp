@@ -5,9 +5,10 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <memory>
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace vrparticles {
 
@@ -20,21 +21,17 @@ std::string fileName(const std::string& path) {
 
 namespace {
 
-struct FileCloser {
-  void operator()(std::FILE* f) const { std::fclose(f); }
-};
-
 // Inflates every gzip member of `packed`. The output grows with what the stream really holds.
-bool inflateAll(const std::vector<unsigned char>& packed, std::vector<unsigned char>& out, std::string& error) {
+bool inflateAll(const unsigned char* packed, size_t packedSize, std::vector<unsigned char>& out, std::string& error) {
   z_stream z{};
   if (inflateInit2(&z, 15 + 16) != Z_OK) {
     error = "cannot start gzip decompression";
     return false;
   }
-  out.assign(packed.size() < (1u << 20) ? (1u << 20) : packed.size() * 2, 0);
+  out.assign(packedSize < (1u << 20) ? (1u << 20) : packedSize * 2, 0);
   size_t produced = 0;
-  z.next_in = const_cast<unsigned char*>(packed.data());
-  size_t inputLeft = packed.size();
+  z.next_in = const_cast<unsigned char*>(packed);
+  size_t inputLeft = packedSize;
   int status = Z_OK;
   while (true) {
     if (produced == out.size()) out.resize(out.size() * 2);
@@ -74,24 +71,33 @@ bool inflateAll(const std::vector<unsigned char>& packed, std::vector<unsigned c
 
 }  // namespace
 
-bool loadFile(const std::string& path, bool inflateGzip, std::vector<unsigned char>& bytes, std::string& error) {
+FileBytes::~FileBytes() {
+  if (mapped) ::munmap(mapped, mappedSize);
+}
+
+bool loadFile(const std::string& path, bool inflateGzip, FileBytes& bytes, std::string& error) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat info;
-  if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+  if (fd < 0 || ::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (fd >= 0) ::close(fd);
     error = "cannot open the file";
     return false;
   }
-  std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) {
-    error = "cannot open the file";
-    return false;
-  }
-  std::vector<unsigned char> raw(static_cast<size_t>(info.st_size));
-  if (!raw.empty() && std::fread(raw.data(), 1, raw.size(), file.get()) != raw.size()) {
+  const size_t size = static_cast<size_t>(info.st_size);
+  void* map = size ? ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0) : nullptr;
+  ::close(fd);
+  if (size && map == MAP_FAILED) {
     error = "cannot read the file";
     return false;
   }
-  if (inflateGzip && isGzip(raw.data(), raw.size())) return inflateAll(raw, bytes, error);
-  bytes = std::move(raw);
+  const unsigned char* raw = static_cast<const unsigned char*>(map);
+  if (inflateGzip && isGzip(raw, size)) {
+    const bool ok = inflateAll(raw, size, bytes.held, error);
+    ::munmap(map, size);
+    return ok;
+  }
+  bytes.mapped = static_cast<unsigned char*>(map);
+  bytes.mappedSize = size;
   return true;
 }
 

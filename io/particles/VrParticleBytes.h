@@ -1,7 +1,9 @@
 #pragma once
-// Internal to io/particles: a particle file's bytes held in memory, and a cursor that reads them
-// with every length checked against what is left. A gzip-compressed file is inflated first, so
-// the counts a reader meets are always checked against the bytes that are really there.
+// Internal to io/particles: a particle file's bytes in memory, and a cursor that reads them with
+// every length checked against what is left. A plain file is mapped (writers of these files
+// replace them by renaming, so a mapped file does not shrink under its reader); a gzip-compressed
+// one is inflated first, so the counts a reader meets are always checked against the bytes that
+// are really there.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,10 +16,28 @@ namespace vrparticles {
 /// True when the bytes start with the gzip magic (1f 8b).
 bool isGzip(const unsigned char* bytes, size_t size);
 
-/// Reads the whole file at `path` into `bytes`, inflating it when it is gzip-compressed and
+/// A whole file's bytes: mapped into memory when read as they are, held when inflated.
+class FileBytes {
+ public:
+  FileBytes() = default;
+  ~FileBytes();
+  FileBytes(const FileBytes&) = delete;
+  FileBytes& operator=(const FileBytes&) = delete;
+
+  const unsigned char* data() const { return mapped ? mapped : held.data(); }
+  size_t size() const { return mapped ? mappedSize : held.size(); }
+
+ private:
+  friend bool loadFile(const std::string&, bool, FileBytes&, std::string&);
+  unsigned char* mapped = nullptr;
+  size_t mappedSize = 0;
+  std::vector<unsigned char> held;
+};
+
+/// Loads the whole file at `path` into `bytes`, inflating it when it is gzip-compressed and
 /// `inflateGzip` is set. False with the reason in `error` ("cannot open the file", "damaged
 /// gzip data ...").
-bool loadFile(const std::string& path, bool inflateGzip, std::vector<unsigned char>& bytes, std::string& error);
+bool loadFile(const std::string& path, bool inflateGzip, FileBytes& bytes, std::string& error);
 
 /// The last part of a path, for messages.
 std::string fileName(const std::string& path);

@@ -37,7 +37,7 @@ bool VrReadParticles(const std::string& path, VrParticleSet& set, std::string* e
   if (format == VrParticleFormat::Unknown)
     return fail(error, path, "not a particle file of a known kind (.bgeo, .bgeo.gz, .geo, .pdb)");
   const bool binaryGeometry = format == VrParticleFormat::Bgeo || format == VrParticleFormat::BgeoGz;
-  std::vector<unsigned char> bytes;
+  vrparticles::FileBytes bytes;
   std::string why;
   if (!vrparticles::loadFile(path, binaryGeometry, bytes, why)) return fail(error, path, why);
   VrParticleSet read;

@@ -3,6 +3,7 @@
 // (inflated already) and fill an empty set; writers fill a sink. Both answer false with the
 // reason in `error`, without the file's name (VrReadParticles and VrWriteParticles add it).
 
+#include "io/particles/VrParticleBytes.h"
 #include "io/particles/VrParticleSink.h"
 #include "io/particles/VrParticles.h"
 
@@ -11,13 +12,13 @@
 
 namespace vrparticles {
 
-bool readBgeo(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error);
+bool readBgeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
-bool readGeo(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error);
+bool readGeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
-bool readPdb32(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error);
+bool readPdb32(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writePdb32(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
 /// The index of the attribute that Houdini's formats store as the point position P: "position",

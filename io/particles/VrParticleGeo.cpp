@@ -238,7 +238,7 @@ bool storable(const VrParticleAttribute& a, std::string& error) {
 
 }  // namespace
 
-bool readGeo(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error) {
+bool readGeo(const FileBytes& bytes, VrParticleSet& set, std::string& error) {
   Text in(reinterpret_cast<const char*>(bytes.data()), reinterpret_cast<const char*>(bytes.data()) + bytes.size());
   if (in.word() != "PGEOMETRY") {
     error = "not an ASCII Houdini geometry file (no PGEOMETRY header)";

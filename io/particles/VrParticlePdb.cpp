@@ -30,7 +30,7 @@ constexpr int32_t PdbVector = 1, PdbReal = 2, PdbLong = 3;
 
 }  // namespace
 
-bool readPdb32(const std::vector<unsigned char>& bytes, VrParticleSet& set, std::string& error) {
+bool readPdb32(const FileBytes& bytes, VrParticleSet& set, std::string& error) {
   ByteCursor in(bytes.data(), bytes.size());
   const unsigned char* header = in.take(HeaderBytes);
   if (!header || loadLE32(header) != Magic) {

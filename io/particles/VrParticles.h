@@ -50,7 +50,8 @@ class VrParticleSet {
   /// The values of particle `particle` in attribute `index` (count of them).
   float* floats(int index, size_t particle) { return attrs[index].floats.data() + particle * attrs[index].count; }
   int32_t* ints(int index, size_t particle) { return attrs[index].ints.data() + particle * attrs[index].count; }
-  /// The index of `text` in an indexed-string attribute's table, added when new.
+  /// The index of `text` in an indexed-string attribute's table, added when new; -1 when the
+  /// attribute is of another type.
   int32_t indexedString(int index, const std::string& text);
 
   /// Fixed attributes: one value list for the whole set (one "particle" each).
