@@ -100,6 +100,7 @@ struct RenderRequest {
   std::string nameSpace;
   bool progress = false;               ///< draw the progress bar even when stderr is no terminal
   std::string space = "world";         ///< "world": hair where the scene places the mesh; "object": the mesh's own space
+  std::string bakeDir;                 ///< --bake: one .vpd per patch under DIR/<description>/ instead of -o
 };
 
 /// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every
@@ -108,6 +109,11 @@ struct RenderRequest {
 /// every frame of the range goes to its own file; a failed frame stops the run and keeps the
 /// frames written before it.
 int runRender(const RenderRequest& request);
+
+/// `vorn render COLLECTION --geom GEOM.abc --frame F --bake DIR`: bakes every description through
+/// its file-writing back end, one `.vpd` per patch under DIR/<description>/; a summary line on
+/// standard output. 1 on any failure (the file being written is removed), 2 on bad usage.
+int runBake(const RenderRequest& request);
 
 /// What `vorn clumps make` makes (see fxmodules/VrClumpMaker.h).
 struct ClumpsRequest {

@@ -174,8 +174,9 @@ int main(int argc, char** argv) {
   render->add_option("--frames", renderRequest.frames,
                      "\"FIRST-LAST[:STEP]\": render a frame range in one process, one file per frame");
   render->add_option("-o,--output", renderRequest.output,
-                     "output file: .abc (curves), .jsonl, .pmt, .pdb, .bgeo, .bgeo.gz or .geo; a run of '#' stands for the zero-padded frame number")
-      ->required();
+                     "output file: .abc (curves), .jsonl, .pmt, .pdb, .bgeo, .bgeo.gz or .geo; a run of '#' stands for the zero-padded frame number");
+  render->add_option("--bake", renderRequest.bakeDir,
+                     "instead of -o: bake one .vpd per patch under DIR/<description>/ through the file-writing back end");
   render->add_option("--threads", renderRequest.threads,
                      "render faces on N threads (default: every core; 1: serially)");
   render->add_flag("--verbose", renderRequest.verbose, "print the library's version banner");
@@ -254,6 +255,11 @@ int main(int argc, char** argv) {
         return 2;
       }
       renderRequest.motionSamples.push_back(offset);
+    }
+    if (!renderRequest.bakeDir.empty()) return vorncli::runBake(renderRequest);
+    if (renderRequest.output.empty()) {
+      std::cerr << "vorn: render needs -o OUT or --bake DIR\n";
+      return 2;
     }
     return vorncli::runRender(renderRequest);
   }

@@ -7,6 +7,7 @@
 #include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcXformWriter.h"
 #include "io/particles/VrParticles.h"
+#include "io/vpd/VpdReader.h"
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "support/CliExpect.h"
 #include "support/Examples.h"
@@ -294,6 +295,54 @@ TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
       EXPECT_EQ(*set.ints(face, i), lines[i].face);
     }
   }
+}
+
+// A bake holds, per patch, what a render writes: every primitive once, with the same CVs, and
+// the same bytes on one and two threads.
+TEST(VornRender, ABakeHoldsWhatTheRenderWritesOnOneAndTwoThreads) {
+  vrtest::TempDir dir;
+  const std::string collection = smallCollection(dir);
+  const std::string geometry = exampleDir + "/head.abc";
+  ASSERT_TRUE(ranWith(vorn(renderArgs(collection, geometry, dir.file("ref.jsonl"))), 0, "rendered "));
+  const std::vector<Line> lines = parse(readText(dir.file("ref.jsonl")));
+  std::string bytes[2];
+  std::string bakedFile;
+  for (int threads : {1, 2}) {
+    const std::string bakeDir = dir.file("bake" + std::to_string(threads));
+    const std::string args = "render " + shellWord(collection) + " --geom " + shellWord(geometry) +
+                             " --frame 1 --threads " + std::to_string(threads) + " --bake " + shellWord(bakeDir);
+    ASSERT_TRUE(ranWith(vorn(args), 0, "baked " + std::to_string(lines.size()) + " primitives of 1 descriptions"));
+    std::vector<std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(bakeDir))
+      if (entry.is_regular_file()) files.push_back(entry.path().string());
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(std::filesystem::path(files[0]).filename(), "scalpShape.vpd");
+    bytes[threads - 1] = readText(files[0]);
+    bakedFile = files[0];
+  }
+  EXPECT_TRUE(bytes[0] == bytes[1]);
+
+  std::string why;
+  std::unique_ptr<VpdReader> reader = VpdReader::open(bakedFile, &why);
+  ASSERT_TRUE(reader) << why;
+  const int block = reader->blockIndex("BakedGroom");
+  ASSERT_GE(block, 0);
+  size_t next = 0;
+  std::uint32_t id = 0;
+  std::vector<float> values;
+  for (int face : reader->facesInFile()) {
+    ASSERT_TRUE(reader->findFace(face) && reader->findBlock(block));
+    while (reader->readPrim(id, values)) {
+      ASSERT_LT(next, lines.size());
+      const Line& line = lines[next++];
+      ASSERT_EQ(face, line.face);
+      ASSERT_EQ(static_cast<int>(id), line.id);
+      ASSERT_GE(values.size(), 2 + line.cvs.size());
+      for (size_t k = 0; k < line.cvs.size(); ++k) EXPECT_NEAR(values[2 + k], line.cvs[k], 1e-5) << k;
+    }
+    EXPECT_EQ(reader->error(), "");
+  }
+  EXPECT_EQ(next, lines.size());
 }
 
 TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
