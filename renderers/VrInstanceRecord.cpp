@@ -8,11 +8,10 @@
 
 namespace {
 
-// Normalised copy and the length before; below 1e-6 the zero vector.
+// Unit copy (a correctly rounded division) and the length before; below 1e-6 the zero vector.
 SgVec3T<double> unitOf(const SgVec3T<double>& v, double& length) {
-  SgVec3T<double> u = v;
-  length = u.normalize();
-  return u;
+  length = v.length();
+  return length < 1e-6 ? SgVec3T<double>() : v / length;
 }
 
 void writeVec(std::ostream& out, const SgVec3T<double>& v) { out << v.x << ' ' << v.y << ' ' << v.z << '\n'; }

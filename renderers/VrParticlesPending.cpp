@@ -47,3 +47,8 @@ VR_PENDING bool VrWriteParticles(const std::string& path, const VrParticleSet&, 
   if (error) *error = "particle files cannot be written by this build yet: " + path;
   return false;
 }
+
+VR_PENDING bool VrReadParticles(const std::string& path, VrParticleSet&, std::string* error, VrParticleFormat) {
+  if (error) *error = "particle files cannot be read by this build yet: " + path;
+  return false;
+}
