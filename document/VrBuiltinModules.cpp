@@ -11,8 +11,13 @@
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrSplinePrimitive.h"
+#include "renderers/VrFileRenderer.h"
 #include "renderers/VrGuideRenderer.h"
 #include "renderers/VrNullRenderer.h"
+#include "renderers/VrOrmRenderer.h"
+#include "renderers/VrParticleRenderer.h"
+#include "renderers/VrPointRenderer.h"
+#include "renderers/VrPromoteRenderer.h"
 #include "renderers/renderapi/VornRenderAPIRenderer.h"
 
 #include <cstddef>
@@ -53,9 +58,7 @@ struct Family {
 constexpr const char* generators[] = {"GuideGenerator", "UniformGenerator", "PointGenerator",
                                       "FileGenerator"};
 constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive"};
-constexpr const char* renderers[] = {
-    "GLRenderer", "GeometryRenderer", "FileRenderer", "PointRenderer", "OrmRenderer",
-    "ParticleRenderer", "PromoteRenderer", "SculptRenderer"};
+constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
     "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
@@ -82,6 +85,11 @@ bool registerFamily(const char* const (&)[N]) {
 const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRandomGenerator>) &&
                         VrRegisterModule("NullRenderer", &createObject<VrNullRenderer>) &&
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
+                        VrRegisterModule("FileRenderer", &createObject<VrFileRenderer>) &&
+                        VrRegisterModule("PointRenderer", &createObject<VrPointRenderer>) &&
+                        VrRegisterModule("OrmRenderer", &createObject<VrOrmRenderer>) &&
+                        VrRegisterModule("ParticleRenderer", &createObject<VrParticleRenderer>) &&
+                        VrRegisterModule("PromoteRenderer", &createObject<VrPromoteRenderer>) &&
                         VrRegisterModule("RendermanRenderer", &createObject<VornRenderAPI::Renderer2>) &&
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
                         VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&

@@ -57,6 +57,9 @@ class VrDescription : public VrObject {
   VrObject* activeRenderer(bool preview = false) const;
   VrObject* activePreviewer() const { return previewer; }
   void setActiveRenderer(VrObject* renderer) { this->renderer = renderer; }
+  /// Sets the previewer directly (null: none), for a caller that renders through another back end
+  /// for a while.
+  void setActivePreviewer(VrObject* previewer) { this->previewer = previewer; }
   /// @}
 
   /// @name Patches (owned, ordered by name)

@@ -373,7 +373,7 @@ bool VrGenerator::emitLocation(VrPrimitiveContext& context, double u, double v, 
       emit = false;
     }
     if (!ok) continue;
-    if (!fillGeometryInParallel(context, s, u, v, face)) {
+    if (target->needsGeometry() && !fillGeometryInParallel(context, s, u, v, face)) {
       countCulled(context);
       return false;
     }

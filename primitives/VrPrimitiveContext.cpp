@@ -99,6 +99,43 @@ bool VrPrimitiveContext::unpackCVAttrs(const std::vector<float>& floats, const V
   return true;
 }
 
+void VrPrimitiveContext::packCVAttrs(std::vector<float>& floats,
+                                     const std::unordered_map<std::string, int>& keyToId) const {
+  for (auto it = cvAttrValues.begin(); it != cvAttrValues.end(); ++it) {
+    const auto id = keyToId.find(it.key());
+    if (id == keyToId.end()) continue;
+    const std::vector<SgVec3T<double>>& values = it.value();
+    floats.push_back(static_cast<float>(id->second));
+    floats.push_back(static_cast<float>(values.size() * 3));
+    for (const SgVec3T<double>& x : values) {
+      floats.push_back(static_cast<float>(x.x));
+      floats.push_back(static_cast<float>(x.y));
+      floats.push_back(static_cast<float>(x.z));
+    }
+  }
+}
+
+bool VrPrimitiveContext::unpackCVAttrs(const float* floats, size_t count, const std::vector<std::string>& keyNames) {
+  size_t at = 0;
+  while (at < count) {
+    // Written as comparisons that a NaN fails.
+    const bool whole = count - at >= 2 && floats[at] >= 0.0f && floats[at] < static_cast<float>(keyNames.size()) &&
+                       floats[at + 1] >= 0.0f && floats[at + 1] <= static_cast<float>(count - at - 2);
+    const size_t id = whole ? static_cast<size_t>(floats[at]) : 0;
+    const size_t n = whole ? static_cast<size_t>(floats[at + 1]) : 0;
+    if (!whole || n % 3 != 0) {
+      VR_WARNING(1, "Packed CV attributes are damaged at value " + std::to_string(at) + "; the rest is not unpacked.");
+      return false;
+    }
+    std::vector<SgVec3T<double>>& values = cvAttrValues[keyNames[id]];
+    values.resize(n / 3);
+    const float* f = floats + at + 2;
+    for (size_t i = 0; i < values.size(); ++i, f += 3) values[i] = SgVec3T<double>(f[0], f[1], f[2]);
+    at += 2 + n;
+  }
+  return true;
+}
+
 void VrPrimitiveContext::setPipeData(const std::string& name, const std::vector<SgVec3T<double>>& values) {
   std::vector<SgVec3T<double>>& stored = pipe[name];
   stored.assign(values.begin(), values.end());

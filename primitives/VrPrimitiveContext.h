@@ -13,8 +13,10 @@
 #include "base/VrDict.h"
 #include "primitives/VrBasePrimitiveContext.h"
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 class VrFXModule;
@@ -74,6 +76,14 @@ class VrPrimitiveContext : public VrBasePrimitiveContext {
   /// Reads attributes back from an array packed with `map`; attributes named in the map are
   /// created as needed. False (and a warning) when the map points past the end of `floats`.
   bool unpackCVAttrs(const std::vector<float>& floats, const VrDict<Location>& map);
+  /// The form of a baked record, where a file's key ids name the attributes: appends, for each
+  /// attribute with an id in `keyToId`, the id, the number of floats n, then the n floats (x, y,
+  /// z per CV). Attributes without an id are left out.
+  void packCVAttrs(std::vector<float>& floats, const std::unordered_map<std::string, int>& keyToId) const;
+  /// Reads `count` floats in that form back; `keyNames[id]` names the attribute of key id. False
+  /// (and a warning) for an unknown id or an entry running past the end; the attributes read
+  /// before it stay.
+  bool unpackCVAttrs(const float* floats, size_t count, const std::vector<std::string>& keyNames);
   /// @}
 
   /// @name Motion samples: the contexts of the other samples, sample 1 first (not owned)

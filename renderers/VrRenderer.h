@@ -105,6 +105,10 @@ class VrRenderer : public VrObject {
   /// Whether the count of a face goes into `totalEmitCount` when the face ends. The base
   /// answers true.
   virtual bool incTotalCountAfterPatchEnd() const { return true; }
+  /// Whether the generator builds a primitive's geometry before emitting it; back ends that
+  /// record only locations answer false, and the primitive then holds no CVs of its own. The
+  /// base answers true.
+  virtual bool needsGeometry() const { return true; }
   /// @}
 
   /// @name Rendering
