@@ -12,7 +12,7 @@
 // once until the next `initDescription`.
 
 #include "expressions/VrExpression.h"
-#include "renderers/VrInstanceRecord.h"
+#include "io/output/VrInstanceRecord.h"
 #include "renderers/VrRenderer.h"
 
 #include <memory>

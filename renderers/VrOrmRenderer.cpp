@@ -4,7 +4,7 @@
 #include "document/VrDescription.h"
 #include "document/vrutilFiles.h"
 #include "primitives/VrPrimitive.h"
-#include "renderers/VrInstanceRecord.h"
+#include "io/output/VrInstanceRecord.h"
 
 namespace {
 

@@ -86,7 +86,9 @@ int bake(const RenderRequest& request, const CliLogger& logger) {
       fail("description " + inQuotes(description->name()) + " has no file-writing back end");
       return ExitFailed;
     }
-    baker->setAttr("outputDir", (dir / description->name()).string() + "/", "string");
+    // Output names with a single leading '/' count as relative to the collection's data path;
+    // a leading "//" marks an absolute one, and the system reads it as the same folder.
+    baker->setAttr("outputDir", "/" + (dir / description->name()).string() + "/", "string");
     if (!VrRenderDescription(*baker, workers) || baker->failed()) {
       fail("the bake of description " + inQuotes(description->name()) + " failed; the file it was writing is removed");
       return ExitFailed;

@@ -1,33 +1,49 @@
 #include "io/output/VrInstanceRecord.h"
 
-#include <locale>
+#include "base/VrObject.h"
+#include "base/vrutilString.h"
 
-void VrInstanceRecord::setFrame(const SgVec3T<double>* cvs, size_t numCVs) {
-  auto cv = [&](size_t i) { return numCVs == 0 ? SgVec3T<double>() : cvs[i < numCVs ? i : 0]; };
-  const SgVec3T<double> base = cv(0);
-  const SgVec3T<double> d = cv(1) - base;
-  const SgVec3T<double> middle = base + d * 0.5;
-  position = base;
-  up = d;
-  up.normalize();
-  aim = cv(2) - middle;
-  const double aimLength = aim.length();
-  aim = aimLength < 1e-6 ? SgVec3T<double>() : aim / aimLength;
-  scale = SgVec3T<double>(2.0 * aimLength, d.length(), 2.0 * (cv(3) - middle).length());
-}
-
-namespace VrPmtText {
+#include <ostream>
+#include <string>
 
 namespace {
-void putVector(std::ostream& out, const SgVec3T<double>& value) {
-  out << value.x << ' ' << value.y << ' ' << value.z << '\n';
+
+// Unit copy (a correctly rounded division) and the length before; below 1e-6 the zero vector.
+SgVec3T<double> unitOf(const SgVec3T<double>& v, double& length) {
+  length = v.length();
+  return length < 1e-6 ? SgVec3T<double>() : v / length;
 }
+
+void writeVec(std::ostream& out, const SgVec3T<double>& v) { out << v.x << ' ' << v.y << ' ' << v.z << '\n'; }
+
 }  // namespace
 
-void writeHeader(std::ostream& out) {
-  out.imbue(std::locale::classic());
-  out.setf(std::ios::fixed, std::ios::floatfield);
-  out.precision(16);
+bool VrInstanceFrame(const std::vector<SgVec3T<double>>& cvs, VrInstanceRecord& record) {
+  if (cvs.size() < 4) return false;
+  const SgVec3T<double>& p0 = cvs[0];
+  const SgVec3T<double> d = cvs[1] - p0;
+  const SgVec3T<double> middle = p0 + d * 0.5;
+  double upLength = 0.0, aimLength = 0.0, sideLength = 0.0;
+  record.position = p0;
+  record.up = unitOf(d, upLength);
+  record.aim = unitOf(cvs[2] - middle, aimLength);
+  unitOf(cvs[3] - middle, sideLength);
+  record.scale = SgVec3T<double>(2.0 * aimLength, d.length(), 2.0 * sideLength);
+  return true;
+}
+
+int VrArchiveSlotInUse(const VrObject& primitive) {
+  static const std::pair<const char*, int> slots[] = {{"hiIndex", 2}, {"medIndex", 1}, {"loIndex", 0}};
+  for (const auto& slot : slots) {
+    std::string text;
+    if (!primitive.getAttr(slot.first, text)) continue;
+    text = vrutil::stripWhitespace(text);
+    if (!text.empty() && text[0] != '#') return slot.second;
+  }
+  return -1;
+}
+
+void VrWriteInstanceHeader(std::ostream& out) {
   out << "# px py pz (position)\n"
          "# ux uy uz (up vec)\n"
          "# ax ay az (aim vec)\n"
@@ -44,20 +60,25 @@ void writeHeader(std::ostream& out) {
          "\n";
 }
 
-void writeRecord(std::ostream& out, const VrInstanceRecord& record) {
-  putVector(out, record.position);
-  putVector(out, record.up);
-  putVector(out, record.aim);
-  putVector(out, record.scale);
+void VrWriteInstanceRecord(std::ostream& out, const VrInstanceRecord& record) {
+  const std::ios_base::fmtflags flags = out.flags();
+  const std::streamsize precision = out.precision();
+  out.setf(std::ios_base::fixed, std::ios_base::floatfield);
+  out.precision(16);
+  writeVec(out, record.position);
+  writeVec(out, record.up);
+  writeVec(out, record.aim);
+  writeVec(out, record.scale);
   out << record.id << '\n'
-      << record.descriptionId << '\n'
-      << record.randomInt << '\n'
-      << record.randomFloat << '\n'
-      << record.index << '\n'
+      << record.descId << '\n'
+      << record.randInt << '\n'
+      << record.randFloat << '\n'
+      << record.archiveIndex << '\n'
       << record.u << '\n'
       << record.v << '\n'
       << record.faceId << '\n'
-      << record.geomId << "\n\n";
+      << record.geomId << '\n'
+      << '\n';
+  out.flags(flags);
+  out.precision(precision);
 }
-
-}  // namespace VrPmtText

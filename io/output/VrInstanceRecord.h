@@ -1,39 +1,46 @@
 #pragma once
-// VrInstanceRecord: what instancing tools need to place one primitive, and the `.pmt` text that
-// lists such records. The frame comes from the primitive's first CVs: CV 0 is the base point,
-// CV 1 the tip of the up axis, CV 2 the aim point and CV 3 the depth point, each of the last two
-// measured from the middle of the up axis.
+// VrInstanceRecord: what an export of instances writes for one primitive (the ".pmt" text and
+// the particles of the promote and particle back ends, and the instance outputs of a render). The instance
+// frame comes from the primitive's first four CVs: P0 the base point, P1 the end of the up
+// vector, P2 the end of the aim vector measured from the middle of P0-P1, CV 3 the end of the
+// third axis measured from the same middle. Free functions, safe from any thread.
 
 #include "geometry/SgVec3T.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <ostream>
+#include <iosfwd>
+#include <vector>
+
+class VrObject;
 
 struct VrInstanceRecord {
-  SgVec3T<double> position;
-  SgVec3T<double> up;     ///< unit vector from CV 0 to CV 1
-  SgVec3T<double> aim;    ///< unit vector from the middle of the up axis to CV 2; zero when shorter than 1e-6
-  SgVec3T<double> scale;  ///< twice the aim distance, the up length, twice the depth distance
-  int id = 0;
-  int descriptionId = 0;
-  int64_t randomInt = 0;
-  double randomFloat = 0.0;
-  int index = -1;  ///< level-of-detail slot in use (0 high, 1 medium, 2 low), -1 none
+  SgVec3T<double> position;  ///< P0
+  SgVec3T<double> up;        ///< unit P1 - P0, zero below 1e-6
+  SgVec3T<double> aim;       ///< unit P2 - (P1 - P0) / 2 - P0, zero below 1e-6
+  SgVec3T<double> scale;     ///< twice the aim length, |P1 - P0|, twice the length of the third axis
+  unsigned id = 0;           ///< the primitive's id on its face
+  unsigned descId = 0;       ///< the description's id
+  std::int64_t randInt = 0;  ///< `randIntInternal` at the location
+  double randFloat = 0.0;    ///< `randFloatInternal` at the location
+  int archiveIndex = -1;     ///< `VrArchiveSlotInUse`
   double u = 0.0;
-  double v = 0.0;
+  double v = 0.0;            ///< 1 - v on a NURBS patch
   int faceId = 0;
-  int geomId = 0;
-
-  /// Fills position, up, aim and scale from the first CVs; missing CVs stand at CV 0.
-  void setFrame(const SgVec3T<double>* cvs, size_t numCVs);
+  unsigned geomId = 0;       ///< the patch's number among its description's patches
 };
 
-/// The `.pmt` text: a fixed header naming the thirteen fields, then one record of thirteen lines
-/// per primitive, each record followed by a blank line. Numbers are fixed-point with 16 digits
-/// after the point.
-namespace VrPmtText {
-/// Sets the stream's number format and writes the header with the blank line after it.
-void writeHeader(std::ostream& out);
-void writeRecord(std::ostream& out, const VrInstanceRecord& record);
-}  // namespace VrPmtText
+/// Fills position, up, aim and scale from the CVs; false, the record untouched, with fewer than
+/// four CVs.
+bool VrInstanceFrame(const std::vector<SgVec3T<double>>& cvs, VrInstanceRecord& record);
+
+/// The level-of-detail slot an archive primitive places: 2 when its `hiIndex` is in use, else 1
+/// for `medIndex`, else 0 for `loIndex`, else -1. A slot is in use when its attribute's text,
+/// stripped, is neither empty nor begins with '#'.
+int VrArchiveSlotInUse(const VrObject& primitive);
+
+/// The ".pmt" header: thirteen comment lines naming the record's lines, then one empty line.
+void VrWriteInstanceHeader(std::ostream& out);
+/// One ".pmt" record: thirteen lines in the header's order (vectors as three numbers separated by
+/// one blank), then one empty line. Real numbers are fixed with 16 decimals; the stream's format
+/// is restored afterwards.
+void VrWriteInstanceRecord(std::ostream& out, const VrInstanceRecord& record);

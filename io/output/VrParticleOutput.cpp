@@ -39,15 +39,15 @@ void VrParticleOutput::addInstance(VrParticleSet& set, const VrInstanceRecord& r
   putVector(set, Aim, p, record.aim);
   putVector(set, Up, p, record.up);
   putVector(set, Scale, p, record.scale);
-  *set.ints(Id, p) = record.id;
-  *set.ints(DescId, p) = record.descriptionId;
-  *set.ints(RandomInt, p) = static_cast<int32_t>(record.randomInt);
-  *set.floats(RandomFloat, p) = static_cast<float>(record.randomFloat);
-  *set.ints(Index, p) = record.index;
+  *set.ints(Id, p) = static_cast<int32_t>(record.id);
+  *set.ints(DescId, p) = static_cast<int32_t>(record.descId);
+  *set.ints(RandomInt, p) = static_cast<int32_t>(record.randInt);
+  *set.floats(RandomFloat, p) = static_cast<float>(record.randFloat);
+  *set.ints(Index, p) = record.archiveIndex;
   *set.floats(U, p) = static_cast<float>(record.u);
   *set.floats(V, p) = static_cast<float>(record.v);
   *set.ints(FaceId, p) = record.faceId;
-  *set.ints(GeomId, p) = record.geomId;
+  *set.ints(GeomId, p) = static_cast<int32_t>(record.geomId);
 }
 
 bool VrParticleOutput::begin() {

@@ -1,15 +1,18 @@
 #include "io/output/VrPmtOutput.h"
 
+#include <locale>
+
 bool VrPmtOutput::begin() {
   file = std::make_unique<VrAtomicFile>(path);
   if (!file->ok()) return fail("cannot be written");
-  VrPmtText::writeHeader(file->out());
+  file->out().imbue(std::locale::classic());
+  VrWriteInstanceHeader(file->out());
   return true;
 }
 
 bool VrPmtOutput::write(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
   if (!file) return false;
-  for (size_t i = 0; i < count; ++i) VrPmtText::writeRecord(file->out(), instanceRecord(primitives[i]));
+  for (size_t i = 0; i < count; ++i) VrWriteInstanceRecord(file->out(), instanceRecord(primitives[i]));
   return file->ok() || fail("cannot be written");
 }
 

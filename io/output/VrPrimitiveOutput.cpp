@@ -40,18 +40,20 @@ bool VrPrimitiveOutput::fail(const std::string& what) const {
 
 VrInstanceRecord VrPrimitiveOutput::instanceRecord(const VrOutputPrimitive& prim) {
   VrInstanceRecord record;
-  SgVec3T<double> cvs[4];
-  const size_t n = prim.numCVs < 4 ? prim.numCVs : 4;
-  for (size_t c = 0; c < n; ++c) cvs[c] = SgVec3T<double>(prim.cvs[3 * c], prim.cvs[3 * c + 1], prim.cvs[3 * c + 2]);
-  record.setFrame(cvs, n);
-  record.id = prim.id;
-  record.descriptionId = prim.descriptionId;
-  record.randomInt = prim.randomInt;
-  record.randomFloat = prim.randomFloat;
-  record.index = prim.lodIndex;
+  // A primitive of fewer than four CVs has the missing ones at its first.
+  std::vector<SgVec3T<double>> cvs(4);
+  for (size_t c = 0; c < 4 && c < prim.numCVs; ++c)
+    cvs[c] = SgVec3T<double>(prim.cvs[3 * c], prim.cvs[3 * c + 1], prim.cvs[3 * c + 2]);
+  for (size_t c = prim.numCVs; c < 4 && prim.numCVs > 0; ++c) cvs[c] = cvs[0];
+  VrInstanceFrame(cvs, record);
+  record.id = static_cast<unsigned>(prim.id);
+  record.descId = static_cast<unsigned>(prim.descriptionId);
+  record.randInt = prim.randomInt;
+  record.randFloat = prim.randomFloat;
+  record.archiveIndex = prim.lodIndex;
   record.u = prim.u;
   record.v = prim.v;
   record.faceId = prim.face;
-  record.geomId = prim.geomId;
+  record.geomId = static_cast<unsigned>(prim.geomId);
   return record;
 }
