@@ -127,4 +127,31 @@ std::string prepForEditor(const std::string& text) {
   return out;
 }
 
+std::string escapeForDump(const std::string& text, bool escapeQuote) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c == '\\') {
+      out += "\\\\";
+    } else if (c == '"' && escapeQuote) {
+      out += "\\\"";
+    } else if (byte < 32 || byte > 126) {
+      out += "\\x";
+      out += digits[byte >> 4];
+      out += digits[byte & 15];
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
 }  // namespace vrutil

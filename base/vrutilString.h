@@ -44,4 +44,9 @@ std::string prepForAttribute(const std::string& text);
 /// Turns "\\n" and "\\t" that have no backslash before them into a real newline and tab.
 std::string prepForEditor(const std::string& text);
 
+/// The escaping of texts in the reference dumps of file formats: newline, carriage return, tab
+/// and backslash become `\n`, `\r`, `\t` and `\\`, every other byte outside printable ASCII
+/// `\xNN` (lower-case hex), and with `escapeQuote` the double quote `\"`.
+std::string escapeForDump(const std::string& text, bool escapeQuote);
+
 }  // namespace vrutil

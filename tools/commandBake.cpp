@@ -4,7 +4,6 @@
 // what the description's own generator and primitive make, with the CVs as the primitive holds
 // them.
 
-#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "io/VrImportGeometry.h"
@@ -13,9 +12,9 @@
 #include "tools/cliLogger.h"
 #include "tools/collectionAccess.h"
 #include "tools/commands.h"
+#include "tools/renderThreads.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
@@ -70,11 +69,7 @@ int bake(const RenderRequest& request, const CliLogger& logger) {
     return ExitFailed;
   }
 
-  const unsigned available = static_cast<unsigned>(VrTaskManager::threadCount());
-  unsigned workers = request.threads > 0 ? static_cast<unsigned>(request.threads) : available;
-  if (std::getenv("VORN_THREAD_LIMIT")) workers = std::min(workers, available);
-  workers = std::max(workers, 1u);
-  if (workers > 1) VrTaskManager::setPatchMultithreading(true);
+  const unsigned workers = renderWorkers(request.threads);
 
   uint64_t primitives = 0;
   unsigned descriptions = 0;
@@ -103,8 +98,7 @@ int bake(const RenderRequest& request, const CliLogger& logger) {
   summary.setf(std::ios::fixed);
   summary.precision(3);
   summary << "baked " << primitives << " primitives of " << descriptions << " descriptions into " << dir.string()
-          << " in " << seconds << " s on "
-          << (workers > 1 ? std::to_string(workers) + " threads" : std::string("1 thread (serial)")) << "\n";
+          << " in " << seconds << " s on " << workersText(workers) << "\n";
   std::cout << summary.str();
   return ExitOk;
 }

@@ -23,7 +23,6 @@
 #include "tools/commands.h"
 
 #include "base/VrObject.h"
-#include "base/VrTaskManager.h"
 #include "base/vrutilScratchFile.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
@@ -33,6 +32,7 @@
 #include "renderers/renderapi/VornRenderAPI.h"
 #include "tools/cliLogger.h"
 #include "tools/collectionAccess.h"
+#include "tools/renderThreads.h"
 
 #include <algorithm>
 #include <atomic>
@@ -766,14 +766,7 @@ int render(const RenderRequest& request, const CliLogger& logger) {
     }
   }
 
-  // Every core unless told otherwise; VORN_THREAD_LIMIT caps whatever was asked for.
-  const unsigned available = static_cast<unsigned>(VrTaskManager::threadCount());
-  unsigned workers = request.threads > 0 ? static_cast<unsigned>(request.threads) : available;
-  if (std::getenv("VORN_THREAD_LIMIT")) workers = std::min(workers, available);
-  workers = std::max(workers, 1u);
-  // The subdivision evaluator is read-only once a surface is built, so a threaded render
-  // declares patch multithreading, as a host would, instead of serialising every evaluation.
-  if (workers > 1) VrTaskManager::setPatchMultithreading(true);
+  const unsigned workers = renderWorkers(request.threads);
   VrSetGeometrySpace(request.space == "object" ? VrGeometrySpace::Object : VrGeometrySpace::World);
   if (!request.verbose) PatchRenderer::setBannerShown(true);
 
@@ -808,8 +801,7 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   if (jobs.size() > 1) summary << " over " << jobs.size() << " frames";
   summary << " in " << seconds << " s (";
   summary.precision(0);
-  summary << (seconds > 0.0 ? static_cast<double>(totals.primitives) / seconds : 0.0) << " primitives/s) on "
-          << (workers > 1 ? std::to_string(workers) + " threads" : std::string("1 thread (serial)")) << "\n";
+  summary << (seconds > 0.0 ? static_cast<double>(totals.primitives) / seconds : 0.0) << " primitives/s) on " << workersText(workers) << "\n";
   std::cout << summary.str();
   return ExitOk;
 }

@@ -1,5 +1,7 @@
 #include "io/alembic/VrAbcDump.h"
 
+#include "base/vrutilString.h"
+
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCamera.h"
 #include "io/alembic/VrAbcCurves.h"
@@ -613,30 +615,7 @@ bool Walker::readAll(const VrAbcObject& object, int depth) {
 
 }  // namespace
 
-std::string VrAbcDump::escape(const std::string& text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\r') {
-      out += "\\r";
-    } else if (c == '\t') {
-      out += "\\t";
-    } else if (c == '\\') {
-      out += "\\\\";
-    } else if (byte < 32 || byte > 126) {
-      static const char digits[] = "0123456789abcdef";
-      out += "\\x";
-      out += digits[byte >> 4];
-      out += digits[byte & 15];
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
+std::string VrAbcDump::escape(const std::string& text) { return vrutil::escapeForDump(text, false); }
 
 VrAbcDump::Result VrAbcDump::write(const std::string& path, std::ostream& out, const Options& options) {
   VrAbcArchive archive;

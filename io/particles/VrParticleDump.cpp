@@ -2,6 +2,8 @@
 
 #include "io/particles/VrParticleDump.h"
 
+#include "base/vrutilString.h"
+
 #include "io/particles/VrParticleBytes.h"
 
 #include <cstdio>
@@ -16,28 +18,7 @@ std::string number(double value) {
 }
 
 // The dump's escaping of names and strings; `quote` also escapes the double quote.
-std::string escape(const std::string& text, bool quote) {
-  std::string out;
-  for (unsigned char c : text) {
-    switch (c) {
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      case '\\': out += "\\\\"; break;
-      default:
-        if (c == '"' && quote) {
-          out += "\\\"";
-        } else if (c < 32 || c > 126) {
-          char hex[8];
-          std::snprintf(hex, sizeof hex, "\\x%02x", c);
-          out += hex;
-        } else {
-          out += static_cast<char>(c);
-        }
-    }
-  }
-  return out;
-}
+std::string escape(const std::string& text, bool quote) { return vrutil::escapeForDump(text, quote); }
 
 std::string quoted(const std::string& text) { return "\"" + escape(text, true) + "\""; }
 

@@ -2,6 +2,8 @@
 
 #include "io/ptex/VrPtexDump.h"
 
+#include "base/vrutilString.h"
+
 #include "base/VrMessage.h"
 #include "io/ptex/VrPtexTexture.h"
 
@@ -32,27 +34,7 @@ std::string sums(const std::vector<double>& values) {
 }
 
 // The format's escaping of a quoted value.
-std::string escape(const std::string& text) {
-  std::string out;
-  for (unsigned char c : text) {
-    switch (c) {
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
-      case '\\': out += "\\\\"; break;
-      case '"': out += "\\\""; break;
-      default:
-        if (c < 32 || c > 126) {
-          char hex[8];
-          std::snprintf(hex, sizeof hex, "\\x%02x", c);
-          out += hex;
-        } else {
-          out += static_cast<char>(c);
-        }
-    }
-  }
-  return out;
-}
+std::string escape(const std::string& text) { return vrutil::escapeForDump(text, true); }
 
 std::string metaLine(const VrPtexMetaData::Entry& e) {
   std::string line = "key=\"" + escape(e.key) + "\" type=" + metaDataTypeName(e.type);

@@ -1,0 +1,23 @@
+#include "tools/renderThreads.h"
+
+#include "base/VrTaskManager.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace vorncli {
+
+unsigned renderWorkers(int requested) {
+  const unsigned available = static_cast<unsigned>(VrTaskManager::threadCount());
+  unsigned workers = requested > 0 ? static_cast<unsigned>(requested) : available;
+  if (std::getenv("VORN_THREAD_LIMIT")) workers = std::min(workers, available);
+  workers = std::max(workers, 1u);
+  if (workers > 1) VrTaskManager::setPatchMultithreading(true);
+  return workers;
+}
+
+std::string workersText(unsigned workers) {
+  return workers > 1 ? std::to_string(workers) + " threads" : std::string("1 thread (serial)");
+}
+
+}  // namespace vorncli
