@@ -581,6 +581,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
   settings.frame = request.frame;
   settings.framesPerSecond = request.fps;
   settings.sampleOffsets = request.motionSamples;
+  settings.threads = static_cast<int>(workers);
   std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(request.output, settings);
   if (!output) {
     fail("the output must end in " + VrPrimitiveOutput::extensionList() + ": " + request.output);

@@ -3,6 +3,8 @@
 #include "base/VrObject.h"
 #include "base/vrutilString.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <ostream>
 #include <string>
 
@@ -14,7 +16,6 @@ SgVec3T<double> unitOf(const SgVec3T<double>& v, double& length) {
   return length < 1e-6 ? SgVec3T<double>() : v / length;
 }
 
-void writeVec(std::ostream& out, const SgVec3T<double>& v) { out << v.x << ' ' << v.y << ' ' << v.z << '\n'; }
 
 }  // namespace
 
@@ -60,25 +61,25 @@ void VrWriteInstanceHeader(std::ostream& out) {
          "\n";
 }
 
+void VrAppendInstanceRecord(std::string& out, const VrInstanceRecord& record) {
+  // "%.16f" is what a stream in fixed notation with precision 16 writes, without its cost. A
+  // host may have set a locale with a decimal comma; the record has no other commas.
+  const size_t start = out.size();
+  char text[512];
+  const SgVec3T<double>* vectors[] = {&record.position, &record.up, &record.aim, &record.scale};
+  for (const SgVec3T<double>* v : vectors) {
+    std::snprintf(text, sizeof text, "%.16f %.16f %.16f\n", v->x, v->y, v->z);
+    out += text;
+  }
+  std::snprintf(text, sizeof text, "%u\n%u\n%lld\n%.16f\n%d\n%.16f\n%.16f\n%d\n%u\n\n", record.id, record.descId,
+                static_cast<long long>(record.randInt), record.randFloat, record.archiveIndex, record.u, record.v,
+                record.faceId, record.geomId);
+  out += text;
+  std::replace(out.begin() + static_cast<std::ptrdiff_t>(start), out.end(), ',', '.');
+}
+
 void VrWriteInstanceRecord(std::ostream& out, const VrInstanceRecord& record) {
-  const std::ios_base::fmtflags flags = out.flags();
-  const std::streamsize precision = out.precision();
-  out.setf(std::ios_base::fixed, std::ios_base::floatfield);
-  out.precision(16);
-  writeVec(out, record.position);
-  writeVec(out, record.up);
-  writeVec(out, record.aim);
-  writeVec(out, record.scale);
-  out << record.id << '\n'
-      << record.descId << '\n'
-      << record.randInt << '\n'
-      << record.randFloat << '\n'
-      << record.archiveIndex << '\n'
-      << record.u << '\n'
-      << record.v << '\n'
-      << record.faceId << '\n'
-      << record.geomId << '\n'
-      << '\n';
-  out.flags(flags);
-  out.precision(precision);
+  std::string text;
+  VrAppendInstanceRecord(text, record);
+  out << text;
 }

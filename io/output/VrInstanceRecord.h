@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 class VrObject;
@@ -40,6 +41,8 @@ int VrArchiveSlotInUse(const VrObject& primitive);
 
 /// The ".pmt" header: thirteen comment lines naming the record's lines, then one empty line.
 void VrWriteInstanceHeader(std::ostream& out);
+/// The text of one ".pmt" record, appended to `out`; the C locale's numbers whatever the process's.
+void VrAppendInstanceRecord(std::string& out, const VrInstanceRecord& record);
 /// One ".pmt" record: thirteen lines in the header's order (vectors as three numbers separated by
 /// one blank), then one empty line. Real numbers are fixed with 16 decimals; the stream's format
 /// is restored afterwards.

@@ -52,11 +52,12 @@ bool VrJsonLinesOutput::begin() {
 
 bool VrJsonLinesOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
   if (!file) return false;
-  for (size_t i = 0; i < count; ++i) {
-    const VrOutputPrimitive& prim = primitives[i];
+  std::string patchText;
+  putJsonString(patchText, patch);
+  appendTexts(primitives, count, file->out(), [&](const VrOutputPrimitive& prim, std::string& line) {
     const size_t n = prim.numCVs;
-    line = "{\"patch\":";
-    putJsonString(line, patch);
+    line += "{\"patch\":";
+    line += patchText;
     line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":";
     putPoints(line, prim.cvs, n);
     if (prim.numSamples > 1) {
@@ -73,8 +74,7 @@ bool VrJsonLinesOutput::write(const std::string& patch, const VrOutputPrimitive*
       putNumber(line, prim.widths[c]);
     }
     line += "]}\n";
-    file->out() << line;
-  }
+  });
   return file->ok() || fail("cannot be written");
 }
 

@@ -18,5 +18,4 @@ class VrJsonLinesOutput : public VrPrimitiveOutput {
 
  private:
   std::unique_ptr<VrAtomicFile> file;
-  std::string line;
 };

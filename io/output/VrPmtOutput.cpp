@@ -12,7 +12,8 @@ bool VrPmtOutput::begin() {
 
 bool VrPmtOutput::write(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
   if (!file) return false;
-  for (size_t i = 0; i < count; ++i) VrWriteInstanceRecord(file->out(), instanceRecord(primitives[i]));
+  appendTexts(primitives, count, file->out(),
+              [](const VrOutputPrimitive& prim, std::string& text) { VrAppendInstanceRecord(text, instanceRecord(prim)); });
   return file->ok() || fail("cannot be written");
 }
 
