@@ -6,9 +6,10 @@
 
 #include <algorithm>
 #include <fcntl.h>
-#include <sys/mman.h>
+#include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace vrparticles {
 
@@ -71,10 +72,6 @@ bool inflateAll(const unsigned char* packed, size_t packedSize, std::vector<unsi
 
 }  // namespace
 
-FileBytes::~FileBytes() {
-  if (mapped) ::munmap(mapped, mappedSize);
-}
-
 bool loadFile(const std::string& path, bool inflateGzip, FileBytes& bytes, std::string& error) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   struct stat info;
@@ -83,21 +80,24 @@ bool loadFile(const std::string& path, bool inflateGzip, FileBytes& bytes, std::
     error = "cannot open the file";
     return false;
   }
-  const size_t size = static_cast<size_t>(info.st_size);
-  void* map = size ? ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0) : nullptr;
+  // Whatever is there when the reads reach the end counts; a file cut meanwhile reads short.
+  std::vector<unsigned char> raw(static_cast<size_t>(info.st_size));
+  size_t done = 0;
+  while (done < raw.size()) {
+    const ssize_t got = ::read(fd, raw.data() + done, raw.size() - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) {
+      ::close(fd);
+      error = "cannot read the file";
+      return false;
+    }
+    if (got == 0) break;
+    done += static_cast<size_t>(got);
+  }
   ::close(fd);
-  if (size && map == MAP_FAILED) {
-    error = "cannot read the file";
-    return false;
-  }
-  const unsigned char* raw = static_cast<const unsigned char*>(map);
-  if (inflateGzip && isGzip(raw, size)) {
-    const bool ok = inflateAll(raw, size, bytes.held, error);
-    ::munmap(map, size);
-    return ok;
-  }
-  bytes.mapped = static_cast<unsigned char*>(map);
-  bytes.mappedSize = size;
+  raw.resize(done);
+  if (inflateGzip && isGzip(raw.data(), raw.size())) return inflateAll(raw.data(), raw.size(), bytes.held, error);
+  bytes.held = std::move(raw);
   return true;
 }
 

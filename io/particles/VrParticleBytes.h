@@ -1,9 +1,9 @@
 #pragma once
 // Internal to io/particles: a particle file's bytes in memory, and a cursor that reads them with
-// every length checked against what is left. A plain file is mapped (writers of these files
-// replace them by renaming, so a mapped file does not shrink under its reader); a gzip-compressed
-// one is inflated first, so the counts a reader meets are always checked against the bytes that
-// are really there.
+// every length checked against what is left. A plain file is read whole rather than mapped: a
+// file that another program rewrites in place while it is read then gives a short read and a
+// message, not a bus error. A gzip-compressed one is inflated first, so the counts a reader meets
+// are always checked against the bytes that are really there.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,21 +16,18 @@ namespace vrparticles {
 /// True when the bytes start with the gzip magic (1f 8b).
 bool isGzip(const unsigned char* bytes, size_t size);
 
-/// A whole file's bytes: mapped into memory when read as they are, held when inflated.
+/// A whole file's bytes, as read or inflated.
 class FileBytes {
  public:
   FileBytes() = default;
-  ~FileBytes();
   FileBytes(const FileBytes&) = delete;
   FileBytes& operator=(const FileBytes&) = delete;
 
-  const unsigned char* data() const { return mapped ? mapped : held.data(); }
-  size_t size() const { return mapped ? mappedSize : held.size(); }
+  const unsigned char* data() const { return held.data(); }
+  size_t size() const { return held.size(); }
 
  private:
   friend bool loadFile(const std::string&, bool, FileBytes&, std::string&);
-  unsigned char* mapped = nullptr;
-  size_t mappedSize = 0;
   std::vector<unsigned char> held;
 };
 
