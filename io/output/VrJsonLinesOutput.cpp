@@ -45,41 +45,29 @@ void putJsonString(std::string& out, const std::string& text) {
 
 }  // namespace
 
-bool VrJsonLinesOutput::begin() {
-  file = std::make_unique<VrAtomicFile>(path);
-  return file->ok() || fail("cannot be written");
-}
-
-bool VrJsonLinesOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
-  if (!file) return false;
-  std::string patchText;
+void VrJsonLinesOutput::beginRun(const std::string& patch) {
+  patchText.clear();
   putJsonString(patchText, patch);
-  appendTexts(primitives, count, file->out(), [&](const VrOutputPrimitive& prim, std::string& line) {
-    const size_t n = prim.numCVs;
-    line += "{\"patch\":";
-    line += patchText;
-    line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":";
-    putPoints(line, prim.cvs, n);
-    if (prim.numSamples > 1) {
-      line += ",\"samples\":[";
-      for (size_t s = 1; s < prim.numSamples; ++s) {
-        if (s > 1) line += ',';
-        putPoints(line, prim.cvs + 3 * n * s, n);
-      }
-      line += ']';
-    }
-    line += ",\"widths\":[";
-    for (size_t c = 0; c < n; ++c) {
-      if (c) line += ',';
-      putNumber(line, prim.widths[c]);
-    }
-    line += "]}\n";
-  });
-  return file->ok() || fail("cannot be written");
 }
 
-bool VrJsonLinesOutput::end() {
-  const bool ok = file && file->commit();
-  file.reset();
-  return ok || fail("cannot be written");
+void VrJsonLinesOutput::appendText(const VrOutputPrimitive& prim, std::string& line) const {
+  const size_t n = prim.numCVs;
+  line += "{\"patch\":";
+  line += patchText;
+  line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":";
+  putPoints(line, prim.cvs, n);
+  if (prim.numSamples > 1) {
+    line += ",\"samples\":[";
+    for (size_t s = 1; s < prim.numSamples; ++s) {
+      if (s > 1) line += ',';
+      putPoints(line, prim.cvs + 3 * n * s, n);
+    }
+    line += ']';
+  }
+  line += ",\"widths\":[";
+  for (size_t c = 0; c < n; ++c) {
+    if (c) line += ',';
+    putNumber(line, prim.widths[c]);
+  }
+  line += "]}\n";
 }

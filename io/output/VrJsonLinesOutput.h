@@ -3,19 +3,16 @@
 // 0, the CVs of the other motion samples and the widths. Numbers are the shortest texts that
 // read back as the same floats, whatever the locale.
 
-#include "base/VrAtomicFile.h"
-#include "io/output/VrPrimitiveOutput.h"
+#include "io/output/VrTextOutput.h"
 
-#include <memory>
-
-class VrJsonLinesOutput : public VrPrimitiveOutput {
+class VrJsonLinesOutput : public VrTextOutput {
  public:
-  VrJsonLinesOutput(const std::string& path, const VrOutputSettings& settings) : VrPrimitiveOutput(path, settings) {}
+  VrJsonLinesOutput(const std::string& path, const VrOutputSettings& settings) : VrTextOutput(path, settings) {}
 
-  bool begin() override;
-  bool write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) override;
-  bool end() override;
+ protected:
+  void beginRun(const std::string& patch) override;
+  void appendText(const VrOutputPrimitive& primitive, std::string& line) const override;
 
  private:
-  std::unique_ptr<VrAtomicFile> file;
+  std::string patchText;  // the run's patch as a JSON string
 };

@@ -1,24 +1,13 @@
 #include "io/output/VrPmtOutput.h"
 
-#include <locale>
+#include <sstream>
 
-bool VrPmtOutput::begin() {
-  file = std::make_unique<VrAtomicFile>(path);
-  if (!file->ok()) return fail("cannot be written");
-  file->out().imbue(std::locale::classic());
-  VrWriteInstanceHeader(file->out());
-  return true;
+std::string VrPmtOutput::header() const {
+  std::ostringstream text;
+  VrWriteInstanceHeader(text);
+  return text.str();
 }
 
-bool VrPmtOutput::write(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
-  if (!file) return false;
-  appendTexts(primitives, count, file->out(),
-              [](const VrOutputPrimitive& prim, std::string& text) { VrAppendInstanceRecord(text, instanceRecord(prim)); });
-  return file->ok() || fail("cannot be written");
-}
-
-bool VrPmtOutput::end() {
-  const bool ok = file && file->commit();
-  file.reset();
-  return ok || fail("cannot be written");
+void VrPmtOutput::appendText(const VrOutputPrimitive& primitive, std::string& text) const {
+  VrAppendInstanceRecord(text, instanceRecord(primitive));
 }

@@ -1,20 +1,14 @@
 #pragma once
 // VrPmtOutput: the `.pmt` instance list of a render, one record per primitive.
 
-#include "base/VrAtomicFile.h"
-#include "io/output/VrPrimitiveOutput.h"
+#include "io/output/VrTextOutput.h"
 
-#include <memory>
-
-class VrPmtOutput : public VrPrimitiveOutput {
+class VrPmtOutput : public VrTextOutput {
  public:
-  VrPmtOutput(const std::string& path, const VrOutputSettings& settings) : VrPrimitiveOutput(path, settings) {}
-
-  bool begin() override;
-  bool write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) override;
-  bool end() override;
+  VrPmtOutput(const std::string& path, const VrOutputSettings& settings) : VrTextOutput(path, settings) {}
   bool wantsInstanceChannels() const override { return true; }
 
- private:
-  std::unique_ptr<VrAtomicFile> file;
+ protected:
+  std::string header() const override;
+  void appendText(const VrOutputPrimitive& primitive, std::string& text) const override;
 };

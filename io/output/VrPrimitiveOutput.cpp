@@ -7,9 +7,6 @@
 #include "io/output/VrPmtOutput.h"
 #include "io/particles/VrParticles.h"
 
-#include <tbb/parallel_for.h>
-
-#include <algorithm>
 
 namespace {
 
@@ -60,27 +57,4 @@ VrInstanceRecord VrPrimitiveOutput::instanceRecord(const VrOutputPrimitive& prim
   record.faceId = prim.face;
   record.geomId = static_cast<unsigned>(prim.geomId);
   return record;
-}
-
-void VrPrimitiveOutput::appendTexts(const VrOutputPrimitive* primitives, size_t count, std::ostream& out,
-                                    const std::function<void(const VrOutputPrimitive&, std::string&)>& format) {
-  constexpr size_t chunk = 64;
-  const size_t chunks = (count + chunk - 1) / chunk;
-  chunkTexts.resize(std::max<size_t>(chunkTexts.size(), chunks));
-  auto makeChunk = [&](size_t c) {
-    std::string& text = chunkTexts[c];
-    text.clear();
-    for (size_t i = c * chunk; i < count && i < (c + 1) * chunk; ++i) format(primitives[i], text);
-  };
-  if (settings.threads == 1 || chunks < 2) {
-    for (size_t c = 0; c < chunks; ++c) makeChunk(c);
-  } else {
-    if (!arena) {
-      int workers = settings.threads;
-      if (workers <= 0) workers = tbb::task_arena::automatic;  // read by value: the constant has no definition to bind to
-      arena = std::make_unique<tbb::task_arena>(workers);
-    }
-    arena->execute([&] { tbb::parallel_for(size_t(0), chunks, makeChunk); });
-  }
-  for (size_t c = 0; c < chunks; ++c) out.write(chunkTexts[c].data(), static_cast<std::streamsize>(chunkTexts[c].size()));
 }

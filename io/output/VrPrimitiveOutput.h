@@ -14,13 +14,9 @@
 
 #include "io/output/VrInstanceRecord.h"
 
-#include <tbb/task_arena.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -77,15 +73,7 @@ class VrPrimitiveOutput {
   bool fail(const std::string& what) const;
   /// The instance record of sample 0 of a primitive.
   static VrInstanceRecord instanceRecord(const VrOutputPrimitive& primitive);
-  /// Appends the text `format` makes of each primitive to `out`, in order. The texts are made in
-  /// chunks on `settings.threads` workers, so the bytes do not depend on the thread count.
-  void appendTexts(const VrOutputPrimitive* primitives, size_t count, std::ostream& out,
-                   const std::function<void(const VrOutputPrimitive&, std::string&)>& format);
 
   const std::string path;
   const VrOutputSettings settings;
-
- private:
-  std::unique_ptr<tbb::task_arena> arena;
-  std::vector<std::string> chunkTexts;
 };

@@ -1,0 +1,46 @@
+#include "io/output/VrTextOutput.h"
+
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <locale>
+
+bool VrTextOutput::begin() {
+  file = std::make_unique<VrAtomicFile>(path);
+  if (!file->ok()) return fail("cannot be written");
+  file->out().imbue(std::locale::classic());
+  file->out() << header();
+  return true;
+}
+
+bool VrTextOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
+  if (!file) return false;
+  beginRun(patch);
+  constexpr size_t chunk = 64;
+  const size_t chunks = (count + chunk - 1) / chunk;
+  chunkTexts.resize(std::max(chunkTexts.size(), chunks));
+  auto makeChunk = [&](size_t c) {
+    std::string& text = chunkTexts[c];
+    text.clear();
+    for (size_t i = c * chunk; i < count && i < (c + 1) * chunk; ++i) appendText(primitives[i], text);
+  };
+  if (settings.threads == 1 || chunks < 2) {
+    for (size_t c = 0; c < chunks; ++c) makeChunk(c);
+  } else {
+    if (!arena) {
+      int workers = settings.threads;
+      if (workers <= 0) workers = tbb::task_arena::automatic;  // read by value: the constant has no definition to bind to
+      arena = std::make_unique<tbb::task_arena>(workers);
+    }
+    arena->execute([&] { tbb::parallel_for(size_t(0), chunks, makeChunk); });
+  }
+  for (size_t c = 0; c < chunks; ++c)
+    file->out().write(chunkTexts[c].data(), static_cast<std::streamsize>(chunkTexts[c].size()));
+  return file->ok() || fail("cannot be written");
+}
+
+bool VrTextOutput::end() {
+  const bool ok = file && file->commit();
+  file.reset();
+  return ok || fail("cannot be written");
+}
