@@ -6,7 +6,11 @@
 #include "base/VrModules.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "fxmodules/VrFXModule.h"
+#include "generators/VrFileGenerator.h"
+#include "generators/VrGuideGenerator.h"
+#include "generators/VrPointGenerator.h"
 #include "generators/VrRandomGenerator.h"
+#include "generators/VrUniformGenerator.h"
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
@@ -55,8 +59,6 @@ struct Family {
   }
 };
 
-constexpr const char* generators[] = {"GuideGenerator", "UniformGenerator", "PointGenerator",
-                                      "FileGenerator"};
 constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive"};
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
@@ -83,6 +85,10 @@ bool registerFamily(const char* const (&)[N]) {
 }
 
 const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRandomGenerator>) &&
+                        VrRegisterModule("UniformGenerator", &createObject<VrUniformGenerator>) &&
+                        VrRegisterModule("GuideGenerator", &createObject<VrGuideGenerator>) &&
+                        VrRegisterModule("PointGenerator", &createObject<VrPointGenerator>) &&
+                        VrRegisterModule("FileGenerator", &createObject<VrFileGenerator>) &&
                         VrRegisterModule("NullRenderer", &createObject<VrNullRenderer>) &&
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
                         VrRegisterModule("FileRenderer", &createObject<VrFileRenderer>) &&
@@ -93,7 +99,6 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("RendermanRenderer", &createObject<VornRenderAPI::Renderer2>) &&
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
                         VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&
-                        registerFamily<VrObject, generators>(generators) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&

@@ -6,6 +6,7 @@
 #include "document/VrPalette.h"
 #include "generators/VrGeneratorContext.h"
 #include "geometry/VrPatch.h"
+#include "io/vpd/VpdReader.h"
 #include "primitives/VrPrimitive.h"
 #include "renderers/VrRenderer.h"
 
@@ -498,6 +499,38 @@ bool VrGenerator::cullPostGeometryInParallel(VrPrimitiveContext& context, int sa
   countCulled(context);
   const VrPrimitiveContext* own = sampleContext(context, sample);
   return !handleCulled(context, sample, 8, face, own ? own->id() : context.id(), patch);
+}
+
+bool VrGenerator::offerLocation(VrPrimitiveContext& context, double& acc, double percent, double u, double v,
+                                int face, const std::vector<VrPatch*>& patches) {
+  if (!takeShare(acc, percent) || culledForRegion(context, u, v, face, patches[0]->name())) return false;
+  return isSerialContext(context) ? emitIfOk(u, v, face, patches) : emitIfOkInParallel(context, u, v, face, patches);
+}
+
+bool VrGenerator::culledForRegion(const VrPrimitiveContext& context, double u, double v, int face,
+                                  const std::string& patchName) const {
+  if (!renderRegionCheck() || validRenderRegion(u, v, face, patchName)) return false;
+  const VrDescription* desc = description();
+  VR_DEBUG(5, vrmsg::CatGenerator,
+           (desc ? desc->name() : std::string()) + "|" + patchName + " Primitive " + std::to_string(context.id()) +
+               " on face " + std::to_string(face) + "is culled for region preview.");
+  return true;
+}
+
+unsigned VrGenerator::offerRecordLocations(VrPrimitiveContext& context, VpdReader& reader, bool fileIds, double acc,
+                                           double percent, int face, const std::vector<VrPatch*>& patches) {
+  unsigned emitted = 0;
+  std::uint32_t id = 0;
+  std::vector<float> values;
+  while (reader.readPrim(id, values)) {
+    if (values.size() < 2) break;
+    if (fileIds)
+      context.setId(id);
+    else
+      context.incrId();
+    if (offerLocation(context, acc, percent, values[0], values[1], face, patches)) ++emitted;
+  }
+  return emitted;
 }
 
 // ---------------------------------------------------------------------------------------------

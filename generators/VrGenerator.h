@@ -35,6 +35,7 @@
 #include <string>
 #include <vector>
 
+class VpdReader;
 class VrGeneratorContext;
 class VrPatch;
 class VrPrimitive;
@@ -157,6 +158,28 @@ class VrGenerator : public VrObject {
   VrPrimitiveContext* sampleContext(VrPrimitiveContext& context, int sample) const;
   /// The renderer the context's path emits to; null when the active renderer is not one.
   VrRenderer* targetRenderer(const VrPrimitiveContext& context) const;
+  /// The share rule of the generators that walk their candidates in order. The caller has
+  /// given the candidate its id. `percent` is added to `acc`; below 1 the candidate is dropped,
+  /// otherwise `acc` loses 1 and the candidate goes on, through the region preview, to
+  /// `emitIfOk` (or its twin). So `percent` keeps an evenly spread share of the candidates and
+  /// ids do not depend on it. True when the candidate was emitted.
+  bool offerLocation(VrPrimitiveContext& context, double& acc, double percent, double u, double v, int face,
+                     const std::vector<VrPatch*>& patches);
+  /// The first step of the share rule: whether the candidate is taken.
+  static bool takeShare(double& acc, double percent) {
+    acc += percent;
+    if (acc < 1.0) return false;
+    acc -= 1.0;
+    return true;
+  }
+  /// Whether the region preview leaves the location out (said at debug level 5).
+  bool culledForRegion(const VrPrimitiveContext& context, double u, double v, int face,
+                       const std::string& patchName) const;
+  /// Offers the location (u, v) of every record left in the reader's block, in order, starting
+  /// the share at `acc`. Ids come from the records with `fileIds`, otherwise they count on.
+  /// Answers how many were emitted; a damaged block stops the walk with the reader's error set.
+  unsigned offerRecordLocations(VrPrimitiveContext& context, VpdReader& reader, bool fileIds, double acc,
+                                double percent, int face, const std::vector<VrPatch*>& patches);
   /// Counts a culled location on the context's path.
   void countCulled(VrPrimitiveContext& context);
   /// The culled count of the face on the context's path.

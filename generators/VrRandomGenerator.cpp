@@ -77,21 +77,8 @@ constexpr MaskWarning maskWarnings[] = {
 
 }  // namespace
 
-VrRandomGeneratorContext::VrRandomGeneratorContext() = default;
-VrRandomGeneratorContext::~VrRandomGeneratorContext() = default;
-
-void VrRandomGeneratorContext::setXFile(std::unique_ptr<VpdReader> file) { reader = std::move(file); }
-
-void VrRandomGeneratorContext::reset() {
-  reader.reset();
-  geometry.clear();
-  file.clear();
-  block = -1;
-  failed = false;
-}
-
 VrRandomGenerator::VrRandomGenerator(VrDescription* description)
-    : VrGenerator(description),
+    : VrVpdReadingGenerator(description),
       maskExpr("mask", "RandomGenerator", description, "1.0", "float"),
       dcExpr("dcExprInternal", "RandomGenerator", description, "1.0", "float"),
       roundOffExpr("roundOffInternal", "RandomGenerator", description, "rand()", "float") {
@@ -108,7 +95,7 @@ VrRandomGenerator::~VrRandomGenerator() = default;
 
 bool VrRandomGenerator::setAttr(const std::string& name, const std::string& value, const std::string& type,
                                 const std::string& enumStrings) {
-  if (VrGenerator::setAttr(name, value, type, enumStrings)) return true;
+  if (VrVpdReadingGenerator::setAttr(name, value, type, enumStrings)) return true;
 
   if (name == "density") {
     double parsed = 0.0;
@@ -153,42 +140,16 @@ void VrRandomGenerator::warnAboutMask() const {
 }
 
 void VrRandomGenerator::getExternalContext(ExternalContext& pairs, const std::string& prefix) const {
-  VrGenerator::getExternalContext(pairs, prefix);
+  VrVpdReadingGenerator::getExternalContext(pairs, prefix);
   maskExpr.getExternalContext(pairs, prefix + "mask");
   dcExpr.getExternalContext(pairs, prefix + "densityCompensate ");
-  VrDescription* desc = description();
-  if (!pointsOn || pointDirectory.empty() || !desc) return;
-  for (const auto& entry : desc->patches()) {
-    const std::string file = pointDirectory + vrutil::stripNameSpace(entry.first) + ".vuv";
-    std::string found;
-    if (!vrutil::findFileInVrDataPath(found, file, entry.first, desc, "", true))
-      found = vrutil::expandMacros(file, entry.first, desc);
-    pairs.emplace_back(prefix + "Point", found);
-  }
+  if (pointsOn)
+    VrVpdGeneratorContext::listFiles(pairs, prefix + "Point", VrVpdGeneratorContext::pointFiles, pointDirectory,
+                                     description());
 }
 
 std::unique_ptr<VrGeneratorContext> VrRandomGenerator::newGeneratorContext() const {
   return std::make_unique<VrRandomGeneratorContext>();
-}
-
-void VrRandomGenerator::initDescription() {
-  VrGenerator::initDescription();
-  serialState.reset();
-}
-
-void VrRandomGenerator::initDescriptionInParallel(VrPrimitiveContext& context) {
-  VrGenerator::initDescriptionInParallel(context);
-  if (auto* state = dynamic_cast<VrRandomGeneratorContext*>(context.generatorContext())) state->reset();
-}
-
-void VrRandomGenerator::finishDescription() {
-  VrGenerator::finishDescription();
-  serialState.reset();
-}
-
-void VrRandomGenerator::finishDescriptionInParallel(VrPrimitiveContext& context) {
-  VrGenerator::finishDescriptionInParallel(context);
-  if (auto* state = dynamic_cast<VrRandomGeneratorContext*>(context.generatorContext())) state->reset();
 }
 
 void VrRandomGenerator::genPrimitives(int face, const std::vector<VrPatch*>& patches, double start,
@@ -202,9 +163,7 @@ void VrRandomGenerator::genPrimitivesInParallel(VrPrimitiveContext& context, int
   if (patches.empty() || !patches[0]) return;
   scatter(context, face, patches, start, percent);
   if (!pointsOn) return;
-  auto* state = isSerialContext(context) ? &serialState
-                                         : dynamic_cast<VrRandomGeneratorContext*>(context.generatorContext());
-  if (state) points(*state, context, face, patches, percent);
+  if (VrVpdGeneratorContext* state = fileState(context)) points(*state, context, face, patches, percent);
 }
 
 double VrRandomGenerator::surfaceCompensation(const VrPatch& patch, int face) const {
@@ -353,70 +312,17 @@ void VrRandomGenerator::scatter(VrPrimitiveContext& context, int face, const std
                   std::to_string(culledOnFace(context)) + " culled.");
 }
 
-void VrRandomGenerator::points(VrRandomGeneratorContext& state, VrPrimitiveContext& context, int face,
+void VrRandomGenerator::points(VrVpdGeneratorContext& state, VrPrimitiveContext& context, int face,
                                const std::vector<VrPatch*>& patches, double percent) {
-  const std::string& geometry = patches[0]->name();
-  // A new geometry starts afresh; a broken file is reported once per geometry.
-  if (geometry != state.currentGeom()) {
-    state.reset();
-    state.setCurrentGeom(geometry);
-  }
-  if (state.isErrOccurred()) return;
-  if (!state.xFile()) {
-    std::string found;
-    if (!vrutil::findFileInVrDataPath(found, pointDirectory + vrutil::stripNameSpace(geometry) + ".vuv", geometry,
-                                      description(), "", true))
-      return;
-    state.setFileName(found);
-    std::unique_ptr<VpdReader> reader = VpdReader::open(found);
-    if (!reader) {
-      VR_ERROR("Failed to open VPD file: " + found);
-      state.setErrOccurred();
-      return;
-    }
-    const int block = reader->blockIndex(Vpd::LocationBlock);
-    if (block < 0) {
-      VR_ERROR("Failed to find the location block in file: " + found);
-      return;
-    }
-    if (reader->primType() != Vpd::PointPrimitive) {
-      VR_ERROR("Incorrect primitive type in VUV file: " + found);
-      state.setErrOccurred();
-      return;
-    }
-    state.setBlockIndex(block);
-    state.setXFile(std::move(reader));
-  }
-  VpdReader& reader = *state.xFile();
-  if (!reader.findFace(face)) {
-    VR_DEBUG(1, vrmsg::CatGenerator, "Face id " + std::to_string(face) + " not found in file " + state.fileName());
-    return;
-  }
-  if (!reader.findBlock(state.blockIndex())) {
-    VR_ERROR("Failed to find block in VPD file: " + state.fileName());
-    return;
-  }
-  const bool serial = isSerialContext(context);
-  const bool regionActive = renderRegionCheck();
+  VpdReader* reader = state.readerForFace(VrVpdGeneratorContext::pointFiles, Vpd::PointPrimitive, pointDirectory,
+                                          patches[0]->name(), description(), face);
+  if (!reader) return;
   const unsigned culledBefore = culledOnFace(context);
-  const std::uint64_t inFile = reader.numPrims();
-  std::uint64_t generated = 0;
-  // `percent` keeps an even share of the file's points, not the first ones.
-  double acc = 0.0;
-  std::uint32_t fileId = 0;
-  std::vector<float> values;
-  while (reader.readPrim(fileId, values)) {
-    if (values.size() < 2) break;
-    context.incrId();
-    acc += percent;
-    if (acc < 1.0) continue;
-    acc -= 1.0;
-    const double u = values[0], v = values[1];
-    if (regionActive && !validRenderRegion(u, v, face, geometry)) continue;
-    if (serial ? emitIfOk(u, v, face, patches) : emitIfOkInParallel(context, u, v, face, patches)) ++generated;
-  }
-  if (!reader.error().empty()) {
-    VR_ERROR(reader.error());
+  const std::uint64_t inFile = reader->numPrims();
+  // The points count on from the scatter's ids.
+  const unsigned generated = offerRecordLocations(context, *reader, false, 0.0, percent, face, patches);
+  if (!reader->error().empty()) {
+    VR_ERROR(reader->error());
     state.setErrOccurred();
   }
   if (VRStatsLevel >= 3)

@@ -19,43 +19,14 @@
 // geometry), and the per-face maximum of a density compensation map, which is taken as 1.0, as
 // for a missing map.
 
-#include "generators/VrGenerator.h"
-#include "generators/VrGeneratorContext.h"
+#include "generators/VrVpdReadingGenerator.h"
 
 #include <string>
 
 /// The per-thread point-file state of a worker.
-class VpdReader;
+class VrRandomGeneratorContext : public VrVpdGeneratorContext {};
 
-class VrRandomGeneratorContext : public VrGeneratorContext {
- public:
-  VrRandomGeneratorContext();
-  ~VrRandomGeneratorContext() override;
-  /// The geometry whose point file is in use.
-  const std::string& currentGeom() const { return geometry; }
-  void setCurrentGeom(const std::string& name) { geometry = name; }
-  int blockIndex() const { return block; }
-  void setBlockIndex(int index) { block = index; }
-  const std::string& fileName() const { return file; }
-  void setFileName(const std::string& name) { file = name; }
-  /// Set once the point file of the current geometry failed; it is reported once.
-  bool isErrOccurred() const { return failed; }
-  void setErrOccurred(bool value = true) { failed = value; }
-  /// The open point file of the current geometry, or null.
-  VpdReader* xFile() const { return reader.get(); }
-  void setXFile(std::unique_ptr<VpdReader> file);
-  /// Forgets the geometry and the file, closing it.
-  void reset();
-
- private:
-  std::unique_ptr<VpdReader> reader;
-  std::string geometry;
-  std::string file;
-  int block = -1;
-  bool failed = false;
-};
-
-class VrRandomGenerator : public VrGenerator {
+class VrRandomGenerator : public VrVpdReadingGenerator {
  public:
   /// Largest stretch of the sample square by surface compensation.
   static constexpr double scMax = 10.0;
@@ -74,10 +45,6 @@ class VrRandomGenerator : public VrGenerator {
 
   bool canRunInParallel() const override { return true; }
   std::unique_ptr<VrGeneratorContext> newGeneratorContext() const override;
-  void initDescription() override;
-  void initDescriptionInParallel(VrPrimitiveContext& context) override;
-  void finishDescription() override;
-  void finishDescriptionInParallel(VrPrimitiveContext& context) override;
   void genPrimitives(int face, const std::vector<VrPatch*>& patches, double start, double percent) override;
   void genPrimitivesInParallel(VrPrimitiveContext& context, int face, const std::vector<VrPatch*>& patches,
                                double start, double percent) override;
@@ -107,7 +74,7 @@ class VrRandomGenerator : public VrGenerator {
   void scatter(VrPrimitiveContext& context, int face, const std::vector<VrPatch*>& patches, double start,
                double percent);
   /// Adds the points of the geometry's ".vuv" file on this face.
-  void points(VrRandomGeneratorContext& state, VrPrimitiveContext& context, int face,
+  void points(VrVpdGeneratorContext& state, VrPrimitiveContext& context, int face,
               const std::vector<VrPatch*>& patches, double percent);
   void warnAboutMask() const;
 
@@ -119,6 +86,4 @@ class VrRandomGenerator : public VrGenerator {
   bool scOn = true;
   bool pointsOn = false;
   std::string pointDirectory;
-  // The point-file state of the serial path.
-  VrRandomGeneratorContext serialState;
 };

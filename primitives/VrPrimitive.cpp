@@ -190,6 +190,10 @@ void VrPrimitive::makeGeometryInParallel(VrPrimitiveContext& context, double u, 
 
 void VrPrimitive::mkGeometryInParallel(VrPrimitiveContext&, double, double) {}
 
+void VrPrimitive::completeGivenGeometryInParallel(VrPrimitiveContext& context, double, double, double) const {
+  context.dirtyCLength();
+}
+
 bool VrPrimitive::applyFXModulesInParallel(VrPrimitiveContext& context, VrFXModule* stopAt) {
   std::vector<SgVec3T<double>>& cvs = context.getGeom();
   for (VrFXModule* module : stack) {

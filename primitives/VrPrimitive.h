@@ -82,6 +82,11 @@ class VrPrimitive : public VrBasePrimitive {
   /// The kind's geometry at (u, v); the base makes none.
   virtual void mkGeometryInParallel(VrPrimitiveContext& context, double u, double v);
   void mkGeometry(double u, double v) { mkGeometryInParallel(*primContext, u, v); }
+  /// Completes a primitive whose CVs came from elsewhere (a baked groom): what the kind's
+  /// building adds beside the CVs, such as width and taper, from its attributes at (u, v), the
+  /// width times `widthFactor`. The base marks the length as depending on the CVs.
+  virtual void completeGivenGeometryInParallel(VrPrimitiveContext& context, double u, double v,
+                                               double widthFactor) const;
   /// Runs the active modules in stack order, each followed by `postApplyFX`. Stops with true
   /// at `stopAt` (the state before that module) or once the primitive is culled (a module that
   /// answers false culls it). A module that changes the CV count has the count restored, every

@@ -275,7 +275,6 @@ bool VrSplinePrimitive::overrideGuidesWithCache() {
 // Geometry
 
 void VrSplinePrimitive::mkGeometryInParallel(VrPrimitiveContext& context, double u, double v) {
-  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
   if (iMethod() != 0) {
     mkGeometryFromGuides(context, u, v);
   } else {
@@ -283,13 +282,23 @@ void VrSplinePrimitive::mkGeometryInParallel(VrPrimitiveContext& context, double
     SgCurve::rebuild(context.getGeom(), static_cast<int>(fxCVs), uniform, nullptr);
   }
   if (context.cullPrim()) return;
+  shapeAttrs(context, u, v, context.lodAdjustment());
+}
+
+void VrSplinePrimitive::completeGivenGeometryInParallel(VrPrimitiveContext& context, double u, double v,
+                                                        double widthFactor) const {
+  VrPrimitive::completeGivenGeometryInParallel(context, u, v, widthFactor);
+  shapeAttrs(context, u, v, widthFactor);
+}
+
+void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double v, double widthFactor) const {
+  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
-  double width = widthExpr().eval(u, v, face, patchName).x;
+  const double width = widthExpr().eval(u, v, face, patchName).x * widthFactor;
   const float taper = static_cast<float>(taperExpression.eval(u, v, face, patchName).x);
   const float taperStart =
       static_cast<float>(std::clamp(taperStartExpression.eval(u, v, face, patchName).x, 0.0, 1.0));
-  width *= context.lodAdjustment();
   context.overrideCWidth(width);
   if (spline) {
     spline->taper = taper;
@@ -303,6 +312,7 @@ void VrSplinePrimitive::mkGeometryInParallel(VrPrimitiveContext& context, double
   }
   if (context.cLength() < 0.0001 || context.cWidth() < 0.0001) context.setCullPrim(true);
 }
+
 void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v) {
   auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
   const int face = context.cFaceId();

@@ -57,6 +57,9 @@ class VrSplinePrimitive : public VrPrimitive {
   /// receives taper, taper start and width vector; a plain context receives the CVs, length and
   /// width only.
   void mkGeometryInParallel(VrPrimitiveContext& context, double u, double v) override;
+  /// Width, taper and width vector from the attributes, the length from the CVs.
+  void completeGivenGeometryInParallel(VrPrimitiveContext& context, double u, double v,
+                                       double widthFactor) const override;
   /// The shape from attributes: tip-first through `orient`, then scaled to the exact length.
   void mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v);
   /// The shape from the active guides: their offsets from the roots blended by weight; with
@@ -115,6 +118,9 @@ class VrSplinePrimitive : public VrPrimitive {
   bool breakActive() const { return breakFlag; }
 
  private:
+  /// Width (times `widthFactor`), taper and width vector at (u, v) of the CVs in `context`;
+  /// culls a primitive too short or too thin to see.
+  void shapeAttrs(VrPrimitiveContext& context, double u, double v, double widthFactor) const;
   struct Bend;
   void declareAttrs();
   void makeBends(unsigned count);

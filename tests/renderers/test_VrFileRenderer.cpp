@@ -7,6 +7,7 @@
 #include "io/vpd/VpdReader.h"
 #include "support/CaptureLogger.h"
 #include "support/TempDir.h"
+#include "support/VpdRecords.h"
 
 #include <gtest/gtest.h>
 
@@ -22,21 +23,8 @@ std::string bytesOf(const std::string& path) {
   return out.str();
 }
 
-// Every record of the file's first block, face by face: (face, id, values).
-struct Record {
-  int face;
-  std::uint32_t id;
-  std::vector<float> values;
-};
-std::vector<Record> readAll(VpdReader& reader) {
-  std::vector<Record> out;
-  for (int face : reader.facesInFile()) {
-    EXPECT_TRUE(reader.findFace(face) && reader.findBlock(0));
-    Record r{face, 0, {}};
-    while (reader.readPrim(r.id, r.values)) out.push_back(r);
-  }
-  return out;
-}
+using Record = vrtest::VpdRecord;
+using vrtest::readRecords;
 
 void expectNear(const float* values, SgVec3T<double> expected, const std::string& what) {
   EXPECT_NEAR(values[0], expected.x, 1e-5) << what;
@@ -74,7 +62,7 @@ TEST(VrFileRenderer, BakeReadsBackWithTheCVsItEmitted) {
     EXPECT_EQ(reader->coordSpace(), space);
     EXPECT_EQ(reader->blockNames(), std::vector<std::string>{"BakedGroom"});
     EXPECT_EQ(reader->keyNames(), (std::vector<std::string>{"tint", "skin"}));
-    const std::vector<Record> records = readAll(*reader);
+    const std::vector<Record> records = readRecords(*reader);
     ASSERT_EQ(records.size(), bake.totalEmitCount());
     ASSERT_GT(records.size(), 20u);
     for (const Record& r : records) {
@@ -188,7 +176,7 @@ TEST(VrPointRenderer, RecordsLocationsWithoutGeometry) {
   EXPECT_EQ(reader->primType(), Vpd::PointPrimitive);
   EXPECT_EQ(reader->blockNames(), std::vector<std::string>{"Location"});
   EXPECT_TRUE(reader->keyNames().empty());
-  const std::vector<Record> records = readAll(*reader);
+  const std::vector<Record> records = readRecords(*reader);
   ASSERT_EQ(records.size(), points.totalEmitCount());
   ASSERT_GT(records.size(), 20u);
   for (const Record& r : records) {

@@ -1,0 +1,28 @@
+#include "generators/VrVpdReadingGenerator.h"
+
+#include "primitives/VrPrimitiveContext.h"
+
+VrVpdGeneratorContext* VrVpdReadingGenerator::fileState(VrPrimitiveContext& context) {
+  if (isSerialContext(context)) return &serialState;
+  return dynamic_cast<VrVpdGeneratorContext*>(context.generatorContext());
+}
+
+void VrVpdReadingGenerator::initDescription() {
+  VrGenerator::initDescription();
+  serialState.reset();
+}
+
+void VrVpdReadingGenerator::initDescriptionInParallel(VrPrimitiveContext& context) {
+  VrGenerator::initDescriptionInParallel(context);
+  if (VrVpdGeneratorContext* state = fileState(context)) state->reset();
+}
+
+void VrVpdReadingGenerator::finishDescription() {
+  VrGenerator::finishDescription();
+  serialState.reset();
+}
+
+void VrVpdReadingGenerator::finishDescriptionInParallel(VrPrimitiveContext& context) {
+  VrGenerator::finishDescriptionInParallel(context);
+  if (VrVpdGeneratorContext* state = fileState(context)) state->reset();
+}

@@ -1,0 +1,26 @@
+#pragma once
+// VrVpdReadingGenerator: the part shared by the generators that read a file per geometry (point
+// and baked-groom files, and the random generator's extra points). It keeps the file state of
+// the serial path, finds the state of a worker in its generator record, and closes the file
+// when a pass over the description starts and ends.
+
+#include "generators/VrGenerator.h"
+#include "generators/VrVpdGeneratorContext.h"
+
+class VrVpdReadingGenerator : public VrGenerator {
+ public:
+  using VrGenerator::VrGenerator;
+
+  void initDescription() override;
+  void initDescriptionInParallel(VrPrimitiveContext& context) override;
+  void finishDescription() override;
+  void finishDescriptionInParallel(VrPrimitiveContext& context) override;
+
+ protected:
+  /// The file state of the context's path: the generator's own on the serial path, the
+  /// worker's record otherwise (null when the record is not one).
+  VrVpdGeneratorContext* fileState(VrPrimitiveContext& context);
+
+ private:
+  VrVpdGeneratorContext serialState;
+};
