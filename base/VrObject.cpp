@@ -196,10 +196,21 @@ const char* VrObject::tabsFor(const std::string& attrName) {
   return "\t";
 }
 
+bool VrObject::leftOutOfPreset(const std::string& name, const VrAttribute& record) const {
+  // Names travel always: they are written without name space and read back into the target's.
+  if (name == "name" || name == "parent" || name == "groom") return false;
+  const bool isString = record.type == "string";
+  if (!(isString && !attrIsForcedInPreset(name)) && record.type != "expr") return false;
+  const VrExpression expression(name, typeName(), ownerDescription, record.value, record.type);
+  if (isString) return !expression.isValid();
+  return expression.usesFunc("patchAttr") || expression.usesFunc("map");
+}
+
 void VrObject::writeBlockBody(std::ostream& out, bool preset) const {
   for (const std::string& name : attrOrder) {
     const VrAttribute* record = attrs.find(name);
     if (!record) continue;
+    if (preset && leftOutOfPreset(name, *record)) continue;
     std::string value = record->value;
     if (name == "name" || name == "parent") {
       value = vrutil::stripNameSpace(value);

@@ -46,8 +46,12 @@ class VrObject {
                        const std::string& type = "float", const std::string& enumStrings = "");
   /// The class's word, which is also its token in files.
   virtual std::string typeName() const = 0;
-  /// Writes the object as a preset block: no extra attributes, "endAttrs" always written.
+  /// Writes the object as a preset block: no extra attributes, "endAttrs" always written,
+  /// "groom" without its name space, and without the attributes that depend on the scene (a
+  /// "string" that is no valid expression unless `attrIsForcedInPreset`, an "expr" calling
+  /// `map` or `patchAttr`).
   virtual bool exportObjAsPreset(std::ostream& out) const;
+  /// True for a "string" attribute that a preset keeps whatever its text.
   virtual bool attrIsForcedInPreset(const std::string&) const { return false; }
   /// Writes attributes that are not stored in the object; false leaves the block unterminated.
   virtual bool exportExtraAttr(std::ostream&) const { return true; }
@@ -129,6 +133,9 @@ class VrObject {
   void resetToCanonical(const std::string& name, const char* canonical);
   void setCustomAttr(const std::string& name, const std::string& value);
   void writeBlockBody(std::ostream& out, bool preset) const;
+  /// True for an attribute that reaches for the scene a preset leaves behind: a "string" that
+  /// is no valid expression (a path, unless forced), or an "expr" reading maps or patch data.
+  bool leftOutOfPreset(const std::string& name, const VrAttribute& record) const;
 
   VrDescription* ownerDescription;
   VrDict<VrAttribute> attrs;

@@ -2,6 +2,7 @@
 
 #include "base/VrAtomicFile.h"
 #include "base/VrMessage.h"
+#include "base/VrVersion.h"
 #include "base/vrutilPath.h"
 #include "base/vrutilString.h"
 #include "document/VrCollectionFile.h"
@@ -23,12 +24,16 @@ void setFixed(std::ostream& out) {
   out.precision(16);
 }
 
-// The objects a description file carries, in file order.
-std::vector<const VrObject*> exportedObjects(const VrDescription* description) {
+// The objects a description file carries, in file order. A preset takes the modules only when
+// asked, and of those only the ones that go into presets.
+std::vector<const VrObject*> exportedObjects(const VrDescription* description, bool asPreset = false,
+                                             bool withModules = true) {
   std::vector<const VrObject*> objects{description};
   if (VrPrimitive* primitive = description->activePrimitive()) {
     objects.push_back(primitive);
-    for (const VrFXModule* module : primitive->modules()) objects.push_back(module);
+    if (withModules)
+      for (const VrFXModule* module : primitive->modules())
+        if (!asPreset || module->includedInPreset()) objects.push_back(module);
   }
   if (description->activeGenerator()) objects.push_back(description->activeGenerator());
   if (description->activeRenderer()) objects.push_back(description->activeRenderer());
@@ -62,6 +67,64 @@ std::vector<std::pair<std::string, std::string>> usedGlobalExpressions(
     if (inUse) used.emplace_back(attrName, value);
   }
   return used;
+}
+
+void writeGlobalExpressions(std::ostream& out, const VrDescription* description,
+                            const std::vector<const VrObject*>& objects) {
+  const auto used = usedGlobalExpressions(description->palette(), objects);
+  if (used.empty()) return;
+  out << "\nPalExprs\t" << used.size() << '\n';
+  for (const auto& expression : used) out << '\t' << expression.first << '\t' << expression.second << '\n';
+}
+
+// Every CV of every guide, in object space: the shapes without the binding.
+void writeGuideShapes(std::ostream& out, const VrPrimitive* primitive) {
+  if (!primitive || primitive->numGuides() == 0) return;
+  out << "\nGuides\t" << primitive->numGuides() << '\n';
+  for (unsigned g = 0; g < primitive->numGuides(); ++g) {
+    const auto& cvs = primitive->guide(g).iOrigGuideGeom();
+    out << "\tCVs\t" << cvs.size() << '\n';
+    for (const auto& cv : cvs) out << '\t' << cv.x << ' ' << cv.y << ' ' << cv.z << '\n';
+  }
+}
+
+// Writes through `write` to a temporary file renamed onto `path` when all went well.
+template <class Write>
+bool writeFileAtomically(const std::string& path, Write write) {
+  vrutil::createDir(path, true);
+  VrAtomicFile file(path);
+  if (!file.ok()) {
+    VR_ERROR("Failed to open file: " + path);
+    return false;
+  }
+  return write(file.out()) && file.commit();
+}
+
+// The kind of groom a preset carries: shaped by guides, by a groom, or by attributes alone.
+const char* presetKind(const VrDescription* description) {
+  const VrPrimitive* primitive = description->activePrimitive();
+  if (primitive && primitive->iMethod() == 1) return "Guide";
+  std::string groom;
+  if (description->getAttr("groom", groom) && !groom.empty()) return "Groom";
+  return "AttrExpr";
+}
+
+// A module read into a stack that already holds its name takes the smallest positive number
+// that frees it, so that every module of the stack stays addressable by name.
+void settleModuleName(const VrPrimitive& primitive, VrFXModule& module) {
+  const std::string wanted = module.name();
+  const auto taken = [&](const std::string& name) {
+    for (const VrFXModule* other : primitive.modules())
+      if (other != &module && other->name() == name) return true;
+    return false;
+  };
+  if (!taken(wanted)) return;
+  for (unsigned n = 1;; ++n) {
+    if (!taken(wanted + std::to_string(n))) {
+      module.setAttr("name", wanted + std::to_string(n));
+      return;
+    }
+  }
 }
 
 // Keeps a clashing global expression: the new text, then the old one commented out behind it.
@@ -133,9 +196,8 @@ class DescriptionReader {
     if (token == "PalExprs") return readGlobalExpressions();
     if (token == "Guides") return readGuideShapes();
     if (token == "Patches") return readPatches();
-    if (token == "VornPresetType") {
-      std::string skipped;
-      in >> skipped >> skipped;
+    if (token == "VornPresetType") {  // kind and library version: nothing to keep
+      vrutil::safeGetline(in, line);
       return true;
     }
     VR_ERROR("Unrecognized token: " + token + " in VrImportDescription.");
@@ -250,35 +312,49 @@ bool VrExportDescription(VrDescription* description, std::ostream& out, bool wit
   for (const VrObject* object : objects)
     if (!object->exportObj(out)) return false;
   description->exportTexMap(out);
-
-  const auto used = usedGlobalExpressions(description->palette(), objects);
-  if (!used.empty()) {
-    out << "\nPalExprs\t" << used.size() << '\n';
-    for (const auto& expression : used) out << '\t' << expression.first << '\t' << expression.second << '\n';
-  }
-
-  VrPrimitive* primitive = description->activePrimitive();
-  if (withGuides && primitive && primitive->numGuides() > 0) {
-    out << "\nGuides\t" << primitive->numGuides() << '\n';
-    for (unsigned g = 0; g < primitive->numGuides(); ++g) {
-      const auto& cvs = primitive->guide(g).iOrigGuideGeom();
-      out << "\tCVs\t" << cvs.size() << '\n';
-      for (const auto& cv : cvs) out << '\t' << cv.x << ' ' << cv.y << ' ' << cv.z << '\n';
-    }
-  }
+  writeGlobalExpressions(out, description, objects);
+  if (withGuides) writeGuideShapes(out, description->activePrimitive());
   if (withPatches) description->exportPatches(out);
   return out.good();
 }
 
 bool VrExportDescription(VrDescription* description, const std::string& path, bool withGuides) {
   VR_DEBUG(1, vrmsg::CatFile, "Exporting Description into file: " + path);
-  vrutil::createDir(path, true);
-  VrAtomicFile file(path);
-  if (!file.ok()) {
-    VR_ERROR("Failed to open file: " + path);
+  return writeFileAtomically(path, [&](std::ostream& out) {
+    return VrExportDescription(description, out, withGuides, false);
+  });
+}
+
+bool VrExportDescriptionAsPreset(VrDescription* description, std::ostream& out, bool withGuides,
+                                 bool withModules) {
+  if (!description) return false;
+  setFixed(out);
+  VrExportHeader(out, "Description Preset");
+  out << "VornPresetType\t" << presetKind(description) << '\t' << vornLibraryVersion() << '\n';
+
+  VrPrimitive* primitive = description->activePrimitive();
+  if (!description->exportObjAsPreset(out)) return false;
+  if (primitive && !(primitive->exportObjAsPreset(out) && primitive->exportFXModulesAsPreset(out, withModules)))
     return false;
-  }
-  return VrExportDescription(description, file.out(), withGuides, false) && file.commit();
+  for (const VrObject* object :
+       {description->activeGenerator(), description->activeRenderer(), description->activePreviewer()})
+    if (object && !object->exportObjAsPreset(out)) return false;
+
+  writeGlobalExpressions(out, description, exportedObjects(description, true, withModules));
+  if (withGuides) writeGuideShapes(out, primitive);
+  return out.good();
+}
+
+bool VrExportDescriptionAsPreset(VrDescription* description, const std::string& path, bool withGuides,
+                                 bool withModules) {
+  VR_DEBUG(1, vrmsg::CatFile, "Exporting Description into file: " + path);
+  return writeFileAtomically(path, [&](std::ostream& out) {
+    return VrExportDescriptionAsPreset(description, out, withGuides, withModules);
+  });
+}
+
+VrDescription* VrImportDescriptionAsPreset(VrPalette* palette, const std::string& path) {
+  return VrImportDescription(palette, path, false);
 }
 
 VrDescription* VrImportDescription(VrPalette* palette, std::istream& in, bool replace) {
@@ -308,15 +384,11 @@ VrDescription* VrImportDescription(VrPalette* palette, const std::string& path, 
 bool VrExportFXModule(const VrFXModule* module, const std::string& path) {
   if (!module) return false;
   VR_DEBUG(1, vrmsg::CatFile, "Exporting FXModule into file: " + path);
-  vrutil::createDir(path, true);
-  VrAtomicFile file(path);
-  if (!file.ok()) {
-    VR_ERROR("Failed to open file: " + path);
-    return false;
-  }
-  setFixed(file.out());
-  VrExportHeader(file.out(), "FXModule");
-  return module->exportObj(file.out()) && file.commit();
+  return writeFileAtomically(path, [&](std::ostream& out) {
+    setFixed(out);
+    VrExportHeader(out, "FX Module");
+    return module->exportObj(out);
+  });
 }
 
 VrFXModule* VrImportFXModule(VrDescription* description, const std::string& path) {
@@ -353,6 +425,7 @@ VrFXModule* VrImportFXModule(VrDescription* description, const std::string& path
     VR_ERROR("No Modifier found in file.");
     return nullptr;
   }
+  settleModuleName(*primitive, *module);
   VR_DEBUG(1, vrmsg::CatFile, "Done importing Modifier.");
   return module;
 }

@@ -353,6 +353,16 @@ std::string addFXModule(const std::string& collection, const std::string& descri
   return module->name();
 }
 
+bool fxModuleIncludedInPreset(const std::string& collection, const std::string& description,
+                              const std::string& module) {
+  Call call{collection, description, module};
+  if (!call.resolve(Need::Primitive, "rCouldNotFindModifierForPreset", collection, description))
+    return false;
+  const VrFXModule* found = call.primitive->findFXModule(module);
+  if (!found) return call.fail("rCouldNotFindModifierForPreset");
+  return found->includedInPreset();
+}
+
 bool removeFXModule(const std::string& collection, const std::string& description,
                     const std::string& module) {
   Call call{collection, description, module};
@@ -440,6 +450,22 @@ std::vector<int> culledPrims(const std::string& collection, const std::string& d
 }
 
 // ---------------------------------------------------------------------------------------------
+// Guides
+
+bool initInterpolation(const std::string& collection, const std::string& description,
+                       const std::string& object) {
+  Call call{collection, description, object};
+  if (!call.resolve(Need::Description, "rCouldNotInitInterpolation", collection, description))
+    return false;
+  VrObject* named = object.empty() ? call.description->activePrimitive() : call.description->getObject(object);
+  auto* primitive = dynamic_cast<VrBasePrimitive*>(named);
+  if (!primitive) return call.fail("rCouldNotInitInterpolation");
+  primitive->transformGuidesToSurface();
+  primitive->initInterpolation("");
+  return true;
+}
+
+// ---------------------------------------------------------------------------------------------
 // Files
 
 std::string importPalette(const std::string& file, const std::string& deltas,
@@ -488,6 +514,26 @@ bool exportDescription(const std::string& collection, const std::string& descrip
   if (!call.resolve(Need::Description, "rCouldNotExportDesc", collection, description))
     return false;
   if (!VrExportDescription(call.description, file, withGuides)) return call.fail("rCouldNotExportDesc");
+  return true;
+}
+
+std::string importDescriptionAsPreset(const std::string& collection, const std::string& file) {
+  Call call{collection, file};
+  if (file.empty()) return call.fail<std::string>("rSpecifyFileNameError");
+  if (!call.resolve(Need::Collection, "rCouldNotImportDescAsPreset", collection)) return std::string();
+  const VrDescription* imported = VrImportDescriptionAsPreset(call.collection, file);
+  if (!imported) return call.fail<std::string>("rFailedToImportDescAsPreset");
+  return imported->name();
+}
+
+bool exportDescriptionAsPreset(const std::string& collection, const std::string& description,
+                               const std::string& file, bool withGuides, bool withModules) {
+  Call call{collection, description, file};
+  if (file.empty()) return call.fail("rSpecifyFileNameExportDescAsPreset");
+  if (!call.resolve(Need::Description, "rCouldNotExportDescAsPreset", collection, description))
+    return false;
+  if (!VrExportDescriptionAsPreset(call.description, file, withGuides, withModules))
+    return call.fail("rCouldNotExportDescAsPreset");
   return true;
 }
 

@@ -121,6 +121,10 @@ std::string fxModuleType(const std::string& collection, const std::string& descr
 /// name. Key: rCouldNotAddModifierType.
 std::string addFXModule(const std::string& collection, const std::string& description,
                         const std::string& type, const std::string& name);
+/// Whether the module goes into presets of its description. Key:
+/// rCouldNotFindModifierForPreset (no description, primitive or module).
+bool fxModuleIncludedInPreset(const std::string& collection, const std::string& description,
+                              const std::string& module);
 /// Deletes the module. Keys: rCouldNotRemoveModifierType (no description or primitive),
 /// rFxModuleNotFound.
 bool removeFXModule(const std::string& collection, const std::string& description,
@@ -154,6 +158,15 @@ std::vector<int> culledPrims(const std::string& collection, const std::string& d
                              const std::string& patch, int face);
 /// @}
 
+/// @name Guides
+/// @{
+/// Places the guides of a primitive on their patches and rebuilds their reach maps and
+/// candidate lists, whatever its interpolation method; `object` is the primitive's module word,
+/// empty for the active primitive. Key: rCouldNotInitInterpolation (no such primitive).
+bool initInterpolation(const std::string& collection, const std::string& description,
+                       const std::string& object);
+/// @}
+
 /// @name Files
 /// @{
 /// Reads a collection file with every name put in `nameSpace`, applies the delta files of
@@ -174,6 +187,16 @@ std::string importDescription(const std::string& collection, const std::string& 
 /// rSpecifyFileNameExportDesc, rCouldNotExportDesc.
 bool exportDescription(const std::string& collection, const std::string& description,
                        const std::string& file, bool withGuides);
+/// Reads a description preset (or description file) into the collection under a free name;
+/// returns the new description's name. It binds no geometry until patches are added. Keys:
+/// rSpecifyFileNameError, rCouldNotImportDescAsPreset (no collection),
+/// rFailedToImportDescAsPreset.
+std::string importDescriptionAsPreset(const std::string& collection, const std::string& file);
+/// Writes a description preset, with the guide shapes when `withGuides` and the FX modules that
+/// go into presets when `withModules`. Keys: rSpecifyFileNameExportDescAsPreset,
+/// rCouldNotExportDescAsPreset.
+bool exportDescriptionAsPreset(const std::string& collection, const std::string& description,
+                               const std::string& file, bool withGuides, bool withModules);
 /// Adds the FX module of a module file to the description's active primitive; returns its name.
 /// Keys: rFileNameImportModifier, rCouldNotImportModifier (no description or primitive),
 /// rCouldNotImportModifierFile.

@@ -222,17 +222,22 @@ const std::map<std::string, Function>& facade() {
       {"addFXModule", adapt(&vrapi::addFXModule, C::EmptyFails)},
       {"removeFXModule", adapt(&vrapi::removeFXModule, C::FalseFails)},
       {"moveFXModule", adapt(&vrapi::moveFXModule, C::FalseFails)},
+      {"fxModuleIncludedInPreset", adapt(&vrapi::fxModuleIncludedInPreset, C::ErrorOnly)},
       // Bound geometry and culled primitives
       {"boundGeometry", adapt(&vrapi::boundGeometry, C::ErrorOnly)},
       {"boundFaces", adapt(&vrapi::boundFaces, C::ErrorOnly)},
       {"culledPrimPatches", adapt(&vrapi::culledPrimPatches, C::ErrorOnly)},
       {"culledPrimFaces", adapt(&vrapi::culledPrimFaces, C::ErrorOnly)},
       {"culledPrims", adapt(&vrapi::culledPrims, C::ErrorOnly)},
+      // Guides
+      {"initInterpolation", adapt(&vrapi::initInterpolation, C::FalseFails)},
       // Files
       {"importPalette", adapt(&vrapi::importPalette, C::EmptyFails)},
       {"exportPalette", adapt(&vrapi::exportPalette, C::FalseFails)},
       {"importDescription", adapt(&vrapi::importDescription, C::EmptyFails)},
       {"exportDescription", adapt(&vrapi::exportDescription, C::FalseFails)},
+      {"importDescriptionAsPreset", adapt(&vrapi::importDescriptionAsPreset, C::EmptyFails)},
+      {"exportDescriptionAsPreset", adapt(&vrapi::exportDescriptionAsPreset, C::FalseFails, {"true"})},
       {"importFXModule", adapt(&vrapi::importFXModule, C::EmptyFails)},
       {"exportFXModule", adapt(&vrapi::exportFXModule, C::FalseFails)},
       // Deltas and snapshots

@@ -115,6 +115,23 @@ int runRender(const RenderRequest& request);
 /// standard output. 1 on any failure (the file being written is removed), 2 on bad usage.
 int runBake(const RenderRequest& request);
 
+/// `vorn preset export COLL DESCRIPTION OUT [--with-guides]`: writes the description as a
+/// preset (document/VrDescriptionFile.h), with its guide shapes when `withGuides`.
+int runPresetExport(const std::string& collection, const std::string& description,
+                    const std::string& output, bool withGuides);
+
+/// `vorn preset import COLL PRESET [--name NEW] [-o OUT]`: reads the preset into the collection
+/// as a new description (named `name` when given, else the preset's name made unique), saves to
+/// `output`, or atomically back onto `collection` when `output` is empty, and prints the new
+/// description's name. 1, with nothing written, when the preset cannot be read or the name is
+/// taken.
+int runPresetImport(const std::string& collection, const std::string& preset, const std::string& name,
+                    const std::string& output);
+
+/// `vorn preset export-fx COLL DESCRIPTION MODULE OUT`: writes the FX module as a module preset.
+int runPresetExportFX(const std::string& collection, const std::string& description,
+                      const std::string& module, const std::string& output);
+
 /// What `vorn clumps make` makes (see fxmodules/VrClumpMaker.h).
 struct ClumpsRequest {
   std::string collection;   ///< collection file, saved in place

@@ -160,6 +160,26 @@ int main(int argc, char** argv) {
   deltaApply->add_option("deltas", deltaFiles, "delta files, applied in order")->required();
   deltaApply->add_option("-o,--output", deltaOutput, "collection file to write")->required();
 
+  std::string presetCollection, presetDescription, presetModule, presetFile, presetName, presetOutput;
+  bool presetWithGuides = false;
+  CLI::App* preset = app.add_subcommand("preset", "write descriptions and FX modules as presets, or import a preset");
+  preset->require_subcommand(1);
+  CLI::App* presetExport = preset->add_subcommand("export", "write a description as a preset");
+  presetExport->add_option("collection", presetCollection, "collection file (.vorn)")->required();
+  presetExport->add_option("description", presetDescription, "description")->required();
+  presetExport->add_option("output", presetFile, "preset file to write (.vornpreset)")->required();
+  presetExport->add_flag("--with-guides", presetWithGuides, "keep the guides' shapes in the preset");
+  CLI::App* presetImport = preset->add_subcommand("import", "add a preset to a collection as a new description");
+  presetImport->add_option("collection", presetCollection, "collection file (.vorn), saved in place unless -o")->required();
+  presetImport->add_option("preset", presetFile, "preset file to read (.vornpreset)")->required();
+  CLI::Option* presetNameOption = presetImport->add_option("--name", presetName, "name of the new description");
+  presetImport->add_option("-o,--output", presetOutput, "write here instead of back onto the collection file");
+  CLI::App* presetExportFX = preset->add_subcommand("export-fx", "write an FX module as a module preset");
+  presetExportFX->add_option("collection", presetCollection, "collection file (.vorn)")->required();
+  presetExportFX->add_option("description", presetDescription, "description")->required();
+  presetExportFX->add_option("module", presetModule, "name of the FX module")->required();
+  presetExportFX->add_option("output", presetFile, "module preset file to write (.vornfx)")->required();
+
   std::string archive;
   CLI::App* inspect = app.add_subcommand("inspect", "print a dump of an Alembic archive, a Ptex texture, a particle file or a point/primitive file");
   inspect->add_option("file", archive, "Alembic archive (Ogawa), Ptex file, particle file (.bgeo, .bgeo.gz, .geo, .pdb) or point/primitive file (.vuv, .vpd)")->required();
@@ -225,6 +245,20 @@ int main(int argc, char** argv) {
   if (*api) return vorncli::runApi(script);
   if (*deltaCreate) return vorncli::runDeltaCreate(deltaBase, deltaEdited, deltaOutput);
   if (*deltaApply) return vorncli::runDeltaApply(deltaBase, deltaFiles, deltaOutput);
+  if (*presetExport) return vorncli::runPresetExport(presetCollection, presetDescription, presetFile, presetWithGuides);
+  if (*presetImport) {
+    if (presetName.empty() && presetNameOption->count() > 0) {
+      std::cerr << "vorn: --name needs a description name\n";
+      return 2;
+    }
+    if (presetOutput.empty() && presetImport->count("--output") > 0) {
+      std::cerr << "vorn: --output needs a file name\n";
+      return 2;
+    }
+    return vorncli::runPresetImport(presetCollection, presetFile, presetName, presetOutput);
+  }
+  if (*presetExportFX)
+    return vorncli::runPresetExportFX(presetCollection, presetDescription, presetModule, presetFile);
   if (*inspect) return vorncli::runInspect(archive);
   if (*render) {
     renderRequest.hasShutterOpen = shutterOpen->count() > 0;

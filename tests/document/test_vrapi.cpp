@@ -6,6 +6,7 @@
 #include "document/VrPalette.h"
 #include "document/vrutil.h"
 #include "fxmodules/VrFXModule.h"
+#include "primitives/VrPrimitive.h"
 #include "support/CaptureLogger.h"
 #include "support/Examples.h"
 #include "support/TempDir.h"
@@ -552,6 +553,28 @@ TEST_F(VrapiFiles, FXModuleRoundTripsThroughAFile) {
   EXPECT_FAILS_LAST(vrapi::importFXModule("vaJ", "hair", groomFile()),
                     "rCouldNotImportModifierFile vaJ hair " + groomFile());
   EXPECT_EQ(vrapi::fxModules("vaJ", "hair"), Names{"Clumping"});
+}
+
+TEST_F(VrapiFiles, PresetCallsAndTheirKeys) {
+  vrtest::TempDir dir;
+  ASSERT_EQ(vrapi::importPalette(groomFile(), "", ""), "groom");
+  const std::string file = dir.file("scalp.vornpreset"), missing = dir.file("missing.vornpreset");
+  ASSERT_TRUE(vrapi::exportDescriptionAsPreset("groom", "scalp", file, false, true));
+  EXPECT_EQ(vrapi::importDescriptionAsPreset("groom", file), "scalp1");
+  EXPECT_TRUE(vrapi::boundGeometry("groom", "scalp1").empty());
+  EXPECT_TRUE(vrapi::fxModuleIncludedInPreset("groom", "scalp", "Cut"));
+  const VrPrimitive* spline = VrPalette::palette("groom")->description("scalp")->activePrimitive();
+  EXPECT_TRUE(vrapi::initInterpolation("groom", "scalp", ""));  // the active primitive
+  EXPECT_TRUE(spline->hasCandidates());
+
+  EXPECT_FAILS(vrapi::exportDescriptionAsPreset("groom", "nope", file, false, true),
+               "rCouldNotExportDescAsPreset groom nope " + file);
+  EXPECT_FAILS(vrapi::importDescriptionAsPreset("nope", file), "rCouldNotImportDescAsPreset nope " + file);
+  EXPECT_FAILS_LAST(vrapi::importDescriptionAsPreset("groom", missing), "rFailedToImportDescAsPreset groom " + missing);
+  EXPECT_FAILS(vrapi::fxModuleIncludedInPreset("groom", "scalp", "Noise"),
+               "rCouldNotFindModifierForPreset groom scalp Noise");
+  EXPECT_FAILS(vrapi::initInterpolation("groom", "scalp", "RandomGenerator"),
+               "rCouldNotInitInterpolation groom scalp RandomGenerator");
 }
 
 TEST_F(VrapiFiles, FindsFilesAlongTheCollectionDataPath) {
