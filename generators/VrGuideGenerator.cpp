@@ -5,7 +5,50 @@
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"
 
+#include <algorithm>
+#include <tuple>
+
 VrGuideGenerator::VrGuideGenerator(VrDescription* description) : VrGenerator(description) {}
+
+void VrGuideGenerator::initDescription() {
+  VrGenerator::initDescription();
+  index.clear();
+  const VrDescription* desc = description();
+  indexedOwner = desc ? desc->activePrimitive() : nullptr;
+  indexedCount = indexedOwner ? indexedOwner->numGuides() : 0;
+  for (unsigned i = 0; i < indexedCount; ++i) {
+    const VrGuide& guide = indexedOwner->guide(i);
+    if (guide.patch()) index.push_back({guide.patch()->name(), guide.faceId(), i});
+  }
+  std::sort(index.begin(), index.end(), [](const Entry& a, const Entry& b) {
+    return std::tie(a.patch, a.face, a.index) < std::tie(b.patch, b.face, b.index);
+  });
+}
+
+void VrGuideGenerator::finishDescription() {
+  VrGenerator::finishDescription();
+  index.clear();
+  indexedOwner = nullptr;
+  indexedCount = 0;
+}
+
+std::vector<unsigned> VrGuideGenerator::guidesOn(const VrPrimitive& guides, const std::string& patchName,
+                                                 int face) const {
+  std::vector<unsigned> found;
+  if (&guides == indexedOwner && guides.numGuides() == indexedCount) {
+    auto at = std::lower_bound(index.begin(), index.end(), std::tie(patchName, face),
+                               [](const Entry& e, const std::tuple<const std::string&, int>& key) {
+                                 return std::tie(e.patch, e.face) < key;
+                               });
+    for (; at != index.end() && at->face == face && at->patch == patchName; ++at) found.push_back(at->index);
+    return found;
+  }
+  for (unsigned i = 0; i < guides.numGuides(); ++i) {
+    const VrGuide& guide = guides.guide(i);
+    if (guide.faceId() == face && guide.patch() && guide.patch()->name() == patchName) found.push_back(i);
+  }
+  return found;
+}
 
 void VrGuideGenerator::genPrimitives(int face, const std::vector<VrPatch*>& patches, double start,
                                      double percent) {
@@ -26,9 +69,8 @@ void VrGuideGenerator::genPrimitivesInParallel(VrPrimitiveContext& context, int 
   const unsigned culledBefore = culledOnFace(context);
   unsigned generated = 0;
   double acc = start;
-  for (unsigned index = 0; index < guides->numGuides(); ++index) {
+  for (unsigned index : guidesOn(*guides, patchName, face)) {
     const VrGuide& guide = guides->guide(index);
-    if (guide.faceId() != face || !guide.patch() || guide.patch()->name() != patchName) continue;
     double u = guide.patchU(), v = guide.patchV();
     for (int s = 1; s < samples; ++s) {
       const VrDescription* sampleDesc = sampleDescription(s);

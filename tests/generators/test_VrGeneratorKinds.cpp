@@ -69,6 +69,7 @@ TEST(VrUniformGenerator, OnePrimitivePerCellCentre) {
     uniform.setAttr("spacing", c.spacing);
     EXPECT_EQ(uniform.gridSize(*stage.scene.description->patch("skin"), 0), std::make_pair(c.countU, c.countV));
     const std::vector<VpdRecord> records = stage.points(dir, "grid/");
+    EXPECT_EQ(stage.points(dir, "grid2/", 2), records) << c.spacing;
     ASSERT_EQ(records.size(), 2u * c.countU * c.countV) << c.spacing;
     for (size_t k = 0; k < records.size(); ++k) {
       const VpdRecord& r = records[k];
@@ -121,8 +122,10 @@ TEST(VrGuideGenerator, OnePrimitiveAtEachGuideRootOfTheFace) {
     guide.setU(root.u);
     guide.setV(root.v);
   }
+  const std::vector<VpdRecord> records = stage.points(dir, "guides/");
+  EXPECT_EQ(stage.points(dir, "guides2/", 2), records);
   std::vector<std::tuple<int, unsigned, float, float>> got;
-  for (const VpdRecord& r : stage.points(dir, "guides/")) got.emplace_back(r.face, r.id, r.values[0], r.values[1]);
+  for (const VpdRecord& r : records) got.emplace_back(r.face, r.id, r.values[0], r.values[1]);
   EXPECT_EQ(got, (std::vector<std::tuple<int, unsigned, float, float>>{
                      {0, 1, 0.5f, 0.5f}, {1, 1, 0.25f, 0.75f}, {1, 2, 0.125f, 0.5f}}));
 }
