@@ -23,6 +23,7 @@ class VrInstanceRenderer : public VrRenderer {
  public:
   /// True for sample 0 only: an instance is exported once however many motion samples exist.
   bool okToEmit(int sample, double u, double v) override;
+  bool firstSampleOnly() const override { return true; }
   /// Clears the failed flag, then initialises as every renderer does.
   void initDescription() override;
   void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override;

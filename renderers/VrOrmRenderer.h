@@ -32,6 +32,7 @@ class VrOrmRenderer : public VrRenderer {
   bool setAttr(const std::string& name, const std::string& value, const std::string& type = "float",
                const std::string& enumStrings = "") override;
   bool okToEmit(int sample, double u, double v) override;
+  bool firstSampleOnly() const override { return true; }
 
   /// Opens the script (creating its directory) and writes the group line.
   void initDescription() override;

@@ -39,6 +39,7 @@ class VrPatchFileRenderer : public VrRenderer {
 
   /// True for sample 0 only: a primitive is written once however many motion samples exist.
   bool okToEmit(int sample, double u, double v) override;
+  bool firstSampleOnly() const override { return true; }
   bool canRunInParallel() const override { return true; }
   std::unique_ptr<VrRendererContext> newRendererContext() const override;
 

@@ -179,7 +179,7 @@ void VrRenderer::initDescription() {
            "Initialize " + (desc ? desc->name() : std::string()) + " description " +
                (shadowPass() ? "shadow pass" : ""));
   samples = desc ? static_cast<int>(desc->numSamples()) + 1 : 1;
-  if (shadowPass() && !motionBlurShadows()) samples = 1;
+  if ((shadowPass() && !motionBlurShadows()) || firstSampleOnly()) samples = 1;
   restoreColor();
 
   // Number the description and its motion samples within the collection, and their patches in

@@ -153,8 +153,12 @@ class VrRenderer : public VrObject {
   void setInCameraOnly(bool on) { inCamOnly = on; }
   /// In radians.
   double inCameraMargin() const { return inCamMargin; }
-  /// Motion samples this render walks: the description plus its motion descriptions.
+  /// Motion samples this render walks: the description plus its motion descriptions, or the
+  /// description alone for a back end that writes each primitive once (`firstSampleOnly`).
   int numSamples() const { return samples; }
+  /// Whether the back end takes each primitive at sample 0 only (files, instance lists): the
+  /// walk then leaves the motion samples out, so that they are neither built nor compared.
+  virtual bool firstSampleOnly() const { return false; }
   void setNumSamples(int n) { samples = n; }
   /// Primitives emitted for the current face (serial path).
   int emitCount() const { return faceEmits; }

@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fcntl.h>
 #include <cerrno>
 #include <sys/stat.h>
@@ -22,20 +23,43 @@ std::string fileName(const std::string& path) {
 
 namespace {
 
-// Inflates every gzip member of `packed`. The output grows with what the stream really holds.
+// The most a compressed particle file may inflate to: VORN_MAX_PARTICLE_BYTES when set to a
+// positive number, otherwise half of the machine's memory. A small file that inflates past it
+// (a "zip bomb", or damage that happens to decode) is refused instead of exhausting memory.
+size_t inflateLimit() {
+  if (const char* text = std::getenv("VORN_MAX_PARTICLE_BYTES")) {
+    char* end = nullptr;
+    const unsigned long long value = std::strtoull(text, &end, 10);
+    if (end != text && *end == '\0' && value > 0) return static_cast<size_t>(value);
+  }
+  const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageSize <= 0) return size_t(1) << 32;
+  return static_cast<size_t>(pages) / 2 * static_cast<size_t>(pageSize);
+}
+
+// Inflates every gzip member of `packed`. The output grows with what the stream really holds, up
+// to the limit.
 bool inflateAll(const unsigned char* packed, size_t packedSize, std::vector<unsigned char>& out, std::string& error) {
+  const size_t limit = inflateLimit();
   z_stream z{};
   if (inflateInit2(&z, 15 + 16) != Z_OK) {
     error = "cannot start gzip decompression";
     return false;
   }
-  out.assign(packedSize < (1u << 20) ? (1u << 20) : packedSize * 2, 0);
+  out.assign(std::min(limit, packedSize < (1u << 20) ? size_t(1) << 20 : packedSize * 2), 0);
   size_t produced = 0;
   z.next_in = const_cast<unsigned char*>(packed);
   size_t inputLeft = packedSize;
   int status = Z_OK;
   while (true) {
-    if (produced == out.size()) out.resize(out.size() * 2);
+    if (produced == out.size()) {
+      if (produced >= limit) {
+        error = "inflates to more than " + std::to_string(limit) + " bytes, the limit (VORN_MAX_PARTICLE_BYTES)";
+        inflateEnd(&z);
+        return false;
+      }
+      out.resize(std::min(limit, out.size() * 2));
+    }
     const uInt chunkIn = static_cast<uInt>(std::min<size_t>(inputLeft, 1u << 30));
     const uInt chunkOut = static_cast<uInt>(std::min<size_t>(out.size() - produced, 1u << 30));
     z.avail_in = chunkIn;

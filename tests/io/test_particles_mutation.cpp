@@ -5,6 +5,7 @@
 
 #include "io/particles/VrParticles.h"
 #include "support/Examples.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -74,4 +75,18 @@ TEST(ParticleMutation, DamagedFilesGiveASetOrAMessageNeverACrash) {
   // Damage to values leaves readable files; damage to counts and structure is refused.
   EXPECT_GT(read, 300u);
   EXPECT_GT(refused, 300u);
+}
+
+// A compressed file that inflates past the limit is refused with the limit named, not read
+// until memory runs out.
+TEST(ParticleMutation, InflatingPastTheLimitIsRefused) {
+  vrtest::TempDir dir;
+  VrParticleSet scatter;
+  ASSERT_TRUE(VrReadParticles(std::string(VORN_TEST_DATA_DIR) + "/particles/scatter.bgeo", scatter));
+  ASSERT_TRUE(VrWriteParticles(dir.file("scatter.bgeo.gz"), scatter));
+  vrtest::ScopedEnv limit("VORN_MAX_PARTICLE_BYTES", "1000");
+  VrParticleSet set;
+  std::string error;
+  EXPECT_FALSE(VrReadParticles(dir.file("scatter.bgeo.gz"), set, &error));
+  EXPECT_EQ(error, "scatter.bgeo.gz: inflates to more than 1000 bytes, the limit (VORN_MAX_PARTICLE_BYTES)");
 }

@@ -109,6 +109,25 @@ TEST(VrFileRenderer, SameBytesSeriallyAndOnTwoThreads) {
   }
 }
 
+// A description with a motion sample bakes each primitive once, at sample 0, building no
+// primitive of the sample, and the same bytes as without it.
+TEST(VrFileRenderer, AMotionSampleBakesOncePerPrimitive) {
+  vrtest::TempDir dir;
+  vrtest::BakeScene scene("FileRenderer"), later("FileRenderer");
+  auto& bake = scene.renderer<VrFileRenderer>();
+  scene.palette->setAttr("vrDataPath", dir.path());
+  bake.setAttr("outputDir", "still/");
+  ASSERT_TRUE(VrRenderDescription(bake, 2));
+  scene.description->addSample(later.description);
+  bake.setAttr("outputDir", "moving/");
+  const int builtBefore = vrtest::FramePrimitive::built.load();
+  ASSERT_TRUE(VrRenderDescription(bake, 2));
+  EXPECT_EQ(vrtest::FramePrimitive::built.load() - builtBefore, static_cast<int>(bake.totalEmitCount()));
+  EXPECT_GT(bake.totalEmitCount(), 20u);
+  EXPECT_EQ(bytesOf(dir.file("moving/skin.vpd")), bytesOf(dir.file("still/skin.vpd")));
+  scene.description->removeSample(later.description);
+}
+
 // A bake that fails leaves nothing at its path, an older file included.
 TEST(VrFileRenderer, FailedBakeLeavesNoFile) {
   vrtest::TempDir dir;
