@@ -1,7 +1,6 @@
 #include "generators/VrPointGenerator.h"
 
 #include "base/VrMessage.h"
-#include "base/vrutilPath.h"
 #include "geometry/VrPatch.h"
 #include "io/vpd/VpdReader.h"
 #include "primitives/VrPrimitive.h"
@@ -16,17 +15,7 @@ VrPointGenerator::~VrPointGenerator() = default;
 bool VrPointGenerator::setAttr(const std::string& name, const std::string& value, const std::string& type,
                                const std::string& enumStrings) {
   if (VrVpdReadingGenerator::setAttr(name, value, type, enumStrings)) return true;
-  if (name == "pointDir") {
-    pointDirectory = vrutil::validPath(value);
-    return true;
-  }
-  if (name == "ptLength") return true;  // accepted and ignored
-  if (name == "inputDir") {
-    // The old name of pointDir.
-    remAttr(name);
-    return setAttr("pointDir", value, "string");
-  }
-  return false;
+  return setPointFileAttr(name, value, pointDirectory);
 }
 
 void VrPointGenerator::getExternalContext(ExternalContext& pairs, const std::string& prefix) const {

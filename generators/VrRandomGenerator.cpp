@@ -6,7 +6,6 @@
 #include "base/VrMessage.h"
 #include "base/vrutilCodec.h"
 #include "base/vrutilName.h"
-#include "base/vrutilPath.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "document/vrutilFiles.h"
@@ -115,17 +114,7 @@ bool VrRandomGenerator::setAttr(const std::string& name, const std::string& valu
   }
   if (name == "scFlag") return boolAttr(name, value, scOn);
   if (name == "usePoints") return boolAttr(name, value, pointsOn);
-  if (name == "pointDir") {
-    pointDirectory = vrutil::validPath(value);
-    return true;
-  }
-  if (name == "ptLength") return true;  // accepted and ignored
-  if (name == "inputDir") {
-    // The old name of pointDir.
-    remAttr(name);
-    return setAttr("pointDir", value, "string");
-  }
-  return false;
+  return setPointFileAttr(name, value, pointDirectory);
 }
 
 void VrRandomGenerator::warnAboutMask() const {

@@ -1,5 +1,6 @@
 #include "generators/VrVpdReadingGenerator.h"
 
+#include "base/vrutilPath.h"
 #include "primitives/VrPrimitiveContext.h"
 
 VrVpdGeneratorContext* VrVpdReadingGenerator::fileState(VrPrimitiveContext& context) {
@@ -25,4 +26,18 @@ void VrVpdReadingGenerator::finishDescription() {
 void VrVpdReadingGenerator::finishDescriptionInParallel(VrPrimitiveContext& context) {
   VrGenerator::finishDescriptionInParallel(context);
   if (VrVpdGeneratorContext* state = fileState(context)) state->reset();
+}
+
+bool VrVpdReadingGenerator::setPointFileAttr(const std::string& name, const std::string& value,
+                                             std::string& directory) {
+  if (name == "pointDir") {
+    directory = vrutil::validPath(value);
+    return true;
+  }
+  if (name == "ptLength") return true;  // accepted and ignored
+  if (name == "inputDir") {
+    remAttr(name);
+    return setAttr("pointDir", value, "string");
+  }
+  return false;
 }

@@ -20,6 +20,10 @@ class VrVpdReadingGenerator : public VrGenerator {
   /// The file state of the context's path: the generator's own on the serial path, the
   /// worker's record otherwise (null when the record is not one).
   VrVpdGeneratorContext* fileState(VrPrimitiveContext& context);
+  /// The attributes of the generators that read ".vuv" files: `pointDir` (cleaned into
+  /// `directory`), `ptLength` (accepted and ignored) and `inputDir`, the old name of `pointDir`.
+  /// True when `name` is one of them.
+  bool setPointFileAttr(const std::string& name, const std::string& value, std::string& directory);
 
  private:
   VrVpdGeneratorContext serialState;
