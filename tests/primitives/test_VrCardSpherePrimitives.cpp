@@ -187,3 +187,75 @@ TEST(VrCardSpherePrimitives, ScaleCardAndStraightenSphere) {
   std::vector<Vec> few(3);
   EXPECT_FALSE(VrSpherePrimitive::straightenControlPoints(few));
 }
+
+namespace {
+
+// The guide forms on their own: guides with control points as they stand on the surface, and
+// the weights that interpolation would have found.
+template <class Kind>
+struct FromGuides : Kind {
+  using Kind::Kind;
+  std::vector<Vec> make(const vrtest::PatchScene& scene, const std::vector<std::vector<Vec>>& guides,
+                        const std::vector<double>& weights) {
+    for (const std::vector<Vec>& cvs : guides) this->addGuide().cGuideGeom() = cvs;
+    VrPrimitiveContext& c = this->context();
+    c.setActivePatchFace(scene.patch, 5);
+    for (size_t i = 0; i < weights.size(); ++i) c.activeGuides.push_back(static_cast<int>(i));
+    c.weight = weights;
+    c.weightN = 1.0;
+    this->mkGeometryFromGuides(c, 0.5, 0.5);
+    std::vector<Vec> offsets;
+    for (const Vec& cv : c.cGeom()) offsets.push_back(cv - c.cGeom()[0]);
+    return offsets;
+  }
+};
+
+}  // namespace
+
+TEST(VrCardSpherePrimitives, GuideFormsBlendByWeight) {
+  const double h = std::sqrt(0.5);
+  {
+    // Two spheres along z, 2 and 4 long; handles across x (1 long) and y (3 long); depth
+    // handles 0.5 and 1 long. Blended half and half: length 3, width 2 along the mean of x and
+    // y, depth 0.75 square to both.
+    Scene scene;
+    FromGuides<VrSpherePrimitive> sphere(scene.description);
+    const std::vector<Vec> got = sphere.make(
+        scene,
+        {{Vec(0, 0, 0), Vec(0, 0, 2), Vec(1, 0, 1), Vec(0, 0.5, 1)},
+         {Vec(5, 5, 0), Vec(5, 5, 4), Vec(5, 8, 2), Vec(4, 5, 2)}},
+        {0.5, 0.5});
+    expectPoints(got, {Vec(0, 0, 0), Vec(0, 0, 3), Vec(2 * h, 2 * h, 1.5), Vec(-0.75 * h, 0.75 * h, 1.5)}, "sphere");
+    EXPECT_DOUBLE_EQ(sphere.context().cLength(), 3.0);
+    EXPECT_DOUBLE_EQ(sphere.context().cWidth(), 2.0);
+    EXPECT_DOUBLE_EQ(sphere.context().cDepth(), 0.75);
+  }
+  {
+    // Two cards 1 and 3 across x, 2 and 6 along y, the across edges bent up, the along edges
+    // straight: the blend is the card 2 across and 4 along.
+    const std::vector<std::vector<Vec>> guides = {
+        {Vec(0, 0, 0), Vec(1, 0, 0), Vec(0, 2, 0), Vec(1.5, 0, 0.5), Vec(0, 3, 0)},
+        {Vec(0, 0, 0), Vec(3, 0, 0), Vec(0, 6, 0), Vec(4.5, 0, 1.5), Vec(0, 9, 0)}};
+    Scene scene;
+    FromGuides<VrCardPrimitive> card(scene.description);
+    expectPoints(card.make(scene, guides, {0.5, 0.5}),
+                 {Vec(0, 0, 0), Vec(2, 0, 0), Vec(0, 4, 0), Vec(3, 0, 1), Vec(0, 6, 0)}, "card");
+    EXPECT_DOUBLE_EQ(card.context().cLength(), 4.0);
+    EXPECT_DOUBLE_EQ(card.context().cWidth(), 4.0);
+
+    // Twist turns the card a quarter about its normal (z): across to +y, along to -x.
+    Scene twisted;
+    FromGuides<VrCardPrimitive> turned(twisted.description);
+    turned.setAttr("twist", "90", "expr");
+    expectPoints(turned.make(twisted, {guides[0]}, {1.0}),
+                 {Vec(0, 0, 0), Vec(0, 1, 0), Vec(-2, 0, 0), Vec(0, 1.5, 0.5), Vec(-3, 0, 0)}, "twisted card");
+  }
+  // No guide reaches the location: culled.
+  Scene scene;
+  FromGuides<VrCardPrimitive> card(scene.description);
+  FromGuides<VrSpherePrimitive> sphere(scene.description);
+  card.make(scene, {}, {});
+  sphere.make(scene, {}, {});
+  EXPECT_TRUE(card.context().cullPrim());
+  EXPECT_TRUE(sphere.context().cullPrim());
+}
