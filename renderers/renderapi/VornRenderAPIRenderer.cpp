@@ -247,6 +247,9 @@ void Renderer::initDescription() {
     setFlag(Flag::ConstantLength, primitive->lengthExpr().isConstant());
     if (flag(Flag::ConstantWidth))
       state.constantWidth = static_cast<float>(primitive->widthExpr().eval(0, 0, 0).x);
+  } else if (auto* card = dynamic_cast<VrCardPrimitive*>(primitive)) {
+    // How a card turns to the camera is the renderer's to decide; it learns that it should.
+    setFlag(Flag::FaceCamera, card->faceCamera());
   }
 
   declareCustomChannels(primitive);
