@@ -174,9 +174,10 @@ void VrSpherePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double
   }
   geom[WidthHandle] = mid + widthAxis * W;
   geom[DepthHandle] = mid + depthAxis * D;
+  // The handles stand half a size from the axis, as in the attribute form.
   context.overrideCLength(L);
-  context.overrideCWidth(W);
-  context.overrideCDepth(D);
+  context.overrideCWidth(2.0 * W);
+  context.overrideCDepth(2.0 * D);
 
   if (tilt == 0.0 && about == 0.0) return;
   SgVec3T<double> U = context.cU(u, v, false), N = context.cN(u, v, false);

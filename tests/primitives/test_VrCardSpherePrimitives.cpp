@@ -208,8 +208,8 @@ TEST(VrCardSpherePrimitives, GuideFormsBlendByWeight) {
   const double h = std::sqrt(0.5);
   {
     // Two spheres along z, 2 and 4 long; handles across x (1 long) and y (3 long); depth
-    // handles 0.5 and 1 long. Blended half and half: length 3, width 2 along the mean of x and
-    // y, depth 0.75 square to both.
+    // handles 0.5 and 1 long. Blended half and half: length 3, width handle 2 along the mean of
+    // x and y, depth handle 0.75 square to both; the sizes are twice the handles.
     Scene scene;
     FromGuides<VrSpherePrimitive> sphere(scene.description);
     const std::vector<Vec> got = sphere.make(
@@ -219,8 +219,8 @@ TEST(VrCardSpherePrimitives, GuideFormsBlendByWeight) {
         {0.5, 0.5});
     expectPoints(got, {Vec(0, 0, 0), Vec(0, 0, 3), Vec(2 * h, 2 * h, 1.5), Vec(-0.75 * h, 0.75 * h, 1.5)}, "sphere");
     EXPECT_DOUBLE_EQ(sphere.context().cLength(), 3.0);
-    EXPECT_DOUBLE_EQ(sphere.context().cWidth(), 2.0);
-    EXPECT_DOUBLE_EQ(sphere.context().cDepth(), 0.75);
+    EXPECT_DOUBLE_EQ(sphere.context().cWidth(), 4.0);
+    EXPECT_DOUBLE_EQ(sphere.context().cDepth(), 1.5);
   }
   {
     // Two cards 1 and 3 across x, 2 and 6 along y, the across edges bent up, the along edges
