@@ -13,7 +13,9 @@
 #include "generators/VrUniformGenerator.h"
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
+#include "primitives/VrCardPrimitive.h"
 #include "primitives/VrPrimitive.h"
+#include "primitives/VrSpherePrimitive.h"
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrFileRenderer.h"
 #include "renderers/VrGuideRenderer.h"
@@ -59,7 +61,7 @@ struct Family {
   }
 };
 
-constexpr const char* primitives[] = {"CardPrimitive", "SpherePrimitive", "ArchivePrimitive"};
+constexpr const char* primitives[] = {"ArchivePrimitive"};
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
@@ -98,6 +100,8 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("PromoteRenderer", &createObject<VrPromoteRenderer>) &&
                         VrRegisterModule("RendermanRenderer", &createObject<VornRenderAPI::Renderer2>) &&
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
+                        VrRegisterModule("CardPrimitive", &createObject<VrCardPrimitive>) &&
+                        VrRegisterModule("SpherePrimitive", &createObject<VrSpherePrimitive>) &&
                         VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&

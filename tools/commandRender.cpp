@@ -66,6 +66,7 @@ struct PatchJob {
 // Where one run of primitives (one face of one patch, ids ascending) lies in the spool.
 struct Run {
   size_t job = 0;
+  std::string kind;  ///< the primitives' `typeName`
   int face = 0;
   int firstId = 0;
   uint64_t offset = 0;
@@ -263,6 +264,7 @@ class RenderCallbacks : public ProceduralCallbacks {
     if (!cache) return;
     const unsigned count = cache->getUInt(PrimitiveCache::EUIntAttribute::BatchCount);
     if (count == 0) return;
+    const std::string kind = cache->getString() ? cache->getString() : "";
     using IntKey = PrimitiveCache::EIntArrayAttribute;
     using FloatKey = PrimitiveCache::EFloatArrayAttribute;
     // A channel counts only when it has an entry for every primitive of the batch.
@@ -297,8 +299,8 @@ class RenderCallbacks : public ProceduralCallbacks {
       missing = missing || !points[s];
     }
 
-    // Where each primitive's CVs start; primitives other than splines give their position
-    // (the first of their four vectors) as one CV.
+    // Where each primitive's CVs start; splines, cards and spheres give their CVs or control
+    // points with a count, archives their position (the first of their four vectors) as one CV.
     std::vector<size_t> first(count + 1, 0);
     std::vector<size_t> stride(count, 1);
     for (unsigned i = 0; i < count; ++i) {
@@ -338,6 +340,7 @@ class RenderCallbacks : public ProceduralCallbacks {
     for (size_t k = 0; k < order.size();) {
       Run run;
       run.job = currentJob;
+      run.kind = kind;
       run.face = faceOf(order[k]);
       run.firstId = idOf(order[k]);
       bytes.clear();
@@ -449,7 +452,10 @@ bool writeOutput(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, R
     views.clear();
     const char* at = bytes.data();
     const char* end = at + bytes.size();
-    for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, prims[k]); ++k) views.push_back(prims[k].out);
+    for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, prims[k]); ++k) {
+      views.push_back(prims[k].out);
+      views.back().kind = run.kind.c_str();
+    }
     if (!output.write(jobs[run.job].patch, views.data(), views.size())) return false;
   }
   return output.end();

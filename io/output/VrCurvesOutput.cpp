@@ -1,5 +1,7 @@
 #include "io/output/VrCurvesOutput.h"
 
+#include <cstring>
+
 bool VrCurvesOutput::begin() {
   VrAbcCurvesStreamWriter::Options options;
   options.objectName = settings.objectName;
@@ -24,6 +26,11 @@ bool VrCurvesOutput::write(const std::string&, const VrOutputPrimitive* primitiv
       writer.abort();
       return fail("a primitive of " + std::to_string(prim.numSamples) + " samples where " +
                   std::to_string(samples) + " were asked for");
+    }
+    if (prim.kind && (std::strcmp(prim.kind, "CardPrimitive") == 0 || std::strcmp(prim.kind, "SpherePrimitive") == 0)) {
+      // Their control points are no curves; a mesh or points form is still to come.
+      writer.abort();
+      return fail(std::string(prim.kind) + " has no Alembic form yet; write .jsonl, .pmt or a particle file");
     }
     const size_t n = prim.numCVs;
     for (size_t s = 0; s < samples; ++s) points[s].insert(points[s].end(), prim.cvs + 3 * n * s, prim.cvs + 3 * n * (s + 1));

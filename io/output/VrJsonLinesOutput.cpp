@@ -1,7 +1,9 @@
 #include "io/output/VrJsonLinesOutput.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 
@@ -43,6 +45,39 @@ void putJsonString(std::string& out, const std::string& text) {
   out += '"';
 }
 
+float distance(const float* a, const float* b) {
+  const double dx = a[0] - b[0], dy = a[1] - b[1], dz = a[2] - b[2];
+  return static_cast<float>(std::sqrt(dx * dx + dy * dy + dz * dz));
+}
+
+// The sizes a card or a sphere tells by its control points (sample 0): a card's length and width
+// are twice its reach from the root along and across (bend centre, then edge); a sphere's length
+// is root to tip, its width and depth twice the handles' reach from the midpoint.
+void putSizes(std::string& out, const char* kind, const float* cvs, size_t n) {
+  const bool card = std::strcmp(kind, "CardPrimitive") == 0 && n == 5;
+  const bool sphere = std::strcmp(kind, "SpherePrimitive") == 0 && n == 4;
+  if (!card && !sphere) return;
+  const float* p[5] = {cvs, cvs + 3, cvs + 6, cvs + 9, card ? cvs + 12 : cvs};
+  float length, width, depth = 0.0f;
+  if (card) {
+    length = 2.0f * (distance(p[2], p[0]) + distance(p[4], p[2]));
+    width = 2.0f * (distance(p[1], p[0]) + distance(p[3], p[1]));
+  } else {
+    const float mid[3] = {(p[0][0] + p[1][0]) / 2, (p[0][1] + p[1][1]) / 2, (p[0][2] + p[1][2]) / 2};
+    length = distance(p[1], p[0]);
+    width = 2.0f * distance(p[2], mid);
+    depth = 2.0f * distance(p[3], mid);
+  }
+  out += ",\"length\":";
+  putNumber(out, length);
+  out += ",\"width\":";
+  putNumber(out, width);
+  if (sphere) {
+    out += ",\"depth\":";
+    putNumber(out, depth);
+  }
+}
+
 }  // namespace
 
 void VrJsonLinesOutput::beginRun(const std::string& patch) {
@@ -54,7 +89,13 @@ void VrJsonLinesOutput::appendText(const VrOutputPrimitive& prim, std::string& l
   const size_t n = prim.numCVs;
   line += "{\"patch\":";
   line += patchText;
-  line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id) + ",\"cvs\":";
+  line += ",\"face\":" + std::to_string(prim.face) + ",\"id\":" + std::to_string(prim.id);
+  const bool spline = !prim.kind || std::strcmp(prim.kind, "SplinePrimitive") == 0;
+  if (!spline) {
+    line += ",\"kind\":";
+    putJsonString(line, prim.kind);
+  }
+  line += ",\"cvs\":";
   putPoints(line, prim.cvs, n);
   if (prim.numSamples > 1) {
     line += ",\"samples\":[";
@@ -69,5 +110,7 @@ void VrJsonLinesOutput::appendText(const VrOutputPrimitive& prim, std::string& l
     if (c) line += ',';
     putNumber(line, prim.widths[c]);
   }
-  line += "]}\n";
+  line += ']';
+  if (!spline) putSizes(line, prim.kind, prim.cvs, n);
+  line += "}\n";
 }

@@ -1,7 +1,9 @@
 #pragma once
 // VrJsonLinesOutput: one JSON object per line and primitive: patch, face, id, the CVs of sample
-// 0, the CVs of the other motion samples and the widths. Numbers are the shortest texts that
-// read back as the same floats, whatever the locale.
+// 0, the CVs of the other motion samples and the widths. Primitives other than splines add
+// their "kind" (the type name) before the CVs; cards (five control points) and spheres (four)
+// add their "length" and "width", spheres their "depth" too. Numbers are the shortest texts
+// that read back as the same floats, whatever the locale.
 
 #include "io/output/VrTextOutput.h"
 

@@ -2,7 +2,8 @@
 // VrPrimitiveOutput: where a render's primitives end up, one file per frame. The kind of file is
 // told by the path's extension:
 //
-//   .abc                      one Alembic Curves object (every motion sample, widths)
+//   .abc                      one Alembic Curves object (every motion sample, widths); splines
+//                             and archives only, cards and spheres are refused
 //   .jsonl                    one JSON object per primitive
 //   .pmt                      the instance list text (header, then 13 lines per primitive)
 //   .pdb .bgeo .bgeo.gz .geo  one particle per primitive with the instance channels
@@ -22,11 +23,13 @@
 
 /// One primitive as a back end receives it. The pointers stay valid for the call only.
 struct VrOutputPrimitive {
+  const char* kind = nullptr;  ///< the primitive's `typeName`; null for a spline
   int face = 0;
   int id = 0;
   size_t numCVs = 0;
   size_t numSamples = 1;
-  const float* cvs = nullptr;     ///< 3 * numCVs floats per sample, sample 0 first
+  const float* cvs = nullptr;     ///< 3 * numCVs floats per sample, sample 0 first: a spline's CVs,
+                                  ///< a card's five or a sphere's four control points
   const float* widths = nullptr;  ///< numCVs floats
   /// The instance channels, filled when `wantsInstanceChannels` says so.
   float u = 0.0f;

@@ -166,7 +166,8 @@ struct PrimitiveCache {
   };
   /// Per-primitive integer channels.
   enum class EIntArrayAttribute : int {
-    CVCount,        ///< CVs of each primitive (splines); rows of the point arrays, in order.
+    CVCount,        ///< CVs of each spline, control points of each card (5) or sphere (4); rows
+                    ///< of the point arrays, in order.
     DescriptionId,  ///< descid_VP
     FaceId,         ///< faceid_VS
     GeomId,         ///< geomid_VS
@@ -208,8 +209,9 @@ struct PrimitiveCache {
   enum class EFloatArray2DAttribute : int { WidthsPerCV, CustomFloat };
   /// Row = custom channel: one int per primitive for type "int", empty for the other types.
   enum class EIntArray2DAttribute : int { CustomInt };
-  /// Row = motion sample. Points: the CVs of splines (CVCount per primitive, in order) or, for
-  /// other primitives, four vectors per primitive (position, then the three frame axes).
+  /// Row = motion sample. Points: the CVs of splines and the control points of cards and
+  /// spheres (CVCount per primitive, in order) or, for archives, four vectors per primitive
+  /// (position, then the three frame axes).
   /// Normals: one per CV of splines that do not face the camera.
   enum class EVec3Array2DAttribute : int { Points, Normals };
 

@@ -20,6 +20,8 @@
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
+#include "primitives/VrCardPrimitive.h"
+#include "primitives/VrSpherePrimitive.h"
 #include "primitives/VrSplinePrimitive.h"
 
 namespace VornRenderAPI {
@@ -98,6 +100,34 @@ VrDescription* descriptionOfSample(VrDescription* description, int sample) {
 struct Hammer {
   double width = 1.0, length = 1.0, depth = 1.0, taper = 1.0;
 };
+
+// A card's or a sphere's control points into the sample's point row, one width per control
+// point (the primitive's width) and, on the first sample, their count: the same layout as a
+// spline's CVs. The hammer factors scale each size about the root: a card's across side by the
+// width factor and its along side by the length factor; a sphere's axis by the length factor
+// and its handles, about the new midpoint, by the width and depth factors.
+void pushControlPoints(Batch& batch, const VrPrimitiveContext& context, int sample, const Hammer& hammer) {
+  const std::vector<SgVec3T<double>>& cvs = context.cGeom();
+  std::vector<float>& points = batch.points[static_cast<size_t>(sample)];
+  const SgVec3T<double> root = cvs.empty() ? SgVec3T<double>() : cvs[0];
+  if (cvs.size() == VrCardPrimitive::NumControlPoints) {
+    const double factors[] = {1.0, hammer.width, hammer.length, hammer.width, hammer.length};
+    for (size_t i = 0; i < cvs.size(); ++i) push(points, root + (cvs[i] - root) * factors[i]);
+  } else if (cvs.size() == VrSpherePrimitive::NumControlPoints) {
+    const SgVec3T<double> mid = (cvs[0] + cvs[1]) * 0.5;
+    const SgVec3T<double> tip = root + (cvs[1] - root) * hammer.length;
+    const SgVec3T<double> newMid = (root + tip) * 0.5;
+    push(points, root);
+    push(points, tip);
+    push(points, newMid + (cvs[2] - mid) * hammer.width);
+    push(points, newMid + (cvs[3] - mid) * hammer.depth);
+  } else {
+    for (const SgVec3T<double>& cv : cvs) push(points, cv);
+  }
+  std::vector<float>& widths = batch.widths[static_cast<size_t>(sample)];
+  widths.insert(widths.end(), cvs.size(), static_cast<float>(context.cWidth() * hammer.width));
+  if (sample == 0) ints(batch, I1::CVCount).push_back(static_cast<int>(cvs.size()));
+}
 
 double evalHammer(const std::unique_ptr<VrExpression>& expression, double u, double v, int face,
                   const std::string* patch) {
@@ -217,6 +247,9 @@ void Renderer::initDescription() {
     setFlag(Flag::ConstantLength, primitive->lengthExpr().isConstant());
     if (flag(Flag::ConstantWidth))
       state.constantWidth = static_cast<float>(primitive->widthExpr().eval(0, 0, 0).x);
+  } else if (auto* card = dynamic_cast<VrCardPrimitive*>(primitive)) {
+    // How a card turns to the camera is the renderer's to decide; it learns that it should.
+    setFlag(Flag::FaceCamera, card->faceCamera());
   }
 
   declareCustomChannels(primitive);
@@ -409,8 +442,9 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
       }
     }
     if (sample == 0) ints(batch, I1::CVCount).push_back(static_cast<int>(cvs.size()));
-  } else if (state.typeName == "CardPrimitive" || state.typeName == "SpherePrimitive" ||
-             state.typeName == "ArchivePrimitive") {
+  } else if (state.typeName == "CardPrimitive" || state.typeName == "SpherePrimitive") {
+    pushControlPoints(batch, context, sample, hammer);
+  } else if (state.typeName == "ArchivePrimitive") {
     push(points, context.cP(u, v, false));
     push(points, context.cN(u, v, false) * (context.cLength() * hammer.length));
     push(points, context.cU(u, v, false) * (context.cWidth() * hammer.width));

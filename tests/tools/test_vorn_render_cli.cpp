@@ -740,3 +740,63 @@ TEST(VornRender, EveryCoreByDefaultAndTheBannerOnlyWhenVerbose) {
     EXPECT_EQ(result.output.find("Vorn Version: ") != std::string::npos, c.banner) << result.output;
   }
 }
+
+// The example with cards, then spheres, instead of hair: every line carries the kind, the five
+// or four control points with a width each, and the sizes the control points tell, which are
+// the ones the example's expressions ask for; one and two threads write the same lines.
+TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
+  struct Row {
+    const char* kind;
+    size_t count;
+    bool hasDepth;
+  };
+  for (const Row& row : {Row{"CardPrimitive", 5, false}, Row{"SpherePrimitive", 4, true}}) {
+    SCOPED_TRACE(row.kind);
+    vrtest::TempDir dir;
+    std::string text = readText(smallCollection(dir));
+    for (size_t at = text.find("SplinePrimitive"); at != std::string::npos; at = text.find("SplinePrimitive", at))
+      text.replace(at, 15, row.kind);
+    const std::string collection = dir.write("kind.vorn", text);
+    std::string outputs[2];
+    for (int threads : {1, 2}) {
+      const std::string out = dir.file("out" + std::to_string(threads) + ".jsonl");
+      const auto result =
+          vorn(renderArgs(collection, exampleDir + "/head.abc", out) + " --threads " + std::to_string(threads));
+      ASSERT_EQ(result.exitCode, 0) << result.output;
+      outputs[threads - 1] = readText(out);
+    }
+    EXPECT_EQ(firstDifference(outputs[0], outputs[1]), "");
+    std::istringstream in(outputs[0]);
+    size_t count = 0;
+    for (std::string line; std::getline(in, line); ++count) {
+      SCOPED_TRACE(line);
+      ASSERT_NE(line.find(",\"kind\":\"" + std::string(row.kind) + "\",\"cvs\":["), std::string::npos);
+      const size_t cvs = line.find("\"cvs\":[") + 7, widths = line.find("],\"widths\":[");
+      const size_t sizes = line.find("],\"length\":");
+      ASSERT_NE(widths, std::string::npos);
+      ASSERT_NE(sizes, std::string::npos);
+      EXPECT_EQ(numbersIn(line, cvs, widths).size(), 3 * row.count);
+      const std::vector<double> w = numbersIn(line, widths + 12, sizes);
+      ASSERT_EQ(w.size(), row.count);
+      // width = 0.004 * (0.7 + 0.6 * noise); length = 0.3 + 0.15 * rand(); depth the default 1.
+      EXPECT_GE(w[0], 0.004 * 0.7 - 1e-7);
+      EXPECT_LE(w[0], 0.004 * 1.3 + 1e-7);
+      const double length = std::stod(line.substr(sizes + 11));
+      const double width = std::stod(line.substr(line.find(",\"width\":") + 9));
+      EXPECT_GE(length, 0.3 - 1e-5);
+      EXPECT_LE(length, 0.45 + 1e-5);
+      EXPECT_NEAR(width, w[0], 1e-5);
+      const size_t depth = line.find(",\"depth\":");
+      ASSERT_EQ(depth != std::string::npos, row.hasDepth);
+      if (row.hasDepth) {
+        EXPECT_NEAR(std::stod(line.substr(depth + 9)), 1.0, 1e-5);
+      }
+    }
+    EXPECT_GT(count, 100u);
+    // No Alembic form yet: refused, and nothing at the path.
+    const auto abc = vorn(renderArgs(collection, exampleDir + "/head.abc", dir.file("out.abc")));
+    EXPECT_NE(abc.exitCode, 0);
+    EXPECT_NE(abc.output.find(std::string(row.kind) + " has no Alembic form yet"), std::string::npos) << abc.output;
+    EXPECT_FALSE(std::filesystem::exists(dir.file("out.abc")));
+  }
+}

@@ -1,0 +1,37 @@
+#pragma once
+// Placing a primitive drawn in its own frame: cards and spheres describe their control points
+// with the root at the origin, x across (the surface's U after the lean), y along the lean
+// direction and z along the third axis. `orient` turns the location's frame by the lean, the
+// angles and the twist; the local points then follow that frame.
+
+#include "primitives/VrPrimitive.h"
+
+#include <vector>
+
+namespace vrutil {
+
+/// The angles that turn a primitive's frame at its root.
+struct Lean {
+  double offU = 0.0, offV = 0.0;  ///< lean along U and V, in [-1, 1]
+  double offN = 0.0;              ///< tilt, degrees
+  double aboutN = 0.0;            ///< rotation about the normal, degrees
+  double twist = 0.0;             ///< rotation about the lean direction, degrees
+};
+
+/// Replaces `points` (local coordinates) by their places on the surface: root + x·U' + y·N' +
+/// z·V', where (N', U', V') is the frame `VrPrimitive::orient` makes from (N, U, V) and `lean`.
+inline void placeLocalPoints(const SgVec3T<double>& root, SgVec3T<double> N, SgVec3T<double> U,
+                             SgVec3T<double> V, const Lean& lean, std::vector<SgVec3T<double>>& points) {
+  thread_local std::vector<SgVec3T<double>> scratch;
+  scratch.clear();
+  VrPrimitive::orient(root, N, U, V, lean.offU, lean.offV, lean.offN, lean.aboutN, 1.0, scratch, true, lean.twist);
+  for (SgVec3T<double>& p : points) p = root + U * p.x + N * p.y + V * p.z;
+}
+
+/// `v` turned by `radians` about the unit `axis`.
+inline SgVec3T<double> rotatedAbout(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
+  const double c = std::cos(radians), s = std::sin(radians);
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+}  // namespace vrutil
