@@ -10,6 +10,20 @@
 
 namespace vrutil {
 
+/// Sizes of cards and spheres are raised to this; shorter vectors count as zero.
+constexpr double primitiveSizeFloor = 1e-06;
+
+/// Unit vector and length of `d`; a vector shorter than the size floor counts as zero (length 0).
+inline SgVec3T<double> unitOf(const SgVec3T<double>& d, double& length) {
+  SgVec3T<double> unit = d;
+  length = unit.normalize();
+  if (length < primitiveSizeFloor) {
+    length = 0.0;
+    return SgVec3T<double>();
+  }
+  return unit;
+}
+
 /// The angles that turn a primitive's frame at its root.
 struct Lean {
   double offU = 0.0, offV = 0.0;  ///< lean along U and V, in [-1, 1]

@@ -10,18 +10,8 @@ namespace {
 
 constexpr const char* objectWord = "SpherePrimitive";
 constexpr double degreesToRadians = 0.017453292519943295;
-constexpr double sizeFloor = 1e-06;
-
-// Unit vector and length of `d`; a vector shorter than the floor counts as zero.
-SgVec3T<double> unitOf(const SgVec3T<double>& d, double& length) {
-  SgVec3T<double> unit = d;
-  length = unit.normalize();
-  if (length < sizeFloor) {
-    length = 0.0;
-    return SgVec3T<double>();
-  }
-  return unit;
-}
+constexpr double sizeFloor = vrutil::primitiveSizeFloor;
+using vrutil::unitOf;
 
 }  // namespace
 
