@@ -37,11 +37,21 @@ class VrFXExprAttr {
     expr.isValid();
     usesT = expr.usesVar("t");
     VrExpression::removeCustomVariable("t");
+    // A text without variables or system functions has one value: worked out once here, it
+    // costs nothing per primitive.
+    constant = !usesT && expr.isConstant();
+    if (constant) constantValue = expr.eval(0.0, 0.0, 0)[0];
   }
-  double at(const VrFXLocation& where) const { return expr.eval(where.u, where.v, where.face, where.patchName)[0]; }
+  double at(const VrFXLocation& where) const {
+    return constant ? constantValue : expr.eval(where.u, where.v, where.face, where.patchName)[0];
+  }
   const std::string& name() const { return expr.name(); }
 
   VrExpression expr;
   /// Evaluate per CV, with "t" set to i/(n-1).
   bool usesT = false;
+
+ private:
+  bool constant = false;
+  double constantValue = 0.0;
 };
