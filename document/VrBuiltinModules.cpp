@@ -5,7 +5,10 @@
 #include "base/VrDataObject.h"
 #include "base/VrModules.h"
 #include "fxmodules/VrClumpingFXModule.h"
+#include "fxmodules/VrCoilFXModule.h"
+#include "fxmodules/VrCutFXModule.h"
 #include "fxmodules/VrFXModule.h"
+#include "fxmodules/VrNoiseFXModule.h"
 #include "generators/VrFileGenerator.h"
 #include "generators/VrGuideGenerator.h"
 #include "generators/VrPointGenerator.h"
@@ -65,8 +68,8 @@ constexpr const char* primitives[] = {"ArchivePrimitive"};
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
-    "CoilFXModule", "CollisionFXModule", "ControlWiresFXModule", "CutFXModule", "DebugFXModule",
-    "MeshCutFXModule", "NoiseFXModule", "ParticleFXModule", "PlaneAnimFXModule",
+    "CollisionFXModule", "ControlWiresFXModule", "DebugFXModule",
+    "MeshCutFXModule", "ParticleFXModule", "PlaneAnimFXModule",
     "PreserveClumpsFXModule", "SnapshotFXModule", "WindFXModule", "ApplyNetForceFXModule",
     "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
     "SphereForceFXModule"};
@@ -103,6 +106,9 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("CardPrimitive", &createObject<VrCardPrimitive>) &&
                         VrRegisterModule("SpherePrimitive", &createObject<VrSpherePrimitive>) &&
                         VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&
+                        VrRegisterModule("NoiseFXModule", &createObject<VrNoiseFXModule>) &&
+                        VrRegisterModule("CutFXModule", &createObject<VrCutFXModule>) &&
+                        VrRegisterModule("CoilFXModule", &createObject<VrCoilFXModule>) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&

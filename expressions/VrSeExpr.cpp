@@ -183,18 +183,27 @@ class ColorVar : public ExprVarRef {
   void eval(const char**) override {}
 };
 
-// A process-wide custom variable, read by value at each evaluation.
+// Custom variables set on the calling thread. A worker that sets "t" per CV must not see
+// another worker's value, so a thread's own value wins over the process-wide one.
+thread_local std::unordered_map<std::string, SgVec3T<double>> threadCustomValues;
+
+// A custom variable, read by value at each evaluation: the calling thread's value, else the
+// process-wide one (set by any thread, typically the main thread before parallel work).
 class CustomVar : public ExprVarRef {
  public:
-  explicit CustomVar(std::shared_ptr<SgVec3T<double>> value) : ExprVarRef(vectorType()), value(std::move(value)) {}
+  CustomVar(std::string name, std::shared_ptr<SgVec3T<double>> value)
+      : ExprVarRef(vectorType()), name(std::move(name)), value(std::move(value)) {}
   void eval(double* result) override {
-    result[0] = value->x;
-    result[1] = value->y;
-    result[2] = value->z;
+    auto own = threadCustomValues.find(name);
+    const SgVec3T<double>& v = own != threadCustomValues.end() ? own->second : *value;
+    result[0] = v.x;
+    result[1] = v.y;
+    result[2] = v.z;
   }
   void eval(const char**) override {}
 
  private:
+  std::string name;
   std::shared_ptr<SgVec3T<double>> value;
 };
 
@@ -343,9 +352,11 @@ KSeExpr::ExprVarRef* VrSeExpr::resolveVar(const std::string& name) const {
   if (found != table.end()) return found->second;
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
-  if (!custom.active.count(name)) return nullptr;
+  if (!custom.active.count(name) && !threadCustomValues.count(name)) return nullptr;
+  auto& slot = custom.values[name];
+  if (!slot) slot = std::make_shared<SgVec3T<double>>();
   auto& ref = custom.refs[name];
-  if (!ref) ref.reset(new CustomVar(custom.values[name]));
+  if (!ref) ref.reset(new CustomVar(name, slot));
   return ref.get();
 }
 
@@ -401,6 +412,7 @@ std::string VrSeExpr::errorText() const {
 namespace vrexpr {
 
 void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
+  threadCustomValues[name] = value;
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   auto& slot = custom.values[name];
@@ -412,6 +424,11 @@ void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
 }
 
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
+  auto own = threadCustomValues.find(name);
+  if (own != threadCustomValues.end()) {
+    value = own->second;
+    return true;
+  }
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   if (!custom.active.count(name)) return false;
@@ -420,12 +437,14 @@ bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
 }
 
 void removeCustomVariable(const std::string& name) {
+  threadCustomValues.erase(name);
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   custom.active.erase(name);
 }
 
 void removeAllCustomVariables() {
+  threadCustomValues.clear();
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   custom.active.clear();

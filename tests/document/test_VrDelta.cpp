@@ -283,10 +283,20 @@ TEST_F(VrDeltaTest, RemovingAModuleFromTheMiddleReproducesTheEditedStack) {
       base.get(), edited.get(),
       Lines{"RemoveFXModule    one    SplinePrimitive    clump",
             "AddFXModule    one    SplinePrimitive    CutFXModule    trim",
-            "one    CutFXModule    trim    active    true", "one    CutFXModule    trim    length    0.5",
+            "one    CutFXModule    trim    active    true",
+            "one    CutFXModule    trim    mask    1.0",
+            "one    CutFXModule    trim    amount    rand(0.0,0.2)",
+            "one    CutFXModule    trim    rebuildType    0",
+            "one    CutFXModule    trim    length    0.5",
             "RemoveFXModule    one    SplinePrimitive    trim",
             "AddFXModule    one    SplinePrimitive    CoilFXModule    coil",
-            "one    CoilFXModule    coil    radius    0.1", "RemoveFXModule    one    SplinePrimitive    coil"});
+            "one    CoilFXModule    coil    active    true",
+            "one    CoilFXModule    coil    mask    1.0",
+            "one    CoilFXModule    coil    count    1.0",
+            "one    CoilFXModule    coil    countScale    rampUI(0,0.75,3:1,1,3)",
+            "one    CoilFXModule    coil    radius    0.1",
+            "one    CoilFXModule    coil    radiusScale    rampUI(0,0,3:0.3,1,3)",
+            "RemoveFXModule    one    SplinePrimitive    coil"});
   const VrPrimitive* applied = target->description("one")->activePrimitive();
   const VrPrimitive* wanted = edited->description("one")->activePrimitive();
   EXPECT_EQ(moduleNames(applied), (std::vector<std::string>{"Noise", "trim", "coil"}));
@@ -342,7 +352,15 @@ TEST_F(VrDeltaTest, NamesAreWrittenWithoutNameSpacesAndAppliedInTheBasesOwn) {
   EXPECT_EQ(VrDeltaPalettes(base->snapshot(), base.get(), deltaPath), 1);
   EXPECT_EQ(deltaLines(deltaPath), (Lines{"scalp    CutFXModule    Cut    mask    0.5",
                                           "AddFXModule    scalp    SplinePrimitive    NoiseFXModule    wiggle",
-                                          "scalp    NoiseFXModule    wiggle    magnitude    0.1"}));
+                                          "scalp    NoiseFXModule    wiggle    active    true",
+                                          "scalp    NoiseFXModule    wiggle    mask    1.0",
+                                          "scalp    NoiseFXModule    wiggle    frequency    1.0",
+                                          "scalp    NoiseFXModule    wiggle    magnitude    0.1",
+                                          "scalp    NoiseFXModule    wiggle    magnitudeScale    rampUI(0,0,1:1,1,1)",
+                                          "scalp    NoiseFXModule    wiggle    correlation    0.0",
+                                          "scalp    NoiseFXModule    wiggle    preserveLength    0.0",
+                                          "scalp    NoiseFXModule    wiggle    mode    0",
+                                          "scalp    NoiseFXModule    wiggle    bakeDir    ${DESC}/${FXMODULE}/"}));
 
   PalettePtr other = load("groom.vorn", "lighting");
   ASSERT_TRUE(VrApplyDelta(other.get(), deltaPath));
@@ -643,9 +661,13 @@ void randomEdit(VrPalette& palette, Lcg& random, unsigned serial) {
       patch->cullPrim(patch->faceId(static_cast<int>(random.below(patch->numFaces()))), random.below(40));
       break;
     }
-    case 4:  // a new module at the end
-      addModule(primitive, random.pick(moduleTypes), "fx" + tag, {{"mask", random.pick(values)}});
+    case 4: {  // a new module at the end, of a kind the primitive takes (the shaping modules: splines)
+      const std::string& type = random.pick(moduleTypes);
+      const std::string& mask = random.pick(values);
+      if (primitive->typeName() == "SplinePrimitive" || type == "WindFXModule")
+        addModule(primitive, type, "fx" + tag, {{"mask", mask}});
       break;
+    }
     case 5:  // a module removed
       if (!primitive->modules().empty())
         primitive->removeFXModule(primitive->modules()[random.below(static_cast<unsigned>(primitive->modules().size()))]);

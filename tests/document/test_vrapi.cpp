@@ -279,7 +279,7 @@ TEST_F(VrapiAttributes, ListsSplitCustomNamesFromTheOthers) {
     EXPECT_NE(std::find(spline.begin(), spline.end(), name), spline.end()) << name;
   EXPECT_EQ(std::find(spline.begin(), spline.end(), "custom_color_tint"), spline.end());
   EXPECT_EQ(vrapi::customAttrs("groom", "scalp", "SplinePrimitive"), Names{"custom_color_tint"});
-  EXPECT_EQ(vrapi::attrs("groom", "scalp", "Cut"), (Names{"name", "active", "mask"}));
+  EXPECT_EQ(vrapi::attrs("groom", "scalp", "Cut"), (Names{"name", "active", "mask", "amount", "rebuildType"}));
   EXPECT_FAILS(vrapi::attrs("groom", "scalp", "Nope"), "Object not found: [Nope]");
   EXPECT_FAILS(vrapi::customAttrs("nope", "", ""), "Vorn collection not found. [nope]");
 }

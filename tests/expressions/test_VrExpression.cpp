@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <thread>
 
 namespace {
 
@@ -173,4 +174,20 @@ TEST(VrExpression, CollectionExpressions) {
   std::string error;
   EXPECT_FALSE(VrExpression("x", "T", d, "nothere()", "float").isValid(&error));
   EXPECT_NE(error.find("No function named nothere."), std::string::npos) << error;
+}
+
+TEST(VrExpression, CustomVariablesSetOnAThreadStayWithIt) {
+  VrExpression e("a", "Test", nullptr, "$q * 10", "float");
+  VrExpression::setCustomVariable("q", 1.0);
+  ASSERT_TRUE(e.isValid());
+  double other = 0.0;
+  std::thread worker([&] {
+    VrExpression::setCustomVariable("q", 2.0);
+    other = e.eval(0.0, 0.0, 0).x;
+    VrExpression::removeCustomVariable("q");
+  });
+  worker.join();
+  EXPECT_EQ(other, 20.0);
+  EXPECT_EQ(e.eval(0.0, 0.0, 0).x, 10.0);  // the worker's value and its removal stay with it
+  VrExpression::removeAllCustomVariables();
 }

@@ -16,7 +16,7 @@
 #include "io/vpd/VpdFileCachedReader.h"
 #include "io/vpd/VpdWriter.h"
 #include "primitives/VrSplinePrimitive.h"
-#include "renderers/VrNullRenderer.h"
+#include "support/CVRecorder.h"
 #include "support/CaptureLogger.h"
 #include "support/Examples.h"
 #include "support/GridSurface.h"
@@ -28,8 +28,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
-#include <mutex>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -236,28 +234,6 @@ TEST(VrClumpingFXModule, GuidesReadSeriallyAndInParallelAreIdentical) {
   }
 }
 
-namespace {
-
-// Records every primitive's CVs by (face, id).
-class CVRecorder : public VrNullRenderer {
- public:
-  using VrNullRenderer::VrNullRenderer;
-  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
-                               const std::vector<VrPatch*>& patches) override {
-    VrNullRenderer::emitPrimitiveInParallel(context, sample, u, v, face, patches);
-    std::lock_guard<std::mutex> hold(mutex);
-    cvs[{face, context.id()}] = context.cGeom();
-  }
-  void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override {
-    VrNullRenderer::emitPrimitive(sample, u, v, face, patches);
-    cvs[{face, description()->activePrimitive()->context().id()}] = description()->activePrimitive()->context().cGeom();
-  }
-  std::map<std::pair<int, unsigned>, std::vector<Vec>> cvs;
-  std::mutex mutex;
-};
-
-}  // namespace
-
 TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
   ClumpScene scene;
   std::vector<Point> points;
@@ -272,23 +248,9 @@ TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
   scene.clump->setAttr("offset", "0.2", "expr");
   scene.clump->setAttr("noise", "0.1", "expr");
   scene.clump->setAttr("noiseScale", "rampUI(0,0,1:1,1,1)", "rampUI");
-  CVRecorder renderer(scene.description);
+  vrtest::CVRecorder renderer(scene.description);
   scene.description->setActiveRenderer(&renderer);
-  const size_t saved = VrTaskManager::threadCount();
-  std::vector<std::map<std::pair<int, unsigned>, std::vector<Vec>>> runs;
-  for (size_t threads : {1u, 2u}) {
-    VrTaskManager::setThreadCount(threads);
-    renderer.initDescription();
-    EXPECT_TRUE(renderer.renderPatchInParallel("body"));
-    renderer.finishDescription();
-    runs.push_back(std::move(renderer.cvs));
-    renderer.cvs.clear();
-  }
-  VrTaskManager::setThreadCount(saved);
-  renderer.initDescription();  // and the serial walk
-  for (int face = 0; face < scene.faces(); ++face) renderer.render(face, "body");
-  renderer.finishDescription();
-  runs.push_back(std::move(renderer.cvs));
+  const auto runs = renderer.renderThreeWays("body", scene.faces());
   ASSERT_GT(runs[0].size(), 50u);
   EXPECT_EQ(runs[0], runs[1]);
   EXPECT_EQ(runs[0], runs[2]);
