@@ -246,6 +246,9 @@ void VrExpression::setCustomVariable(const std::string& name, double value) {
 void VrExpression::setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
   vrexpr::setCustomVariable(name, value);
 }
+void VrExpression::setThreadVariable(const std::string& name, double value) {
+  vrexpr::setThreadCustomVariable(name, SgVec3T<double>(value, value, value));
+}
 bool VrExpression::getCustomVariable(const std::string& name, SgVec3T<double>& value) {
   return vrexpr::getCustomVariable(name, value);
 }

@@ -423,6 +423,10 @@ void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
   custom.active.insert(name);
 }
 
+void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& value) {
+  threadCustomValues[name] = value;
+}
+
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
   auto own = threadCustomValues.find(name);
   if (own != threadCustomValues.end()) {

@@ -72,6 +72,9 @@ class VrSeExpr : public KSeExpr::Expression {
 /// no evaluation runs.
 namespace vrexpr {
 void setCustomVariable(const std::string& name, const SgVec3T<double>& value);
+/// Sets the variable for the calling thread only, without the process-wide lock: for values a
+/// worker changes per primitive or per CV, which no other thread may see.
+void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& value);
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
 void removeCustomVariable(const std::string& name);
 void removeAllCustomVariables();

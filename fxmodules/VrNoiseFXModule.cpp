@@ -101,7 +101,7 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
   for (size_t i = 1; i < n; ++i) {
     d += frame.steps[i - 1];
     if (magnitude.usesT) {
-      VrExpression::setCustomVariable("t", static_cast<double>(i) * h);
+      VrExpression::setThreadVariable("t", static_cast<double>(i) * h);  // no lock per CV
       a = std::max(magnitude.at(where), 0.0);
     }
     const double w = m * state->magnitudeScale[i] * a;
