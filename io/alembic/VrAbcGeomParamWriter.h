@@ -9,6 +9,19 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+class VrAbcSpool;
+
+/// An arbitrary parameter whose values were gathered in a spool, for the spooled samples of the
+/// geometry writers.
+struct VrAbcSpooledParam {
+  std::string name;
+  VrAbcDataType type;
+  const char* interpretation = "";  ///< "quat", "vector", "" ...
+  VrAbcScope scope = VrAbcScope::Varying;
+  const VrAbcSpool* values = nullptr;  ///< null repeats the previous sample
+};
 
 class VrAbcGeomParamWriter {
  public:
@@ -29,6 +42,12 @@ class VrAbcGeomParamWriter {
   /// An empty sample, which the format's writers use to fill samples before a parameter
   /// appeared.
   bool writeEmpty();
+
+  /// Creates, in a geometry's first sample, the writers of `params` in `parent` (the
+  /// ".arbGeomParams" compound), or checks later samples give the same number; then writes
+  /// each one's next sample. False with an Error when a parameter cannot be made or written.
+  static bool writeSpooled(VrAbcCompoundWriter* parent, const std::vector<VrAbcSpooledParam>& params,
+                           bool first, uint32_t timeSampling, std::vector<VrAbcGeomParamWriter>& writers);
 
  private:
   VrAbcPropertyWriter* vals = nullptr;
