@@ -395,6 +395,7 @@ bool VrGenerator::emitLocation(VrPrimitiveContext& context, double u, double v, 
     return false;
   }
   if (!emit) return false;
+  if (target->needsGeometry() && !finiteOrCulled(context, n, u, v, face)) return false;
 
   // Emission, sample by sample.
   for (int s = 0; s < n; ++s) {
@@ -405,6 +406,23 @@ bool VrGenerator::emitLocation(VrPrimitiveContext& context, double u, double v, 
   }
   VrGeneratorContext* record = serial ? nullptr : context.generatorContext();
   if (record) record->addNumEmitted(1);
+  return true;
+}
+
+bool VrGenerator::finiteOrCulled(VrPrimitiveContext& context, int samples, double u, double v, int face) {
+  for (int s = 0; s < samples; ++s) {
+    VrDescription* desc = sampleDescription(s);
+    VrPrimitive* samplePrimitive = desc ? desc->activePrimitive() : nullptr;
+    VrPrimitiveContext* own = sampleContext(context, s);
+    if (!samplePrimitive || !own || samplePrimitive->finiteGeometry(*own)) continue;
+    countCulled(context);
+    if (!warnedNonFinite.exchange(true))
+      VR_WARNING(1, (description() ? description()->name() : std::string()) +
+                        ": primitives whose attribute \"" + samplePrimitive->nonFiniteAttribute(*own, u, v) +
+                        "\" is not a finite number are culled (the first: id " + std::to_string(own->id()) +
+                        " on face " + std::to_string(face) + ")");
+    return false;
+  }
   return true;
 }
 

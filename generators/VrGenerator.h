@@ -31,6 +31,7 @@
 #include "base/VrObject.h"
 #include "expressions/VrExpression.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -194,6 +195,11 @@ class VrGenerator : public VrObject {
                     VrPatch* patch);
   bool emitLocation(VrPrimitiveContext& context, double u, double v, int face,
                     const std::vector<VrPatch*>& patches);
+  /// Whether the primitive built for every sample is finite; otherwise it is culled, with one
+  /// Warning per render naming the attribute.
+  bool finiteOrCulled(VrPrimitiveContext& context, int samples, double u, double v, int face);
+
+  std::atomic<bool> warnedNonFinite{false};
   void faceStarts(VrPrimitiveContext& context, int face, const std::vector<VrPatch*>& patches) const;
 
   VrExpression regionExpression;

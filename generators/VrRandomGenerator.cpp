@@ -196,7 +196,9 @@ void VrRandomGenerator::scatter(VrPrimitiveContext& context, int face, const std
   // How many: area times density, the fraction rounded up or down by a value hashed from the
   // face, so that many small faces together reach the right total.
   const double area = patch.area(face);
-  double samples = area * densityValue;
+  // A density past any count the table can hold becomes the largest count: the face then runs
+  // into the tiling warnings below instead of wrapping to nothing.
+  double samples = std::min(area * densityValue, static_cast<double>(std::numeric_limits<int32_t>::max() - 1));
   const double fraction = samples - static_cast<double>(truncate32(samples));
   const bool roundedUp = fraction > roundOffExpr.eval(0.0, 0.0, face, &name).x;
   if (roundedUp) samples += 1.0;

@@ -158,6 +158,23 @@ const VrExpression* VrPrimitive::attrExpression(const std::string& name) const {
   return nullptr;
 }
 
+bool VrPrimitive::finiteGeometry(VrPrimitiveContext& context) const {
+  for (const SgVec3T<double>& p : context.cGeom())
+    if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z)) return false;
+  return std::isfinite(context.cWidth()) && std::isfinite(context.cDepth());
+}
+
+std::string VrPrimitive::nonFiniteAttribute(const VrPrimitiveContext& context, double u, double v) const {
+  const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
+  for (const std::string& name : attrNames()) {
+    const VrExpression* e = attrExpression(name);
+    if (!e) continue;
+    const SgVec3T<double> value = e->eval(u, v, context.cFaceId(), patchName);
+    if (!std::isfinite(value.x) || !std::isfinite(value.y) || !std::isfinite(value.z)) return name;
+  }
+  return "CVs";
+}
+
 void VrPrimitive::copyAttrs(const VrPrimitive* other) {
   if (!other || other == this) return;
   VR_DEBUG(2, vrmsg::CatPrimitive, "Copying primitive attributes.");

@@ -32,6 +32,13 @@ class VrPrimitive : public VrBasePrimitive {
   /// The expression object of an expression attribute ("length", "width", "offU", ...); null for
   /// other attributes.
   virtual const VrExpression* attrExpression(const std::string& name) const;
+  /// Whether everything a back end reads of the built primitive in `context` (CVs, sizes) is a
+  /// finite number.
+  virtual bool finiteGeometry(VrPrimitiveContext& context) const;
+  /// The name of the first expression attribute that is not a finite number at (u, v) on the
+  /// context's face, to say why `finiteGeometry` failed; "CVs" when every attribute is finite
+  /// (an FX module, say, made the CVs).
+  std::string nonFiniteAttribute(const VrPrimitiveContext& context, double u, double v) const;
   /// Copies every attribute of `other` that it holds, through `setAttr`.
   void copyAttrs(const VrPrimitive* other);
 

@@ -138,6 +138,11 @@ bool VrSplinePrimitive::setAttr(const std::string& name, const std::string& valu
   if (name == "fxCVCount") {
     int n = 0;
     if (!intAttr(name, value, n)) return false;
+    if (n > static_cast<int>(maxCVCount)) {
+      VR_ERROR("Cant set fx cv count to a value greater than " + std::to_string(maxCVCount) + ".");
+      VrObject::setAttr(name, std::to_string(fxCVs), type, enumStrings);
+      return false;
+    }
     fxCVs = static_cast<unsigned>(std::max(n, 0));
     return true;
   }
@@ -163,6 +168,10 @@ bool VrSplinePrimitive::setAttr(const std::string& name, const std::string& valu
 bool VrSplinePrimitive::setAttrCVCount(int n) {
   if (n < 3) {
     VR_ERROR("Cant set cv count to a value less than three.");
+    return false;
+  }
+  if (n > static_cast<int>(maxCVCount)) {
+    VR_ERROR("Cant set cv count to a value greater than " + std::to_string(maxCVCount) + ".");
     return false;
   }
   VR_DEBUG(3, vrmsg::CatPrimitive, "Changing the number of attribute CVs: " + std::to_string(n));
@@ -191,6 +200,12 @@ void VrSplinePrimitive::getExternalContext(ExternalContext& pairs, const std::st
   VrPrimitive::getExternalContext(pairs, prefix);
   taperExpression.getExternalContext(pairs, prefix + "taper");
   taperStartExpression.getExternalContext(pairs, prefix + "taperStart");
+}
+
+bool VrSplinePrimitive::finiteGeometry(VrPrimitiveContext& context) const {
+  const auto* spline = dynamic_cast<const VrSplinePrimitiveContext*>(&context);
+  return VrPrimitive::finiteGeometry(context) &&
+         (!spline || (std::isfinite(spline->taper) && std::isfinite(spline->taperStart)));
 }
 
 const VrExpression* VrSplinePrimitive::attrExpression(const std::string& name) const {

@@ -46,6 +46,8 @@ class VrSplinePrimitive : public VrPrimitive {
   std::string typeName() const override { return "SplinePrimitive"; }
   void getExternalContext(ExternalContext& pairs, const std::string& prefix) const override;
   const VrExpression* attrExpression(const std::string& name) const override;
+  /// The base's test, and the taper that sets the widths along the spline.
+  bool finiteGeometry(VrPrimitiveContext& context) const override;
 
   std::unique_ptr<VrPrimitiveContext> createContext() const override;
   /// The serial context as a spline context.
@@ -84,8 +86,11 @@ class VrSplinePrimitive : public VrPrimitive {
   bool displayWidth() const { return displayWidthFlag; }
   bool tubeShade() const { return tubeShadeFlag; }
   unsigned attrCVCount() const { return attrCVs; }
+  /// The most CVs `attrCVCount` and `fxCVCount` take: far more than any hair needs, few enough
+  /// that a slip of the keyboard cannot exhaust the memory of a render.
+  static constexpr unsigned maxCVCount = 1000;
   /// Remakes the bend attributes for `n` CVs, keeping values whose index still exists; false
-  /// with an Error below three.
+  /// with an Error below three or above `maxCVCount`.
   bool setAttrCVCount(int n);
   /// `fxCVCount`.
   unsigned finalCVCount() const override { return fxCVs; }

@@ -470,6 +470,19 @@ TEST(VrRandomGeneratorTiling, PastTheSecondLimitTheFaceStopsKeepingWhatWasMade) 
   EXPECT_EQ(scene.id(), 700000u);  // the next ids are those after the whole face
 }
 
+// A density past any count (1e300) is the largest count: the face runs to the tiling stop with
+// its warnings instead of wrapping round to nothing.
+TEST(VrRandomGeneratorTiling, AnOverflowingDensityRunsToTheStopInsteadOfNothing) {
+  Scene scene(quadGrid(1, 1), "hugeGroom");
+  scene.generator->setAttr("density", "1e300");
+  scene.renderer->emit = false;
+  vrtest::CaptureLogger log;
+  scene.runFace(0);
+  ASSERT_EQ(log.warnings().size(), 2u);
+  EXPECT_NE(log.warnings()[1].find("You have exceeded the number of samples"), std::string::npos);
+  EXPECT_EQ(scene.id(), 2147483646u);
+}
+
 TEST(VrRandomGeneratorScatter, FlipsDifferBetweenDescriptions) {
   Scene a(quadGrid(1, 1), "flipA");
   Scene b(quadGrid(1, 1), "flipB");

@@ -887,3 +887,46 @@ TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
     checkShapeObject(dir.file("out1.abc"), row.kind, count, cp, face << 32 | id);
   }
 }
+
+// Values no hair can have: an attribute that divides by zero culls the primitives it reaches with
+// one warning naming it, and nothing that is not a number reaches the output; a CV count that
+// would exhaust the memory is refused when it is set.
+TEST(VornRender, NonFiniteAttributesCullWithOneWarningAndHugeCVCountsAreRefused) {
+  struct Row {
+    const char* attribute;
+    const char* value;
+    const char* said;
+  };
+  const Row rows[] = {
+      {"length", "1/0", "attribute \"length\" is not a finite number"},
+      {"width", "1/0", "attribute \"width\" is not a finite number"},
+      {"taper", "log(0)", "attribute \"taper\" is not a finite number"},
+      {"offN", "0/0", "attribute \"offN\" is not a finite number"},
+      {"attrCVCount", "100000000", "Cant set cv count to a value greater than 1000."},
+      {"fxCVCount", "100000000", "Cant set fx cv count to a value greater than 1000."},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.attribute);
+    vrtest::TempDir dir;
+    const std::string collection = smallCollection(dir);
+    const auto set = vorn("set " + shellWord(collection) + " " + row.attribute + " " + shellWord(row.value) +
+                          " hair SplinePrimitive");
+    const bool refused = std::string(row.attribute).find("CVCount") != std::string::npos;
+    if (refused) {  // said, and the file keeps the count it had
+      EXPECT_NE(set.output.find(row.said), std::string::npos) << set.output;
+      EXPECT_EQ(readText(collection).find("100000000"), std::string::npos);
+      continue;
+    }
+    ASSERT_EQ(set.exitCode, 0) << set.output;
+    const std::string out = dir.file("out.jsonl");
+    const auto render = vorn(renderArgs(collection, exampleDir + "/head.abc", out));
+    ASSERT_EQ(render.exitCode, 0) << render.output;
+    size_t said = 0;
+    for (size_t at = render.output.find(row.said); at != std::string::npos; at = render.output.find(row.said, at + 1))
+      ++said;
+    EXPECT_EQ(said, 1u) << render.output;
+    const std::string lines = readText(out);
+    EXPECT_EQ(lines.find("nan"), std::string::npos);
+    EXPECT_EQ(lines.find("inf"), std::string::npos);
+  }
+}
