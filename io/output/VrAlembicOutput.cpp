@@ -2,6 +2,8 @@
 
 #include "io/alembic/VrAbcMotionSpools.h"
 
+#include <cstring>
+
 namespace {
 
 // An object name from a description and patch: path separators and name-space colons become
@@ -44,27 +46,26 @@ bool VrAlembicOutput::write(const std::string& patch, const VrOutputPrimitive* p
     const char* kind = primitives[from].kind;
     size_t to = from + 1;
     while (to < count && (primitives[to].kind == kind ||
-                          (kind && primitives[to].kind && std::string(kind) == primitives[to].kind)))
+                          (kind && primitives[to].kind && std::strcmp(kind, primitives[to].kind) == 0)))
       ++to;
     for (size_t i = from; i < to; ++i)
       if (primitives[i].numSamples != samples)
         return abort("a primitive of " + std::to_string(primitives[i].numSamples) + " samples where " +
                      std::to_string(samples) + " were asked for");
-    std::unique_ptr<VrShapeSpool> fresh = VrShapeSpool::forKind(kind);
-    if (!fresh) {
-      if (!writeCurves(patch, primitives + from, to - from)) return false;
+    if (!VrShapeSpool::hasObjectOfItsOwn(kind)) {
+      if (!writeCurves(primitives + from, to - from)) return false;
     } else {
-      const std::string key = std::string(kind) + "\n" + (primitives[from].description ? primitives[from].description : "") +
-                              "\n" + patch;
+      const char* description = primitives[from].description;
+      const std::string key = std::string(kind) + "\n" + (description ? description : "") + "\n" + patch;
       if (!shape || key != shapeKey) {
         if (!flushShape()) return false;
+        shape = VrShapeSpool::forKind(kind);
         std::string error;
-        if (!fresh->open(sampleTimes, "", error)) return abort(error);
-        shape = std::move(fresh);
+        if (!shape->open(sampleTimes, "", error)) return abort(error);
         shapeKey = key;
-        shapeName = objectNameOf(primitives[from].description, patch);
+        shapeName = objectNameOf(description, patch);
         for (int n = 1; objectNames.count(shapeName); ++n)
-          shapeName = objectNameOf(primitives[from].description, patch) + "_" + std::to_string(n);
+          shapeName = objectNameOf(description, patch) + "_" + std::to_string(n);
         objectNames.insert(shapeName);
       }
       for (size_t i = from; i < to; ++i)
@@ -77,7 +78,7 @@ bool VrAlembicOutput::write(const std::string& patch, const VrOutputPrimitive* p
   return true;
 }
 
-bool VrAlembicOutput::writeCurves(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
+bool VrAlembicOutput::writeCurves(const VrOutputPrimitive* primitives, size_t count) {
   const size_t samples = points.size();
   for (std::vector<float>& row : points) row.clear();
   widths.clear();

@@ -23,7 +23,7 @@ class VrAlembicOutput : public VrPrimitiveOutput {
   bool end() override;
 
  private:
-  bool writeCurves(const std::string& patch, const VrOutputPrimitive* primitives, size_t count);
+  bool writeCurves(const VrOutputPrimitive* primitives, size_t count);
   /// Writes the open shape object into the archive and drops its spools.
   bool flushShape();
   bool abort(const std::string& what);

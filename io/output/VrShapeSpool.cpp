@@ -5,11 +5,20 @@
 
 #include <cstring>
 
+namespace {
+
+bool named(const char* kind, const char* name) { return kind && std::strcmp(kind, name) == 0; }
+
+}  // namespace
+
 std::unique_ptr<VrShapeSpool> VrShapeSpool::forKind(const char* kind) {
-  if (!kind) return nullptr;
-  if (std::strcmp(kind, "CardPrimitive") == 0) return std::make_unique<VrCardMeshSpool>();
-  if (std::strcmp(kind, "SpherePrimitive") == 0) return std::make_unique<VrSpherePointsSpool>();
+  if (named(kind, "CardPrimitive")) return std::make_unique<VrCardMeshSpool>();
+  if (named(kind, "SpherePrimitive")) return std::make_unique<VrSpherePointsSpool>();
   return nullptr;
+}
+
+bool VrShapeSpool::hasObjectOfItsOwn(const char* kind) {
+  return named(kind, "CardPrimitive") || named(kind, "SpherePrimitive");
 }
 
 bool VrShapeSpool::open(const std::vector<double>& times, const std::string& directory, std::string& error) {

@@ -15,6 +15,8 @@ class VrShapeSpool {
  public:
   /// The spool for primitives of `kind`, or null when the kind has no object of its own.
   static std::unique_ptr<VrShapeSpool> forKind(const char* kind);
+  /// Whether primitives of `kind` (a `typeName`; null for a spline) become an object of their own.
+  static bool hasObjectOfItsOwn(const char* kind);
 
   virtual ~VrShapeSpool() = default;
   /// Makes the spools for samples at `times`; false with the reason in `error`.
@@ -26,6 +28,14 @@ class VrShapeSpool {
 
  protected:
   virtual bool openOwn(const std::string& directory, std::string& error) = 0;
+  /// Points `sample` (a mesh or points writer's spooled sample) at the positions, velocities
+  /// and box of motion sample `s`.
+  template <class Sample>
+  void motionSample(unsigned s, Sample& sample) const {
+    sample.positions = &motion.positions(s);
+    sample.velocities = motion.velocities(s);
+    for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
+  }
   /// Opens each of `spools` in `directory`.
   static bool openAll(std::initializer_list<VrAbcSpool*> spools, const std::string& directory, std::string& error);
 
