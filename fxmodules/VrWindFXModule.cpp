@@ -119,6 +119,9 @@ bool VrWindFXModule::setAttr(const std::string& name, const std::string& value, 
     }
   if (name == "direction") {
     direction.setExpression(withoutTrailingSemicolons(value));
+    // A direction without variables is worked out once, not per primitive.
+    constantDirection = direction.isConstant();
+    if (constantDirection) directionValue = direction.eval(0.0, 0.0, 0);
     return true;
   }
   if (name == "_xform" || name == "_regionXform") {
@@ -257,7 +260,8 @@ bool VrWindFXModule::bend(const VrFXLocation& where, std::vector<Vec>& cvs,
   const double g = region * m * (1.0 - k);
   if (!(g > 0.0)) return false;
 
-  gust.dir = noiseXform.transformed(direction.eval(where.u, where.v, where.face, where.patchName), true);
+  gust.dir = noiseXform.transformed(
+      constantDirection ? directionValue : direction.eval(where.u, where.v, where.face, where.patchName), true);
   const double constant = gust.dir.normalize();
   if (constant == 0.0) return false;
   gust.R = cvs[n - 1] - gust.root;

@@ -79,6 +79,8 @@ class VrWindFXModule : public VrFXModule, public VrWireSupport {
   VrFXExprAttr stiffness, constStrength, gustStrength, shearStrength, shearFreq, seed;
   VrFXExprAttr lowS, loBias, hiS, hiBias, hiFreq;
   VrExpression direction;
+  bool constantDirection = false;
+  SgVec3T<double> directionValue;
   std::string xformText, regionXformText;
   SgXform3T<double> noiseXform, regionXform;
   double regionFalloff = 0.2;

@@ -85,9 +85,7 @@ TEST(VrNoiseFXModule, CorrelationDecidesWhetherSplinesMoveAlike) {
 TEST(VrNoiseFXModule, BakedNoiseRendersTheCVsOfLiveNoise) {
   vrtest::TempDir dir;
   ShapeScene scene(nullptr, {});
-  scene.description->setActive("RandomGenerator");
-  scene.description->activeGenerator()->setAttr("density", "40");
-  scene.spline->setAttr("length", "1.0 + $u", "expr");
+  scene.scatter();
   auto* noise = static_cast<VrNoiseFXModule*>(
       scene.add("NoiseFXModule", {{"magnitude", "0.3 + 0.2 * $t"}, {"preserveLength", "50"}}));
   noise->setAttr("bakeDir", "/" + dir.path() + "/noise/", "string");  // "//": an absolute folder
@@ -205,10 +203,7 @@ TEST(VrCoilFXModule, WindsEveryCVButTheRootAtTheRadiusAcrossTheSpline) {
 
 TEST(VrShapeFXModules, RendersOnOneAndTwoThreadsAreIdentical) {
   ShapeScene scene(nullptr, {});
-  scene.description->setActive("RandomGenerator");
-  scene.description->activeGenerator()->setAttr("density", "40");
-  scene.spline->setAttr("length", "1.0 + $u", "expr");
-  scene.spline->setAttr("offU", "0.6 * $v", "expr");
+  scene.scatter();
   scene.add("NoiseFXModule", {{"magnitude", "0.3 + 0.2 * $t"}, {"preserveLength", "50"}});
   scene.add("CutFXModule", {{"amount", "rand(0.0, 1.6)"}, {"rebuildType", "1"}});
   scene.add("CoilFXModule", {{"radius", "0.05"}, {"count", "2"}});

@@ -104,10 +104,7 @@ TEST(VrWindFXModule, WindChangesWithTheFrameAndRepeatsOnTheSameFrame) {
 
 TEST(VrWindFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
   ShapeScene scene(nullptr, {});
-  scene.description->setActive("RandomGenerator");
-  scene.description->activeGenerator()->setAttr("density", "40");
-  scene.spline->setAttr("length", "1.0 + $u", "expr");
-  scene.spline->setAttr("offU", "0.6 * $v", "expr");
+  scene.scatter();
   scene.palette->setFrame(7.0);
   scene.add("NoiseFXModule", {{"magnitude", "0.2"}});
   scene.add("WindFXModule", {{"gustStrength", "2.0 * $v"}, {"shearStrength", "0.5"}, {"seed", "$u"}});

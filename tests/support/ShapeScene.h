@@ -28,6 +28,14 @@ struct ShapeScene : PatchScene {
     spline->setAttr("length", "2.0", "expr");
     if (type) add(type, attrs);
   }
+  /// For renders of the whole patch: about 40 splines per unit of area, of lengths 1 to 2
+  /// leaning over in u, so that they differ from one another.
+  void scatter() {
+    description->setActive("RandomGenerator");
+    description->activeGenerator()->setAttr("density", "40");
+    spline->setAttr("length", "1.0 + $u", "expr");
+    spline->setAttr("offU", "0.6 * $v", "expr");
+  }
   /// Appends a module of `type`, setting the attributes it has.
   VrFXModule* add(const char* type, const Attrs& attrs) {
     module = spline->addFXModule(type);
