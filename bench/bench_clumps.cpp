@@ -91,23 +91,29 @@ BENCHMARK(BM_ClumpRender)
     ->Iterations(1)
     ->UseRealTime();
 
+// Shapes: 0 clump and noise; 1 also cut and coil; 2 also wind.
 void BM_StyledRender(benchmark::State& state) {
-  const bool allShapes = state.range(0) != 0;
+  const int shapes = static_cast<int>(state.range(0));
   SplineSkin skin;
   skin.addClumping();
   skin.spline->addFXModule("NoiseFXModule")->setAttr("magnitude", "0.2", "expr");
-  if (allShapes) {
+  if (shapes >= 1) {
     skin.spline->addFXModule("CutFXModule")->setAttr("amount", "rand(0.0,0.3)", "expr");
     VrFXModule* coil = skin.spline->addFXModule("CoilFXModule");
     coil->setAttr("radius", "0.05", "expr");
     coil->setAttr("count", "2", "expr");
   }
+  if (shapes >= 2) {
+    skin.palette->setFrame(12.0);
+    skin.spline->addFXModule("WindFXModule")->setAttr("gustStrength", "0.8", "expr");
+  }
   skin.render(state, static_cast<int>(state.range(1)));
-  state.SetLabel(allShapes ? "clump, noise, cut, coil" : "clump, noise");
+  static const char* const labels[] = {"clump, noise", "clump, noise, cut, coil", "clump, noise, cut, coil, wind"};
+  state.SetLabel(labels[shapes]);
 }
 BENCHMARK(BM_StyledRender)
-    ->ArgsProduct({{0, 1}, {1, 2}})
-    ->ArgNames({"allShapes", "threads"})
+    ->ArgsProduct({{0, 1, 2}, {1, 2}})
+    ->ArgNames({"shapes", "threads"})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1)
     ->UseRealTime();

@@ -9,6 +9,7 @@
 #include "fxmodules/VrCutFXModule.h"
 #include "fxmodules/VrFXModule.h"
 #include "fxmodules/VrNoiseFXModule.h"
+#include "fxmodules/VrWindFXModule.h"
 #include "generators/VrFileGenerator.h"
 #include "generators/VrGuideGenerator.h"
 #include "generators/VrPointGenerator.h"
@@ -70,7 +71,7 @@ constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
     "CollisionFXModule", "ControlWiresFXModule", "DebugFXModule",
     "MeshCutFXModule", "ParticleFXModule", "PlaneAnimFXModule",
-    "PreserveClumpsFXModule", "SnapshotFXModule", "WindFXModule", "ApplyNetForceFXModule",
+    "PreserveClumpsFXModule", "SnapshotFXModule", "ApplyNetForceFXModule",
     "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
     "SphereForceFXModule"};
 
@@ -109,6 +110,7 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("NoiseFXModule", &createObject<VrNoiseFXModule>) &&
                         VrRegisterModule("CutFXModule", &createObject<VrCutFXModule>) &&
                         VrRegisterModule("CoilFXModule", &createObject<VrCoilFXModule>) &&
+                        VrRegisterModule("WindFXModule", &createObject<VrWindFXModule>) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&

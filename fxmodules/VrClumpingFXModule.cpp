@@ -19,6 +19,7 @@
 #include "document/VrDescription.h"
 #include "document/vrutilFiles.h"
 #include "expressions/VrSeExprMath.h"
+#include "fxmodules/VrFXRotation.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
 #include "geometry/vrutilMath.h"
@@ -35,11 +36,6 @@ namespace {
 using Vec = SgVec3T<double>;
 
 constexpr double Straight = 0.99999;
-
-Vec rotated(const Vec& v, const Vec& axis, double radians) {
-  const double c = std::cos(radians), s = std::sin(radians);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
-}
 
 Vec unit(Vec v) {
   v.normalize();
@@ -259,6 +255,10 @@ void VrClumpingFXModule::readPatch(VrPrimitive* owner, const VrPatch* patch) {
 
 void VrClumpingFXModule::finishDescription() { clearGuides(); }
 
+unsigned VrClumpingFXModule::regionIdAt(double u, double v, int face, const std::string* patchName) const {
+  return vrutil::decodeRGB2Id(regionExpression.eval(u, v, face, patchName));
+}
+
 bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   const VrPatch* patch = context.cPatch();
   std::vector<Vec>& P = context.getGeom();
@@ -280,7 +280,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   }
 
   // 1-3: the guide named by the region map.
-  const unsigned id = vrutil::decodeRGB2Id(regionExpression.eval(u, v, face, patchName));
+  const unsigned id = regionIdAt(u, v, face, patchName);
   if (id == 0) return true;
   const unsigned g = id - 1;
   VrExpression::setCustomVariable(idVariable, static_cast<double>(g));
@@ -374,9 +374,9 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   if (T.dot(D0) < Straight) {
     const Vec axis = unit(T.cross(D0));
     const double angle = angleBetween(T, D0);
-    T = rotated(T, axis, angle);
-    A = rotated(A, axis, angle);
-    B = rotated(B, axis, angle);
+    T = vrFXRotated(T, axis, angle);
+    A = vrFXRotated(A, axis, angle);
+    B = vrFXRotated(B, axis, angle);
   }
 
   // 12-13: along the guide.
@@ -407,17 +407,17 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     }
     d = d * (1.0 - c);
     if (pendingAngle != 0.0) {
-      T = rotated(T, pendingAxis, pendingAngle);
-      A = rotated(A, pendingAxis, pendingAngle);
-      B = rotated(B, pendingAxis, pendingAngle);
+      T = vrFXRotated(T, pendingAxis, pendingAngle);
+      A = vrFXRotated(A, pendingAxis, pendingAngle);
+      B = vrFXRotated(B, pendingAxis, pendingAngle);
       pendingAngle = 0.0;
     }
     if (std::fabs(D.dot(Dprev)) < Straight) {
       pendingAxis = unit(Dprev.cross(D));
       pendingAngle = 0.5 * angleBetween(Dprev, D);
-      T = rotated(T, pendingAxis, pendingAngle);
-      A = rotated(A, pendingAxis, pendingAngle);
-      B = rotated(B, pendingAxis, pendingAngle);
+      T = vrFXRotated(T, pendingAxis, pendingAngle);
+      A = vrFXRotated(A, pendingAxis, pendingAngle);
+      B = vrFXRotated(B, pendingAxis, pendingAngle);
     }
     T.normalize();
     A.normalize();
@@ -425,14 +425,14 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     Vec r = T * d.dot(T) + A * d.dot(A) + B * ((1.0 - f) * d.dot(B));
     Vec w = B * o;
     if (q != 0.0) {
-      r = rotated(r, T, q);
-      w = rotated(w, T, q);
+      r = vrFXRotated(r, T, q);
+      w = vrFXRotated(w, T, q);
     }
     G[i] += w;
     const Vec step = unit(G[i] - G[i - 1]);
     if (std::fabs(step.dot(Dprev)) < Straight) {
       const Vec axis = unit(Dprev.cross(step));
-      if (axis.length() > 0.0) r = rotated(r, axis, angleBetween(Dprev, step));
+      if (axis.length() > 0.0) r = vrFXRotated(r, axis, angleBetween(Dprev, step));
     }
     P[i] = G[i] + r;
     Dprev = D;

@@ -46,6 +46,9 @@ class VrClumpingFXModule : public VrFXModule, public VrClumpGuides {
   const VrExpression* ptMaskExpr() const;
   /// The text of the internal region expression.
   const std::string& regionExpressionText() const { return regionExpression.expression(); }
+  /// The guide id that the region map holds at a location: guide i + 1, or 0 for none. Valid
+  /// from `initDescription` on; safe from any number of workers.
+  unsigned regionIdAt(double u, double v, int face, const std::string* patchName) const;
   /// Names of the CV attributes written with `cvAttr`: the clump amount and the guide copy.
   std::string amountAttrName() const { return name() + "Amount"; }
   std::string guideAttrName() const { return name() + "Guide"; }

@@ -8,6 +8,7 @@
 
 #include "fxmodules/VrCoilFXModule.h"
 
+#include "fxmodules/VrFXRotation.h"
 #include "primitives/VrPrimitiveContext.h"
 
 #include <cmath>
@@ -16,11 +17,6 @@ namespace {
 
 using Vec = SgVec3T<double>;
 constexpr double TwoHundredPi = 628.3185307179587;
-
-Vec rotated(const Vec& v, const Vec& axis, double radians) {
-  const double c = std::cos(radians), s = std::sin(radians);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
-}
 
 // A worker's buffers for one coil module.
 class CoilState : public VrFXModuleContext {
@@ -104,7 +100,7 @@ bool VrCoilFXModule::computeParallel(VrPrimitiveContext& context) {
   for (size_t i = 1; i < n; ++i) {
     angle += (0.5 - state->countScale[i]) * frame.steps[i - 1] * factor;
     const Vec offset = frame.across[i] * (r * state->radiusScale[i]);
-    P[i] += rotated(offset, frame.along(i), angle * c);
+    P[i] += vrFXRotated(offset, frame.along(i), angle * c);
   }
   return true;
 }

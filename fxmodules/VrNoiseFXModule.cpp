@@ -9,11 +9,20 @@
 //
 // `noise` lies in [0, 1], so each component stays within 0.5 w. The rest position keeps the
 // pattern still while the surface moves, across frames and motion samples.
+//
+// A bake stores the three displacements of each CV as floats, and baked noise applies them in
+// the frame of the spline being rendered, so live and baked noise agree to float rounding.
 
 #include "fxmodules/VrNoiseFXModule.h"
 
 #include "base/VrMessage.h"
+#include "base/vrutilName.h"
+#include "document/VrDescription.h"
+#include "document/VrPalette.h"
+#include "document/vrutilFiles.h"
+#include "geometry/VrPatch.h"
 #include "geometry/vrutilMath.h"
+#include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
 
 #include <algorithm>
@@ -52,6 +61,10 @@ bool VrNoiseFXModule::setAttr(const std::string& name, const std::string& value,
     }
   if (name == "magnitudeScale") return rampAttr(name, value, magnitudeScale);
   if (name == "mode") return intAttr(name, value, noiseMode);
+  if (name == "bakeDir") {
+    bakeDir = value;
+    return true;
+  }
   return false;
 }
 
@@ -61,9 +74,159 @@ void VrNoiseFXModule::getExternalContext(ExternalContext& pairs, const std::stri
     e->expr.getExternalContext(pairs, prefix + e->name());
 }
 
+std::string VrNoiseFXModule::bakeFileName(const VrPatch& patch) const {
+  return bakeDir + vrutil::stripNameSpace(patch.name()) + ".vpd";
+}
+
+unsigned VrNoiseFXModule::recordCVCount() const {
+  // The header holds the count in one byte.
+  return std::min(primitive() ? primitive()->maximumCVCount() : 0u, 255u);
+}
+
 void VrNoiseFXModule::initDescription(VrPrimitive* owner) {
   VrFXModule::initDescription(owner);
-  if (isActive() && noiseMode == 1) deactivate("Baked noise is not available in this build. ");
+  bakedFiles.clear();
+  bakeWriters.clear();
+  VrDescription* desc = description();
+  if (!isActive() || !owner || !desc) return;
+  for (const auto& entry : desc->patches()) {
+    if (!entry.second) continue;
+    if (noiseMode == 1)
+      openBakedFile(*entry.second);
+    else if (bakeOn)
+      createBakeFile(*entry.second);
+  }
+}
+
+void VrNoiseFXModule::openBakedFile(const VrPatch& patch) {
+  std::string path;
+  if (!vrutil::findFileInVrDataPath(path, bakeFileName(patch), patch.name(), description(), name(), true))
+    path = vrutil::resolveFileInVrDataPath(bakeFileName(patch), patch.name(), description(), name());
+  std::unique_ptr<VpdFileCachedReader> reader = VpdFileCachedReader::open(path);
+  if (!reader) {
+    VR_ERROR("Failed to open VPD file: " + path);
+    return;
+  }
+  const int block = reader->blockIndex(Vpd::NoiseFXBlock);
+  if (block < 0) {
+    VR_ERROR("Failed to find the NoiseFX block in file: " + path);
+    return;
+  }
+  if (reader->coordSpace() != Vpd::ObjectSpace) {
+    VR_ERROR("Incorrect coordSpace in VPD file: " + path);
+    return;
+  }
+  if (reader->primType() != Vpd::SplinePrimitive) {
+    VR_ERROR("Incorrect primitive type in VPD file: " + path);
+    return;
+  }
+  if (reader->cvCount() != recordCVCount()) {
+    VR_ERROR("Incorrect CV count in VPD file: " + path);
+    return;
+  }
+  bakedFiles[patch.name()] = BakedFile{std::move(reader), block, path};
+}
+
+void VrNoiseFXModule::createBakeFile(const VrPatch& patch) {
+  std::string path = bakeFileName(patch);
+  if (!vrutil::expandOutputFileName(path, patch.name(), description(), name(), true)) {
+    VR_ERROR("Failed to open VPD file: " + path);
+    return;
+  }
+  const VrPalette* palette = description()->palette();
+  std::string why;
+  std::unique_ptr<VpdFileCachedWriter> writer = VpdFileCachedWriter::openWrite(
+      path, patch.faceIds(), Vpd::SplinePrimitive, static_cast<unsigned char>(recordCVCount()), Vpd::ObjectSpace,
+      {Vpd::NoiseFXBlock}, palette ? static_cast<float>(palette->frame()) : 0.0f, 0, {}, &why);
+  if (!writer) {
+    VR_ERROR("Failed to open VPD file: " + path + (why.empty() ? std::string() : " (" + why + ")"));
+    return;
+  }
+  bakeWriters[patch.name()] = std::move(writer);
+}
+
+void VrNoiseFXModule::finishDescription() {
+  for (auto& entry : bakeWriters)
+    if (!entry.second->commitAndClose())
+      VR_ERROR("Failed to close VPD file: " + entry.second->path() + " (" + entry.second->error() + ")");
+  bakeWriters.clear();
+  bakedFiles.clear();
+  VrFXModule::finishDescription();
+}
+
+void VrNoiseFXModule::beginPatchFace(VrPrimitiveContext& context, const VrPatch* patch, int face) {
+  auto* state = static_cast<VrNoiseFXModuleContext*>(context.fxModuleContext(this));
+  if (!state) {
+    context.addModuleContext(this, createModuleContext());
+    state = static_cast<VrNoiseFXModuleContext*>(context.fxModuleContext(this));
+  }
+  state->face = face;
+  state->patch = patch;
+  state->reader = nullptr;
+  state->positioned = false;
+  state->writing = false;
+  if (!patch) return;
+  if (noiseMode == 1) {
+    const auto found = bakedFiles.find(patch->name());
+    if (found != bakedFiles.end()) {
+      state->reader = found->second.reader.get();
+      state->readerPath = found->second.path;
+      state->positioned = positionReader(*state);
+      if (state->positioned && !state->reader->findBlock(state->readPosition, found->second.block)) {
+        VR_ERROR("Failed to find block in VPD file: " + state->readerPath);
+        state->positioned = false;
+      }
+    }
+    return;
+  }
+  const auto found = bakeWriters.find(patch->name());
+  if (found == bakeWriters.end()) return;
+  VpdFileCachedWriter& writer = *found->second;
+  // A face rendered twice in one pass is baked once.
+  state->writing = writer.startFace(state->writePosition, face) && writer.startBlock(state->writePosition, 0);
+  state->writer = state->writing ? &writer : nullptr;
+}
+
+bool VrNoiseFXModule::positionReader(VrNoiseFXModuleContext& state) const {
+  if (state.reader->findFace(state.readPosition, state.face)) return true;
+  // A face the file lists without records had everything culled when it was baked.
+  const std::vector<int>& listed = state.reader->faceIds();
+  if (std::find(listed.begin(), listed.end(), state.face) == listed.end())
+    VR_ERROR("FaceId " + std::to_string(state.face) + " not found in VPD file: " + state.readerPath);
+  return false;
+}
+
+void VrNoiseFXModule::endPatchFace(VrPrimitiveContext& context, const VrPatch*, int) {
+  auto* state = static_cast<VrNoiseFXModuleContext*>(context.fxModuleContext(this));
+  if (!state) return;
+  state->face = -1;
+  state->patch = nullptr;
+  state->reader = nullptr;
+  state->positioned = false;
+  state->writing = false;
+  state->writer = nullptr;
+  state->readPosition.reset();
+  state->writePosition.reset();
+}
+
+bool VrNoiseFXModule::readDisplacements(VrNoiseFXModuleContext& state, unsigned id, size_t n) const {
+  if (!state.reader->findPrim(state.readPosition, id, state.record)) {
+    if (!state.readPosition.error().empty()) {
+      VR_ERROR("Failed to read primitive on face " + std::to_string(state.face) + " from VPD file: " + state.readerPath);
+      return false;
+    }
+    const VrDescription* desc = description();
+    VR_DEBUG(3, vrmsg::CatFXModule,
+             "Primitive " + std::to_string(id) + " on face " + std::to_string(state.face) + " is not in VPD file " +
+                 state.readerPath + ". Must be previously culled. Ignored in bake mode for previewing. [" +
+                 (desc ? desc->name() : std::string()) + "," + name() + "]");
+    return false;
+  }
+  if (state.record.size() != 3 * (n - 1) + 1 || state.record[0] != static_cast<float>(n)) {
+    VR_ERROR("Failed to read primitive on face " + std::to_string(state.face) + " from VPD file: " + state.readerPath);
+    return false;
+  }
+  return true;
 }
 
 bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
@@ -97,21 +260,43 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
   const double g = std::max(f, 0.5 / frame.length);
   const double h = 1.0 / static_cast<double>(n - 1);
 
-  double d = 0.0;
-  for (size_t i = 1; i < n; ++i) {
-    d += frame.steps[i - 1];
-    if (magnitude.usesT) {
-      VrExpression::setThreadVariable("t", static_cast<double>(i) * h);  // no lock per CV
-      a = std::max(magnitude.at(where), 0.0);
+  // A spline of a face being rendered takes the bake's displacements; any other (a clump
+  // guide, say) gets live noise.
+  const bool baked = noiseMode == 1 && state->face == context.cFaceId() && state->patch == context.cPatch();
+  if (baked) {
+    if (!state->positioned || !readDisplacements(*state, context.id(), n)) return true;
+    for (size_t i = 1; i < n; ++i) {
+      const float* d = &state->record[1 + 3 * (i - 1)];
+      P[i] += frame.side[i] * static_cast<double>(d[0]) + frame.across[i] * static_cast<double>(d[1]) +
+              frame.along(i) * static_cast<double>(d[2]);
     }
-    const double w = m * state->magnitudeScale[i] * a;
-    const double e = d * g;
-    const double d1 = (vrutil::noise(X, Y, Z + e) - 0.5) * w;
-    const double d2 = (vrutil::noise(X, Y + e, Z) - 0.5) * w;
-    const double d3 = (vrutil::noise(X + e, Y, Z) - 0.5) * w;
-    P[i] += frame.side[i] * d3 + frame.across[i] * d2 + frame.along(i) * d1;
+  } else {
+    const bool writing = state->writing && state->face == context.cFaceId() && state->patch == context.cPatch();
+    if (writing) {
+      state->record.assign(1, static_cast<float>(n));
+      state->record.reserve(3 * (n - 1) + 1);
+    }
+    double d = 0.0;
+    for (size_t i = 1; i < n; ++i) {
+      d += frame.steps[i - 1];
+      if (magnitude.usesT) {
+        VrExpression::setThreadVariable("t", static_cast<double>(i) * h);  // no lock per CV
+        a = std::max(magnitude.at(where), 0.0);
+      }
+      const double w = m * state->magnitudeScale[i] * a;
+      const double e = d * g;
+      const double d1 = (vrutil::noise(X, Y, Z + e) - 0.5) * w;
+      const double d2 = (vrutil::noise(X, Y + e, Z) - 0.5) * w;
+      const double d3 = (vrutil::noise(X + e, Y, Z) - 0.5) * w;
+      if (writing) state->record.insert(state->record.end(), {static_cast<float>(d3), static_cast<float>(d2),
+                                                              static_cast<float>(d1)});
+      P[i] += frame.side[i] * d3 + frame.across[i] * d2 + frame.along(i) * d1;
+    }
+    if (magnitude.usesT) VrExpression::removeCustomVariable("t");
+    if (writing && !state->writer->writePrim(state->writePosition, context.id(), state->record))
+      VR_ERROR("Failed to write primitive on face " + std::to_string(state->face) + " to VPD file: " +
+               state->writer->path());
   }
-  if (magnitude.usesT) VrExpression::removeCustomVariable("t");
 
   if (k > LengthEpsilon) {
     const double current = SgCurve::length(P);

@@ -6,26 +6,55 @@
 // every spline samples the same noise). `preserveLength` (0-100) pulls the length back towards
 // that of the spline before the noise.
 //
-// `mode` "Use Baked Noise" (reading displacements from `.vpd` files under `bakeDir`) is not
-// available in this build: the module deactivates itself with an Error when it is chosen.
-// Owned by its primitive; fields are read-only during a pass and per-worker buffers live in
-// `VrNoiseFXModuleContext`, so `computeParallel` runs on any number of workers.
+// The noise can be baked: while `setBakeNoise(true)` is in force, a live pass writes each
+// rendered spline's displacements into the "NoiseFX" block of one `.vpd` file per patch under
+// `bakeDir`; `mode` "Use Baked Noise" reads them back instead of sampling the noise (a spline
+// that is not rendered, such as a clump guide, gets live noise). Record of a spline: its id, then
+// its CV count and three floats (side, across, along) for each CV from 1 on.
+//
+// Owned by its primitive; fields are read-only during a pass and per-worker buffers and file
+// positions live in `VrNoiseFXModuleContext`, so `computeParallel` runs on any number of workers.
 
 #include "fxmodules/VrFXCurveFrame.h"
 #include "fxmodules/VrFXExprAttr.h"
 #include "fxmodules/VrFXModule.h"
 
+#include "io/vpd/VpdFileCachedReader.h"
+#include "io/vpd/VpdFileCachedWriter.h"
+
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
-/// A worker's buffers for one noise module.
+/// A worker's buffers and baked-file positions for one noise module.
 class VrNoiseFXModuleContext : public VrFXModuleContext {
  public:
   std::string type() const override { return "NoiseFXModule"; }
-  std::unique_ptr<VrFXModuleContext> clone() const override { return std::make_unique<VrNoiseFXModuleContext>(*this); }
+  /// A worker's copy starts with no file position.
+  std::unique_ptr<VrFXModuleContext> clone() const override {
+    auto copy = std::make_unique<VrNoiseFXModuleContext>();
+    copy->magnitudeScale = magnitudeScale;
+    copy->sampledFor = sampledFor;
+    return copy;
+  }
   std::vector<double> magnitudeScale;
   unsigned sampledFor = 0;  // CV count the scale table holds
   VrFXCurveFrame frame;
+  std::vector<float> record;
+  /// The face this worker renders, set by `beginPatchFace` (-1 outside a face), and its patch.
+  int face = -1;
+  const VrPatch* patch = nullptr;
+  /// Reading a bake: the file of the face and the position in it; `positioned` once the face's
+  /// block is found.
+  const VpdFileCachedReader* reader = nullptr;
+  std::string readerPath;
+  VpdFileCachedReaderContext readPosition;
+  bool positioned = false;
+  /// Writing a bake: the position in the face's file, while `writing`.
+  VpdFileCachedWriterContext writePosition;
+  VpdFileCachedWriter* writer = nullptr;
+  bool writing = false;
 };
 
 class VrNoiseFXModule : public VrFXModule {
@@ -40,7 +69,12 @@ class VrNoiseFXModule : public VrFXModule {
     return primitiveType == "SplinePrimitive";
   }
 
+  /// With baked noise, opens the files of every patch; with a bake switched on, creates them.
   void initDescription(VrPrimitive* primitive) override;
+  /// Commits the files a bake wrote and closes those read.
+  void finishDescription() override;
+  void beginPatchFace(VrPrimitiveContext& context, const VrPatch* patch, int face) override;
+  void endPatchFace(VrPrimitiveContext& context, const VrPatch* patch, int face) override;
   bool computeParallel(VrPrimitiveContext& context) override;
   bool isThreadSafe() const override { return true; }
   std::unique_ptr<VrFXModuleContext> createModuleContext() const override {
@@ -49,9 +83,32 @@ class VrNoiseFXModule : public VrFXModule {
 
   /// 0 "Live Noise", 1 "Use Baked Noise".
   int mode() const { return noiseMode; }
+  /// Whether the next live passes write the noise files (the host's bake command; not saved).
+  void setBakeNoise(bool on) { bakeOn = on; }
+  bool bakeNoise() const { return bakeOn; }
+  /// The noise file of a patch: `bakeDir` + the patch name without name space + ".vpd", with
+  /// the macros unexpanded.
+  std::string bakeFileName(const VrPatch& patch) const;
 
  private:
+  void openBakedFile(const VrPatch& patch);
+  void createBakeFile(const VrPatch& patch);
+  unsigned recordCVCount() const;
+  bool positionReader(VrNoiseFXModuleContext& state) const;
+  bool readDisplacements(VrNoiseFXModuleContext& state, unsigned id, size_t n) const;
+
+  struct BakedFile {
+    std::unique_ptr<VpdFileCachedReader> reader;
+    int block = -1;
+    std::string path;
+  };
+
   VrFXExprAttr frequency, magnitude, correlation, preserveLength;
   VrFXRamp magnitudeScale;
+  std::string bakeDir;
   int noiseMode = 0;
+  bool bakeOn = false;
+  // Fixed for a pass, by patch name.
+  std::map<std::string, BakedFile> bakedFiles;
+  std::map<std::string, std::unique_ptr<VpdFileCachedWriter>> bakeWriters;
 };

@@ -69,7 +69,7 @@ TEST(VrModules, UnknownAndDoubleRegistration) {
 }
 
 TEST(VrModules, DataOnlyObjectsKeepTheirAttributes) {
-  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("WindFXModule", nullptr)));
+  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("SnapshotFXModule", nullptr)));
   object->setAttr("strength", "0.5");
   object->setAttr("direction", "[1,0,0]");
   std::string value;

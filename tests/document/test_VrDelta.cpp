@@ -664,7 +664,7 @@ void randomEdit(VrPalette& palette, Lcg& random, unsigned serial) {
     case 4: {  // a new module at the end, of a kind the primitive takes (the shaping modules: splines)
       const std::string& type = random.pick(moduleTypes);
       const std::string& mask = random.pick(values);
-      if (primitive->typeName() == "SplinePrimitive" || type == "WindFXModule")
+      if (primitive->typeName() == "SplinePrimitive")
         addModule(primitive, type, "fx" + tag, {{"mask", mask}});
       break;
     }

@@ -375,3 +375,36 @@ TEST(VrClumpingFXModule, ALaterModuleClumpsTheGuidesOfTheEarlierOnes) {
     EXPECT_GT((late.cvs[mid] - early.cvs[mid]).length(), 0.1);
   }
 }
+
+// Fully clumped splines lie on their guide; a wind that follows the clump keeps them there,
+// while a wind of their own blows each at its root. A clump type without its module is refused.
+TEST(VrClumpingFXModule, AWindOfTheClumpTypeBlowsTheSplinesOfAClumpTogether) {
+  for (const char* clumpType : {"1", "0", "2"}) {
+    SCOPED_TRACE(clumpType);
+    vrtest::CaptureLogger log;
+    ClumpScene scene;
+    scene.guides({{5, 0.5, 0.5}});
+    scene.regions([](int) { return 1u; });
+    scene.clump->setAttr("clumpScale", "rampUI(0,1,1)", "rampUI");
+    VrFXModule* wind = scene.spline->addFXModule("WindFXModule");
+    wind->setAttr("clumpType", clumpType, "uint");
+    wind->setAttr("gustStrength", "3.0", "expr");
+    scene.spline->initDescription();
+    if (std::string(clumpType) == "2") {
+      EXPECT_FALSE(wind->isActive());
+      EXPECT_EQ(log.errors(), std::vector<std::string>{"Dependency check fails. Deactivating the module. "
+                                                       "[Wind,hair,coll]"});
+      continue;
+    }
+    const std::vector<Vec> a = scene.build(2, 0.3, 0.3).second;
+    const std::vector<Vec> b = scene.build(13, 0.7, 0.6).second;
+    const std::vector<Vec>& guide = scene.clump->clumpGuides()[0].cvs;
+    double apart = 0.0, blown = 0.0;
+    for (size_t i = 1; i < a.size(); ++i) {
+      apart += (a[i] - b[i]).length();
+      blown += (a[i] - guide[i]).length();
+    }
+    EXPECT_EQ(apart < 1e-9, std::string(clumpType) == "1") << apart;
+    EXPECT_GT(blown, 0.01);
+  }
+}

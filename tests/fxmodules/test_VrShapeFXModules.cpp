@@ -6,11 +6,10 @@
 #include "fxmodules/VrNoiseFXModule.h"
 
 #include "geometry/SgCurve.h"
-#include "primitives/VrSplinePrimitive.h"
 #include "support/CVRecorder.h"
 #include "support/CaptureLogger.h"
-#include "support/GridSurface.h"
-#include "support/PatchScene.h"
+#include "support/ShapeScene.h"
+#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -24,36 +23,7 @@ namespace {
 using Vec = SgVec3T<double>;
 using Attrs = std::vector<std::pair<const char*, const char*>>;
 
-// A flat 4 x 4 patch with straight 8-CV splines of length 2 along +z: each spline's frame is
-// the surface's x, y, z all along it.
-struct ShapeScene : vrtest::PatchScene {
-  ShapeScene(const char* type, const Attrs& attrs) : PatchScene(vrtest::gridSurface(4), nullptr, "hair") {
-    palette->setAttr("name", "coll");
-    description->setActive("SplinePrimitive");
-    spline = static_cast<VrSplinePrimitive*>(description->activePrimitive());
-    spline->setAttr("fxCVCount", "8", "int");
-    spline->setAttr("length", "2.0", "expr");
-    if (type) add(type, attrs);
-  }
-  VrFXModule* add(const char* type, const Attrs& attrs) {
-    module = spline->addFXModule(type);
-    std::string old, kind;
-    for (const auto& [name, value] : attrs)
-      if (module->getAttr(name, old, kind)) module->setAttr(name, value, kind);
-    return module;
-  }
-  // The spline at (u, v) of `face` before and after the module.
-  std::pair<std::vector<Vec>, std::vector<Vec>> build(int face, double u, double v) {
-    VrPrimitiveContext& context = spline->context();
-    context.setActivePatchFace(patch, face);
-    spline->makeGeometry(u, v, module);
-    std::vector<Vec> before = context.cGeom();
-    EXPECT_TRUE(module->computeParallel(context));
-    return {before, context.cGeom()};
-  }
-  VrSplinePrimitive* spline = nullptr;
-  VrFXModule* module = nullptr;
-};
+using vrtest::ShapeScene;
 
 }  // namespace
 
@@ -97,7 +67,7 @@ TEST(VrNoiseFXModule, DisplacementStaysWithinHalfTheWidthAndLengthIsKeptWhenAske
   }
 }
 
-TEST(VrNoiseFXModule, CorrelationDecidesWhetherSplinesMoveAlikeAndBakedModeIsRefused) {
+TEST(VrNoiseFXModule, CorrelationDecidesWhetherSplinesMoveAlike) {
   for (const char* correlation : {"100", "0"}) {
     SCOPED_TRACE(correlation);
     ShapeScene scene("NoiseFXModule", {{"magnitude", "0.5"}, {"correlation", correlation}});
@@ -108,12 +78,48 @@ TEST(VrNoiseFXModule, CorrelationDecidesWhetherSplinesMoveAlikeAndBakedModeIsRef
     for (size_t i = 1; i < a1.size(); ++i) apart += ((a1[i] - a0[i]) - (b1[i] - b0[i])).length();
     EXPECT_EQ(apart < 1e-12, std::string(correlation) == "100") << apart;
   }
+}
+
+// A bake written by live renders on any number of threads reads back, on any number of threads,
+// as the live CVs to float rounding; a bake folder without files is reported.
+TEST(VrNoiseFXModule, BakedNoiseRendersTheCVsOfLiveNoise) {
+  vrtest::TempDir dir;
+  ShapeScene scene(nullptr, {});
+  scene.scatter();
+  auto* noise = static_cast<VrNoiseFXModule*>(
+      scene.add("NoiseFXModule", {{"magnitude", "0.3 + 0.2 * $t"}, {"preserveLength", "50"}}));
+  noise->setAttr("bakeDir", "/" + dir.path() + "/noise/", "string");  // "//": an absolute folder
+  vrtest::CVRecorder renderer(scene.description);
+  scene.description->setActiveRenderer(&renderer);
+  noise->setBakeNoise(true);
+  const auto live = renderer.renderThreeWays("body", 16);
+  noise->setBakeNoise(false);
+  noise->setAttr("mode", "1", "enum");
+  const auto baked = renderer.renderThreeWays("body", 16);
+  ASSERT_GT(live[0].size(), 50u);
+  double moved = 0.0;
+  size_t rounded = 0;  // CVs off the live ones by float rounding: the bake was read, not resampled
+  for (const auto& run : baked) {
+    ASSERT_EQ(run.size(), live[0].size());
+    for (const auto& [key, cvs] : run) {
+      const std::vector<Vec>& expected = live[0].at(key);
+      ASSERT_EQ(cvs.size(), expected.size());
+      for (size_t i = 0; i < cvs.size(); ++i) {
+        EXPECT_NEAR((cvs[i] - expected[i]).length(), 0.0, 1e-5);
+        rounded += cvs[i] != expected[i];
+      }
+      moved += (cvs.back() - cvs[0]).cross(cvs[1] - cvs[0]).length();
+    }
+  }
+  EXPECT_GT(moved, 1e-3);  // the bake holds real noise, not straight splines
+  EXPECT_GT(rounded, 0u);
+
+  noise->setAttr("bakeDir", "/" + dir.path() + "/none/", "string");
   vrtest::CaptureLogger log;
-  ShapeScene scene("NoiseFXModule", {{"mode", "1"}});
-  scene.spline->initDescription();
-  EXPECT_FALSE(scene.module->isActive());
-  EXPECT_EQ(log.errors(), std::vector<std::string>{"Baked noise is not available in this build. "
-                                                   "Deactivating the module. [Noise,hair,coll]"});
+  renderer.initDescription();
+  renderer.finishDescription();
+  scene.description->setActiveRenderer(nullptr);
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Failed to open VPD file: /" + dir.path() + "/none/body.vpd"});
 }
 
 TEST(VrCutFXModule, CutsFromTheTipCullsWhatIsCutAwayAndRoundsItsMask) {
@@ -197,10 +203,7 @@ TEST(VrCoilFXModule, WindsEveryCVButTheRootAtTheRadiusAcrossTheSpline) {
 
 TEST(VrShapeFXModules, RendersOnOneAndTwoThreadsAreIdentical) {
   ShapeScene scene(nullptr, {});
-  scene.description->setActive("RandomGenerator");
-  scene.description->activeGenerator()->setAttr("density", "40");
-  scene.spline->setAttr("length", "1.0 + $u", "expr");
-  scene.spline->setAttr("offU", "0.6 * $v", "expr");
+  scene.scatter();
   scene.add("NoiseFXModule", {{"magnitude", "0.3 + 0.2 * $t"}, {"preserveLength", "50"}});
   scene.add("CutFXModule", {{"amount", "rand(0.0, 1.6)"}, {"rebuildType", "1"}});
   scene.add("CoilFXModule", {{"radius", "0.05"}, {"count", "2"}});

@@ -213,7 +213,7 @@ TEST(VrOrmRenderer, OneCommandPerPrimitiveUnderTheDumpGroup) {
 TEST(VrGuideRenderer, GuidesTakeThePrimitivesCVs) {
   vrtest::BakeScene scene("GuideRenderer");
   auto& guides = scene.renderer<VrGuideRenderer>();
-  VrFXModule* module = scene.primitive().addFXModule("WindFXModule");
+  VrFXModule* module = scene.primitive().addFXModule("SnapshotFXModule");
   ASSERT_NE(module, nullptr);
   guides.setAttr("applyFX", "false");
   ASSERT_TRUE(VrRenderDescription(guides, 2));
