@@ -16,6 +16,7 @@
 #include "generators/VrUniformGenerator.h"
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
+#include "primitives/VrArchivePrimitive.h"
 #include "primitives/VrCardPrimitive.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrSpherePrimitive.h"
@@ -64,7 +65,6 @@ struct Family {
   }
 };
 
-constexpr const char* primitives[] = {"ArchivePrimitive"};
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
@@ -105,11 +105,11 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
                         VrRegisterModule("CardPrimitive", &createObject<VrCardPrimitive>) &&
                         VrRegisterModule("SpherePrimitive", &createObject<VrSpherePrimitive>) &&
+                        VrRegisterModule("ArchivePrimitive", &createObject<VrArchivePrimitive>) &&
                         VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&
                         VrRegisterModule("NoiseFXModule", &createObject<VrNoiseFXModule>) &&
                         VrRegisterModule("CutFXModule", &createObject<VrCutFXModule>) &&
                         VrRegisterModule("CoilFXModule", &createObject<VrCoilFXModule>) &&
-                        registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&
                         VrRegisterModule("SubdPatch", &createPatch<VrSubdPatch>) &&

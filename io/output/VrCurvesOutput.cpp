@@ -27,7 +27,8 @@ bool VrCurvesOutput::write(const std::string&, const VrOutputPrimitive* primitiv
       return fail("a primitive of " + std::to_string(prim.numSamples) + " samples where " +
                   std::to_string(samples) + " were asked for");
     }
-    if (prim.kind && (std::strcmp(prim.kind, "CardPrimitive") == 0 || std::strcmp(prim.kind, "SpherePrimitive") == 0)) {
+    if (prim.kind && (std::strcmp(prim.kind, "CardPrimitive") == 0 || std::strcmp(prim.kind, "SpherePrimitive") == 0 ||
+                      VrIsArchive(prim))) {
       // Their control points are no curves; a mesh or points form is still to come.
       writer.abort();
       return fail(std::string(prim.kind) + " has no Alembic form yet; write .jsonl, .pmt or a particle file");
