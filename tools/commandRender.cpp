@@ -542,6 +542,7 @@ bool writeOutput(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, R
     for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, archive, prims[k]); ++k) {
       views.push_back(prims[k].out);
       views.back().kind = run.kind.c_str();
+      views.back().description = jobs[run.job].description.c_str();
     }
     if (!output.write(jobs[run.job].patch, views.data(), views.size())) return false;
   }

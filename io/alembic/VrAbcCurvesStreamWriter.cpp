@@ -1,7 +1,6 @@
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 
 #include "base/VrMessage.h"
-#include "io/alembic/VrAbcTimeSampling.h"
 
 #include <cfloat>
 #include <unistd.h>
@@ -27,7 +26,7 @@ bool VrAbcCurvesStreamWriter::open(const std::string& path, const Options& optio
   target = path;
   settings = options;
   failed = false;
-  curves = points = 0;
+  curves = 0;
   hasWidths = -1;
   if (path.empty()) return fail("no output file given");
   if (options.objectName.empty() || options.objectName.find('/') != std::string::npos)
@@ -38,21 +37,15 @@ bool VrAbcCurvesStreamWriter::open(const std::string& path, const Options& optio
       return fail("the sample offsets must be strictly increasing");
   const std::string folder = folderOf(path);
   if (access(folder.c_str(), W_OK) != 0) return fail("cannot write in the folder " + folder);
-  const unsigned samples = numSamples();
-  boxes.assign(samples, {DBL_MAX, DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX, -DBL_MAX});
-  for (unsigned s = 0; s < samples; ++s) positionSpools.push_back(std::make_unique<VrAbcSpool>());
-  for (unsigned s = 0; samples > 1 && s < samples; ++s) velocitySpools.push_back(std::make_unique<VrAbcSpool>());
+  std::string error;
   countSpool = std::make_unique<VrAbcSpool>();
   widthSpool = std::make_unique<VrAbcSpool>();
-  std::vector<VrAbcSpool*> all = {countSpool.get(), widthSpool.get()};
-  for (auto& spool : positionSpools) all.push_back(spool.get());
-  for (auto& spool : velocitySpools) all.push_back(spool.get());
-  std::string error;
-  for (VrAbcSpool* spool : all)
-    if (!spool->open(options.spoolDirectory, error)) {
-      release();
-      return fail(error);
-    }
+  if (!motion.open(VrAbcMotionSpools::sampleTimes(options.frame, options.framesPerSecond, options.sampleOffsets),
+                   options.spoolDirectory, error) ||
+      !countSpool->open(options.spoolDirectory, error) || !widthSpool->open(options.spoolDirectory, error)) {
+    release();
+    return fail(error);
+  }
   opened = true;
   return true;
 }
@@ -87,33 +80,11 @@ bool VrAbcCurvesStreamWriter::appendSamples(const float* const* samplePoints, ui
     if (hasWidths < 0) hasWidths = given;
     if (hasWidths != given) return fail("widths must come with every batch or with none");
   }
-  bool written = countSpool->append(counts, numCurves * sizeof(int32_t)) &&
-                 (hasWidths != 1 || widthSpool->append(widths, numPoints * sizeof(float)));
-  for (unsigned s = 0; written && numPoints && s < samples; ++s) {
-    const float* p = samplePoints[s];
-    std::array<double, 6>& box = boxes[s];
-    for (uint64_t i = 0; i < numPoints; ++i)
-      for (int k = 0; k < 3; ++k) {
-        const double v = p[3 * i + static_cast<uint64_t>(k)];
-        if (v < box[k]) box[k] = v;
-        if (v > box[3 + k]) box[3 + k] = v;
-      }
-    written = positionSpools[s]->append(p, numPoints * 3 * sizeof(float));
-  }
-  for (unsigned s = 0; written && numPoints && s < velocitySpools.size(); ++s) {
-    // Forward steps; the last sample takes the step that ends at it.
-    const unsigned from = s + 1 < samples ? s : s - 1;
-    const float* a = samplePoints[from];
-    const float* b = samplePoints[from + 1];
-    const double rate = 1.0 / (sampleTime(from + 1) - sampleTime(from));
-    velocityRow.resize(numPoints * 3);
-    for (uint64_t i = 0; i < numPoints * 3; ++i)
-      velocityRow[i] = static_cast<float>((static_cast<double>(b[i]) - a[i]) * rate);
-    written = velocitySpools[s]->append(velocityRow.data(), velocityRow.size() * sizeof(float));
-  }
+  const bool written = countSpool->append(counts, numCurves * sizeof(int32_t)) &&
+                       (hasWidths != 1 || widthSpool->append(widths, numPoints * sizeof(float))) &&
+                       motion.append(samplePoints, numPoints);
   if (!written) return fail("a temporary file could not be written");
   curves += numCurves;
-  points += numPoints;
   return true;
 }
 
@@ -123,55 +94,48 @@ bool VrAbcCurvesStreamWriter::close() {
     abort();
     return false;
   }
-  bool ok = false;
-  {
-    VrAbcArchiveWriter archive;
-    if (archive.open(target, settings.archive)) {
-      const double step = 1.0 / settings.framesPerSecond;
-      const unsigned samples = numSamples();
-      VrAbcTimeSampling timing = VrAbcTimeSampling::uniform(step, sampleTime(0));
-      if (samples > 1) {
-        std::vector<double> times;
-        for (unsigned s = 0; s < samples; ++s) times.push_back(sampleTime(s));
-        timing = VrAbcTimeSampling::acyclic(times);
-      }
-      const uint32_t sampling = archive.addTimeSampling(timing);
-      VrAbcCurvesWriter shape;
-      ok = shape.create(archive.top(), settings.objectName, sampling);
-      for (unsigned s = 0; ok && s < samples; ++s) {
-        VrAbcCurvesWriter::SpooledSample sample;
-        sample.positions = positionSpools[s].get();
-        // The counts are the same on every sample: the format stores a repeat only once, and
-        // widths not given on later samples repeat those of the first.
-        sample.numVertices = countSpool.get();
-        sample.widths = s == 0 && hasWidths == 1 ? widthSpool.get() : nullptr;
-        sample.velocities = s < velocitySpools.size() ? velocitySpools[s].get() : nullptr;
-        sample.type = settings.type;
-        sample.basis = settings.basis;
-        // The format's writers store an inverted box for no points.
-        for (int k = 0; k < 6; ++k) sample.bounds[k] = boxes[s][static_cast<size_t>(k)];
-        ok = shape.write(sample);
-      }
-      ok = ok && archive.close();
-    }
-  }
+  VrAbcArchiveWriter archive;
+  const bool ok = archive.open(target, settings.archive) && writeInto(archive) && archive.close();
   release();
   if (!ok) return fail("the archive could not be written");
   return true;
 }
 
-double VrAbcCurvesStreamWriter::sampleTime(unsigned s) const {
-  const double offset = s < settings.sampleOffsets.size() ? settings.sampleOffsets[s] : 0.0;
-  return (settings.frame + offset) * (1.0 / settings.framesPerSecond);
+bool VrAbcCurvesStreamWriter::writeInto(VrAbcArchiveWriter& archive) {
+  if (!opened) return fail("write before open");
+  if (failed) {
+    abort();
+    return false;
+  }
+  const unsigned samples = numSamples();
+  const uint32_t sampling = archive.addTimeSampling(VrAbcMotionSpools::timeSampling(
+      VrAbcMotionSpools::sampleTimes(settings.frame, settings.framesPerSecond, settings.sampleOffsets),
+      settings.framesPerSecond));
+  VrAbcCurvesWriter shape;
+  bool ok = shape.create(archive.top(), settings.objectName, sampling);
+  for (unsigned s = 0; ok && s < samples; ++s) {
+    VrAbcCurvesWriter::SpooledSample sample;
+    sample.positions = &motion.positions(s);
+    // The counts are the same on every sample: the format stores a repeat only once, and
+    // widths not given on later samples repeat those of the first.
+    sample.numVertices = countSpool.get();
+    sample.widths = s == 0 && hasWidths == 1 ? widthSpool.get() : nullptr;
+    sample.velocities = motion.velocities(s);
+    sample.type = settings.type;
+    sample.basis = settings.basis;
+    // The format's writers store an inverted box for no points.
+    for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
+    ok = shape.write(sample);
+  }
+  release();
+  failed = !ok;
+  return ok;
 }
 
 void VrAbcCurvesStreamWriter::release() {
-  positionSpools.clear();
-  velocitySpools.clear();
-  velocityRow = std::vector<float>();
+  motion.release();
   countSpool.reset();
   widthSpool.reset();
-  boxes.clear();
   opened = false;
 }
 

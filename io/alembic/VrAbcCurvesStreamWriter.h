@@ -22,9 +22,9 @@
 
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurvesWriter.h"
+#include "io/alembic/VrAbcMotionSpools.h"
 #include "io/alembic/VrAbcSpool.h"
 
-#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -71,11 +71,15 @@ class VrAbcCurvesStreamWriter {
   /// Writes the archive and renames it into place. False with an Error, and no file at the
   /// path, when anything failed since `open`.
   bool close();
+  /// Writes the Curves object into `archive`, open and owned by the caller, instead of an
+  /// archive of its own; the writer is spent afterwards. False with an Error when anything
+  /// failed since `open`.
+  bool writeInto(VrAbcArchiveWriter& archive);
   /// Drops everything; no file is left at the path.
   void abort();
 
   uint64_t numCurves() const { return curves; }
-  uint64_t numPoints() const { return points; }
+  uint64_t numPoints() const { return motion.numPoints(); }
   /// Samples per curve, as the options of the last `open` ask.
   unsigned numSamples() const {
     return settings.sampleOffsets.empty() ? 1u : static_cast<unsigned>(settings.sampleOffsets.size());
@@ -88,16 +92,9 @@ class VrAbcCurvesStreamWriter {
   std::string target;
   void release();
 
-  /// The time of sample s, in seconds.
-  double sampleTime(unsigned s) const;
-
-  std::vector<std::unique_ptr<VrAbcSpool>> positionSpools;  // one per sample
-  std::vector<std::unique_ptr<VrAbcSpool>> velocitySpools;  // one per sample, with several samples
-  std::vector<float> velocityRow;                           // scratch for one batch
+  VrAbcMotionSpools motion;
   std::unique_ptr<VrAbcSpool> countSpool, widthSpool;
-  std::vector<std::array<double, 6>> boxes;                 // one per sample
   uint64_t curves = 0;
-  uint64_t points = 0;
   int hasWidths = -1;  // unknown until the first batch with points
   bool opened = false;
   bool failed = false;

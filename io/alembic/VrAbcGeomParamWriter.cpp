@@ -38,7 +38,29 @@ bool VrAbcGeomParamWriter::write(const VrAbcSpool& spool) {
   return vals->setSample(spool);
 }
 
+bool VrAbcGeomParamWriter::writeStrings(const std::vector<std::string>& texts, const VrAbcSpool& indexSpool) {
+  return vals && indices && vals->setStrings(texts) && indices->setSample(indexSpool);
+}
+
 bool VrAbcGeomParamWriter::writeEmpty() {
   if (!vals) return false;
   return vals->setSample(nullptr, 0) && (!indices || indices->setSample(nullptr, 0));
+}
+
+bool VrAbcGeomParamWriter::writeSpooled(VrAbcCompoundWriter* parent, const std::vector<VrAbcSpooledParam>& params,
+                                        bool first, uint32_t timeSampling, std::vector<VrAbcGeomParamWriter>& writers) {
+  if (first) {
+    for (const VrAbcSpooledParam& p : params) {
+      writers.emplace_back();
+      if (!parent || !writers.back().create(*parent, p.name, p.type, p.interpretation, p.scope, false, timeSampling))
+        return false;
+    }
+  } else if (!params.empty() && params.size() != writers.size()) {
+    return parent && parent->fail("the arbitrary parameters must be the same on every sample");
+  }
+  for (size_t i = 0; i < writers.size(); ++i) {
+    const VrAbcSpool* values = i < params.size() ? params[i].values : nullptr;
+    if (!(values ? writers[i].write(*values) : writers[i].write(nullptr, 0, false))) return false;
+  }
+  return true;
 }

@@ -9,6 +9,27 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+class VrAbcSpool;
+
+/// An arbitrary parameter whose values were gathered in a spool, for the spooled samples of the
+/// geometry writers.
+struct VrAbcSpooledParam {
+  std::string name;
+  VrAbcDataType type;
+  const char* interpretation = "";  ///< "quat", "vector", "" ...
+  VrAbcScope scope = VrAbcScope::Varying;
+  const VrAbcSpool* values = nullptr;  ///< null repeats the previous sample
+};
+
+/// An indexed string parameter of spooled samples: the distinct texts and one uint32 index per
+/// value, gathered in a spool.
+struct VrAbcSpooledStrings {
+  std::string name;
+  const std::vector<std::string>* texts = nullptr;
+  const VrAbcSpool* indices = nullptr;  ///< null repeats the previous sample
+};
 
 class VrAbcGeomParamWriter {
  public:
@@ -24,11 +45,20 @@ class VrAbcGeomParamWriter {
   /// given repeat the previous sample.
   bool write(const void* values, uint64_t numValues, bool given, const uint32_t* index = nullptr,
              uint64_t numIndices = 0);
+  /// The next sample of an indexed string parameter: its texts, and the indices gathered in
+  /// `indexSpool`.
+  bool writeStrings(const std::vector<std::string>& texts, const VrAbcSpool& indexSpool);
   /// The next sample of a plain (not indexed) parameter, its values gathered in `spool`.
   bool write(const VrAbcSpool& spool);
   /// An empty sample, which the format's writers use to fill samples before a parameter
   /// appeared.
   bool writeEmpty();
+
+  /// Creates, in a geometry's first sample, the writers of `params` in `parent` (the
+  /// ".arbGeomParams" compound), or checks later samples give the same number; then writes
+  /// each one's next sample. False with an Error when a parameter cannot be made or written.
+  static bool writeSpooled(VrAbcCompoundWriter* parent, const std::vector<VrAbcSpooledParam>& params,
+                           bool first, uint32_t timeSampling, std::vector<VrAbcGeomParamWriter>& writers);
 
  private:
   VrAbcPropertyWriter* vals = nullptr;

@@ -1,5 +1,6 @@
 #include "io/alembic/VrAbcMeshWriter.h"
 
+#include "io/alembic/VrAbcSpool.h"
 #include "io/alembic/VrAbcWinding.h"
 
 namespace {
@@ -108,4 +109,38 @@ bool VrAbcMeshWriter::write(const Sample& given) {
     if (!scheme->setStrings({s.scheme.empty() ? std::string("catmull-clark") : s.scheme})) return false;
   }
   return true;
+}
+
+bool VrAbcMeshWriter::write(const SpooledSample& s) {
+  VrAbcCompoundWriter* schema = base.schema();
+  if (!schema) return false;
+  if (kind != Kind::PolyMesh || winding != Winding::Clockwise)
+    return schema->fail("spooled samples are for polygon meshes with faces in the file's order");
+  const uint32_t done = base.numSamples();
+  if (!s.positions || (done == 0 && (!s.faceCounts || !s.faceIndices)))
+    return schema->fail("the first sample needs points, face counts and face indices");
+  const uint32_t ts = base.timeSampling();
+  if (s.uvs && !uvs.valid()) {
+    if (!uvs.create(*schema, "uv", VrAbcDataType{VrAbcPod::Float32, 2}, "vector", s.uvScope, false, ts)) return false;
+    for (uint32_t i = 0; i < done; ++i)
+      if (!uvs.writeEmpty()) return false;
+  }
+  if (s.velocities && !velocities) {
+    VrAbcMetaData meta;
+    meta.set("interpretation", "vector");
+    if (!(velocities = schema->createArray(".velocities", meta, VrAbcDataType{VrAbcPod::Float32, 3}, ts)))
+      return false;
+    for (uint32_t i = 0; i < done; ++i)
+      if (!velocities->setSample(nullptr, 0)) return false;
+  }
+  const auto setOrRepeat = [](VrAbcPropertyWriter* prop, const VrAbcSpool* values) {
+    return values ? prop->setSample(*values) : prop->setFromPrevious();
+  };
+  if (!base.writePositions(*s.positions) || !setOrRepeat(indices, s.faceIndices) ||
+      !setOrRepeat(counts, s.faceCounts) || !base.writeBounds(s.bounds))
+    return false;
+  if (uvs.valid() && !(s.uvs ? uvs.write(*s.uvs) : uvs.write(nullptr, 0, false))) return false;
+  if (velocities && !setOrRepeat(velocities, s.velocities)) return false;
+  return VrAbcGeomParamWriter::writeSpooled(s.arbitrary.empty() && arbitrary.empty() ? nullptr : base.arbGeomParams(),
+                                            s.arbitrary, done == 0, ts, arbitrary);
 }

@@ -35,6 +35,20 @@ class VrAbcMeshWriter {
     int32_t faceVaryingPropagateCorners = keep;
   };
 
+  /// A polygon mesh sample whose arrays were gathered in spools (see VrAbcSpool), for meshes
+  /// too large to hold in memory. The faces are in the file's order (clockwise). Topology,
+  /// uvs and arbitrary parameters not given after the first sample repeat.
+  struct SpooledSample {
+    const VrAbcSpool* positions = nullptr;    ///< x, y, z floats per point; always
+    const VrAbcSpool* faceCounts = nullptr;   ///< int32 vertices per face
+    const VrAbcSpool* faceIndices = nullptr;  ///< int32 point of each face vertex
+    const VrAbcSpool* uvs = nullptr;          ///< u, v floats per value
+    VrAbcScope uvScope = VrAbcScope::Vertex;
+    const VrAbcSpool* velocities = nullptr;   ///< x, y, z floats per point, units per second
+    double bounds[6] = {0, 0, 0, 0, 0, 0};    ///< lower corner, then upper corner
+    std::vector<VrAbcSpooledParam> arbitrary;
+  };
+
   /// The order of the face vertices handed to `write`: counter-clockwise seen from outside (the
   /// system's own), reversed on the way out together with face-varying uvs and normals; or
   /// already clockwise, in the file's order, written as they are.
@@ -46,6 +60,9 @@ class VrAbcMeshWriter {
   /// Writes the next sample. False with an Error when the first sample lacks points or faces,
   /// or a count does not suit its values.
   bool write(const Sample& sample);
+  /// Writes the next sample of a polygon mesh from spools. False with an Error when the first
+  /// sample lacks points or faces.
+  bool write(const SpooledSample& sample);
   uint32_t numSamples() const { return base.numSamples(); }
 
   /// Writes a constant arbitrary parameter of points (three floats per point), in
@@ -71,4 +88,6 @@ class VrAbcMeshWriter {
   VrAbcPropertyWriter* scheme = nullptr;
   VrAbcGeomParamWriter uvs;
   VrAbcGeomParamWriter normals;
+  VrAbcPropertyWriter* velocities = nullptr;
+  std::vector<VrAbcGeomParamWriter> arbitrary;
 };

@@ -1,7 +1,7 @@
 #include "io/output/VrPrimitiveOutput.h"
 
 #include "base/VrMessage.h"
-#include "io/output/VrCurvesOutput.h"
+#include "io/output/VrAlembicOutput.h"
 #include "io/output/VrJsonLinesOutput.h"
 #include "io/output/VrParticleOutput.h"
 #include "io/output/VrPmtOutput.h"
@@ -19,7 +19,7 @@ bool endsWith(const std::string& text, const char* tail) {
 
 std::unique_ptr<VrPrimitiveOutput> VrPrimitiveOutput::create(const std::string& path,
                                                              const VrOutputSettings& settings) {
-  if (endsWith(path, ".abc")) return std::make_unique<VrCurvesOutput>(path, settings);
+  if (endsWith(path, ".abc")) return std::make_unique<VrAlembicOutput>(path, settings);
   if (endsWith(path, ".jsonl")) return std::make_unique<VrJsonLinesOutput>(path, settings);
   if (endsWith(path, ".pmt")) return std::make_unique<VrPmtOutput>(path, settings);
   if (VrParticleFormatOf(path) != VrParticleFormat::Unknown)

@@ -2,8 +2,10 @@
 // VrPrimitiveOutput: where a render's primitives end up, one file per frame. The kind of file is
 // told by the path's extension:
 //
-//   .abc                      one Alembic Curves object (every motion sample, widths); splines
-//                             only, cards, spheres and archives are refused
+//   .abc                      Alembic: one Curves object of every spline (motion samples,
+//                             widths); one PolyMesh per description and patch of cards, one
+//                             Points object per description and patch of spheres, and one of
+//                             archives
 //   .jsonl                    one JSON object per primitive
 //   .pmt                      the instance list text (header, then 13 lines per primitive)
 //   .pdb .bgeo .bgeo.gz .geo  one particle per primitive with the instance channels
@@ -23,7 +25,8 @@
 
 /// One primitive as a back end receives it. The pointers stay valid for the call only.
 struct VrOutputPrimitive {
-  const char* kind = nullptr;  ///< the primitive's `typeName`; null for a spline
+  const char* kind = nullptr;         ///< the primitive's `typeName`; null for a spline
+  const char* description = nullptr;  ///< the description's name, when the caller knows it
   int face = 0;
   int id = 0;
   size_t numCVs = 0;

@@ -1,10 +1,13 @@
 // `vorn render`: failures leave no output, the output does not depend on the thread count, and
 // what comes out is what the bundled example's expressions ask for.
 
+#include "geometry/SgVec3T.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcCurves.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 #include "io/alembic/VrAbcMeshWriter.h"
+#include "io/alembic/VrAbcPoints.h"
+#include "io/alembic/VrAbcPolyMesh.h"
 #include "io/alembic/VrAbcXformWriter.h"
 #include "io/particles/VrParticles.h"
 #include "io/vpd/VpdReader.h"
@@ -742,9 +745,81 @@ TEST(VornRender, EveryCoreByDefaultAndTheBannerOnlyWhenVerbose) {
   }
 }
 
+// The object the example's cards or spheres become in `path`: `count` cards of 5 x 5 points and
+// 16 quads that pass through the first card's control points `cp` and mirror them about its
+// root, or `count` points, the first at the centre of `cp` with its width, radii and the
+// rotation that takes the sphere's y axis to its root-to-tip direction.
+void checkShapeObject(const std::string& path, const std::string& kind, size_t count, const std::vector<double>& cp,
+                      uint64_t firstId) {
+  VrAbcArchive archive;
+  ASSERT_TRUE(archive.open(path));
+  ASSERT_EQ(archive.top().numChildren(), 1u);  // no empty curves beside the shapes
+  VrAbcObject object;
+  ASSERT_TRUE(archive.findObject("/hair_scalpShape", object));
+  const auto point = [](const std::vector<float>& p, size_t i) { return SgVec3T<double>(p[3 * i], p[3 * i + 1], p[3 * i + 2]); };
+  const auto control = [&](size_t i) { return SgVec3T<double>(cp[3 * i], cp[3 * i + 1], cp[3 * i + 2]); };
+  VrAbcCompoundProperty arbitrary;
+  if (kind == "CardPrimitive") {
+    VrAbcPolyMesh mesh;
+    VrAbcPolyMesh::Sample s;
+    ASSERT_TRUE(mesh.open(object));
+    ASSERT_TRUE(mesh.read(0, s));
+    ASSERT_EQ(s.points.positions.size(), 3 * 25 * count);
+    ASSERT_EQ(s.faceCounts.size(), 16 * count);
+    EXPECT_EQ(s.faceIndices.size(), 64 * count);
+    // Root at the grid's middle, bend centres and edges beside it, the far halves mirrored.
+    const std::pair<size_t, size_t> along[] = {{13, 1}, {14, 3}, {17, 2}, {22, 4}};
+    EXPECT_LT((point(s.points.positions, 12) - control(0)).length(), 1e-5);
+    for (const auto& a : along) EXPECT_LT((point(s.points.positions, a.first) - control(a.second)).length(), 1e-5);
+    for (const auto& mirror : {std::pair<size_t, size_t>{11, 13}, {10, 14}, {7, 17}, {2, 22}})
+      EXPECT_NEAR((point(s.points.positions, mirror.first) - control(0)).length(),
+                  (point(s.points.positions, mirror.second) - control(0)).length(), 1e-5);
+    ASSERT_TRUE(s.hasUvs);
+    EXPECT_EQ(s.uvs.values.numValues(), 25 * count);
+    ASSERT_TRUE(mesh.geometry().compound().compound(".arbGeomParams", arbitrary));
+    VrAbcGeomParam ids;
+    VrAbcGeomParam::Sample idSample;
+    ASSERT_TRUE(ids.open(arbitrary, "vorn_id", VrAbcPod::Int32, 1, nullptr));
+    ASSERT_TRUE(ids.read(0, idSample));
+    std::vector<int32_t> idValues;
+    ASSERT_TRUE(idSample.values.as(idValues));
+    ASSERT_EQ(idValues.size(), 16 * count);
+    EXPECT_EQ(static_cast<uint64_t>(idValues[0]), firstId & 0xffffffffu);
+    EXPECT_EQ(idSample.scope, VrAbcScope::Uniform);
+  } else {
+    VrAbcPoints points;
+    VrAbcPoints::Sample s;
+    ASSERT_TRUE(points.open(object));
+    ASSERT_TRUE(points.read(0, s));
+    ASSERT_EQ(s.ids.size(), count);
+    EXPECT_EQ(s.ids[0], firstId);
+    const SgVec3T<double> mid = (control(0) + control(1)) * 0.5;
+    EXPECT_LT((point(s.points.positions, 0) - mid).length(), 1e-5);
+    std::vector<float> widths;
+    ASSERT_TRUE(s.hasWidths && s.widths.values.as(widths));
+    EXPECT_NEAR(widths[0], 2.0 * (control(2) - mid).length(), 1e-5);
+    ASSERT_TRUE(points.geometry().compound().compound(".arbGeomParams", arbitrary));
+    VrAbcGeomParam orient, radii;
+    VrAbcGeomParam::Sample q, r;
+    ASSERT_TRUE(orient.open(arbitrary, "orient", VrAbcPod::Float32, 4, nullptr) && orient.read(0, q));
+    ASSERT_TRUE(radii.open(arbitrary, "radii", VrAbcPod::Float32, 3, nullptr) && radii.read(0, r));
+    std::vector<float> qv, rv;
+    ASSERT_TRUE(q.values.as(qv) && r.values.as(rv));
+    // The quaternion turns (0, 1, 0) into the unit root-to-tip direction.
+    const SgVec3T<double> v(qv[1], qv[2], qv[3]), y(0, 1, 0);
+    const SgVec3T<double> t = v.cross(y) * 2.0;
+    const SgVec3T<double> turned = y + t * qv[0] + v.cross(t);
+    const SgVec3T<double> axis = control(1) - control(0);
+    EXPECT_LT((turned - axis / axis.length()).length(), 1e-5);
+    EXPECT_NEAR(rv[1], axis.length() / 2, 1e-5);
+    EXPECT_NEAR(rv[0], widths[0] / 2, 1e-5);
+  }
+}
+
 // The example with cards, then spheres, instead of hair: every line carries the kind, the five
 // or four control points with a width each, and the sizes the control points tell, which are
-// the ones the example's expressions ask for; one and two threads write the same lines.
+// the ones the example's expressions ask for; one and two threads write the same lines and the
+// same Alembic file.
 TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
   struct Row {
     const char* kind;
@@ -794,11 +869,23 @@ TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
       }
     }
     EXPECT_GT(count, 100u);
-    // No Alembic form yet: refused, and nothing at the path.
-    const auto abc = vorn(renderArgs(collection, exampleDir + "/head.abc", dir.file("out.abc")));
-    EXPECT_NE(abc.exitCode, 0);
-    EXPECT_NE(abc.output.find(std::string(row.kind) + " has no Alembic form yet"), std::string::npos) << abc.output;
-    EXPECT_FALSE(std::filesystem::exists(dir.file("out.abc")));
+    // The Alembic form, the same bytes on one and two threads, read back against the first
+    // line's control points.
+    std::string abcBytes[2];
+    for (int threads : {1, 2}) {
+      const std::string abcPath = dir.file("out" + std::to_string(threads) + ".abc");
+      const auto abc = vorn(renderArgs(collection, exampleDir + "/head.abc", abcPath) + " --threads " +
+                            std::to_string(threads));
+      ASSERT_EQ(abc.exitCode, 0) << abc.output;
+      abcBytes[threads - 1] = readText(abcPath);
+    }
+    EXPECT_TRUE(abcBytes[0] == abcBytes[1]);
+    const std::string first = outputs[0].substr(0, outputs[0].find('\n'));
+    const size_t cvsAt = first.find("\"cvs\":[") + 7;
+    const std::vector<double> cp = numbersIn(first, cvsAt, first.find("],\"widths\":["));
+    const uint64_t face = std::stoull(first.substr(first.find("\"face\":") + 7));
+    const uint64_t id = std::stoull(first.substr(first.find(",\"id\":") + 6));
+    checkShapeObject(dir.file("out1.abc"), row.kind, count, cp, face << 32 | id);
   }
 }
 
@@ -857,4 +944,35 @@ TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
   }
   EXPECT_GT(perGroup[0], 100u);
   EXPECT_GT(perGroup[1], 100u);
+
+  // The Alembic form: one points object of the archives, in the lines' order, with the group and
+  // the chosen file of each slot of every archive.
+  const std::string abcPath = dir.file("rocks.abc");
+  const auto abc = runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
+                              renderArgs("rocks.vorn", "../head/head.abc", abcPath) + " 2>&1");
+  ASSERT_EQ(abc.exitCode, 0) << abc.output;
+  VrAbcArchive archive;
+  VrAbcObject object;
+  VrAbcPoints points;
+  VrAbcPoints::Sample sample;
+  VrAbcCompoundProperty arbitrary;
+  ASSERT_TRUE(archive.open(abcPath) && archive.findObject("/stones_scalpShape", object));
+  ASSERT_TRUE(points.open(object) && points.read(0, sample));
+  ASSERT_EQ(sample.ids.size(), perGroup[0] + perGroup[1]);
+  ASSERT_TRUE(points.geometry().compound().compound(".arbGeomParams", arbitrary));
+  VrAbcGeomParam groups, high;
+  VrAbcGeomParam::Sample g, h;
+  ASSERT_TRUE(groups.open(arbitrary, "archiveGroup", VrAbcPod::Int32, 1, nullptr) && groups.read(0, g));
+  ASSERT_TRUE(high.open(arbitrary, "archiveFileHigh", VrAbcPod::String, 1, nullptr) && high.read(0, h));
+  std::vector<int32_t> groupValues;
+  ASSERT_TRUE(g.values.as(groupValues));
+  ASSERT_TRUE(h.indexed);
+  ASSERT_EQ(h.indices.size(), groupValues.size());
+  std::istringstream again(outputs[0]);
+  size_t i = 0;
+  for (std::string line; std::getline(again, line) && i < groupValues.size(); ++i) {
+    EXPECT_EQ(groupValues[i], std::stoi(line.substr(line.find("\"group\":") + 8)));
+    ASSERT_LT(h.indices[i], h.values.strings.size());
+    EXPECT_NE(line.find("\"high\":\"" + h.values.strings[h.indices[i]] + "\""), std::string::npos);
+  }
 }

@@ -1,0 +1,73 @@
+#include "io/alembic/VrAbcMotionSpools.h"
+
+#include <cfloat>
+
+std::vector<double> VrAbcMotionSpools::sampleTimes(double frame, double framesPerSecond,
+                                                   const std::vector<double>& offsets) {
+  const double step = 1.0 / framesPerSecond;
+  if (offsets.empty()) return {frame * step};
+  std::vector<double> out;
+  for (double offset : offsets) out.push_back((frame + offset) * step);
+  return out;
+}
+
+VrAbcTimeSampling VrAbcMotionSpools::timeSampling(const std::vector<double>& times, double framesPerSecond) {
+  if (times.size() > 1) return VrAbcTimeSampling::acyclic(times);
+  return VrAbcTimeSampling::uniform(1.0 / framesPerSecond, times.empty() ? 0.0 : times[0]);
+}
+
+bool VrAbcMotionSpools::open(const std::vector<double>& sampleTimes, const std::string& directory,
+                             std::string& error) {
+  release();
+  times = sampleTimes;
+  if (times.empty()) times.push_back(0.0);
+  const size_t samples = times.size();
+  boxes.assign(samples, {DBL_MAX, DBL_MAX, DBL_MAX, -DBL_MAX, -DBL_MAX, -DBL_MAX});
+  for (size_t s = 0; s < samples; ++s) positionSpools.push_back(std::make_unique<VrAbcSpool>());
+  for (size_t s = 0; samples > 1 && s < samples; ++s) velocitySpools.push_back(std::make_unique<VrAbcSpool>());
+  for (auto* list : {&positionSpools, &velocitySpools})
+    for (auto& spool : *list)
+      if (!spool->open(directory, error)) {
+        release();
+        return false;
+      }
+  return true;
+}
+
+bool VrAbcMotionSpools::append(const float* const* samplePoints, uint64_t numPoints) {
+  if (numPoints == 0) return true;
+  const unsigned samples = numSamples();
+  for (unsigned s = 0; s < samples; ++s) {
+    const float* p = samplePoints[s];
+    std::array<double, 6>& box = boxes[s];
+    for (uint64_t i = 0; i < numPoints; ++i)
+      for (int k = 0; k < 3; ++k) {
+        const double v = p[3 * i + static_cast<uint64_t>(k)];
+        if (v < box[k]) box[k] = v;
+        if (v > box[3 + k]) box[3 + k] = v;
+      }
+    if (!positionSpools[s]->append(p, numPoints * 3 * sizeof(float))) return false;
+  }
+  for (unsigned s = 0; s < velocitySpools.size(); ++s) {
+    // Forward steps; the last sample takes the step that ends at it.
+    const unsigned from = s + 1 < samples ? s : s - 1;
+    const float* a = samplePoints[from];
+    const float* b = samplePoints[from + 1];
+    const double rate = 1.0 / (times[from + 1] - times[from]);
+    velocityRow.resize(numPoints * 3);
+    for (uint64_t i = 0; i < numPoints * 3; ++i)
+      velocityRow[i] = static_cast<float>((static_cast<double>(b[i]) - a[i]) * rate);
+    if (!velocitySpools[s]->append(velocityRow.data(), velocityRow.size() * sizeof(float))) return false;
+  }
+  points += numPoints;
+  return true;
+}
+
+void VrAbcMotionSpools::release() {
+  positionSpools.clear();
+  velocitySpools.clear();
+  boxes.clear();
+  velocityRow = std::vector<float>();
+  times.clear();
+  points = 0;
+}

@@ -1,0 +1,120 @@
+#include "io/output/VrAlembicOutput.h"
+
+#include "io/alembic/VrAbcMotionSpools.h"
+
+namespace {
+
+// An object name from a description and patch: path separators and name-space colons become
+// underscores.
+std::string objectNameOf(const char* description, const std::string& patch) {
+  std::string name = (description && *description ? std::string(description) + "_" : std::string()) + patch;
+  for (char& c : name)
+    if (c == '/' || c == ':' || c == '\\') c = '_';
+  return name.empty() ? std::string("shape") : name;
+}
+
+}  // namespace
+
+bool VrAlembicOutput::begin() {
+  VrAbcCurvesStreamWriter::Options options;
+  options.objectName = settings.objectName;
+  options.frame = settings.frame;
+  options.framesPerSecond = settings.framesPerSecond;
+  options.sampleOffsets = settings.sampleOffsets;
+  options.archive.applicationName = settings.applicationName;
+  if (!curves.open(path, options) || !archive.open(path, options.archive)) return false;
+  objectNames = {settings.objectName};
+  sampleTimes = VrAbcMotionSpools::sampleTimes(settings.frame, settings.framesPerSecond, settings.sampleOffsets);
+  points.assign(curves.numSamples(), {});
+  rows.assign(curves.numSamples(), nullptr);
+  return true;
+}
+
+bool VrAlembicOutput::abort(const std::string& what) {
+  curves.abort();
+  shape.reset();
+  return fail(what);
+}
+
+bool VrAlembicOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
+  const size_t samples = points.size();
+  size_t from = 0;
+  while (from < count) {
+    // Runs of one kind: splines go to the curves, each other kind to its shape object.
+    const char* kind = primitives[from].kind;
+    size_t to = from + 1;
+    while (to < count && (primitives[to].kind == kind ||
+                          (kind && primitives[to].kind && std::string(kind) == primitives[to].kind)))
+      ++to;
+    for (size_t i = from; i < to; ++i)
+      if (primitives[i].numSamples != samples)
+        return abort("a primitive of " + std::to_string(primitives[i].numSamples) + " samples where " +
+                     std::to_string(samples) + " were asked for");
+    std::unique_ptr<VrShapeSpool> fresh = VrShapeSpool::forKind(kind);
+    if (!fresh) {
+      if (!writeCurves(patch, primitives + from, to - from)) return false;
+    } else {
+      const std::string key = std::string(kind) + "\n" + (primitives[from].description ? primitives[from].description : "") +
+                              "\n" + patch;
+      if (!shape || key != shapeKey) {
+        if (!flushShape()) return false;
+        std::string error;
+        if (!fresh->open(sampleTimes, "", error)) return abort(error);
+        shape = std::move(fresh);
+        shapeKey = key;
+        shapeName = objectNameOf(primitives[from].description, patch);
+        for (int n = 1; objectNames.count(shapeName); ++n)
+          shapeName = objectNameOf(primitives[from].description, patch) + "_" + std::to_string(n);
+        objectNames.insert(shapeName);
+      }
+      for (size_t i = from; i < to; ++i)
+        if (!shape->add(primitives[i]))
+          return abort(std::string(kind) + " " + std::to_string(primitives[i].id) + " on face " +
+                       std::to_string(primitives[i].face) + " could not be added to " + shapeName);
+    }
+    from = to;
+  }
+  return true;
+}
+
+bool VrAlembicOutput::writeCurves(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
+  const size_t samples = points.size();
+  for (std::vector<float>& row : points) row.clear();
+  widths.clear();
+  counts.clear();
+  for (size_t i = 0; i < count; ++i) {
+    const VrOutputPrimitive& prim = primitives[i];
+    const size_t n = prim.numCVs;
+    for (size_t s = 0; s < samples; ++s) points[s].insert(points[s].end(), prim.cvs + 3 * n * s, prim.cvs + 3 * n * (s + 1));
+    widths.insert(widths.end(), prim.widths, prim.widths + n);
+    counts.push_back(static_cast<int32_t>(n));
+  }
+  for (size_t s = 0; s < samples; ++s) rows[s] = points[s].data();
+  anySplines = anySplines || count > 0;
+  return curves.appendSamples(rows.data(), widths.size(), counts.data(), counts.size(), widths.data());
+}
+
+bool VrAlembicOutput::flushShape() {
+  if (!shape) return true;
+  const uint32_t sampling =
+      archive.addTimeSampling(VrAbcMotionSpools::timeSampling(sampleTimes, settings.framesPerSecond));
+  const bool ok = shape->writeInto(archive.top(), shapeName, sampling);
+  shape.reset();
+  if (!ok) {
+    curves.abort();
+    return false;
+  }
+  return true;
+}
+
+bool VrAlembicOutput::end() {
+  if (!flushShape()) return false;
+  // An archive with shapes only leaves the empty curves out; an empty render keeps them.
+  const bool withCurves = anySplines || objectNames.size() == 1;
+  if (withCurves) {
+    if (!curves.writeInto(archive)) return false;
+  } else {
+    curves.abort();
+  }
+  return archive.close();
+}

@@ -1,0 +1,35 @@
+#pragma once
+// VrShapeSpool: the primitives of one description on one patch that become one Alembic object
+// of their own (cards a polygon mesh, spheres and archives points), gathered in spools as they arrive so
+// that memory does not grow with their number, then written into an open archive.
+
+#include "io/alembic/VrAbcMotionSpools.h"
+#include "io/output/VrPrimitiveOutput.h"
+
+#include <memory>
+#include <string>
+
+class VrAbcObjectWriter;
+
+class VrShapeSpool {
+ public:
+  /// The spool for primitives of `kind`, or null when the kind has no object of its own.
+  static std::unique_ptr<VrShapeSpool> forKind(const char* kind);
+
+  virtual ~VrShapeSpool() = default;
+  /// Makes the spools for samples at `times`; false with the reason in `error`.
+  bool open(const std::vector<double>& times, const std::string& directory, std::string& error);
+  /// Adds one primitive of the kind; false when a spool could not be written.
+  virtual bool add(const VrOutputPrimitive& primitive) = 0;
+  /// Writes the object `name` under `parent`, its samples on `timeSampling`.
+  virtual bool writeInto(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling) = 0;
+
+ protected:
+  virtual bool openOwn(const std::string& directory, std::string& error) = 0;
+  /// Opens each of `spools` in `directory`.
+  static bool openAll(std::initializer_list<VrAbcSpool*> spools, const std::string& directory, std::string& error);
+
+  VrAbcMotionSpools motion;
+  std::vector<std::vector<float>> samplePoints;  // scratch: the points of one primitive per sample
+  std::vector<const float*> rows;
+};
