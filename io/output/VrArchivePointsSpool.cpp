@@ -60,9 +60,7 @@ bool VrArchivePointsSpool::writeInto(VrAbcObjectWriter& parent, const std::strin
   if (!points.create(parent, name, timeSampling)) return false;
   for (unsigned s = 0; s < motion.numSamples(); ++s) {
     VrAbcPointsWriter::SpooledSample sample;
-    sample.positions = &motion.positions(s);
-    sample.velocities = motion.velocities(s);
-    for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
+    motionInto(s, sample);
     if (s == 0) {
       sample.ids = &ids;
       const VrAbcDataType vec3{VrAbcPod::Float32, 3};

@@ -93,9 +93,7 @@ bool VrCardMeshSpool::writeInto(VrAbcObjectWriter& parent, const std::string& na
   const VrAbcDataType i32{VrAbcPod::Int32, 1};
   for (unsigned s = 0; s < motion.numSamples(); ++s) {
     VrAbcMeshWriter::SpooledSample sample;
-    sample.positions = &motion.positions(s);
-    sample.velocities = motion.velocities(s);
-    for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
+    motionInto(s, sample);
     if (s == 0) {
       sample.faceCounts = &counts;
       sample.faceIndices = &indices;

@@ -84,6 +84,17 @@ void putSizes(std::string& out, const char* kind, const float* cvs, size_t n) {
   }
 }
 
+// The CVs of motion samples 1, 2, ... as ',"samples":[[...],...]'; nothing for one sample.
+void putSamples(std::string& out, const VrOutputPrimitive& prim) {
+  if (prim.numSamples < 2) return;
+  out += ",\"samples\":[";
+  for (size_t s = 1; s < prim.numSamples; ++s) {
+    if (s > 1) out += ',';
+    putPoints(out, prim.cvs + 3 * prim.numCVs * s, prim.numCVs);
+  }
+  out += ']';
+}
+
 // An archive's own fields: its placement (position, then the axes its own x, y and z map to),
 // the placements of the other motion samples, its group, its frame and the file of each slot.
 void putArchive(std::string& out, const VrOutputPrimitive& prim) {
@@ -92,14 +103,7 @@ void putArchive(std::string& out, const VrOutputPrimitive& prim) {
   putPoint(out, prim.cvs);
   out += ",\"axes\":";
   putPoints(out, prim.cvs + 3, n > 1 ? n - 1 : 0);
-  if (prim.numSamples > 1) {
-    out += ",\"samples\":[";
-    for (size_t s = 1; s < prim.numSamples; ++s) {
-      if (s > 1) out += ',';
-      putPoints(out, prim.cvs + 3 * n * s, n);
-    }
-    out += ']';
-  }
+  putSamples(out, prim);
   out += ",\"group\":" + std::to_string(prim.archiveGroup) + ",\"frame\":";
   putNumber(out, prim.archiveFrame);
   static const char* const slots[4] = {"low", "medium", "high", "proxy"};
@@ -133,14 +137,7 @@ void VrJsonLinesOutput::appendText(const VrOutputPrimitive& prim, std::string& l
   if (VrIsArchive(prim) && n > 0) return putArchive(line, prim);
   line += ",\"cvs\":";
   putPoints(line, prim.cvs, n);
-  if (prim.numSamples > 1) {
-    line += ",\"samples\":[";
-    for (size_t s = 1; s < prim.numSamples; ++s) {
-      if (s > 1) line += ',';
-      putPoints(line, prim.cvs + 3 * n * s, n);
-    }
-    line += ']';
-  }
+  putSamples(line, prim);
   line += ",\"widths\":[";
   for (size_t c = 0; c < n; ++c) {
     if (c) line += ',';

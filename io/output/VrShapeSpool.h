@@ -26,6 +26,14 @@ class VrShapeSpool {
 
  protected:
   virtual bool openOwn(const std::string& directory, std::string& error) = 0;
+  /// Points `sample` (a spooled sample of a geometry writer) at the positions, velocities and
+  /// bounds of motion sample `s`.
+  template <class Sample>
+  void motionInto(unsigned s, Sample& sample) const {
+    sample.positions = &motion.positions(s);
+    sample.velocities = motion.velocities(s);
+    for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
+  }
   /// Opens each of `spools` in `directory`.
   static bool openAll(std::initializer_list<VrAbcSpool*> spools, const std::string& directory, std::string& error);
 

@@ -93,9 +93,7 @@ bool VrSpherePointsSpool::writeInto(VrAbcObjectWriter& parent, const std::string
   if (!points.create(parent, name, timeSampling)) return false;
   for (unsigned s = 0; s < motion.numSamples(); ++s) {
     VrAbcPointsWriter::SpooledSample sample;
-    sample.positions = &motion.positions(s);
-    sample.velocities = motion.velocities(s);
-    for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
+    motionInto(s, sample);
     if (s == 0) {
       sample.ids = &ids;
       sample.widths = &widths;
