@@ -84,6 +84,15 @@ TEST(VrArchivePrimitive, ListLinesGiveKeysGroupsAndEntries) {
   scene.archive().setAttr("files", "#ArchiveGroup 3 name=\"big rocks\"\\n0 a.abc", "string");
   EXPECT_FALSE(scene.archive().hasAttr("archive__aColor[1]"));
   EXPECT_TRUE(scene.archive().hasAttr("archive__aColor[3]"));
+
+  // The archives' size is the largest side of the last file that could be read, not the
+  // largest of all: the example's high pebble is 0.913 across, its low slab 0.9.
+  const std::string rocks = std::string(VORN_SOURCE_DIR) + "/examples/archives/";
+  scene.archive().setAttr("files", "0 " + rocks + "pebble_hi.abc\\n1 " + rocks + "slab_lo.abc\\n2 none.abc", "string");
+  EXPECT_NEAR(scene.archive().setArchiveSize(), 0.9, 1e-6);
+  std::string size;
+  scene.archive().getAttr("archiveSize", size);
+  EXPECT_NEAR(std::stod(size), 0.9, 1e-6);
 }
 
 TEST(VrArchivePrimitive, MissingFilesAndKeysOutsideTheListAreReportedOnce) {
