@@ -56,22 +56,14 @@ bool VrArchivePointsSpool::add(const VrOutputPrimitive& prim) {
 }
 
 bool VrArchivePointsSpool::writeInto(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling) {
-  VrAbcPointsWriter points;
-  if (!points.create(parent, name, timeSampling)) return false;
-  for (unsigned s = 0; s < motion.numSamples(); ++s) {
-    VrAbcPointsWriter::SpooledSample sample;
-    motionInto(s, sample);
-    if (s == 0) {
-      sample.ids = &ids;
-      const VrAbcDataType vec3{VrAbcPod::Float32, 3};
-      sample.arbitrary = {{"aim", vec3, "vector", VrAbcScope::Varying, &aims},
-                          {"up", vec3, "vector", VrAbcScope::Varying, &ups},
-                          {"scale", vec3, "vector", VrAbcScope::Varying, &scales},
-                          {"archiveGroup", VrAbcDataType{VrAbcPod::Int32, 1}, "", VrAbcScope::Varying, &groups},
-                          {"archiveFrame", VrAbcDataType{VrAbcPod::Float32, 1}, "", VrAbcScope::Varying, &frames}};
-      for (int k = 0; k < 4; ++k) sample.strings.push_back({fileParams[k], &files[k].texts, &files[k].indices});
-    }
-    if (!points.write(sample)) return false;
-  }
-  return true;
+  return writePoints(parent, name, timeSampling, [&](VrAbcPointsWriter::SpooledSample& sample) {
+    sample.ids = &ids;
+    const VrAbcDataType vec3{VrAbcPod::Float32, 3};
+    sample.arbitrary = {{"aim", vec3, "vector", VrAbcScope::Varying, &aims},
+                        {"up", vec3, "vector", VrAbcScope::Varying, &ups},
+                        {"scale", vec3, "vector", VrAbcScope::Varying, &scales},
+                        {"archiveGroup", VrAbcDataType{VrAbcPod::Int32, 1}, "", VrAbcScope::Varying, &groups},
+                        {"archiveFrame", VrAbcDataType{VrAbcPod::Float32, 1}, "", VrAbcScope::Varying, &frames}};
+    for (int k = 0; k < 4; ++k) sample.strings.push_back({fileParams[k], &files[k].texts, &files[k].indices});
+  });
 }

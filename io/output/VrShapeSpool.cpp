@@ -26,3 +26,16 @@ bool VrShapeSpool::openAll(std::initializer_list<VrAbcSpool*> spools, const std:
     if (!spool->open(directory, error)) return false;
   return true;
 }
+
+bool VrShapeSpool::writePoints(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling,
+                               const std::function<void(VrAbcPointsWriter::SpooledSample&)>& first) const {
+  VrAbcPointsWriter points;
+  if (!points.create(parent, name, timeSampling)) return false;
+  for (unsigned s = 0; s < motion.numSamples(); ++s) {
+    VrAbcPointsWriter::SpooledSample sample;
+    motionInto(s, sample);
+    if (s == 0) first(sample);
+    if (!points.write(sample)) return false;
+  }
+  return true;
+}

@@ -4,8 +4,10 @@
 // that memory does not grow with their number, then written into an open archive.
 
 #include "io/alembic/VrAbcMotionSpools.h"
+#include "io/alembic/VrAbcPointsWriter.h"
 #include "io/output/VrPrimitiveOutput.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -34,6 +36,10 @@ class VrShapeSpool {
     sample.velocities = motion.velocities(s);
     for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
   }
+  /// Writes a points object `name` under `parent` with one sample per motion sample; `first`
+  /// adds what only the first sample gives (ids, widths, parameters).
+  bool writePoints(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling,
+                   const std::function<void(VrAbcPointsWriter::SpooledSample&)>& first) const;
   /// Opens each of `spools` in `directory`.
   static bool openAll(std::initializer_list<VrAbcSpool*> spools, const std::string& directory, std::string& error);
 
