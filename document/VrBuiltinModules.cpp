@@ -17,6 +17,7 @@
 #include "generators/VrUniformGenerator.h"
 #include "geometry/VrNurbsPatch.h"
 #include "geometry/VrSubdPatch.h"
+#include "primitives/VrArchivePrimitive.h"
 #include "primitives/VrCardPrimitive.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrSpherePrimitive.h"
@@ -65,7 +66,6 @@ struct Family {
   }
 };
 
-constexpr const char* primitives[] = {"ArchivePrimitive"};
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
@@ -106,12 +106,12 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("SplinePrimitive", &createObject<VrSplinePrimitive>) &&
                         VrRegisterModule("CardPrimitive", &createObject<VrCardPrimitive>) &&
                         VrRegisterModule("SpherePrimitive", &createObject<VrSpherePrimitive>) &&
+                        VrRegisterModule("ArchivePrimitive", &createObject<VrArchivePrimitive>) &&
                         VrRegisterModule("ClumpingFXModule", &createObject<VrClumpingFXModule>) &&
                         VrRegisterModule("NoiseFXModule", &createObject<VrNoiseFXModule>) &&
                         VrRegisterModule("CutFXModule", &createObject<VrCutFXModule>) &&
                         VrRegisterModule("CoilFXModule", &createObject<VrCoilFXModule>) &&
                         VrRegisterModule("WindFXModule", &createObject<VrWindFXModule>) &&
-                        registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&
                         VrRegisterModule("SubdPatch", &createPatch<VrSubdPatch>) &&

@@ -249,6 +249,10 @@ void VrExpression::setCustomVariable(const std::string& name, const SgVec3T<doub
 void VrExpression::setThreadVariable(const std::string& name, double value) {
   vrexpr::setThreadCustomVariable(name, SgVec3T<double>(value, value, value));
 }
+void VrExpression::setThreadVariable(const std::string& name, const SgVec3T<double>& value) {
+  vrexpr::setThreadCustomVariable(name, value);
+}
+void VrExpression::removeThreadVariable(const std::string& name) { vrexpr::removeThreadCustomVariable(name); }
 bool VrExpression::getCustomVariable(const std::string& name, SgVec3T<double>& value) {
   return vrexpr::getCustomVariable(name, value);
 }

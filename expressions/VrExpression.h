@@ -108,6 +108,9 @@ class VrExpression {
   /// For the calling thread only (a worker's per-primitive or per-CV value); seen by that
   /// thread's evaluations and parses, before any process-wide value of the same name.
   static void setThreadVariable(const std::string& name, double value);
+  static void setThreadVariable(const std::string& name, const SgVec3T<double>& value);
+  /// Forgets the calling thread's own value; a process-wide value of the name stays.
+  static void removeThreadVariable(const std::string& name);
   static bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
   static void removeCustomVariable(const std::string& name);
   static void removeAllCustomVariables();

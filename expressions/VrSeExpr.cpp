@@ -427,6 +427,8 @@ void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& val
   threadCustomValues[name] = value;
 }
 
+void removeThreadCustomVariable(const std::string& name) { threadCustomValues.erase(name); }
+
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
   auto own = threadCustomValues.find(name);
   if (own != threadCustomValues.end()) {

@@ -75,6 +75,7 @@ void setCustomVariable(const std::string& name, const SgVec3T<double>& value);
 /// Sets the variable for the calling thread only, without the process-wide lock: for values a
 /// worker changes per primitive or per CV, which no other thread may see.
 void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& value);
+void removeThreadCustomVariable(const std::string& name);
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
 void removeCustomVariable(const std::string& name);
 void removeAllCustomVariables();

@@ -1,7 +1,6 @@
 #include "primitives/VrSpherePrimitive.h"
 
 #include "geometry/VrPatch.h"
-#include "primitives/VrLocalFrame.h"
 
 #include <algorithm>
 #include <cmath>
@@ -70,7 +69,9 @@ bool VrSpherePrimitive::straightenControlPoints(std::vector<SgVec3T<double>>& cv
   return true;
 }
 
-void VrSpherePrimitive::defaultGuideGeom(VrGuide& guide) const {
+void VrSpherePrimitive::defaultGuideGeom(VrGuide& guide) const { unitGuideGeom(guide); }
+
+void VrSpherePrimitive::unitGuideGeom(VrGuide& guide) {
   std::vector<SgVec3T<double>> cvs;
   localControlPoints(1.0, 1.0, 1.0, cvs);
   const SgVec3T<double> N = guide.exportedNormal(), U = guide.exportedUTangent(), V = guide.exportedVTangent();
@@ -86,52 +87,68 @@ void VrSpherePrimitive::mkGeometryInParallel(VrPrimitiveContext& context, double
 }
 
 void VrSpherePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v) const {
-  const SgVec3T<double> P = context.cP(u, v, false), N = context.cN(u, v, false);
-  const SgVec3T<double> U = context.cU(u, v, false), V = context.cV(u, v, false);
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
   auto at = [&](const VrExpression& e) { return e.eval(u, v, face, patchName).x; };
+  Shape shape;
+  shape.length = std::max(at(lengthExpr()), sizeFloor);
+  shape.width = std::max(at(widthExpr()), sizeFloor);
+  shape.depth = std::max(at(depthExpr()), sizeFloor);
+  shape.lean.offU = std::clamp(at(offUExpr()), -1.0, 1.0);
+  shape.lean.offV = std::clamp(at(offVExpr()), -1.0, 1.0);
+  shape.lean.twist = at(twistExpression);
+  shape.lean.offN = at(offNExpr());
+  shape.lean.aboutN = at(aboutNExpr());
+  placeFromAttrs(context, u, v, shape);
+}
 
+void VrSpherePrimitive::placeFromAttrs(VrPrimitiveContext& context, double u, double v, const Shape& shape) {
+  const SgVec3T<double> P = context.cP(u, v, false), N = context.cN(u, v, false);
+  const SgVec3T<double> U = context.cU(u, v, false), V = context.cV(u, v, false);
   const double f = context.lodAdjustment();
-  const double L = std::max(at(lengthExpr()), sizeFloor) * f;
-  const double W = std::max(at(widthExpr()), sizeFloor) * f;
-  const double D = std::max(at(depthExpr()), sizeFloor) * f;
-  vrutil::Lean lean;
-  lean.offU = std::clamp(at(offUExpr()), -1.0, 1.0);
-  lean.offV = std::clamp(at(offVExpr()), -1.0, 1.0);
-  lean.twist = at(twistExpression);
-  lean.offN = at(offNExpr());
-  lean.aboutN = at(aboutNExpr());
-
+  const double L = shape.length * f, W = shape.width * f, D = shape.depth * f;
   std::vector<SgVec3T<double>>& geom = context.getGeom();
   localControlPoints(L, W, D, geom);
-  vrutil::placeLocalPoints(P, N, U, V, lean, geom);
+  vrutil::placeLocalPoints(P, N, U, V, shape.lean, geom);
   context.overrideCLength(L);
   context.overrideCWidth(W);
   context.overrideCDepth(D);
 }
 
 void VrSpherePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double u, double v) const {
-  std::vector<SgVec3T<double>>& geom = context.getGeom();
-  geom.assign(NumControlPoints, context.cP(u, v, false));
   if (context.activeGuides.empty()) {
+    context.getGeom().assign(NumControlPoints, context.cP(u, v, false));
     context.setCullPrim(true);
     return;
   }
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
   auto at = [&](const VrExpression& e) { return e.eval(u, v, face, patchName).x; };
-  const double lengthScale = std::max(at(lengthExpr()), sizeFloor);
-  const double widthScale = std::max(at(widthExpr()), sizeFloor);
-  const double depthScale = std::max(at(depthExpr()), sizeFloor);
-  const double twist = at(twistExpression);
-  const double tilt = at(offNExpr());
-  const double about = at(aboutNExpr());
+  Shape shape;
+  shape.length = std::max(at(lengthExpr()), sizeFloor);
+  shape.width = std::max(at(widthExpr()), sizeFloor);
+  shape.depth = std::max(at(depthExpr()), sizeFloor);
+  shape.lean.twist = at(twistExpression);
+  shape.lean.offN = at(offNExpr());
+  shape.lean.aboutN = at(aboutNExpr());
+  placeFromGuides(*this, context, u, v, shape);
+}
+
+void VrSpherePrimitive::placeFromGuides(const VrPrimitive& primitive, VrPrimitiveContext& context, double u,
+                                        double v, const Shape& shape) {
+  std::vector<SgVec3T<double>>& geom = context.getGeom();
+  geom.assign(NumControlPoints, context.cP(u, v, false));
+  if (context.activeGuides.empty()) {
+    context.setCullPrim(true);
+    return;
+  }
+  const double twist = shape.lean.twist, tilt = shape.lean.offN, about = shape.lean.aboutN;
 
   double lengthSum = 0.0, widthSum = 0.0, depthSum = 0.0;
   SgVec3T<double> direction, widthDirection;
   for (size_t i = 0; i < context.activeGuides.size(); ++i) {
-    const std::vector<SgVec3T<double>>& C = guide(static_cast<unsigned>(context.activeGuides[i])).cGuideGeom();
+    const std::vector<SgVec3T<double>>& C =
+        primitive.guide(static_cast<unsigned>(context.activeGuides[i])).cGuideGeom();
     if (C.size() < NumControlPoints) continue;
     const double w = context.weight[i];
     const SgVec3T<double> m = C[Root] + (C[Tip] - C[Root]) * 0.5;
@@ -147,9 +164,9 @@ void VrSpherePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double
   }
 
   const double f = context.lodAdjustment(), wn = context.weightN;
-  const double L = wn * lengthScale * f * lengthSum;
-  const double W = wn * widthScale * f * widthSum;
-  const double D = wn * depthScale * f * depthSum;
+  const double L = wn * shape.length * f * lengthSum;
+  const double W = wn * shape.width * f * widthSum;
+  const double D = wn * shape.depth * f * depthSum;
   direction.normalize();
   const SgVec3T<double> root = geom[Root];
   geom[Tip] = root + direction * L;

@@ -8,6 +8,7 @@
 // Attributes change on the main thread only; `mkGeometryInParallel` touches only the given
 // context.
 
+#include "primitives/VrLocalFrame.h"
 #include "primitives/VrPrimitive.h"
 
 #include <memory>
@@ -52,6 +53,25 @@ class VrSpherePrimitive : public VrPrimitive {
   /// the midpoint, the depth handle square to both with its old length. False for fewer than
   /// four control points.
   static bool straightenControlPoints(std::vector<SgVec3T<double>>& cvs);
+  /// @}
+
+  /// @name The sphere's frame, shared with the kinds that stand on one (archives)
+  /// @{
+  /// What was evaluated at a location: the three sizes (scale factors in the guide form, each
+  /// floored to 1e-06) and the turns.
+  struct Shape {
+    double length = 1.0, width = 1.0, depth = 1.0;
+    vrutil::Lean lean;
+  };
+  /// The attribute form: the sizes times the width factor, the control points placed with the
+  /// lean; the context's length, width and depth take the sizes.
+  static void placeFromAttrs(VrPrimitiveContext& context, double u, double v, const Shape& shape);
+  /// The guide form: the guides' axes and handle lengths of `primitive` blended by weight, the
+  /// sizes scaling them; culled without active guides.
+  static void placeFromGuides(const VrPrimitive& primitive, VrPrimitiveContext& context, double u, double v,
+                              const Shape& shape);
+  /// The unit sphere's control points in the guide's exported frame.
+  static void unitGuideGeom(VrGuide& guide);
   /// @}
 
  protected:

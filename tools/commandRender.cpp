@@ -76,12 +76,22 @@ struct Run {
 
 // One primitive as the spool holds it: face, id, CV count and sample count as int32, then x, y,
 // z per CV for each sample in turn, then one width per CV, all floats; for instance outputs then
-// u, v (floats), description id, geometry id, random int (int32) and random float.
+// u, v (floats), description id, geometry id, random int (int32) and random float; for archives
+// then the group (int32), the archive frame (float) and the file of each slot (int32 length,
+// then the bytes).
 struct Primitive {
   std::vector<float> cvs;  ///< 3 * CV count floats per sample, sample 0 first
   std::vector<float> widths;
+  std::string files[4];    ///< an archive's file of each slot
   VrOutputPrimitive out;   ///< the rest, and the view the back end gets
 };
+
+// What an archive adds to the spool, before its files.
+struct ArchiveValues {
+  int32_t group = 0;
+  float frame = 0.0f;
+};
+static_assert(sizeof(ArchiveValues) == 8, "the spool stores the archive values as 8 bytes");
 
 // The instance channels of one primitive, in spool order.
 struct InstanceValues {
@@ -96,13 +106,30 @@ void putInt(std::vector<char>& out, int32_t value) {
   out.insert(out.end(), p, p + 4);
 }
 
+void putString(std::vector<char>& out, const char* text) {
+  const size_t length = text ? std::strlen(text) : 0;
+  putInt(out, static_cast<int32_t>(length));
+  out.insert(out.end(), text, text + length);
+}
+
+bool takeString(const char*& at, const char* end, std::string& text) {
+  int32_t length = 0;
+  if (end - at < 4) return false;
+  std::memcpy(&length, at, 4);
+  at += 4;
+  if (length < 0 || end - at < length) return false;
+  text.assign(at, static_cast<size_t>(length));
+  at += length;
+  return true;
+}
+
 void putFloats(std::vector<char>& out, const float* values, size_t count) {
   const char* p = reinterpret_cast<const char*>(values);
   out.insert(out.end(), p, p + count * sizeof(float));
 }
 
 // Reads the next primitive of a run; false when the bytes run short.
-bool takePrimitive(const char*& at, const char* end, bool instance, Primitive& prim) {
+bool takePrimitive(const char*& at, const char* end, bool instance, bool archive, Primitive& prim) {
   int32_t head[4];
   if (end - at < 16) return false;
   std::memcpy(head, at, 16);
@@ -137,8 +164,64 @@ bool takePrimitive(const char*& at, const char* end, bool instance, Primitive& p
     out.randomInt = values.randomInt;
     out.randomFloat = values.randomFloat;
   }
+  if (archive) {
+    ArchiveValues values;
+    if (end - at < static_cast<long>(sizeof values)) return false;
+    std::memcpy(&values, at, sizeof values);
+    at += sizeof values;
+    out.archiveGroup = values.group;
+    out.archiveFrame = values.frame;
+    for (int k = 0; k < 4; ++k) {
+      if (!takeString(at, end, prim.files[k])) return false;
+      out.archiveFiles[k] = prim.files[k].c_str();
+    }
+  }
   return true;
 }
+
+// The archive channels of one batch: the group and frame of each archive and the file of each
+// slot, the low, medium and high ones from the level-of-detail ranges the batch declares.
+class ArchiveChannels {
+ public:
+  ArchiveChannels(PrimitiveCache& cache, unsigned count) : cache(cache) {
+    if (count == 0) return;
+    using IntKey = PrimitiveCache::EIntArrayAttribute;
+    using FloatKey = PrimitiveCache::EFloatArrayAttribute;
+    using StringKey = PrimitiveCache::EStringArrayAttribute;
+    if (cache.getIntArraySize(IntKey::ArchiveGroup) >= count) groups = cache.getIntArray(IntKey::ArchiveGroup);
+    if (cache.getFloatArraySize(FloatKey::ArchiveFrame) >= count) frames = cache.getFloatArray(FloatKey::ArchiveFrame);
+    ranges = std::clamp(cache.getInt(PrimitiveCache::EIntAttribute::NumLodRanges), 0, 4);
+    for (int r = 0; r < ranges; ++r) {
+      const double* range = cache.getVec3(static_cast<PrimitiveCache::EVec3Attribute>(r));
+      slotOfRange[r] = range ? static_cast<int>(range[2]) : -1;
+    }
+    hasFiles = cache.getStringArraySize(StringKey::ArchiveFile) >= count * static_cast<unsigned>(ranges);
+    hasProxies = cache.getStringArraySize(StringKey::ArchiveProxy) >= count;
+  }
+  // Appends the values of archive `i` in spool order.
+  void put(std::vector<char>& bytes, unsigned i) const {
+    using StringKey = PrimitiveCache::EStringArrayAttribute;
+    ArchiveValues values;
+    values.group = groups ? groups[i] : 0;
+    values.frame = frames ? frames[i] : 0.0f;
+    const char* p = reinterpret_cast<const char*>(&values);
+    bytes.insert(bytes.end(), p, p + sizeof values);
+    const char* files[4] = {"", "", "", ""};
+    for (int r = 0; hasFiles && r < ranges; ++r)
+      if (slotOfRange[r] >= 0 && slotOfRange[r] < 3)
+        files[slotOfRange[r]] = cache.getStringArray(StringKey::ArchiveFile, i * static_cast<unsigned>(ranges) + r);
+    if (hasProxies) files[3] = cache.getStringArray(StringKey::ArchiveProxy, i);
+    for (const char* file : files) putString(bytes, file);
+  }
+
+ private:
+  PrimitiveCache& cache;
+  const int* groups = nullptr;
+  const float* frames = nullptr;
+  int ranges = 0;
+  int slotOfRange[4] = {-1, -1, -1, -1};
+  bool hasFiles = false, hasProxies = false;
+};
 
 // The temporary file of runs, unlinked at once so that nothing is left behind.
 class RunSpool {
@@ -278,6 +361,8 @@ class RenderCallbacks : public ProceduralCallbacks {
     auto floatChannel = [&](FloatKey key) {
       return cache->getFloatArraySize(key) >= count ? cache->getFloatArray(key) : nullptr;
     };
+    const bool archive = kind == "ArchivePrimitive";
+    const ArchiveChannels archives(*cache, archive ? count : 0);
     const float* us = floatChannel(FloatKey::U);
     const float* vs = floatChannel(FloatKey::V);
     const float* randomFloats = floatChannel(FloatKey::RandomFloat);
@@ -300,7 +385,7 @@ class RenderCallbacks : public ProceduralCallbacks {
     }
 
     // Where each primitive's CVs start; splines, cards and spheres give their CVs or control
-    // points with a count, archives their position (the first of their four vectors) as one CV.
+    // points with a count, archives their four placement vectors.
     std::vector<size_t> first(count + 1, 0);
     std::vector<size_t> stride(count, 1);
     for (unsigned i = 0; i < count; ++i) {
@@ -346,7 +431,7 @@ class RenderCallbacks : public ProceduralCallbacks {
       bytes.clear();
       for (; k < order.size() && faceOf(order[k]) == run.face; ++k) {
         const unsigned i = order[k];
-        const size_t n = cvCounts ? stride[i] : 1;
+        const size_t n = stride[i];
         putInt(bytes, run.face);
         putInt(bytes, idOf(i));
         putInt(bytes, static_cast<int32_t>(n));
@@ -369,6 +454,7 @@ class RenderCallbacks : public ProceduralCallbacks {
           const char* p = reinterpret_cast<const char*>(&values);
           bytes.insert(bytes.end(), p, p + sizeof values);
         }
+        if (archive) archives.put(bytes, i);
         ++run.count;
         cvTotal += n;
       }
@@ -452,7 +538,8 @@ bool writeOutput(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, R
     views.clear();
     const char* at = bytes.data();
     const char* end = at + bytes.size();
-    for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, prims[k]); ++k) {
+    const bool archive = run.kind == "ArchivePrimitive";
+    for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, archive, prims[k]); ++k) {
       views.push_back(prims[k].out);
       views.back().kind = run.kind.c_str();
       views.back().description = jobs[run.job].description.c_str();

@@ -38,6 +38,10 @@ bool VrAbcGeomParamWriter::write(const VrAbcSpool& spool) {
   return vals->setSample(spool);
 }
 
+bool VrAbcGeomParamWriter::writeStrings(const std::vector<std::string>& texts, const VrAbcSpool& indexSpool) {
+  return vals && indices && vals->setStrings(texts) && indices->setSample(indexSpool);
+}
+
 bool VrAbcGeomParamWriter::writeEmpty() {
   if (!vals) return false;
   return vals->setSample(nullptr, 0) && (!indices || indices->setSample(nullptr, 0));

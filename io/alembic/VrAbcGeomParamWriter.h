@@ -23,6 +23,14 @@ struct VrAbcSpooledParam {
   const VrAbcSpool* values = nullptr;  ///< null repeats the previous sample
 };
 
+/// An indexed string parameter of spooled samples: the distinct texts and one uint32 index per
+/// value, gathered in a spool.
+struct VrAbcSpooledStrings {
+  std::string name;
+  const std::vector<std::string>* texts = nullptr;
+  const VrAbcSpool* indices = nullptr;  ///< null repeats the previous sample
+};
+
 class VrAbcGeomParamWriter {
  public:
   /// Creates the parameter in `parent`. `interpretation` may be "" (plain numbers). False with
@@ -37,6 +45,9 @@ class VrAbcGeomParamWriter {
   /// given repeat the previous sample.
   bool write(const void* values, uint64_t numValues, bool given, const uint32_t* index = nullptr,
              uint64_t numIndices = 0);
+  /// The next sample of an indexed string parameter: its texts, and the indices gathered in
+  /// `indexSpool`.
+  bool writeStrings(const std::vector<std::string>& texts, const VrAbcSpool& indexSpool);
   /// The next sample of a plain (not indexed) parameter, its values gathered in `spool`.
   bool write(const VrAbcSpool& spool);
   /// An empty sample, which the format's writers use to fill samples before a parameter

@@ -36,6 +36,23 @@ bool VrAbcPointsWriter::write(const SpooledSample& s) {
   if (velocities && !(s.velocities ? velocities->setSample(*s.velocities) : velocities->setFromPrevious()))
     return false;
   if (widths.valid() && !(s.widths ? widths.write(*s.widths) : widths.write(nullptr, 0, false))) return false;
-  return VrAbcGeomParamWriter::writeSpooled(s.arbitrary.empty() && arbitrary.empty() ? nullptr : base.arbGeomParams(),
-                                            s.arbitrary, done == 0, ts, arbitrary);
+  if (!VrAbcGeomParamWriter::writeSpooled(s.arbitrary.empty() && arbitrary.empty() ? nullptr : base.arbGeomParams(),
+                                           s.arbitrary, done == 0, ts, arbitrary))
+    return false;
+  if (done == 0) {
+    for (const VrAbcSpooledStrings& p : s.strings) {
+      strings.emplace_back();
+      VrAbcCompoundWriter* params = base.arbGeomParams();
+      if (!params || !strings.back().create(*params, p.name, VrAbcDataType{VrAbcPod::String, 1}, "",
+                                            VrAbcScope::Varying, true, ts))
+        return false;
+    }
+  }
+  for (size_t i = 0; i < strings.size(); ++i) {
+    const VrAbcSpooledStrings* p = i < s.strings.size() ? &s.strings[i] : nullptr;
+    if (!(p && p->texts && p->indices ? strings[i].writeStrings(*p->texts, *p->indices)
+                                      : strings[i].write(nullptr, 0, false)))
+      return false;
+  }
+  return true;
 }

@@ -1,7 +1,7 @@
 #pragma once
 // Writes a points object (AbcGeom_Points_v1) from spooled samples: positions, 64-bit ids,
 // optional velocities and widths, and arbitrary per-point parameters of the caller's own
-// (orientations, radii, ...) in ".arbGeomParams". The ids and arbitrary parameters given with
+// (orientations, radii, ...) and indexed strings (file names, ...) in ".arbGeomParams". The ids and arbitrary parameters given with
 // the first sample repeat on later samples that do not give them.
 
 #include "io/alembic/VrAbcGeomBaseWriter.h"
@@ -23,6 +23,8 @@ class VrAbcPointsWriter {
     const VrAbcSpool* widths = nullptr;      ///< floats, one per point
     double bounds[6] = {0, 0, 0, 0, 0, 0};   ///< lower corner, then upper corner
     std::vector<VrAbcSpooledParam> arbitrary;  ///< the same names on every sample that gives any
+    /// Indexed string parameters, per point; given with the first sample, repeated after.
+    std::vector<VrAbcSpooledStrings> strings;
   };
 
   bool create(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling);
@@ -37,4 +39,5 @@ class VrAbcPointsWriter {
   VrAbcPropertyWriter* velocities = nullptr;
   VrAbcGeomParamWriter widths;
   std::vector<VrAbcGeomParamWriter> arbitrary;
+  std::vector<VrAbcGeomParamWriter> strings;
 };

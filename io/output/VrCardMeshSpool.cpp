@@ -93,7 +93,7 @@ bool VrCardMeshSpool::writeInto(VrAbcObjectWriter& parent, const std::string& na
   const VrAbcDataType i32{VrAbcPod::Int32, 1};
   for (unsigned s = 0; s < motion.numSamples(); ++s) {
     VrAbcMeshWriter::SpooledSample sample;
-    motionSample(s, sample);
+    motionInto(s, sample);
     if (s == 0) {
       sample.faceCounts = &counts;
       sample.faceIndices = &indices;

@@ -32,6 +32,16 @@ bool VrInstanceFrame(const std::vector<SgVec3T<double>>& cvs, VrInstanceRecord& 
   return true;
 }
 
+void VrInstancePlacement(const SgVec3T<double>& position, const SgVec3T<double>& xAxis,
+                         const SgVec3T<double>& yAxis, const SgVec3T<double>& zAxis, VrInstanceRecord& record) {
+  double x = 0.0, y = 0.0, z = 0.0;
+  record.position = position;
+  record.aim = unitOf(xAxis, x);
+  record.up = unitOf(yAxis, y);
+  unitOf(zAxis, z);
+  record.scale = SgVec3T<double>(x, y, z);
+}
+
 int VrArchiveSlotInUse(const VrObject& primitive) {
   static const std::pair<const char*, int> slots[] = {{"hiIndex", 2}, {"medIndex", 1}, {"loIndex", 0}};
   for (const auto& slot : slots) {

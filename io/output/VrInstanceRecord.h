@@ -34,6 +34,11 @@ struct VrInstanceRecord {
 /// four CVs.
 bool VrInstanceFrame(const std::vector<SgVec3T<double>>& cvs, VrInstanceRecord& record);
 
+/// Fills position, up, aim and scale from a placement: the position and the axes an instance's
+/// own x (aim), y (up) and z map to; the scale is the three axes' lengths.
+void VrInstancePlacement(const SgVec3T<double>& position, const SgVec3T<double>& xAxis,
+                         const SgVec3T<double>& yAxis, const SgVec3T<double>& zAxis, VrInstanceRecord& record);
+
 /// The level-of-detail slot an archive primitive places: 2 when its `hiIndex` is in use, else 1
 /// for `medIndex`, else 0 for `loIndex`, else -1. A slot is in use when its attribute's text,
 /// stripped, is neither empty nor begins with '#'.

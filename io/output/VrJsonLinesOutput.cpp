@@ -14,16 +14,22 @@ void putNumber(std::string& out, float value) {
   out.append(text, result.ptr);
 }
 
+// "[x,y,z]".
+void putPoint(std::string& out, const float* xyz) {
+  out += '[';
+  for (size_t k = 0; k < 3; ++k) {
+    if (k) out += ',';
+    putNumber(out, xyz[k]);
+  }
+  out += ']';
+}
+
 // "[[x,y,z],...]" for `count` points.
 void putPoints(std::string& out, const float* xyz, size_t count) {
   out += '[';
   for (size_t c = 0; c < count; ++c) {
-    out += c ? ",[" : "[";
-    for (size_t k = 0; k < 3; ++k) {
-      if (k) out += ',';
-      putNumber(out, xyz[3 * c + k]);
-    }
-    out += ']';
+    if (c) out += ',';
+    putPoint(out, xyz + 3 * c);
   }
   out += ']';
 }
@@ -78,6 +84,39 @@ void putSizes(std::string& out, const char* kind, const float* cvs, size_t n) {
   }
 }
 
+// The CVs of motion samples 1, 2, ... as ',"samples":[[...],...]'; nothing for one sample.
+void putSamples(std::string& out, const VrOutputPrimitive& prim) {
+  if (prim.numSamples < 2) return;
+  out += ",\"samples\":[";
+  for (size_t s = 1; s < prim.numSamples; ++s) {
+    if (s > 1) out += ',';
+    putPoints(out, prim.cvs + 3 * prim.numCVs * s, prim.numCVs);
+  }
+  out += ']';
+}
+
+// An archive's own fields: its placement (position, then the axes its own x, y and z map to),
+// the placements of the other motion samples, its group, its frame and the file of each slot.
+void putArchive(std::string& out, const VrOutputPrimitive& prim) {
+  const size_t n = prim.numCVs;
+  out += ",\"position\":";
+  putPoint(out, prim.cvs);
+  out += ",\"axes\":";
+  putPoints(out, prim.cvs + 3, n > 1 ? n - 1 : 0);
+  putSamples(out, prim);
+  out += ",\"group\":" + std::to_string(prim.archiveGroup) + ",\"frame\":";
+  putNumber(out, prim.archiveFrame);
+  static const char* const slots[4] = {"low", "medium", "high", "proxy"};
+  out += ",\"files\":{";
+  for (int k = 0; k < 4; ++k) {
+    out += k ? ",\"" : "\"";
+    out += slots[k];
+    out += "\":";
+    putJsonString(out, prim.archiveFiles[k] ? prim.archiveFiles[k] : "");
+  }
+  out += "}}\n";
+}
+
 }  // namespace
 
 void VrJsonLinesOutput::beginRun(const std::string& patch) {
@@ -95,16 +134,10 @@ void VrJsonLinesOutput::appendText(const VrOutputPrimitive& prim, std::string& l
     line += ",\"kind\":";
     putJsonString(line, prim.kind);
   }
+  if (VrIsArchive(prim) && n > 0) return putArchive(line, prim);
   line += ",\"cvs\":";
   putPoints(line, prim.cvs, n);
-  if (prim.numSamples > 1) {
-    line += ",\"samples\":[";
-    for (size_t s = 1; s < prim.numSamples; ++s) {
-      if (s > 1) line += ',';
-      putPoints(line, prim.cvs + 3 * n * s, n);
-    }
-    line += ']';
-  }
+  putSamples(line, prim);
   line += ",\"widths\":[";
   for (size_t c = 0; c < n; ++c) {
     if (c) line += ',';

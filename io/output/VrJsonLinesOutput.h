@@ -2,7 +2,10 @@
 // VrJsonLinesOutput: one JSON object per line and primitive: patch, face, id, the CVs of sample
 // 0, the CVs of the other motion samples and the widths. Primitives other than splines add
 // their "kind" (the type name) before the CVs; cards (five control points) and spheres (four)
-// add their "length" and "width", spheres their "depth" too. Numbers are the shortest texts
+// add their "length" and "width", spheres their "depth" too. Archives give their "position" and
+// "axes" (where their own x, y and z go; "samples" holds the four vectors of each further motion
+// sample) in place of CVs and widths, then their "group", "frame" and "files" (the file of each
+// slot: "low", "medium", "high", "proxy"). Numbers are the shortest texts
 // that read back as the same floats, whatever the locale.
 
 #include "io/output/VrTextOutput.h"

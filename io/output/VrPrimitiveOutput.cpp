@@ -41,12 +41,13 @@ bool VrPrimitiveOutput::fail(const std::string& what) const {
 
 VrInstanceRecord VrPrimitiveOutput::instanceRecord(const VrOutputPrimitive& prim) {
   VrInstanceRecord record;
+  auto point = [&](size_t c) { return SgVec3T<double>(prim.cvs[3 * c], prim.cvs[3 * c + 1], prim.cvs[3 * c + 2]); };
+  if (VrIsArchive(prim) && prim.numCVs >= 4) VrInstancePlacement(point(0), point(1), point(2), point(3), record);
   // A primitive of fewer than four CVs has the missing ones at its first.
-  std::vector<SgVec3T<double>> cvs(4);
-  for (size_t c = 0; c < 4 && c < prim.numCVs; ++c)
-    cvs[c] = SgVec3T<double>(prim.cvs[3 * c], prim.cvs[3 * c + 1], prim.cvs[3 * c + 2]);
-  for (size_t c = prim.numCVs; c < 4 && prim.numCVs > 0; ++c) cvs[c] = cvs[0];
-  VrInstanceFrame(cvs, record);
+  std::vector<SgVec3T<double>> cvs(VrIsArchive(prim) ? 0 : 4);
+  for (size_t c = 0; c < cvs.size() && c < prim.numCVs; ++c) cvs[c] = point(c);
+  for (size_t c = prim.numCVs; c < cvs.size() && prim.numCVs > 0; ++c) cvs[c] = cvs[0];
+  if (!cvs.empty()) VrInstanceFrame(cvs, record);
   record.id = static_cast<unsigned>(prim.id);
   record.descId = static_cast<unsigned>(prim.descriptionId);
   record.randInt = prim.randomInt;

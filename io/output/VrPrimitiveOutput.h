@@ -4,7 +4,8 @@
 //
 //   .abc                      Alembic: one Curves object of every spline (motion samples,
 //                             widths); one PolyMesh per description and patch of cards, one
-//                             Points object per description and patch of spheres
+//                             Points object per description and patch of spheres, and one of
+//                             archives
 //   .jsonl                    one JSON object per primitive
 //   .pmt                      the instance list text (header, then 13 lines per primitive)
 //   .pdb .bgeo .bgeo.gz .geo  one particle per primitive with the instance channels
@@ -31,7 +32,9 @@ struct VrOutputPrimitive {
   size_t numCVs = 0;
   size_t numSamples = 1;
   const float* cvs = nullptr;     ///< 3 * numCVs floats per sample, sample 0 first: a spline's CVs,
-                                  ///< a card's five or a sphere's four control points
+                                  ///< a card's five or a sphere's four control points, an
+                                  ///< archive's placement (position, then the axes its own x, y
+                                  ///< and z map to)
   const float* widths = nullptr;  ///< numCVs floats
   /// The instance channels, filled when `wantsInstanceChannels` says so.
   float u = 0.0f;
@@ -41,7 +44,21 @@ struct VrOutputPrimitive {
   int64_t randomInt = 0;
   float randomFloat = 0.0f;
   int lodIndex = -1;  ///< the level-of-detail slot in use (0 high, 1 medium, 2 low), -1 none
+  /// Archives: the group, the archive's own frame and the file of each slot (low, medium,
+  /// high, proxy); "" where a slot has none.
+  int archiveGroup = 0;
+  float archiveFrame = 0.0f;
+  const char* archiveFiles[4] = {"", "", "", ""};
 };
+
+/// Whether the primitive is an archive, whose CVs are its placement.
+inline bool VrIsArchive(const VrOutputPrimitive& primitive) {
+  const char* word = "ArchivePrimitive";
+  const char* kind = primitive.kind;
+  if (!kind) return false;
+  while (*kind && *kind == *word) ++kind, ++word;
+  return *kind == *word;
+}
 
 /// What every back end may need to know of the render.
 struct VrOutputSettings {

@@ -1,11 +1,13 @@
 #pragma once
 // VrShapeSpool: the primitives of one description on one patch that become one Alembic object
-// of their own (cards a polygon mesh, spheres points), gathered in spools as they arrive so
+// of their own (cards a polygon mesh, spheres and archives points), gathered in spools as they arrive so
 // that memory does not grow with their number, then written into an open archive.
 
 #include "io/alembic/VrAbcMotionSpools.h"
+#include "io/alembic/VrAbcPointsWriter.h"
 #include "io/output/VrPrimitiveOutput.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -28,14 +30,18 @@ class VrShapeSpool {
 
  protected:
   virtual bool openOwn(const std::string& directory, std::string& error) = 0;
-  /// Points `sample` (a mesh or points writer's spooled sample) at the positions, velocities
-  /// and box of motion sample `s`.
+  /// Points `sample` (a spooled sample of a geometry writer) at the positions, velocities and
+  /// bounds of motion sample `s`.
   template <class Sample>
-  void motionSample(unsigned s, Sample& sample) const {
+  void motionInto(unsigned s, Sample& sample) const {
     sample.positions = &motion.positions(s);
     sample.velocities = motion.velocities(s);
     for (int k = 0; k < 6; ++k) sample.bounds[k] = motion.bounds(s)[k];
   }
+  /// Writes a points object `name` under `parent` with one sample per motion sample; `first`
+  /// adds what only the first sample gives (ids, widths, parameters).
+  bool writePoints(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling,
+                   const std::function<void(VrAbcPointsWriter::SpooledSample&)>& first) const;
   /// Opens each of `spools` in `directory`.
   static bool openAll(std::initializer_list<VrAbcSpool*> spools, const std::string& directory, std::string& error);
 

@@ -89,18 +89,10 @@ bool VrSpherePointsSpool::add(const VrOutputPrimitive& prim) {
 }
 
 bool VrSpherePointsSpool::writeInto(VrAbcObjectWriter& parent, const std::string& name, uint32_t timeSampling) {
-  VrAbcPointsWriter points;
-  if (!points.create(parent, name, timeSampling)) return false;
-  for (unsigned s = 0; s < motion.numSamples(); ++s) {
-    VrAbcPointsWriter::SpooledSample sample;
-    motionSample(s, sample);
-    if (s == 0) {
-      sample.ids = &ids;
-      sample.widths = &widths;
-      sample.arbitrary = {{"orient", VrAbcDataType{VrAbcPod::Float32, 4}, "quat", VrAbcScope::Varying, &orients},
-                          {"radii", VrAbcDataType{VrAbcPod::Float32, 3}, "vector", VrAbcScope::Varying, &radii}};
-    }
-    if (!points.write(sample)) return false;
-  }
-  return true;
+  return writePoints(parent, name, timeSampling, [&](VrAbcPointsWriter::SpooledSample& sample) {
+    sample.ids = &ids;
+    sample.widths = &widths;
+    sample.arbitrary = {{"orient", VrAbcDataType{VrAbcPod::Float32, 4}, "quat", VrAbcScope::Varying, &orients},
+                        {"radii", VrAbcDataType{VrAbcPod::Float32, 3}, "vector", VrAbcScope::Varying, &radii}};
+  });
 }

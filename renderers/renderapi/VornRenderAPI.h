@@ -149,7 +149,9 @@ struct PrimitiveCache {
     BatchLimit,   ///< Primitives per batch before an early flush; 0: one batch per face.
     SampleCount,  ///< Motion samples: rows of the per-sample arrays.
   };
-  /// Level-of-detail ranges of an archive, three doubles each (lower, upper, level).
+  /// Level-of-detail ranges of an archive, three doubles each: the pixel areas (lower, upper)
+  /// in which a renderer shows the range's file, and its slot (0 low, 1 medium, 2 high). One
+  /// range per slot in use, low first; `EIntAttribute::NumLodRanges` of them.
   enum class EVec3Attribute : int { LodRange0, LodRange1, LodRange2, LodRange3 };
   enum class EBoolArrayAttribute : int { CustomBool };
   enum class EDoubleArrayAttribute : int { CustomDouble };
@@ -163,6 +165,7 @@ struct PrimitiveCache {
     U,              ///< u_VS
     V,              ///< v_VS
     Width,          ///< width_VP
+    ArchiveFrame,   ///< 7: the archive's own animation frame, per archive.
   };
   /// Per-primitive integer channels.
   enum class EIntArrayAttribute : int {
@@ -173,11 +176,14 @@ struct PrimitiveCache {
     GeomId,         ///< geomid_VS
     PrimitiveId,    ///< id_VP: the place of the primitive in its face's sample sequence.
     RandomInt,      ///< ri_VP
+    ArchiveGroup,   ///< 6: the archive group of each archive.
   };
   /// String channels: per primitive (GeomName, archive files) or per custom attribute.
   enum class EStringArrayAttribute : int {
-    ArchiveFile,
-    ArchiveProxy,
+    ArchiveFile,   ///< 0: per archive, the file of each level-of-detail range in range order
+                   ///< (NumLodRanges entries per archive); several files of one key are joined
+                   ///< by ';', and a slot without a file is "".
+    ArchiveProxy,  ///< 1: per archive, the file of its proxy slot ("" for none).
     GeomName,    ///< 2: geomName_VS per primitive.
     CustomName,         ///< 3: name of each custom channel, in row order of the custom tables.
     CustomType,         ///< Type word of each custom channel ("float", "color", "int", ...).
@@ -210,8 +216,10 @@ struct PrimitiveCache {
   /// Row = custom channel: one int per primitive for type "int", empty for the other types.
   enum class EIntArray2DAttribute : int { CustomInt };
   /// Row = motion sample. Points: the CVs of splines and the control points of cards and
-  /// spheres (CVCount per primitive, in order) or, for archives, four vectors per primitive
-  /// (position, then the three frame axes).
+  /// spheres (CVCount per primitive, in order) or, for archives, four vectors per primitive:
+  /// the position, then the axes that the archive's own x, y (up) and z map to, each of the
+  /// primitive's width, length or depth over `archiveSize`, so that (axes, position) is the
+  /// archive's placement.
   /// Normals: one per CV of splines that do not face the camera.
   enum class EVec3Array2DAttribute : int { Points, Normals };
 
@@ -253,8 +261,9 @@ struct PrimitiveCache {
   virtual unsigned getBoolArraySize(EBoolArrayAttribute key) const = 0;
   /// @}
 
-  /// The box of the archive of primitive `prim` as (x min, x max, y min, y max, z min, z max);
-  /// false (box untouched) when the primitive has no archive.
+  /// The box of the archive of primitive `prim` as (x min, x max, y min, y max, z min, z max), in
+  /// the archive files' own space (the files of all its slots together); false (box untouched)
+  /// when the primitive has no archive or none of its files could be read.
   virtual bool cachedBound(unsigned prim, double bbox[6]) const = 0;
 };
 

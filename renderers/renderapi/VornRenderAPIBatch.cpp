@@ -44,6 +44,8 @@ void Batch::clear() {
   for (auto& channel : vec3s) channel.clear();
   for (auto& row : customFloats) row.clear();
   for (auto& row : customInts) row.clear();
+  archiveBoxes.clear();
+  archiveHasBox.clear();
 }
 
 const std::vector<float>* BatchView::row2D(EVec3Array2DAttribute key, unsigned row) const {
@@ -230,9 +232,11 @@ unsigned BatchView::getBoolArraySize(EBoolArrayAttribute key) const {
   return 0;
 }
 
-bool BatchView::cachedBound(unsigned, double*) const {
-  // Archive boxes are kept by the archive primitive; a batch without archives has none.
-  return false;
+bool BatchView::cachedBound(unsigned prim, double bbox[6]) const {
+  if (prim >= batch.archiveHasBox.size() || !batch.archiveHasBox[prim] || !bbox) return false;
+  const double* box = batch.archiveBoxes.data() + 6 * static_cast<size_t>(prim);
+  for (int k = 0; k < 6; ++k) bbox[k] = box[k];
+  return true;
 }
 
 }  // namespace VornRenderAPI

@@ -12,8 +12,8 @@ namespace VornRenderAPI {
 
 /// Arrays of one batch; vec3 arrays are flat, three floats per entry.
 struct Batch {
-  static constexpr int FloatChannels = 7;
-  static constexpr int IntChannels = 6;
+  static constexpr int FloatChannels = 8;
+  static constexpr int IntChannels = 7;
   static constexpr int StringChannels = 6;
   static constexpr int Vec3Channels = 17;
 
@@ -28,6 +28,10 @@ struct Batch {
   std::vector<std::vector<float>> customFloats;  ///< per custom channel
   std::vector<std::vector<int>> customInts;      ///< per custom channel
   std::vector<float> scratch;                    ///< per-CV work space of the emitting thread
+  /// Per archive: the box of its files (6 doubles as `cachedBound` gives them) and whether it
+  /// has one.
+  std::vector<double> archiveBoxes;
+  std::vector<unsigned char> archiveHasBox;
 
   /// Makes room for `samples` motion samples (never shrinks).
   void sizeSamples(unsigned samples);

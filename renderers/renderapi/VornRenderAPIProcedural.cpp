@@ -78,6 +78,24 @@ bool batchMode() {
 
 std::string text(const char* value) { return value ? std::string(value) : std::string(); }
 
+// Ends the pass of every description of the collection that was set up, so that its renderer,
+// generator and primitive report what they gathered while rendering, and forgets the set-ups.
+// Called before the collection is deleted.
+void finishSetUps(VrPalette& palette, const std::string& collectionName) {
+  const std::string prefix = collectionName + "|";
+  auto& setupDone = front().setupDone;
+  for (auto it = setupDone.begin(); it != setupDone.end();) {
+    if (it->first.compare(0, prefix.size(), prefix) != 0) {
+      ++it;
+      continue;
+    }
+    VrDescription* description = it->second ? palette.description(it->first.substr(prefix.size())) : nullptr;
+    if (auto* active = description ? dynamic_cast<VrRenderer*>(description->activeRenderer()) : nullptr)
+      active->finishDescription();
+    it = setupDone.erase(it);
+  }
+}
+
 std::string number(double value) {
   std::ostringstream out;
   out << value;
@@ -265,9 +283,7 @@ void Procedural::dropReference() {
   references.erase(found);
   if (!temporary) return;
   if (VrPalette* palette = VrPalette::palette(collectionName)) {
-    const std::string prefix = collectionName + "|";
-    for (auto it = front().setupDone.begin(); it != front().setupDone.end();)
-      it = it->first.compare(0, prefix.size(), prefix) == 0 ? front().setupDone.erase(it) : std::next(it);
+    finishSetUps(*palette, collectionName);
     delete palette;
   }
 }
@@ -395,9 +411,7 @@ bool Procedural::parse(const char* argString) {
 
   VrPalette* palette = VrPalette::palette(paletteName);
   if (palette && temporary && std::fabs(args.lookups[0] + args.frame - palette->frame()) >= 1e-06) {
-    const std::string prefix = paletteName + "|";
-    for (auto it = front().setupDone.begin(); it != front().setupDone.end();)
-      it = it->first.compare(0, prefix.size(), prefix) == 0 ? front().setupDone.erase(it) : std::next(it);
+    finishSetUps(*palette, paletteName);
     front().references.erase(paletteName);
     delete palette;
     palette = nullptr;

@@ -20,6 +20,7 @@
 #include "geometry/VrPatch.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
+#include "primitives/VrArchivePrimitive.h"
 #include "primitives/VrCardPrimitive.h"
 #include "primitives/VrSpherePrimitive.h"
 #include "primitives/VrSplinePrimitive.h"
@@ -127,6 +128,33 @@ void pushControlPoints(Batch& batch, const VrPrimitiveContext& context, int samp
   std::vector<float>& widths = batch.widths[static_cast<size_t>(sample)];
   widths.insert(widths.end(), cvs.size(), static_cast<float>(context.cWidth() * hammer.width));
   if (sample == 0) ints(batch, I1::CVCount).push_back(static_cast<int>(cvs.size()));
+}
+
+// The files under an archive key, full paths joined by ';'; "" for none.
+std::string archiveFilesOfKey(const VrArchivePrimitive& archive, int key) {
+  const unsigned n = archive.archiveFiles().count(key);
+  if (n == 1) return archive.fileNameOfLod(key, 0, true);
+  std::string joined;
+  for (unsigned i = 0; i < n; ++i) joined += (i ? ";" : "") + archive.fileNameOfLod(key, i, true);
+  return joined;
+}
+
+// An archive's placement: its position, then the axes its own x, y and z map to (width,
+// length and depth over the archive's size), from the four control points of its frame.
+void pushArchiveFrame(Batch& batch, const VrPrimitiveContext& context, int sample, const Hammer& hammer,
+                      double archiveSize) {
+  const std::vector<SgVec3T<double>>& cvs = context.cGeom();
+  std::vector<float>& points = batch.points[static_cast<size_t>(sample)];
+  if (cvs.size() < VrSpherePrimitive::NumControlPoints) {
+    for (int k = 0; k < 4; ++k) push(points, SgVec3T<double>());
+    return;
+  }
+  const double scale = archiveSize > 0.0 ? 1.0 / archiveSize : 1.0;
+  const SgVec3T<double> mid = (cvs[0] + cvs[1]) * 0.5;
+  push(points, cvs[0]);
+  push(points, (cvs[2] - mid) * (2.0 * hammer.width * scale));
+  push(points, (cvs[1] - cvs[0]) * (hammer.length * scale));
+  push(points, (cvs[3] - mid) * (2.0 * hammer.depth * scale));
 }
 
 double evalHammer(const std::unique_ptr<VrExpression>& expression, double u, double v, int face,
@@ -251,6 +279,7 @@ void Renderer::initDescription() {
     // How a card turns to the camera is the renderer's to decide; it learns that it should.
     setFlag(Flag::FaceCamera, card->faceCamera());
   }
+  describeLodRanges(dynamic_cast<VrArchivePrimitive*>(primitive));
 
   declareCustomChannels(primitive);
   prepareHammers();
@@ -261,6 +290,39 @@ void Renderer::initDescription() {
   state.batchLimit = limit;
   state.sampleCount = static_cast<unsigned>(samples);
   state.maxBound = maxBound();
+}
+
+void Renderer::describeLodRanges(const VrArchivePrimitive* archive) {
+  state.numLodRanges = 0;
+  for (auto& range : state.lodRanges) range[0] = range[1] = range[2] = 0.0;
+  if (!archive) return;
+  using Slot = VrArchivePrimitive::Slot;
+  for (Slot slot : {Slot::Low, Slot::Medium, Slot::High}) {
+    if (!archive->slotEnabled(slot)) continue;
+    double* range = state.lodRanges[state.numLodRanges++];
+    range[0] = archive->pixelRange(slot).lower;
+    range[1] = archive->pixelRange(slot).upper;
+    range[2] = slot;
+  }
+}
+
+void Renderer::emitArchiveChannels(Batch& batch, const VrArchivePrimitive& archive,
+                                   const VrPrimitiveContext& context) const {
+  using Slot = VrArchivePrimitive::Slot;
+  auto& files = batch.strings[static_cast<int>(S1::ArchiveFile)];
+  for (int r = 0; r < state.numLodRanges; ++r)
+    files.push_back(archiveFilesOfKey(archive, VrArchivePrimitive::slotKey(Slot(int(state.lodRanges[r][2])), context)));
+  batch.strings[static_cast<int>(S1::ArchiveProxy)].push_back(
+      archiveFilesOfKey(archive, VrArchivePrimitive::slotKey(Slot::Proxy, context)));
+  const auto* record = dynamic_cast<const VrArchivePrimitiveContext*>(&context);
+  floats(batch, F1::ArchiveFrame).push_back(record ? static_cast<float>(record->archiveFrame) : 0.0f);
+  ints(batch, I1::ArchiveGroup).push_back(record ? static_cast<int>(record->group) : 0);
+  SgBox3T<double> box;
+  const bool hasBox = archive.archiveBox(context, box);
+  const SgVec3T<double> low = box.min, high = box.maxCorner();
+  const double values[6] = {low.x, high.x, low.y, high.y, low.z, high.z};
+  batch.archiveBoxes.insert(batch.archiveBoxes.end(), values, values + 6);
+  batch.archiveHasBox.push_back(hasBox ? 1 : 0);
 }
 
 void Renderer::prepareHammers() {
@@ -445,10 +507,9 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
   } else if (state.typeName == "CardPrimitive" || state.typeName == "SpherePrimitive") {
     pushControlPoints(batch, context, sample, hammer);
   } else if (state.typeName == "ArchivePrimitive") {
-    push(points, context.cP(u, v, false));
-    push(points, context.cN(u, v, false) * (context.cLength() * hammer.length));
-    push(points, context.cU(u, v, false) * (context.cWidth() * hammer.width));
-    push(points, context.cV(u, v, false) * (context.cDepth() * hammer.depth));
+    const auto* archive = dynamic_cast<const VrArchivePrimitive*>(primitive);
+    pushArchiveFrame(batch, context, sample, hammer, archive ? archive->archiveSize() : 1.0);
+    if (sample == 0 && archive) emitArchiveChannels(batch, *archive, context);
   }
 
   if (flag(Flag::ConstantWidth))

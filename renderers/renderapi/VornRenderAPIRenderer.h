@@ -17,6 +17,7 @@
 #include "renderers/renderapi/VornRenderAPIBatch.h"
 
 class VrExpression;
+class VrArchivePrimitive;
 class VrPrimitive;
 
 namespace VornRenderAPI {
@@ -101,6 +102,10 @@ class Renderer : public VrRenderer {
 
   bool setChannelFlag(const std::string& name, const std::string& value);
   void prepareHammers();
+  /// The pixel ranges of an archive's slots in use, for the batch views; none for other kinds.
+  void describeLodRanges(const VrArchivePrimitive* archive);
+  /// The files, frame, group and box of one archive (first sample only).
+  void emitArchiveChannels(Batch& batch, const VrArchivePrimitive& archive, const VrPrimitiveContext& context) const;
   void declareCustomChannels(VrPrimitive* primitive);
   void emitCustomChannels(Batch& batch, VrPrimitiveContext& context, double u, double v, int face,
                           const std::string* patchName, size_t cvCount) const;

@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -928,5 +929,93 @@ TEST(VornRender, NonFiniteAttributesCullWithOneWarningAndHugeCVCountsAreRefused)
     const std::string lines = readText(out);
     EXPECT_EQ(lines.find("nan"), std::string::npos);
     EXPECT_EQ(lines.find("inf"), std::string::npos);
+  }
+}
+
+// The rocks of examples/archives: two groups of three levels each, scattered on the head. The
+// camera stands at the origin, inside the head (radius 1), so every rock is nearer than the
+// default medium distance and its proxy is its group's level 0, the high file.
+TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
+  const std::string rocks = std::string(VORN_SOURCE_DIR) + "/examples/archives";
+  vrtest::TempDir dir;
+  std::string outputs[2];
+  for (int threads : {1, 2}) {
+    const std::string out = dir.file("rocks" + std::to_string(threads) + ".jsonl");
+    // The collection's data path is "./": the render runs in the example's folder.
+    const auto result = runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
+                                   renderArgs("rocks.vorn", "../head/head.abc", out) + " --threads " +
+                                   std::to_string(threads) + " 2>&1");
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    outputs[threads - 1] = readText(out);
+  }
+  EXPECT_EQ(firstDifference(outputs[0], outputs[1]), "");
+  std::istringstream in(outputs[0]);
+  size_t perGroup[2] = {0, 0};
+  for (std::string line; std::getline(in, line);) {
+    SCOPED_TRACE(line);
+    const size_t position = line.find(",\"kind\":\"ArchivePrimitive\",\"position\":[");
+    const size_t axes = line.find("],\"axes\":[");
+    const size_t group = line.find("]],\"group\":");
+    ASSERT_NE(position, std::string::npos);
+    ASSERT_NE(axes, std::string::npos);
+    ASSERT_NE(group, std::string::npos);
+    // On the unit dome; the axes are the width, length and depth (0.05 to 0.1, the archives
+    // being one unit across), the up axis along the surface normal.
+    const std::vector<double> p = numbersIn(line, position + 39, axes);
+    const std::vector<double> a = numbersIn(line, axes + 10, group);
+    ASSERT_EQ(p.size(), 3u);
+    ASSERT_EQ(a.size(), 9u);
+    EXPECT_NEAR(std::sqrt(p[0] * p[0] + p[1] * p[1] + p[2] * p[2]), 1.0, 0.05);
+    for (int k = 0; k < 3; ++k) {
+      const double length = std::sqrt(a[3 * k] * a[3 * k] + a[3 * k + 1] * a[3 * k + 1] + a[3 * k + 2] * a[3 * k + 2]);
+      EXPECT_GE(length, 0.05 - 1e-5);
+      EXPECT_LE(length, 0.1 + 1e-5);
+    }
+    EXPECT_GT((a[3] * p[0] + a[4] * p[1] + a[5] * p[2]) / std::sqrt(a[3] * a[3] + a[4] * a[4] + a[5] * a[5]), 0.9);
+    const int g = std::stoi(line.substr(group + 11));
+    ASSERT_TRUE(g == 0 || g == 1);
+    ++perGroup[g];
+    const std::string kind = g == 0 ? "pebble" : "slab";
+    for (const char* slot : {"\"low\":\"", "\"medium\":\"", "\"high\":\"", "\"proxy\":\""}) {
+      const size_t at = line.find(slot);
+      ASSERT_NE(at, std::string::npos);
+      const std::string file = line.substr(at + std::strlen(slot), line.find('"', at + std::strlen(slot)) - at - std::strlen(slot));
+      const std::string level = std::strcmp(slot, "\"low\":\"") == 0 ? "lo" : std::strcmp(slot, "\"medium\":\"") == 0 ? "med" : "hi";
+      EXPECT_EQ(std::filesystem::path(file).filename().string(), kind + "_" + level + ".abc");
+      EXPECT_TRUE(std::filesystem::exists(rocks + "/" + file)) << file;
+    }
+  }
+  EXPECT_GT(perGroup[0], 100u);
+  EXPECT_GT(perGroup[1], 100u);
+
+  // The Alembic form: one points object of the archives, in the lines' order, with the group and
+  // the chosen file of each slot of every archive.
+  const std::string abcPath = dir.file("rocks.abc");
+  const auto abc = runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
+                              renderArgs("rocks.vorn", "../head/head.abc", abcPath) + " 2>&1");
+  ASSERT_EQ(abc.exitCode, 0) << abc.output;
+  VrAbcArchive archive;
+  VrAbcObject object;
+  VrAbcPoints points;
+  VrAbcPoints::Sample sample;
+  VrAbcCompoundProperty arbitrary;
+  ASSERT_TRUE(archive.open(abcPath) && archive.findObject("/stones_scalpShape", object));
+  ASSERT_TRUE(points.open(object) && points.read(0, sample));
+  ASSERT_EQ(sample.ids.size(), perGroup[0] + perGroup[1]);
+  ASSERT_TRUE(points.geometry().compound().compound(".arbGeomParams", arbitrary));
+  VrAbcGeomParam groups, high;
+  VrAbcGeomParam::Sample g, h;
+  ASSERT_TRUE(groups.open(arbitrary, "archiveGroup", VrAbcPod::Int32, 1, nullptr) && groups.read(0, g));
+  ASSERT_TRUE(high.open(arbitrary, "archiveFileHigh", VrAbcPod::String, 1, nullptr) && high.read(0, h));
+  std::vector<int32_t> groupValues;
+  ASSERT_TRUE(g.values.as(groupValues));
+  ASSERT_TRUE(h.indexed);
+  ASSERT_EQ(h.indices.size(), groupValues.size());
+  std::istringstream again(outputs[0]);
+  size_t i = 0;
+  for (std::string line; std::getline(again, line) && i < groupValues.size(); ++i) {
+    EXPECT_EQ(groupValues[i], std::stoi(line.substr(line.find("\"group\":") + 8)));
+    ASSERT_LT(h.indices[i], h.values.strings.size());
+    EXPECT_NE(line.find("\"high\":\"" + h.values.strings[h.indices[i]] + "\""), std::string::npos);
   }
 }

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -402,3 +403,79 @@ TEST_F(RenderAPIChannels, PlacementsAndAMatchingShutterRenderEverySample) {
 }
 
 }  // namespace
+
+// Archives: four placement vectors each, the ranges of the slots in use, a file per range and a
+// proxy file per archive, and the box of the archive's file. The file is a cube from (-0.5, 0,
+// -0.5) to (0.5, 1, 0.5); `archiveSize` 2 halves every axis.
+TEST_F(RenderAPIChannels, ArchivesArriveWithRangesFilesAndBoxes) {
+  const std::string rock = dir.file("rock.abc");
+  {
+    VrAbcArchiveWriter writer;
+    ASSERT_TRUE(writer.open(rock, VrAbcArchiveWriter::Options()));
+    const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0));
+    VrAbcMeshWriter mesh;
+    ASSERT_TRUE(mesh.create(writer.top(), "rock", VrAbcMeshWriter::Kind::PolyMesh, ts));
+    std::vector<float> points;
+    for (int k = 0; k < 8; ++k) points.insert(points.end(), {(k & 1) - 0.5f, float((k >> 1) & 1), ((k >> 2) & 1) - 0.5f});
+    const std::vector<int32_t> counts(6, 4);
+    const std::vector<int32_t> indices = {0, 1, 3, 2, 4, 6, 7, 5, 0, 4, 5, 1, 2, 3, 7, 6, 0, 2, 6, 4, 1, 5, 7, 3};
+    VrAbcMeshWriter::Sample sample;
+    sample.positions = points;
+    sample.faceCounts = counts;
+    sample.faceIndices = indices;
+    ASSERT_TRUE(mesh.write(sample) && writer.close());
+  }
+  newCollection();
+  std::string text = vrtest::collectionText(name, "\taddU\t\ttrue\n", "10.0");
+  for (size_t at = text.find("SplinePrimitive"); at != std::string::npos; at = text.find("SplinePrimitive", at))
+    text.replace(at, 15, "ArchivePrimitive");
+  std::string files = "#ArchiveGroup 0 name=rock";
+  for (int level = 0; level < 6; ++level) files += "\\n" + std::to_string(level) + " " + rock;
+  text.insert(text.find("\tlength\t"), "\tfiles\t\t\t" + files + "\n\tmedIndex\t\t# off\n\tarchiveSize\t\t2.0\n");
+  file = dir.write(name + ".vorn", text);
+
+  struct ArchiveCallbacks : vrtest::RecordingCallbacks {
+    void flush(const char*, Cache* cache) override {
+      std::lock_guard<std::mutex> lock(guard);
+      const unsigned count = cache->getUInt(Cache::EUIntAttribute::BatchCount);
+      ranges = cache->getInt(Cache::EIntAttribute::NumLodRanges);
+      for (int r = 0; r < ranges; ++r) {
+        const double* range = cache->getVec3(static_cast<Cache::EVec3Attribute>(r));
+        rangeValues.insert(rangeValues.end(), range, range + 3);
+      }
+      EXPECT_EQ(cache->getStringArraySize(Cache::EStringArrayAttribute::ArchiveFile), count * unsigned(ranges));
+      EXPECT_EQ(cache->getStringArraySize(Cache::EStringArrayAttribute::ArchiveProxy), count);
+      EXPECT_EQ(cache->getVec3Array2DSize(Cache::EVec3Array2DAttribute::Points, 0), 4 * count);
+      const float* points = cache->getVec3Array2D(Cache::EVec3Array2DAttribute::Points, 0);
+      for (unsigned i = 0; i < count; ++i) {
+        files.insert(cache->getStringArray(Cache::EStringArrayAttribute::ArchiveFile, 2 * i + 1));
+        files.insert(cache->getStringArray(Cache::EStringArrayAttribute::ArchiveProxy, i));
+        double box[6] = {};
+        EXPECT_TRUE(cache->cachedBound(i, box));
+        boxes.emplace_back(box, box + 6);
+        const float* up = points + 12 * i + 6;  // the axis the archive's own y goes to
+        upLengths.push_back(std::sqrt(up[0] * up[0] + up[1] * up[1] + up[2] * up[2]));
+      }
+      EXPECT_FALSE(cache->cachedBound(count, nullptr));
+      total += count;
+    }
+    std::mutex guard;
+    int ranges = 0;
+    unsigned total = 0;
+    std::vector<double> rangeValues;
+    std::set<std::string> files;
+    std::vector<std::vector<double>> boxes;
+    std::vector<float> upLengths;
+  } callbacks;
+  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
+  ASSERT_TRUE(patch);
+  renderAll(patch.get(), &callbacks, 2);
+  ASSERT_GT(callbacks.total, 5u);
+  EXPECT_EQ(callbacks.ranges, 2);
+  EXPECT_EQ(std::vector<double>(callbacks.rangeValues.begin(), callbacks.rangeValues.begin() + 6),
+            (std::vector<double>{0, 2500, 0, 62500, 160000, 2}));
+  EXPECT_EQ(callbacks.files, (std::set<std::string>{rock}));
+  for (const std::vector<double>& box : callbacks.boxes)
+    EXPECT_EQ(box, (std::vector<double>{-0.5, 0.5, 0.0, 1.0, -0.5, 0.5}));
+  for (float length : callbacks.upLengths) EXPECT_NEAR(length, 0.25, 1e-6);  // length 0.5 over 2
+}

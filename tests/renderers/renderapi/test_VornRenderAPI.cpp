@@ -619,7 +619,7 @@ TEST(RenderAPICache, OutOfRangeKeysAnswerZeroWithTheEnumName) {
        "Invalid EVec3Array2DAttribute"},
       {[&] { return view.getIntArraySize(static_cast<P::EIntArrayAttribute>(-1)) == 0; },
        "Invalid EIntArrayAttribute"},
-      {[&] { return view.getFloatArray(static_cast<P::EFloatArrayAttribute>(7)) == nullptr; },
+      {[&] { return view.getFloatArray(static_cast<P::EFloatArrayAttribute>(8)) == nullptr; },
        "Invalid EFloatArrayAttribute"},
       {[&] { return view.getDouble(static_cast<P::EDoubleAttribute>(2)) == 0.0; },
        "Invalid EDoubleAttribute"},
