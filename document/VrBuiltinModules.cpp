@@ -6,8 +6,10 @@
 #include "base/VrModules.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "fxmodules/VrCoilFXModule.h"
+#include "fxmodules/VrCollisionFXModule.h"
 #include "fxmodules/VrCutFXModule.h"
 #include "fxmodules/VrFXModule.h"
+#include "fxmodules/VrMeshCutFXModule.h"
 #include "fxmodules/VrNoiseFXModule.h"
 #include "generators/VrFileGenerator.h"
 #include "generators/VrGuideGenerator.h"
@@ -68,8 +70,8 @@ constexpr const char* primitives[] = {"ArchivePrimitive"};
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
-    "CollisionFXModule", "ControlWiresFXModule", "DebugFXModule",
-    "MeshCutFXModule", "ParticleFXModule", "PlaneAnimFXModule",
+    "ControlWiresFXModule", "DebugFXModule",
+    "ParticleFXModule", "PlaneAnimFXModule",
     "PreserveClumpsFXModule", "SnapshotFXModule", "WindFXModule", "ApplyNetForceFXModule",
     "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
     "SphereForceFXModule"};
@@ -109,6 +111,8 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("NoiseFXModule", &createObject<VrNoiseFXModule>) &&
                         VrRegisterModule("CutFXModule", &createObject<VrCutFXModule>) &&
                         VrRegisterModule("CoilFXModule", &createObject<VrCoilFXModule>) &&
+                        VrRegisterModule("CollisionFXModule", &createObject<VrCollisionFXModule>) &&
+                        VrRegisterModule("MeshCutFXModule", &createObject<VrMeshCutFXModule>) &&
                         registerFamily<VrPrimitive, primitives>(primitives) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&
