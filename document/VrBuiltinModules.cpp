@@ -6,8 +6,10 @@
 #include "base/VrModules.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "fxmodules/VrCoilFXModule.h"
+#include "fxmodules/VrCollisionFXModule.h"
 #include "fxmodules/VrCutFXModule.h"
 #include "fxmodules/VrFXModule.h"
+#include "fxmodules/VrMeshCutFXModule.h"
 #include "fxmodules/VrNoiseFXModule.h"
 #include "fxmodules/VrWindFXModule.h"
 #include "generators/VrFileGenerator.h"
@@ -69,8 +71,8 @@ struct Family {
 constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
-    "CollisionFXModule", "ControlWiresFXModule", "DebugFXModule",
-    "MeshCutFXModule", "ParticleFXModule", "PlaneAnimFXModule",
+    "ControlWiresFXModule", "DebugFXModule",
+    "ParticleFXModule", "PlaneAnimFXModule",
     "PreserveClumpsFXModule", "SnapshotFXModule", "ApplyNetForceFXModule",
     "DirectionalForceFXModule", "ForceFXModule", "PlaneForceFXModule", "PolylineForceFXModule",
     "SphereForceFXModule"};
@@ -112,6 +114,8 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("CutFXModule", &createObject<VrCutFXModule>) &&
                         VrRegisterModule("CoilFXModule", &createObject<VrCoilFXModule>) &&
                         VrRegisterModule("WindFXModule", &createObject<VrWindFXModule>) &&
+                        VrRegisterModule("CollisionFXModule", &createObject<VrCollisionFXModule>) &&
+                        VrRegisterModule("MeshCutFXModule", &createObject<VrMeshCutFXModule>) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&
                         VrRegisterModule("SubdPatch", &createPatch<VrSubdPatch>) &&

@@ -54,13 +54,17 @@ bool VrCutFXModule::computeParallel(VrPrimitiveContext& context) {
     context.setCullPrim(true);
     return true;
   }
-  const VrPrimitive* owner = primitive();
-  if (!owner) return true;
+  cutPointAttrs(primitive(), context, t, resample);
+  return true;
+}
+
+void VrCutFXModule::cutPointAttrs(const VrPrimitive* owner, VrPrimitiveContext& context, double t, bool resample) {
+  if (!owner) return;
+  const size_t n = context.getGeom().size();
   const VrDict<std::string>& kinds = owner->cvAttrTypes();
   for (auto it = kinds.begin(); it != kinds.end(); ++it) {
     if (it.value() != "point") continue;
     std::vector<Vec>* values = context.cvAttr(it.key());
-    if (values && values->size() == P.size()) SgCurve::cut(*values, t, resample);
+    if (values && values->size() == n) SgCurve::cut(*values, t, resample);
   }
-  return true;
 }

@@ -29,6 +29,10 @@ class VrCutFXModule : public VrFXModule {
   /// True for "Reparam".
   bool reparameterizes() const { return rebuildType == 1; }
 
+  /// Cuts the context's CV attributes of kind "point" (those of `owner`) to [0, t] as the
+  /// spline was cut.
+  static void cutPointAttrs(const VrPrimitive* owner, VrPrimitiveContext& context, double t, bool resample);
+
  private:
   VrFXExprAttr amount;
   int rebuildType = 0;

@@ -609,6 +609,16 @@ bool AlembicUtil::readMeshes(double time, const std::vector<std::string>& names,
   return readMeshes(time, names, positions, &faceCounts, &faceIndices);
 }
 
+bool AlembicUtil::meshNames(std::vector<std::string>& names) {
+  names.clear();
+  if (!openArchive()) return false;
+  for (const auto& entry : opened->objects) {
+    std::unique_ptr<GeometryObject> geometry = openGeometry(entry.second, entry.first);
+    if (geometry && geometry->isMesh()) names.push_back(entry.first);
+  }
+  return true;
+}
+
 bool AlembicUtil::boundingBox(double time, const std::vector<std::string>& names, SgBox3T<double>& box) {
   box = SgBox3T<double>();
   if (!openArchive()) return false;

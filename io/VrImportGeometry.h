@@ -83,6 +83,8 @@ class AlembicUtil : public CacheUtil {
   bool readMeshes(double time, const std::vector<std::string>& names,
                   std::vector<std::vector<SgVec3T<double>>>& positions, std::vector<std::vector<int>>& faceCounts,
                   std::vector<std::vector<int>>& faceIndices);
+  /// The names of the file's meshes (polygon and subdivision), sorted.
+  bool meshNames(std::vector<std::string>& names);
   /// The box of the points of the named objects (of every object when `names` is empty).
   bool boundingBox(double time, const std::vector<std::string>& names, SgBox3T<double>& box);
   /// Every curve of the file's curve objects, in file order, as guide curves. An object of
