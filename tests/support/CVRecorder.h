@@ -7,6 +7,8 @@
 #include "primitives/VrPrimitive.h"
 #include "renderers/VrNullRenderer.h"
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <mutex>
 #include <string>
@@ -55,5 +57,18 @@ class CVRecorder : public VrNullRenderer {
   CVs cvs;
   std::mutex mutex;
 };
+
+/// Renders `patch` of `description` the three ways of `renderThreeWays`, checks that they agree
+/// and hold more than 50 splines, and answers the CVs.
+inline CVRecorder::CVs sameThreeWays(VrDescription* description, const std::string& patch, int faces) {
+  CVRecorder renderer(description);
+  description->setActiveRenderer(&renderer);
+  std::vector<CVRecorder::CVs> runs = renderer.renderThreeWays(patch, faces);
+  description->setActiveRenderer(nullptr);
+  EXPECT_GT(runs[0].size(), 50u);
+  EXPECT_EQ(runs[0], runs[1]);
+  EXPECT_EQ(runs[0], runs[2]);
+  return std::move(runs[0]);
+}
 
 }  // namespace vrtest
