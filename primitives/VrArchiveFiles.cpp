@@ -97,7 +97,7 @@ void VrArchiveFiles::readGroupLine(const std::vector<std::string>& tokens, const
 void VrArchiveFiles::readFileLine(const std::vector<std::string>& tokens, const std::string& line,
                                   const Resolver& findFile) {
   if (tokens.size() < 2) {
-    VR_ERROR("Error in archive files specification: " + line);
+    VR_ERROR("Error in the archive file list, this line is not understood: " + line);
     return;
   }
   VrArchiveEntry entry;

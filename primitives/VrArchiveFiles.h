@@ -42,7 +42,7 @@ class VrArchiveFiles {
   using Resolver = std::function<std::string(const std::string& listed)>;
 
   /// Replaces the contents with the list `text`. A file line with fewer than two tokens is an
-  /// Error "Error in archive files specification: <line>" and is passed over.
+  /// Error "Error in the archive file list, this line is not understood: <line>" and is passed over.
   void parse(const std::string& text, const Resolver& findFile);
   void clear();
 

@@ -58,7 +58,7 @@ TEST(VrArchivePrimitive, ListLinesGiveKeysGroupsAndEntries) {
       {"a file line before any group is group 0", "1 a.abc\\n#ArchiveGroup 2 name=x\\n3 b.abc", {1, 203}, 1, ""},
       {"comments and short group lines are passed over", "# note\\n#ArchiveGroup 4\\n0 a.abc", {0}, 0, ""},
       {"lines share a key", "#ArchiveGroup 1 name=x\\n0 a.abc\\n0 b.abc objects=p,q material=m", {100}, 1, ""},
-      {"a file line needs a file", "#ArchiveGroup 1 name=x\\n7", {}, 1, "Error in archive files specification: 7"},
+      {"a file line needs a file", "#ArchiveGroup 1 name=x\\n7", {}, 1, "Error in the archive file list, this line is not understood: 7"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
