@@ -90,8 +90,9 @@ struct Primitive {
 struct ArchiveValues {
   int32_t group = 0;
   float frame = 0.0f;
+  int32_t lodIndex = -1;
 };
-static_assert(sizeof(ArchiveValues) == 8, "the spool stores the archive values as 8 bytes");
+static_assert(sizeof(ArchiveValues) == 12, "the spool stores the archive values as 12 bytes");
 
 // The instance channels of one primitive, in spool order.
 struct InstanceValues {
@@ -171,6 +172,7 @@ bool takePrimitive(const char*& at, const char* end, bool instance, bool archive
     at += sizeof values;
     out.archiveGroup = values.group;
     out.archiveFrame = values.frame;
+    out.lodIndex = values.lodIndex;
     for (int k = 0; k < 4; ++k) {
       if (!takeString(at, end, prim.files[k])) return false;
       out.archiveFiles[k] = prim.files[k].c_str();
@@ -194,6 +196,8 @@ class ArchiveChannels {
     for (int r = 0; r < ranges; ++r) {
       const double* range = cache.getVec3(static_cast<PrimitiveCache::EVec3Attribute>(r));
       slotOfRange[r] = range ? static_cast<int>(range[2]) : -1;
+      // The ranges are those of the enabled slots; the one in use is the most detailed.
+      if (slotOfRange[r] >= 0 && slotOfRange[r] < 3) lodIndex = std::max(lodIndex, slotOfRange[r]);
     }
     hasFiles = cache.getStringArraySize(StringKey::ArchiveFile) >= count * static_cast<unsigned>(ranges);
     hasProxies = cache.getStringArraySize(StringKey::ArchiveProxy) >= count;
@@ -204,6 +208,7 @@ class ArchiveChannels {
     ArchiveValues values;
     values.group = groups ? groups[i] : 0;
     values.frame = frames ? frames[i] : 0.0f;
+    values.lodIndex = lodIndex;
     const char* p = reinterpret_cast<const char*>(&values);
     bytes.insert(bytes.end(), p, p + sizeof values);
     const char* files[4] = {"", "", "", ""};
@@ -220,6 +225,7 @@ class ArchiveChannels {
   const float* frames = nullptr;
   int ranges = 0;
   int slotOfRange[4] = {-1, -1, -1, -1};
+  int lodIndex = -1;
   bool hasFiles = false, hasProxies = false;
 };
 
@@ -676,6 +682,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
   settings.framesPerSecond = request.fps;
   settings.sampleOffsets = request.motionSamples;
   settings.threads = static_cast<int>(workers);
+  settings.archivesInline = request.archivesInline;
   std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(request.output, settings);
   if (!output) {
     fail("the output must end in " + VrPrimitiveOutput::extensionList() + ": " + request.output);
@@ -817,6 +824,10 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   const std::string& out = request.output;
   if (!VrPrimitiveOutput::knowsExtension(out)) {
     fail("the output must end in " + VrPrimitiveOutput::extensionList() + ": " + out);
+    return ExitUsage;
+  }
+  if (request.archivesInline && std::filesystem::path(out).extension() != ".abc") {
+    fail("--archives-inline needs an .abc output: " + out);
     return ExitUsage;
   }
   if (frameList.size() > 1 && out.find('#') == std::string::npos) {

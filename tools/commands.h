@@ -101,6 +101,7 @@ struct RenderRequest {
   bool progress = false;               ///< draw the progress bar even when stderr is no terminal
   std::string space = "world";         ///< "world": hair where the scene places the mesh; "object": the mesh's own space
   std::string bakeDir;                 ///< --bake: one .vpd per patch under DIR/<description>/ instead of -o
+  bool archivesInline = false;         ///< .abc: archives also as transforms over their files' meshes
 };
 
 /// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every

@@ -214,6 +214,9 @@ int main(int argc, char** argv) {
   render->add_option("--override", renderRequest.overrides, "name=value, answered for user:vorn_<name>");
   render->add_option("--delta", renderRequest.deltas, "delta file applied after the import (repeatable)");
   render->add_option("--name-space", renderRequest.nameSpace, "name space of the render collection");
+  render->add_flag("--archives-inline", renderRequest.archivesInline,
+                  ".abc: also write each archive as a transform over its file's meshes, instanced, for tools "
+                  "that do not read point instancers");
   render->add_flag("--progress", renderRequest.progress, "draw the progress bar even when stderr is no terminal");
   render
       ->add_option("--space", renderRequest.space,

@@ -27,9 +27,20 @@ bool VrAlembicOutput::begin() {
   if (!curves.open(path, options) || !archive.open(path, options.archive)) return false;
   objectNames = {settings.objectName};
   sampleTimes = VrAbcMotionSpools::sampleTimes(settings.frame, settings.framesPerSecond, settings.sampleOffsets);
+  if (settings.archivesInline)
+    inlined = std::make_unique<VrArchiveInstances>(
+        archive, archive.addTimeSampling(VrAbcMotionSpools::timeSampling(sampleTimes, settings.framesPerSecond)),
+        settings.framesPerSecond);
   points.assign(curves.numSamples(), {});
   rows.assign(curves.numSamples(), nullptr);
   return true;
+}
+
+std::string VrAlembicOutput::uniqueName(const std::string& wanted) {
+  std::string name = wanted;
+  for (int n = 1; objectNames.count(name); ++n) name = wanted + "_" + std::to_string(n);
+  objectNames.insert(name);
+  return name;
 }
 
 bool VrAlembicOutput::abort(const std::string& what) {
@@ -63,15 +74,18 @@ bool VrAlembicOutput::write(const std::string& patch, const VrOutputPrimitive* p
         std::string error;
         if (!shape->open(sampleTimes, "", error)) return abort(error);
         shapeKey = key;
-        shapeName = objectNameOf(description, patch);
-        for (int n = 1; objectNames.count(shapeName); ++n)
-          shapeName = objectNameOf(description, patch) + "_" + std::to_string(n);
-        objectNames.insert(shapeName);
+        shapeName = uniqueName(objectNameOf(description, patch));
+        if (inlined && VrIsArchive(primitives[from])) inlineName = uniqueName(shapeName + "_inline");
       }
-      for (size_t i = from; i < to; ++i)
+      const bool alsoInline = inlined && VrIsArchive(primitives[from]);
+      for (size_t i = from; i < to; ++i) {
         if (!shape->add(primitives[i]))
           return abort(std::string(kind) + " " + std::to_string(primitives[i].id) + " on face " +
                        std::to_string(primitives[i].face) + " could not be added to " + shapeName);
+        if (alsoInline && !inlined->add(inlineName, primitives[i]))
+          return abort("archive " + std::to_string(primitives[i].id) + " on face " +
+                       std::to_string(primitives[i].face) + " could not be written inline");
+      }
     }
     from = to;
   }

@@ -4,10 +4,12 @@
 // spheres become an object of their own per description and patch (see VrShapeSpool), named
 // "<description>_<patch>", written as soon as the primitives of that pair are complete. Memory
 // does not grow with the number of primitives. The Curves object is left out when the render
-// has primitives of other kinds only.
+// has primitives of other kinds only. With `archivesInline`, archives are also written as
+// transforms over their files' meshes (see VrArchiveInstances).
 
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
+#include "io/output/VrArchiveInstances.h"
 #include "io/output/VrPrimitiveOutput.h"
 #include "io/output/VrShapeSpool.h"
 
@@ -27,6 +29,8 @@ class VrAlembicOutput : public VrPrimitiveOutput {
   /// Writes the open shape object into the archive and drops its spools.
   bool flushShape();
   bool abort(const std::string& what);
+  /// `wanted`, or with "_<n>" after it when an object of the top has that name; taken.
+  std::string uniqueName(const std::string& wanted);
 
   VrAbcArchiveWriter archive;
   VrAbcCurvesStreamWriter curves;
@@ -39,6 +43,8 @@ class VrAlembicOutput : public VrPrimitiveOutput {
   std::unique_ptr<VrShapeSpool> shape;  // the shape object being gathered, if any
   std::string shapeKey;                 // kind, description and patch of `shape`
   std::string shapeName;
+  std::string inlineName;                     // the group of the inline archives of `shape`
+  std::unique_ptr<VrArchiveInstances> inlined;  // with `archivesInline`
   std::set<std::string> objectNames;
   bool anySplines = false;
 };

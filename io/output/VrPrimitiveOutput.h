@@ -43,7 +43,7 @@ struct VrOutputPrimitive {
   int geomId = 0;
   int64_t randomInt = 0;
   float randomFloat = 0.0f;
-  int lodIndex = -1;  ///< the level-of-detail slot in use (0 high, 1 medium, 2 low), -1 none
+  int lodIndex = -1;  ///< the level-of-detail slot in use (2 high, 1 medium, 0 low), -1 none
   /// Archives: the group, the archive's own frame and the file of each slot (low, medium,
   /// high, proxy); "" where a slot has none.
   int archiveGroup = 0;
@@ -68,6 +68,7 @@ struct VrOutputSettings {
   std::string objectName = "vornCurves";
   std::string applicationName = "vorn render";
   int threads = 0;  ///< workers that make the text of text outputs; 0: every core, 1: the calling thread
+  bool archivesInline = false;  ///< Alembic: archives also as transforms over their files' meshes
 };
 
 class VrPrimitiveOutput {

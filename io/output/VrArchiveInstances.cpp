@@ -1,0 +1,121 @@
+#include "io/output/VrArchiveInstances.h"
+
+#include "base/VrMessage.h"
+#include "base/vrutilString.h"
+#include "io/VrImportGeometry.h"
+#include "io/alembic/VrAbcArchiveWriter.h"
+#include "io/alembic/VrAbcMeshWriter.h"
+#include "io/alembic/VrAbcObjectWriter.h"
+#include "io/alembic/VrAbcPropertyWriter.h"
+#include "io/alembic/VrAbcXformWriter.h"
+
+#include <vector>
+
+namespace {
+
+// The object name of a file (the first of several joined by ';'): its base name without the
+// extension, with name-space colons made underscores.
+std::string meshNameOf(const std::string& file) {
+  std::string name = vrutil::baseFileName(file.substr(0, file.find(';')));
+  for (char& c : name)
+    if (c == ':') c = '_';
+  return name.empty() ? std::string("geometry") : name;
+}
+
+// Sample `s` of an archive's placement as a matrix for row vectors: the rows are the axes that
+// its own x, y and z go to, then its position.
+void placementMatrix(const VrOutputPrimitive& prim, size_t s, double matrix[16]) {
+  const float* p = prim.cvs + 12 * s;
+  const int axisOfRow[3] = {1, 2, 3};
+  for (int row = 0; row < 3; ++row) {
+    for (int k = 0; k < 3; ++k) matrix[4 * row + k] = p[3 * axisOfRow[row] + k];
+    matrix[4 * row + 3] = 0.0;
+  }
+  for (int k = 0; k < 3; ++k) matrix[12 + k] = p[k];
+  matrix[15] = 1.0;
+}
+
+}  // namespace
+
+std::string VrArchiveInstances::chosenFile(const VrOutputPrimitive& prim) {
+  for (int slot : {2, 1, 0, 3})
+    if (prim.archiveFiles[slot] && *prim.archiveFiles[slot]) return prim.archiveFiles[slot];
+  return "";
+}
+
+VrAbcObjectWriter* VrArchiveInstances::group(const std::string& name) {
+  auto found = groups.find(name);
+  if (found != groups.end()) return found->second;
+  VrAbcXformWriter xform;
+  static const double identity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+  if (!xform.create(archive.top(), name, 0) || !xform.write(identity)) return nullptr;
+  return groups[name] = xform.object();
+}
+
+bool VrArchiveInstances::add(const std::string& groupName, const VrOutputPrimitive& prim) {
+  if (prim.numCVs != 4) return false;
+  VrAbcObjectWriter* parent = group(groupName);
+  if (!parent) return false;
+  VrAbcXformWriter xform;
+  if (!xform.create(*parent, "archive_" + std::to_string(prim.face) + "_" + std::to_string(prim.id), timeSampling))
+    return false;
+  double matrix[16];
+  for (size_t s = 0; s < prim.numSamples; ++s) {
+    placementMatrix(prim, s, matrix);
+    if (!xform.write(matrix)) return false;
+  }
+
+  const std::string file = chosenFile(prim);
+  if (file.empty() || unreadable.count(file)) return true;
+  const std::string name = meshNameOf(file);
+  const auto key = std::make_pair(file, prim.archiveFrame);
+  auto first = firstUse.find(key);
+  if (first == firstUse.end()) {
+    if (!writeGeometry(*xform.object(), name, file, prim.archiveFrame)) return unreadable.count(file) > 0;
+    firstUse.emplace(key, xform.object()->fullName() + "/" + name);
+    return true;
+  }
+  VrAbcMetaData instance;
+  instance.set("isInstance", "1");
+  VrAbcObjectWriter* child = xform.object()->createChild(name, instance);
+  if (!child) return false;
+  VrAbcPropertyWriter* source =
+      child->properties().createScalar(".instanceSource", VrAbcMetaData(), VrAbcDataType{VrAbcPod::String, 1}, 0);
+  return source && source->setStrings({first->second});
+}
+
+bool VrArchiveInstances::writeGeometry(VrAbcObjectWriter& parent, const std::string& name, const std::string& file,
+                                       double frame) {
+  // One mesh of them all: the points one after the other, the faces' indices shifted to match.
+  // Several files under one key come joined by ';'.
+  std::vector<float> points;
+  std::vector<int32_t> faceCounts, faceIndices;
+  const double time = framesPerSecond > 0.0 ? frame / framesPerSecond : 0.0;
+  std::vector<std::string> files;
+  vrutil::stoss(file, files, ";");
+  for (const std::string& one : files) {
+    AlembicUtil reader(one);
+    std::vector<std::string> names;
+    std::vector<std::vector<SgVec3T<double>>> positions;
+    std::vector<std::vector<int>> counts, indices;
+    if (!reader.meshNames(names) || names.empty() || !reader.readMeshes(time, names, positions, counts, indices)) {
+      VR_ERROR("The archive file " + one + " has no mesh that can be read; its archives are written without geometry.");
+      unreadable.insert(file);
+      return false;
+    }
+    for (size_t m = 0; m < positions.size(); ++m) {
+      const auto offset = static_cast<int32_t>(points.size() / 3);
+      for (const SgVec3T<double>& p : positions[m])
+        points.insert(points.end(), {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
+      faceCounts.insert(faceCounts.end(), counts[m].begin(), counts[m].end());
+      for (int index : indices[m]) faceIndices.push_back(index + offset);
+    }
+  }
+  VrAbcMeshWriter mesh;
+  VrAbcMeshWriter::Sample sample;
+  sample.positions = points;
+  sample.faceCounts = faceCounts;
+  sample.faceIndices = faceIndices;
+  return mesh.create(parent, name, VrAbcMeshWriter::Kind::PolyMesh, 0, VrAbcMeshWriter::Winding::Clockwise) &&
+         mesh.write(sample);
+}
