@@ -8,6 +8,7 @@
 #include "document/vrutilFiles.h"
 #include "geometry/VrPatch.h"
 #include "io/VrImportGeometry.h"
+#include "primitives/VrGuideRepair.h"
 
 #include <algorithm>
 #include <cmath>
@@ -483,6 +484,12 @@ VrSpherePrimitive::Shape VrArchivePrimitive::evalShape(const VrArchivePrimitiveC
 
 void VrArchivePrimitive::mkGeometryFromAttrs(VrArchivePrimitiveContext& context, double u, double v) const {
   VrSpherePrimitive::placeFromAttrs(context, u, v, evalShape(context, u, v, true));
+}
+
+bool VrArchivePrimitive::prepGuideCGeom(unsigned index) {
+  if (index >= numGuides()) return false;
+  vrguide::readyGuideCVs(*this, guide(index), "archive", &VrSpherePrimitive::straightenControlPoints);
+  return VrPrimitive::prepGuideCGeom(index);
 }
 
 void VrArchivePrimitive::mkGeometryFromGuides(VrArchivePrimitiveContext& context, double u, double v) const {

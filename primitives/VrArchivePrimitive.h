@@ -80,6 +80,8 @@ class VrArchivePrimitive : public VrPrimitive {
   unsigned finalCVCount() const override { return VrSpherePrimitive::NumControlPoints; }
   unsigned minGuideCVCount() const override { return VrSpherePrimitive::NumControlPoints; }
   void defaultGuideGeom(VrGuide& guide) const override { VrSpherePrimitive::unitGuideGeom(guide); }
+  /// The working CVs of the guide, straightened as a sphere's, then placed on the surface.
+  bool prepGuideCGeom(unsigned index) override;
   /// @}
 
   /// @name The archive list

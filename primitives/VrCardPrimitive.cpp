@@ -2,6 +2,7 @@
 
 #include "base/VrMessage.h"
 #include "geometry/VrPatch.h"
+#include "primitives/VrGuideRepair.h"
 #include "primitives/VrLocalFrame.h"
 
 #include <algorithm>
@@ -88,6 +89,28 @@ void VrCardPrimitive::localControlPoints(double W, double L, double pU, double p
 void VrCardPrimitive::scaleCard(SgVec3T<double>* first, double factor) {
   const SgVec3T<double> root = first[Root];
   for (int i = BendU; i < NumControlPoints; ++i) first[i] = (first[i] - root) * factor + root;
+}
+
+bool VrCardPrimitive::straightenControlPoints(std::vector<SgVec3T<double>>& cvs) {
+  if (cvs.size() < NumControlPoints) return false;
+  double length = 0.0, width = 0.0;
+  const SgVec3T<double> lengthAxis = vrutil::unitOf(cvs[BendV] - cvs[Root], length);
+  SgVec3T<double> across = cvs[BendU] - cvs[Root];
+  across -= lengthAxis * across.dot(lengthAxis);
+  cvs[BendU] = cvs[Root] + across;
+  const SgVec3T<double> widthAxis = vrutil::unitOf(across, width);
+  // Each edge bends only in the plane of its own axis and the card's normal.
+  SgVec3T<double> bendU = cvs[EdgeU] - cvs[BendU];
+  cvs[EdgeU] = cvs[BendU] + bendU - lengthAxis * bendU.dot(lengthAxis);
+  SgVec3T<double> bendV = cvs[EdgeV] - cvs[BendV];
+  cvs[EdgeV] = cvs[BendV] + bendV - widthAxis * bendV.dot(widthAxis);
+  return true;
+}
+
+bool VrCardPrimitive::prepGuideCGeom(unsigned index) {
+  if (index >= numGuides()) return false;
+  vrguide::readyGuideCVs(*this, guide(index), "card", &straightenControlPoints);
+  return VrPrimitive::prepGuideCGeom(index);
 }
 
 void VrCardPrimitive::defaultGuideGeom(VrGuide& guide) const {

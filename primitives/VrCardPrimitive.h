@@ -51,6 +51,12 @@ class VrCardPrimitive : public VrPrimitive {
   /// and bends (bU, bV); see the class comment.
   static void localControlPoints(double W, double L, double pU, double pV, double bU, double bV,
                                  std::vector<SgVec3T<double>>& cvs);
+  /// Makes the control points a legal card again: CV 1 square to the length axis (CV 0 to
+  /// CV 2), CV 3 in the plane of CV 1's axis and the normal, CV 4 in the plane of the length
+  /// axis and the normal. False for fewer than five control points.
+  static bool straightenControlPoints(std::vector<SgVec3T<double>>& cvs);
+  /// The working CVs of the guide, straightened, then placed on the surface.
+  bool prepGuideCGeom(unsigned index) override;
   /// Moves CVs 1 to 4 from `first` on towards (factor < 1) or away from CV 0 of `cvs`.
   static void scaleCard(SgVec3T<double>* first, double factor);
   /// @}

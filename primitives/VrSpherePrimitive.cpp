@@ -1,6 +1,7 @@
 #include "primitives/VrSpherePrimitive.h"
 
 #include "geometry/VrPatch.h"
+#include "primitives/VrGuideRepair.h"
 
 #include <algorithm>
 #include <cmath>
@@ -67,6 +68,12 @@ bool VrSpherePrimitive::straightenControlPoints(std::vector<SgVec3T<double>>& cv
   depth.normalize();
   cvs[DepthHandle] = mid + depth * depthLength;
   return true;
+}
+
+bool VrSpherePrimitive::prepGuideCGeom(unsigned index) {
+  if (index >= numGuides()) return false;
+  vrguide::readyGuideCVs(*this, guide(index), "sphere", &straightenControlPoints);
+  return VrPrimitive::prepGuideCGeom(index);
 }
 
 void VrSpherePrimitive::defaultGuideGeom(VrGuide& guide) const { unitGuideGeom(guide); }

@@ -53,6 +53,8 @@ class VrSpherePrimitive : public VrPrimitive {
   /// the midpoint, the depth handle square to both with its old length. False for fewer than
   /// four control points.
   static bool straightenControlPoints(std::vector<SgVec3T<double>>& cvs);
+  /// The working CVs of the guide, straightened, then placed on the surface.
+  bool prepGuideCGeom(unsigned index) override;
   /// @}
 
   /// @name The sphere's frame, shared with the kinds that stand on one (archives)

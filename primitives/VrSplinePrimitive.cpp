@@ -3,6 +3,7 @@
 #include "base/VrMessage.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
+#include "primitives/VrGuideRepair.h"
 
 #include <algorithm>
 #include <cmath>
@@ -236,13 +237,7 @@ void VrSplinePrimitive::defaultGuideGeom(VrGuide& guide) const {
 bool VrSplinePrimitive::prepGuideCGeom(unsigned index) {
   if (index >= numGuides()) return false;
   VrGuide& g = guide(index);
-  if (g.iGuideGeom().empty()) g.setIGeom(g.iOrigGuideGeom());
-  if (!verifyGuideGeom(g.iGuideGeom())) {
-    VR_WARNING(2, "Guide " + g.id() + " has " + std::to_string(g.iGuideGeom().size()) +
-                      " CVs, fewer than a spline needs; it takes the default shape.");
-    defaultGuideGeom(g);
-    g.setIGeom(g.iOrigGuideGeom());
-  }
+  vrguide::readyGuideCVs(*this, g, "spline");
   const size_t count = index == 0 ? g.iGuideGeom().size() : guide(0).iGuideGeom().size();
   if (count >= minGuideCVCount() && g.iGuideGeom().size() != count) {
     std::vector<SgVec3T<double>> cvs = g.iGuideGeom();

@@ -166,7 +166,7 @@ TEST(VrCardSpherePrimitives, WidthFactorScalesEverySize) {
   EXPECT_DOUBLE_EQ(card.context().cWidth(), 1.0);
 }
 
-TEST(VrCardSpherePrimitives, ScaleCardAndStraightenSphere) {
+TEST(VrCardSpherePrimitives, ScaleCardAndStraightenFrames) {
   std::vector<Vec> cvs = {Vec(1, 1, 1), Vec(2, 1, 1), Vec(1, 3, 1), Vec(3, 1, 1), Vec(1, 5, 1)};
   VrCardPrimitive::scaleCard(cvs.data(), 0.5);
   expectPoints(cvs, {Vec(1, 1, 1), Vec(1.5, 1, 1), Vec(1, 2, 1), Vec(2, 1, 1), Vec(1, 3, 1)}, "scaleCard");
@@ -178,6 +178,18 @@ TEST(VrCardSpherePrimitives, ScaleCardAndStraightenSphere) {
   expectPoints(sphere, {Vec(0, 0, 0), Vec(0, 0, 2), Vec(1, 0, 1), Vec(0, depthLength, 1)}, "straighten");
   std::vector<Vec> few(3);
   EXPECT_FALSE(VrSpherePrimitive::straightenControlPoints(few));
+
+  // A card whose across handle leans along the length axis (z) and whose edges bend out of
+  // their planes, as a guide edited by hand may: straightened when the guide is readied.
+  Scene scene;
+  VrCardPrimitive card(scene.description);
+  VrGuide& guide = card.addGuide();
+  guide.setIGeom({Vec(0, 0, 0), Vec(1, 0, 0.5), Vec(0, 0, 2), Vec(1.5, 0.5, 0.8), Vec(0.2, 0.4, 2.6)});
+  card.prepGuideCGeom(0);
+  expectPoints(guide.iGuideGeom(), {Vec(0, 0, 0), Vec(1, 0, 0), Vec(0, 0, 2), Vec(1.5, 0.5, 0), Vec(0, 0.4, 2.6)},
+               "straighten card");
+  few.resize(4);
+  EXPECT_FALSE(VrCardPrimitive::straightenControlPoints(few));
 }
 
 namespace {
