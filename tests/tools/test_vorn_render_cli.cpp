@@ -989,10 +989,11 @@ TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
   EXPECT_GT(perGroup[1], 100u);
 
   // The Alembic form: one points object of the archives, in the lines' order, with the group and
-  // the chosen file of each slot of every archive.
+  // the chosen file of each slot of every archive; inline, a transform per archive over the mesh
+  // of its high file, written once per file and instanced after.
   const std::string abcPath = dir.file("rocks.abc");
   const auto abc = runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
-                              renderArgs("rocks.vorn", "../head/head.abc", abcPath) + " 2>&1");
+                              renderArgs("rocks.vorn", "../head/head.abc", abcPath) + " --archives-inline 2>&1");
   ASSERT_EQ(abc.exitCode, 0) << abc.output;
   VrAbcArchive archive;
   VrAbcObject object;
@@ -1017,5 +1018,60 @@ TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
     EXPECT_EQ(groupValues[i], std::stoi(line.substr(line.find("\"group\":") + 8)));
     ASSERT_LT(h.indices[i], h.values.strings.size());
     EXPECT_NE(line.find("\"high\":\"" + h.values.strings[h.indices[i]] + "\""), std::string::npos);
+  }
+
+  VrAbcObject inlined, placed, mesh;
+  ASSERT_TRUE(archive.findObject("/stones_scalpShape_inline", inlined));
+  ASSERT_EQ(inlined.numChildren(), groupValues.size());
+  size_t instances = 0;
+  for (size_t k = 0; k < inlined.numChildren(); ++k) {
+    ASSERT_TRUE(inlined.child(k, placed) && placed.numChildren() == 1 && placed.child(0, mesh));
+    const std::string stem = groupValues[k] == 0 ? "pebble_hi" : "slab_hi";
+    EXPECT_EQ(mesh.name(), stem);
+    EXPECT_EQ(mesh.header().metaData.get("schema"), "AbcGeom_PolyMesh_v1");
+    instances += mesh.isInstanceRoot() ? 1 : 0;
+  }
+  EXPECT_EQ(instances, groupValues.size() - 2);
+
+  // The instance list gives the level of detail in use: the high one.
+  const std::string pmt = dir.file("rocks.pmt");
+  ASSERT_EQ(runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
+                       renderArgs("rocks.vorn", "../head/head.abc", pmt) + " 2>&1")
+                .exitCode,
+            0);
+  std::istringstream records(readText(pmt));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(records, line);) lines.push_back(line);
+  ASSERT_EQ(lines.size(), 14 + 14 * groupValues.size());
+  for (size_t r = 0; r < groupValues.size(); ++r) ASSERT_EQ(lines[14 + 14 * r + 8], "2") << "record " << r;
+}
+
+// Every bundled example renders from the folder its README names, with no Error, and writes the
+// objects its README promises.
+TEST(VornRender, BundledExamplesRender) {
+  struct Example {
+    const char* folder;  // where the render runs, under the source tree
+    const char* collection;
+    const char* geometry;
+    const char* object;  // an object the .abc must hold
+  };
+  const Example examples[] = {
+      {"", "examples/leaves/leaves.vorn", "examples/leaves/twig.abc", "/leaves_twigShape"},
+      {"", "examples/collar/collar.vorn", "examples/head/head.abc", "/vornCurves"},
+      {"", "examples/styled/styled.vorn", "examples/head/head.abc", "/vornCurves"},
+      {"examples/archives", "rocks.vorn", "../head/head.abc", "/stones_scalpShape"},
+  };
+  vrtest::TempDir dir;
+  for (const Example& example : examples) {
+    SCOPED_TRACE(example.collection);
+    const std::string out = dir.file("example.abc");
+    const auto result = runCommand("cd " + shellWord(std::string(VORN_SOURCE_DIR) + "/" + example.folder) + " && " +
+                                   vrtest::vornCli() + " " + renderArgs(example.collection, example.geometry, out) +
+                                   " 2>&1");
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output.find("Error"), std::string::npos) << result.output;
+    VrAbcArchive archive;
+    VrAbcObject object;
+    EXPECT_TRUE(archive.open(out) && archive.findObject(example.object, object));
   }
 }
