@@ -6,9 +6,7 @@
 //
 //   vorn_make_example_head OUT.abc [n]      (n defaults to 4)
 
-#include "io/alembic/VrAbcArchiveWriter.h"
-#include "io/alembic/VrAbcMeshWriter.h"
-#include "io/alembic/VrAbcTimeSampling.h"
+#include "tools/examplemesh/exampleMeshFile.h"
 
 #include <cmath>
 #include <cstdint>
@@ -80,19 +78,6 @@ int main(int argc, char** argv) {
                 dome.point(0, j + 1, s, n));  // x = -1
     }
 
-  VrAbcArchiveWriter writer;
-  VrAbcArchiveWriter::Options options;
-  options.applicationName = "vorn_make_example_head";
-  options.framesPerSecond = 24.0;
-  if (!writer.open(argv[1], options)) return 1;
-  const uint32_t sampling = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0 / 24.0));
-  VrAbcMeshWriter mesh;
-  if (!mesh.create(writer.top(), "scalpShape", VrAbcMeshWriter::Kind::SubD, sampling)) return 1;
-  VrAbcMeshWriter::Sample sample;
-  sample.positions = dome.points;
-  sample.faceCounts = dome.counts;
-  sample.faceIndices = dome.indices;
-  if (!mesh.write(sample) || !writer.close()) return 1;
-  std::cout << argv[1] << ": " << dome.counts.size() << " faces, " << dome.points.size() / 3 << " points\n";
-  return 0;
+  return writeExampleMesh(argv[1], "vorn_make_example_head", "scalpShape",
+                          VrAbcMeshWriter::Kind::SubD, dome.points, dome.counts, dome.indices) ? 0 : 1;
 }

@@ -11,9 +11,7 @@
 //
 //   vorn_make_example_rocks OUTDIR
 
-#include "io/alembic/VrAbcArchiveWriter.h"
-#include "io/alembic/VrAbcMeshWriter.h"
-#include "io/alembic/VrAbcTimeSampling.h"
+#include "tools/examplemesh/exampleMeshFile.h"
 
 #include <array>
 #include <cmath>
@@ -100,21 +98,8 @@ bool writeRock(const std::string& path, const Polyhedron& shape, double flatten)
   std::vector<int32_t> counts(shape.triangles.size(), 3), indices;
   for (const auto& t : shape.triangles) indices.insert(indices.end(), t.begin(), t.end());
 
-  VrAbcArchiveWriter writer;
-  VrAbcArchiveWriter::Options options;
-  options.applicationName = "vorn_make_example_rocks";
-  options.framesPerSecond = 24.0;
-  if (!writer.open(path, options)) return false;
-  const uint32_t sampling = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0 / 24.0));
-  VrAbcMeshWriter mesh;
-  if (!mesh.create(writer.top(), "rockShape", VrAbcMeshWriter::Kind::PolyMesh, sampling)) return false;
-  VrAbcMeshWriter::Sample sample;
-  sample.positions = points;
-  sample.faceCounts = counts;
-  sample.faceIndices = indices;
-  if (!mesh.write(sample) || !writer.close()) return false;
-  std::cout << path << ": " << counts.size() << " faces, " << points.size() / 3 << " points\n";
-  return true;
+  return writeExampleMesh(path, "vorn_make_example_rocks", "rockShape",
+                          VrAbcMeshWriter::Kind::PolyMesh, points, counts, indices);
 }
 
 }  // namespace

@@ -4,9 +4,7 @@
 //
 //   vorn_make_example_twig OUT.abc [n m]      (n, m default to 24 and 8)
 
-#include "io/alembic/VrAbcArchiveWriter.h"
-#include "io/alembic/VrAbcMeshWriter.h"
-#include "io/alembic/VrAbcTimeSampling.h"
+#include "tools/examplemesh/exampleMeshFile.h"
 
 #include <cmath>
 #include <cstdint>
@@ -53,19 +51,6 @@ int main(int argc, char** argv) {
       indices.insert(indices.end(), {i * m + j, (i + 1) * m + j, (i + 1) * m + j1, i * m + j1});
     }
 
-  VrAbcArchiveWriter writer;
-  VrAbcArchiveWriter::Options options;
-  options.applicationName = "vorn_make_example_twig";
-  options.framesPerSecond = 24.0;
-  if (!writer.open(argv[1], options)) return 1;
-  const uint32_t sampling = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0 / 24.0));
-  VrAbcMeshWriter mesh;
-  if (!mesh.create(writer.top(), "twigShape", VrAbcMeshWriter::Kind::PolyMesh, sampling)) return 1;
-  VrAbcMeshWriter::Sample sample;
-  sample.positions = points;
-  sample.faceCounts = counts;
-  sample.faceIndices = indices;
-  if (!mesh.write(sample) || !writer.close()) return 1;
-  std::cout << argv[1] << ": " << counts.size() << " faces, " << points.size() / 3 << " points\n";
-  return 0;
+  return writeExampleMesh(argv[1], "vorn_make_example_twig", "twigShape",
+                          VrAbcMeshWriter::Kind::PolyMesh, points, counts, indices) ? 0 : 1;
 }
