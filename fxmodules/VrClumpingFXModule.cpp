@@ -19,6 +19,7 @@
 #include "document/VrDescription.h"
 #include "document/vrutilFiles.h"
 #include "expressions/VrSeExprMath.h"
+#include "fxmodules/VrFXExprAttr.h"
 #include "fxmodules/VrFXRotation.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
@@ -56,16 +57,13 @@ class ClumpState : public VrFXModuleContext {
 
 }  // namespace
 
-// One expression attribute and whether it varies along the primitive ("t").
-struct VrClumpingFXModule::Expr {
+// One expression attribute, evaluated at a primitive's or a clump guide's location.
+struct VrClumpingFXModule::Expr : VrFXExprAttr {
   Expr(const char* attr, const std::string& text, VrDescription* description)
-      : name(attr), expr(attr, "ClumpingFXModule", description, text, "float") {}
+      : VrFXExprAttr(attr, "ClumpingFXModule", description, text) {}
   double at(double u, double v, int face, const std::string* patchName) const {
-    return expr.eval(u, v, face, patchName)[0];
+    return VrFXExprAttr::at(VrFXLocation(u, v, face, patchName));
   }
-  std::string name;
-  VrExpression expr;
-  bool usesT = false;
 };
 
 namespace {
@@ -139,7 +137,7 @@ VrClumpingFXModule::~VrClumpingFXModule() {
 
 VrClumpingFXModule::Expr* VrClumpingFXModule::findExpr(const std::string& name) {
   for (Expr* e : exprs)
-    if (e->name == name) return e;
+    if (e->name() == name) return e;
   return nullptr;
 }
 
@@ -147,8 +145,7 @@ bool VrClumpingFXModule::setAttr(const std::string& name, const std::string& val
                                  const std::string& enumStrings) {
   if (VrFXModule::setAttr(name, value, type, enumStrings)) return true;
   if (Expr* e = findExpr(name)) {
-    e->expr.setExpression(value);
-    e->usesT = e->expr.usesVar("t");
+    e->set(value, this->name() + "Id");  // the clump guide's id variable
     return true;
   }
   struct Ramp {
@@ -178,7 +175,7 @@ bool VrClumpingFXModule::setAttr(const std::string& name, const std::string& val
 
 void VrClumpingFXModule::getExternalContext(ExternalContext& pairs, const std::string& prefix) const {
   VrFXModule::getExternalContext(pairs, prefix);
-  for (const Expr* e : exprs) e->expr.getExternalContext(pairs, prefix + e->name);
+  for (const Expr* e : exprs) e->expr.getExternalContext(pairs, prefix + e->name());
 }
 
 std::string VrClumpingFXModule::pointDirectory() const {
@@ -195,7 +192,7 @@ std::string VrClumpingFXModule::mapDirectory() const {
 
 const VrExpression* VrClumpingFXModule::ptMaskExpr() const {
   for (const Expr* e : exprs)
-    if (e->name == "ptMask") return &e->expr;
+    if (e->name() == "ptMask") return &e->expr;
   return nullptr;
 }
 
@@ -283,7 +280,8 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   const unsigned id = regionIdAt(u, v, face, patchName);
   if (id == 0) return true;
   const unsigned g = id - 1;
-  VrExpression::setCustomVariable(idVariable, static_cast<double>(g));
+  // Per thread: workers place different primitives at once.
+  VrExpression::setThreadVariable(idVariable, static_cast<double>(g));
   if (g >= numClumpGuides()) {
     VR_ERROR("Clumping guide ID larger than number in vuv file (" + name() + ", " + std::to_string(g) +
              "(guide ID) " + std::to_string(numClumpGuides()) + "(vuv file size) " + messageTag());
@@ -307,7 +305,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     if (m >= MaskEpsilon) SgCurve::cutToLength(P, c * m, true);
     clumpLength = c * m;
   }
-  VrExpression::setCustomVariable("clumpLength", clumpLength);
+  VrExpression::setThreadVariable("clumpLength", clumpLength);
   const size_t n = P.size();
   if (G.size() != n) SgCurve::rebuild(G, static_cast<int>(n), true);
   if (n < 2 || G.size() != n) return true;
@@ -329,7 +327,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   if (copy != 0.0 || copyE.usesT) {
     for (size_t i = 1; i < n; ++i) {
       if (copyE.usesT || copyVarE.usesT) {
-        VrExpression::setCustomVariable("t", static_cast<double>(i) * h);
+        VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
         if (copyE.usesT) copy = copyE.at(guide.u, guide.v, guide.face, guidePatch);
         if (copyVarE.usesT) copyVar = copyVarE.at(u, v, face, patchName);
       }
@@ -337,7 +335,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       const double a = std::clamp(copy * state->copyScale[i] * factor * m, 0.0, 1.0);
       P[i] = P[i] * (1.0 - a) + ((G[i] - G[0]) + P[0]) * a;
     }
-    VrExpression::removeCustomVariable("t");
+    VrExpression::removeThreadVariable("t");
   }
   if (m < MaskEpsilon) return true;
 
@@ -363,11 +361,13 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   const Expr& offsetE = *exprs[Offset];
   const Expr& flatE = *exprs[Flatness];
   const bool anyT = clumpE.usesT || varE.usesT || curlE.usesT || offsetE.usesT || flatE.usesT;
-  double clump = clumpE.at(u, v, face, patchName);
-  double variance = varE.at(u, v, face, patchName);
-  double curl = curlE.at(u, v, face, patchName) * 0.025;
-  double offset = offsetE.at(u, v, face, patchName);
-  double flatness = flatE.at(u, v, face, patchName);
+  // A per-CV text is evaluated only once "t" is set, in the loop below.
+  auto atRoot = [&](const Expr& e) { return e.usesT ? 0.0 : e.at(u, v, face, patchName); };
+  double clump = atRoot(clumpE);
+  double variance = atRoot(varE);
+  double curl = atRoot(curlE) * 0.025;
+  double offset = atRoot(offsetE);
+  double flatness = atRoot(flatE);
 
   Vec T = guide.T, A = guide.A, B = guide.B;
   const Vec D0 = unit(G[1] - G[0]);
@@ -385,7 +385,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   double pendingAngle = 0.0;
   for (size_t i = 1; i < n; ++i) {
     if (anyT) {
-      VrExpression::setCustomVariable("t", static_cast<double>(i) * h);
+      VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
       if (clumpE.usesT) clump = clumpE.at(u, v, face, patchName);
       if (varE.usesT) variance = varE.at(u, v, face, patchName);
       if (curlE.usesT) curl = curlE.at(u, v, face, patchName) * 0.025;
@@ -437,7 +437,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     P[i] = G[i] + r;
     Dprev = D;
   }
-  if (anyT) VrExpression::removeCustomVariable("t");
+  if (anyT) VrExpression::removeThreadVariable("t");
   if (guideCopy) guideCopy->assign(G.begin(), G.end());
   return true;
 }

@@ -17,6 +17,8 @@ struct VrFXLocation {
         v(context.cv(false)),
         face(context.cFaceId()),
         patchName(context.cPatch() ? &context.cPatch()->name() : nullptr) {}
+  VrFXLocation(double u, double v, int face, const std::string* patchName)
+      : u(u), v(v), face(face), patchName(patchName) {}
   double u, v;
   int face;
   const std::string* patchName;
@@ -30,13 +32,18 @@ class VrFXExprAttr {
       : expr(name, objectWord, description, text, "float") {
     set(text);
   }
-  /// Main thread only. "t" is declared while the text is parsed, so that a per-CV text parses.
-  void set(const std::string& text) {
+  /// Main thread only. The variables that modules set per primitive or per CV ("t",
+  /// "clumpLength", and `alsoDeclared` when given) are declared while the text is parsed, so
+  /// that a text using them parses.
+  void set(const std::string& text, const std::string& alsoDeclared = "") {
+    const std::string moduleVariables[] = {"t", "clumpLength", alsoDeclared};
     expr.setExpression(text);
-    VrExpression::setCustomVariable("t", 0.0);
+    for (const std::string& name : moduleVariables)
+      if (!name.empty()) VrExpression::setThreadVariable(name, 0.0);
     expr.isValid();
     usesT = expr.usesVar("t");
-    VrExpression::removeCustomVariable("t");
+    for (const std::string& name : moduleVariables)
+      if (!name.empty()) VrExpression::removeThreadVariable(name);
     // A text without variables or system functions has one value: worked out once here, it
     // costs nothing per primitive.
     constant = !usesT && expr.isConstant();

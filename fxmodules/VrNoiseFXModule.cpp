@@ -292,7 +292,7 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
                                                               static_cast<float>(d1)});
       P[i] += frame.side[i] * d3 + frame.across[i] * d2 + frame.along(i) * d1;
     }
-    if (magnitude.usesT) VrExpression::removeCustomVariable("t");
+    if (magnitude.usesT) VrExpression::removeThreadVariable("t");
     if (writing && !state->writer->writePrim(state->writePosition, context.id(), state->record))
       VR_ERROR("Failed to write primitive on face " + std::to_string(state->face) + " to VPD file: " +
                state->writer->path());

@@ -235,20 +235,24 @@ TEST(VrClumpingFXModule, GuidesReadSeriallyAndInParallelAreIdentical) {
 }
 
 TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
-  ClumpScene scene;
-  std::vector<Point> points;
-  for (int face = 0; face < scene.faces(); face += 3) points.push_back({face, 0.5, 0.5});
-  scene.guides(points);
-  scene.regions([&](int face) { return static_cast<unsigned>(face / 3 + 1); });
-  scene.description->setActive("RandomGenerator");
-  scene.description->activeGenerator()->setAttr("density", "40");
-  scene.spline->setAttr("offU", "0.6 * $v", "expr");
-  scene.clump->setAttr("curl", "0.5", "expr");
-  scene.clump->setAttr("curlScale", "rampUI(0,0.5,1:1,1,1)", "rampUI");
-  scene.clump->setAttr("offset", "0.2", "expr");
-  scene.clump->setAttr("noise", "0.1", "expr");
-  scene.clump->setAttr("noiseScale", "rampUI(0,0,1:1,1,1)", "rampUI");
-  const auto cvs = vrtest::sameThreeWays(scene.description, "body", scene.faces());
+  // Texts read the per-CV "t", the clump length and the guide id: each worker sees its own.
+  auto render = [](const char* offset) {
+    ClumpScene scene;
+    std::vector<Point> points;
+    for (int face = 0; face < scene.faces(); face += 3) points.push_back({face, 0.5, 0.5});
+    scene.guides(points);
+    scene.regions([&](int face) { return static_cast<unsigned>(face / 3 + 1); });
+    scene.description->setActive("RandomGenerator");
+    scene.description->activeGenerator()->setAttr("density", "40");
+    scene.spline->setAttr("offU", "0.6 * $v", "expr");
+    scene.clump->setAttr("curl", "0.5 + 0.1 * $clumpLength + 0.01 * $ClumpingId", "expr");
+    scene.clump->setAttr("curlScale", "rampUI(0,0.5,1:1,1,1)", "rampUI");
+    scene.clump->setAttr("offset", offset, "expr");
+    scene.clump->setAttr("noise", "0.1", "expr");
+    scene.clump->setAttr("noiseScale", "rampUI(0,0,1:1,1,1)", "rampUI");
+    return vrtest::sameThreeWays(scene.description, "body", scene.faces());
+  };
+  const auto cvs = render("0.4 * $t");
   // The module did reshape them: unclumped, every spline here is a straight line.
   size_t bent = 0;
   for (const auto& entry : cvs) {
@@ -256,6 +260,8 @@ TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
     if ((p[2] - p[0]).cross(p.back() - p[0]).length() > 1e-6) ++bent;
   }
   EXPECT_GT(bent, cvs.size() / 2);
+  // The per-CV offset took effect.
+  EXPECT_NE(cvs, render("0"));
 }
 
 TEST(VrClumpMaker, RegionsAreTheNearestGuideAndTheSameSeedGivesTheSameFiles) {
