@@ -123,49 +123,6 @@ TEST(VrCardSpherePrimitives, CardBendsAndTwistAsComputedByHand) {
   }
 }
 
-TEST(VrCardSpherePrimitives, SphereHandlesLeanAndSizes) {
-  struct Row {
-    const char* what;
-    std::vector<std::pair<std::string, std::string>> attrs;
-    std::vector<Vec> want;  // CVs 1 to 3
-    double length, width, depth;
-  };
-  const Row rows[] = {
-      {"unit", {}, {local(0, 1, 0), local(0.5, 0.5, 0), local(0, 0.5, 0.5)}, 1, 1, 1},
-      {"sizes", {{"length", "2"}, {"width", "1"}, {"depth", "3"}},
-       {local(0, 2, 0), local(0.5, 1, 0), local(0, 1, 1.5)}, 2, 1, 3},
-      // A full lean along U lays the sphere in the tangent plane: the tip along +U, and the
-      // across axis turned to -N.
-      {"offU 1", {{"offU", "1"}}, {Vec(1, 0, 0), Vec(0.5, 0, -0.5), Vec(0.5, 0.5, 0)}, 1, 1, 1},
-      // Twist turns the handles about the axis: width to +V, depth to -U.
-      {"twist 90", {{"twist", "90"}}, {local(0, 1, 0), Vec(0, 0.5, 0.5), Vec(-0.5, 0, 0.5)}, 1, 1, 1},
-      // A zero length is floored, not culled.
-      {"length 0", {{"length", "0"}}, {Vec(0, 0, 1e-6), Vec(0.5, 0, 0.5e-6), Vec(0, 0.5, 0.5e-6)}, 1e-6, 1, 1},
-  };
-  for (const Row& row : rows) {
-    Scene scene;
-    VrSpherePrimitive sphere(scene.description);
-    std::vector<Vec> got = scene.make(sphere, row.attrs);
-    ASSERT_EQ(got.size(), 4u);
-    expectPoints({got.begin() + 1, got.end()}, row.want, row.what);
-    EXPECT_NEAR(sphere.context().cLength(), row.length, 1e-12) << row.what;
-    EXPECT_NEAR(sphere.context().cWidth(), row.width, 1e-12) << row.what;
-    EXPECT_NEAR(sphere.context().cDepth(), row.depth, 1e-12) << row.what;
-  }
-}
-
-// The description's width factor scales every size of both kinds, a card's length too.
-TEST(VrCardSpherePrimitives, WidthFactorScalesEverySize) {
-  Scene scene;
-  VrCardPrimitive card(scene.description);
-  VrSpherePrimitive sphere(scene.description);
-  card.context().setLodAdjustment(0.5);
-  sphere.context().setLodAdjustment(0.5);
-  EXPECT_NEAR(scene.make(card, {{"length", "4"}, {"width", "2"}})[4].y, 1.0, 1e-12);
-  EXPECT_NEAR(scene.make(sphere, {{"depth", "6"}})[3].y, 1.5, 1e-12);
-  EXPECT_DOUBLE_EQ(card.context().cWidth(), 1.0);
-}
-
 TEST(VrCardSpherePrimitives, ScaleCardAndStraightenSphere) {
   std::vector<Vec> cvs = {Vec(1, 1, 1), Vec(2, 1, 1), Vec(1, 3, 1), Vec(3, 1, 1), Vec(1, 5, 1)};
   VrCardPrimitive::scaleCard(cvs.data(), 0.5);
