@@ -150,3 +150,32 @@ TEST(VrServiceOfServices, RegistryOwnsItsServices) {
   EXPECT_EQ(VrOrloService::sId, 0x4F4C524F);  // "ORLO" little-endian
 }
 
+namespace {
+int lastBegin = -1, endedId = -1;
+int beginHook(int category, int colour, const char*, const char* group) {
+  lastBegin = category * 100 + colour + (std::string(group) == "Vorn" ? 1000 : 0);
+  return 7;
+}
+void endHook(int id) { endedId = id; }
+}  // namespace
+
+TEST(VrProfiler, ScopeCallsHostHooks) {
+  lastBegin = endedId = -1;
+  { vrutil::VrProfileScope scope("no hooks"); }
+  EXPECT_EQ(endedId, -1);
+  vrutil::VrProfiler::eventBeginFunc = beginHook;
+  vrutil::VrProfiler::eventEndFunc = endHook;
+  vrutil::VrProfiler::sVornCategory = 3;
+  { vrutil::VrProfileScope scope("VrPrimitive::finishDescription"); }
+  EXPECT_EQ(lastBegin, 1309);
+  EXPECT_EQ(endedId, 7);
+  vrutil::VrProfiler::eventBeginFunc = nullptr;
+  vrutil::VrProfiler::eventEndFunc = nullptr;
+  vrutil::VrProfiler::sVornCategory = -1;
+
+  long long counter = 0;
+  std::string text = "took ";
+  vrutil::beginTiming(counter);
+  vrutil::endTiming(counter, text);
+  EXPECT_TRUE(text.rfind("took 0.0", 0) == 0 && text.find(" seconds") != std::string::npos) << text;
+}

@@ -57,6 +57,32 @@ TEST(VrMessage, QtLoggerIsReplaced) {
   }
 }
 
+TEST(VrMessage, CallSiteGatesAndFilter) {
+  vrtest::CaptureLogger log;
+  const unsigned savedWarning = VRWarningLevel, savedDebug = VRDebugLevel,
+                 savedFilter = VRMessageFilter;
+  int built = 0;
+  auto text = [&built] {
+    ++built;
+    return std::string("t");
+  };
+  VRWarningLevel = 1;
+  VR_WARNING(2, text());
+  VR_WARNING(1, text());
+  VRDebugLevel = 0;
+  VR_DEBUG(1, vrmsg::CatFile, text());
+  EXPECT_EQ(built, 1);  // suppressed messages never build their text
+  VRDebugLevel = 3;
+  VRMessageFilter = vrmsg::CatPatch;
+  VR_DEBUG(1, vrmsg::CatFile, text());   // filtered out
+  VR_DEBUG(1, vrmsg::CatPatch, text());  // passes
+  EXPECT_EQ(log.messages.size(), 2u);
+  EXPECT_EQ(log.messages.back().flags, vrmsg::Debug | vrmsg::CatPatch | 1);
+  VRWarningLevel = savedWarning;
+  VRDebugLevel = savedDebug;
+  VRMessageFilter = savedFilter;
+}
+
 TEST(VrMessageDeathTest, QuitOnErrorEndsTheProcessAfterItsText) {
   EXPECT_EXIT(
       {

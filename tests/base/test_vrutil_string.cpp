@@ -74,6 +74,12 @@ TEST(VrutilString, PrepForEditorUnescapesOnlyUnprotectedSequences) {
   EXPECT_NE(prepForEditor(prepForAttribute(doubled)), doubled);
 }
 
+TEST(VrutilString, EscapeForDumpWritesEveryControlAndHighByteAsAnEscape) {
+  const std::string text = std::string("a\r\\\"\t\n") + char(1) + char(0xff) + "z";
+  EXPECT_EQ(escapeForDump(text, true), "a\\r\\\\\\\"\\t\\n\\x01\\xffz");
+  EXPECT_EQ(escapeForDump(text, false), "a\\r\\\\\"\\t\\n\\x01\\xffz");
+}
+
 TEST(VrutilName, ObjectNamesAndShapeNames) {
   EXPECT_EQ(sgObjName("|grp|ns:pCube1"), "ns:pCube1");
   EXPECT_EQ(sgObjName("pCube1"), "pCube1");
