@@ -83,20 +83,6 @@ TEST(VrMessage, CallSiteGatesAndFilter) {
   VRMessageFilter = savedFilter;
 }
 
-TEST(VrMessage, LocalisedTextsComeFromTheOrloLogger) {
-  EXPECT_EQ(vrLocName("rNoKey"), "");
-  struct Orlo : vrtest::CaptureLogger {
-    Orlo() : CaptureLogger("orlo") {}
-    std::string getLocalized(const std::string& key, const std::string& a1, const std::string&,
-                             const std::string&, const std::string&, const std::string&,
-                             const std::string&, const std::string&, const std::string&,
-                             const std::string&, const std::string&) const override {
-      return key + "/" + a1;
-    }
-  } orlo;
-  EXPECT_EQ(vrLocName("rKey", "x"), "rKey/x");
-}
-
 TEST(VrMessageDeathTest, QuitOnErrorEndsTheProcessAfterItsText) {
   EXPECT_EXIT(
       {

@@ -67,13 +67,3 @@ TEST(VrModules, UnknownAndDoubleRegistration) {
   VrGetRegisteredModules(listed);
   EXPECT_EQ(std::count(listed.begin(), listed.end(), "SculptPrimitive"), 0);
 }
-
-TEST(VrModules, DataOnlyObjectsKeepTheirAttributes) {
-  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("SnapshotFXModule", nullptr)));
-  object->setAttr("strength", "0.5");
-  object->setAttr("direction", "[1,0,0]");
-  std::string value;
-  EXPECT_TRUE(object->getAttr("direction", value));
-  EXPECT_EQ(value, "[1,0,0]");
-  EXPECT_EQ(object->numAttrs(), 2u);
-}

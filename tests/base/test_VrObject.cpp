@@ -70,13 +70,6 @@ TEST(VrObject, AttributesKeepDeclarationOrderAndUnknownNames) {
   EXPECT_TRUE(w.getEnumStrings("absent").empty());
 }
 
-TEST(VrObject, NamesAreNormalised) {
-  Widget w;
-  w.setAttr("name", "group|sub|leaf");
-  EXPECT_EQ(w.name(), "leaf");
-  EXPECT_EQ(attrValue(w, "name"), "leaf");
-}
-
 TEST(VrObject, BadTypedValuesAreRewrittenToCanonicalText) {
   Widget w;
   EXPECT_FALSE(w.setAttr("enabled", "YES"));
@@ -161,36 +154,6 @@ TEST(VrObject, CustomAttributes) {
   EXPECT_EQ(w.customAttrs().find("myValue"), nullptr);
 }
 
-TEST(VrObject, RemoveAttributes) {
-  Widget w;
-  EXPECT_TRUE(w.remAttr("count"));
-  EXPECT_FALSE(w.hasAttr("count"));
-  EXPECT_EQ(w.attr(1), "enabled");
-  w.remAttrs({"enabled", "mode", "absent"});
-  EXPECT_EQ(w.attrNames(), (std::vector<std::string>{"name", "scale", "eightChr",
-                                                       "fifteenCharName", "sixteenCharNames"}));
-}
-
-TEST(VrObject, BlockWriterUsesTheTabRule) {
-  Widget w;
-  w.setAttr("name", "ns:thing");
-  w.setAttr("custom_float_x", "1.0");
-  std::ostringstream out;
-  EXPECT_TRUE(w.exportObj(out));
-  EXPECT_EQ(out.str(),
-            "\nWidget\n"
-            "\tname\t\t\tthing\n"            // name spaces are not written
-            "\tcount\t\t\t3\n"
-            "\tenabled\t\t\ttrue\n"          // 7 characters: three tabs
-            "\tscale\t\t\t1.0\n"
-            "\tmode\t\t\tfast\n"
-            "\teightChr\t\tx\n"              // 8: two
-            "\tfifteenCharName\t\ty\n"       // 15: two
-            "\tsixteenCharNames\tz\n"        // 16: one
-            "\tcustom_float_x\t\t1.0\n"
-            "\tendAttrs\n");
-}
-
 TEST(VrObject, BlockReaderRoundTripsAndWarns) {
   Widget source;
   source.setAttr("count", "11");
@@ -222,12 +185,4 @@ TEST(VrObject, BlockReaderRoundTripsAndWarns) {
   std::ostringstream rewritten;
   copy.exportObj(rewritten);
   EXPECT_EQ(rewritten.str(), written.str());
-}
-
-TEST(VrObject, BlockReaderAppliesNameSpaceAndSkipsComments) {
-  std::istringstream in("# a comment\n\tname\t\t\tleaf  \r\n\tscale 4.5\n");
-  Widget w;
-  EXPECT_FALSE(w.importObj(in, "ns"));  // ran into the end of the stream
-  EXPECT_EQ(w.name(), "ns:leaf");
-  EXPECT_EQ(w.scale, 4.5);
 }

@@ -43,26 +43,6 @@ TEST(VrutilCodec, NumberAndBoolText) {
   EXPECT_EQ(btoa(false, "[%s]"), "[false]");
 }
 
-TEST(VrutilCodec, FloatArrays) {
-  vrtest::CaptureLogger log;
-  std::vector<double> out{9.0};
-  EXPECT_TRUE(stofs("array(3:1:2.5:-4)", out));
-  EXPECT_EQ(out, (std::vector<double>{1, 2.5, -4}));
-  EXPECT_TRUE(stofs("array(1:7)", out, true));
-  EXPECT_EQ(out, (std::vector<double>{1, 2.5, -4, 7}));
-  EXPECT_TRUE(stofs("array(0:)", out));
-  EXPECT_TRUE(out.empty());
-  // Elements past the count are not read.
-  EXPECT_TRUE(stofs("array(2:1:2:3)", out));
-  EXPECT_EQ(out, (std::vector<double>{1, 2}));
-  EXPECT_TRUE(log.errors().empty());
-
-  // No keyword: a silent false.
-  EXPECT_FALSE(stofs("list(3:1:2:3)", out));
-  EXPECT_FALSE(stofs("ptArray(1:1,2,3)", out));
-  EXPECT_TRUE(log.messages.empty());
-}
-
 TEST(VrutilCodec, MalformedArraysReportTheirFault) {
   struct Case {
     const char* text;
@@ -85,29 +65,6 @@ TEST(VrutilCodec, MalformedArraysReportTheirFault) {
     EXPECT_EQ(log.errors(), std::vector<std::string>{c.error}) << c.text;
     EXPECT_EQ(out, std::vector<double>{42.0}) << c.text;
   }
-}
-
-TEST(VrutilCodec, VectorArrays) {
-  vrtest::CaptureLogger log;
-  std::vector<Vec> out;
-  EXPECT_TRUE(stovs("ptArray(2:1,2,3:4.5,-5,6)", out));
-  EXPECT_EQ(out, (std::vector<Vec>{Vec(1, 2, 3), Vec(4.5, -5, 6)}));
-  EXPECT_TRUE(stovs("ptArray(1:0,0,1)", out, true));
-  EXPECT_EQ(out.size(), 3u);
-  EXPECT_EQ(out[2], Vec(0, 0, 1));
-  EXPECT_TRUE(log.errors().empty());
-
-  EXPECT_FALSE(stovs("array(1:1)", out));
-  EXPECT_TRUE(log.errors().empty());
-  EXPECT_FALSE(stovs("ptArray(2:1,2,3:4,5)", out));
-  EXPECT_FALSE(stovs("ptArray(2:1,2,3)", out));
-  EXPECT_FALSE(stovs("ptArray(two:1,2,3)", out));
-  EXPECT_EQ(log.errors(),
-            (std::vector<std::string>{
-                kPrefix + "Failed to read #1 element.",
-                kPrefix + "Didnt find enough elements. Found 1 but needed 2.",
-                kPrefix + "Unable to read the number of elements in array."}));
-  EXPECT_EQ(out.size(), 3u);
 }
 
 TEST(VrutilCodec, NestedArrays) {
@@ -200,15 +157,6 @@ TEST(VrutilCodec, MatrixText) {
   EXPECT_FALSE(stox("mat(1,0,0,0,0,1,0,0,0,0,1,0,0,0,0,1)", x));
   EXPECT_FALSE(stox("", x));
   EXPECT_EQ(x, before);
-}
-
-TEST(VrutilCodec, HashString) {
-  EXPECT_EQ(hashString(""), 0u);
-  EXPECT_EQ(hashString("a"), 97u);
-  EXPECT_EQ(hashString("ab"), 173u);         // 97 * 16 + 98 = 1650
-  EXPECT_EQ(hashString("abcdefg"), 37u);     // the high nibble folds in at the 7th byte
-  EXPECT_EQ(hashString("vornHairDescription"), 67u);
-  EXPECT_EQ(hashString("\xff"), 171u);       // bytes are signed: 0x0FFFFF0F % 211
 }
 
 TEST(VrutilCodec, IdColourCodes) {

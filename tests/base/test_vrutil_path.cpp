@@ -90,19 +90,6 @@ TEST(VrutilPath, FileCleanupExpandsEscapesAndCollapses) {
   EXPECT_EQ(dir, "/a/b/cache/");
 }
 
-TEST(VrutilPath, TempDirTakesTheFirstVariableSet) {
-  const struct {
-    const char *tmp, *tmpdir, *temp, *expected;
-  } cases[] = {{"/scratch/one", "/scratch/two", nullptr, "/scratch/one/"},
-               {nullptr, "/scratch/two/", nullptr, "/scratch/two/"},
-               {nullptr, nullptr, "D:/scratch", "D:/scratch/"},
-               {nullptr, nullptr, nullptr, "/tmp/"}};
-  for (const auto& c : cases) {
-    vrtest::ScopedEnv tmp("TMP", c.tmp), tmpdir("TMPDIR", c.tmpdir), temp("TEMP", c.temp);
-    EXPECT_EQ(tempDir(), c.expected);
-  }
-}
-
 TEST(VrutilPath, RootIconAndVersion) {
   vrtest::CaptureLogger log;
   const std::string root = rootDir();

@@ -21,23 +21,6 @@ TEST(VrutilString, StripWhitespaceTrimsFiveCharactersAndOnePairOfQuotes) {
   EXPECT_EQ(stripWhitespace("\"\"", true), "");
 }
 
-TEST(VrutilString, ForwardSlashesAndReplaceSubStrs) {
-  EXPECT_EQ(forwardSlashes("C:\\maps\\a.ptx"), "C:/maps/a.ptx");
-
-  std::string text = "aXbXc";
-  EXPECT_EQ(replaceSubStrs(text, "X", "--"), 2u);
-  EXPECT_EQ(text, "a--b--c");
-  // The replacement holds the pattern: each original occurrence is replaced once.
-  text = "aaa";
-  EXPECT_EQ(replaceSubStrs(text, "a", "aa"), 3u);
-  EXPECT_EQ(text, "aaaaaa");
-  text = "abc";
-  EXPECT_EQ(replaceSubStrs(text, "", "z"), 0u);
-  EXPECT_EQ(text, "abc");
-  EXPECT_EQ(replaceSubStrs(text, "abc", ""), 1u);
-  EXPECT_EQ(text, "");
-}
-
 TEST(VrutilString, SafeGetlineAcceptsAllThreeLineEnds) {
   std::istringstream in("unix\nwindows\r\nmac\rlast");
   std::string line;
@@ -69,32 +52,11 @@ TEST(VrutilString, BaseFileName) {
   EXPECT_EQ(baseFileName("plain"), "plain");
 }
 
-TEST(VrutilString, StossSplitsStripsAndReports) {
-  std::vector<std::string> out{"stale"};
-  EXPECT_TRUE(stoss(" /a/b/ ;  /c d/;;", out, ";"));
-  EXPECT_EQ(out, (std::vector<std::string>{"/a/b/", "/c d/"}));
-  EXPECT_TRUE(stoss("x,y z", out, ", "));
-  EXPECT_EQ(out, (std::vector<std::string>{"x", "y", "z"}));
-  EXPECT_FALSE(stoss(" ; ;", out, ";"));
-  EXPECT_TRUE(out.empty());
-  out = {"stale"};
-  EXPECT_FALSE(stoss("", out, ";"));
-  EXPECT_TRUE(out.empty());
-}
-
 TEST(VrutilString, Stob) {
   for (const char* yes : {"true", "TRUE", "True", "on", "ON", "one", "One", "1"})
     EXPECT_TRUE(stob(yes)) << yes;
   for (const char* no : {"false", "off", "0", "yes", "", "2", "onee", "truth"})
     EXPECT_FALSE(stob(no)) << no;
-}
-
-TEST(VrutilString, PrepForAttributeEscapesNewlinesAndTabs) {
-  EXPECT_EQ(prepForAttribute("$a=1;\n$b=2;\t#c"), "$a=1;\\n$b=2;\\t#c");
-  // An already escaped "\n" (backslash, backslash, n) gains a backslash; a lone one stays.
-  EXPECT_EQ(prepForAttribute("x\\\\n"), "x\\\\\\n");
-  EXPECT_EQ(prepForAttribute("x\\\\t"), "x\\\\\\t");
-  EXPECT_EQ(prepForAttribute("x\\n"), "x\\n");
 }
 
 TEST(VrutilString, PrepForEditorUnescapesOnlyUnprotectedSequences) {
@@ -110,6 +72,12 @@ TEST(VrutilString, PrepForEditorUnescapesOnlyUnprotectedSequences) {
   const std::string doubled = "p\\\\nq";
   EXPECT_EQ(prepForAttribute(doubled), "p\\\\\\nq");
   EXPECT_NE(prepForEditor(prepForAttribute(doubled)), doubled);
+}
+
+TEST(VrutilString, EscapeForDumpWritesEveryControlAndHighByteAsAnEscape) {
+  const std::string text = std::string("a\r\\\"\t\n") + char(1) + char(0xff) + "z";
+  EXPECT_EQ(escapeForDump(text, true), "a\\r\\\\\\\"\\t\\n\\x01\\xffz");
+  EXPECT_EQ(escapeForDump(text, false), "a\\r\\\\\"\\t\\n\\x01\\xffz");
 }
 
 TEST(VrutilName, ObjectNamesAndShapeNames) {
@@ -136,11 +104,4 @@ TEST(VrutilName, NameSpaces) {
   EXPECT_EQ(stripNameSpace("a:b:c"), "c");
   EXPECT_EQ(stripNameSpace("plain"), "plain");
   EXPECT_EQ(stripNameSpace("ns:"), "");
-}
-
-TEST(VrutilName, IsBaseNameEmptyAnswersTheOppositeOfItsName) {
-  EXPECT_FALSE(isBaseNameEmpty("ns:"));
-  EXPECT_TRUE(isBaseNameEmpty("ns:x"));
-  EXPECT_TRUE(isBaseNameEmpty("x"));
-  EXPECT_FALSE(isBaseNameEmpty(""));
 }

@@ -32,46 +32,6 @@ std::string attrValue(const VrObject& object, const std::string& name) {
 
 }  // namespace
 
-TEST(VrDescription, DefaultsInDeclarationOrder) {
-  VrDescription d;
-  EXPECT_EQ(d.attrNames(),
-            (std::vector<std::string>{"name", "flipNormals", "strayPercentage", "lodFlag",
-                                      "averageWidth", "pixelCullSize", "pixelFadeSize", "cullFade",
-                                      "minDensity", "cullWidthRatio", "maxWidthRatio", "groom",
-                                      "descriptionId"}));
-  std::string value, type;
-  d.getAttr("descriptionId", value, type);
-  EXPECT_EQ(type, "int");
-  d.getAttr("strayPercentage", value, type);
-  EXPECT_EQ(type, "expr");
-  EXPECT_EQ(d.strayInternal().expression(), "( rand() * 100 ) < ( 0.0\\n )");
-  EXPECT_EQ(d.lodWidthCoefficient().expression(),
-            "clamp(((rand()>$lodMinDensity)?(remap($lodScreenSizeFactor,1,rand()*(1-$lodCullFade),"
-            "$lodCullFade,1)):1)*1/($lodMinDensity*(1-$lodScreenSizeFactor)+$lodScreenSizeFactor),"
-            "0,$lodMaxWidthRatio)");
-  EXPECT_EQ(d.lodScreenSizeFactor().expression(), "0.0");
-  EXPECT_DOUBLE_EQ(d.lodPixelFadeSize(), 20.0);
-}
-
-TEST(VrDescription, ClampsKeepTheTextAndClampTheMember) {
-  VrDescription d;
-  EXPECT_TRUE(d.setAttr("minDensity", "2"));
-  EXPECT_EQ(attrValue(d, "minDensity"), "2");
-  EXPECT_DOUBLE_EQ(d.lodMinDensity(), 1.0);
-  d.setAttr("pixelFadeSize", "-3");
-  EXPECT_DOUBLE_EQ(d.lodPixelFadeSize(), 0.0);
-  d.setAttr("maxWidthRatio", "0.5");
-  EXPECT_DOUBLE_EQ(d.lodMaxWidthRatio(), 1.0);
-  d.setAttr("cullFade", "-1");
-  EXPECT_DOUBLE_EQ(d.lodFadeOutRange(), 0.0);
-  EXPECT_FALSE(d.setAttr("cullWidthRatio", "wide"));
-  EXPECT_EQ(attrValue(d, "cullWidthRatio"), "0.0");
-  EXPECT_TRUE(d.setAttr("flipNormals", "true"));
-  EXPECT_TRUE(d.flipNormals());
-  d.setAttr("strayPercentage", "25");
-  EXPECT_EQ(d.strayInternal().expression(), "( rand() * 100 ) < ( 25\\n )");
-}
-
 TEST(VrDescription, OldAttributeNamesMigrate) {
   VrDescription d;
   EXPECT_TRUE(d.setAttr("lodMinDensity", "0.5"));
@@ -106,32 +66,6 @@ TEST(VrDescription, IdsAreReused) {
   EXPECT_EQ(VrDescription::descriptionIdUseCount(firstId), 0u);
 }
 
-TEST(VrDescription, FirstDescriptionsGetIdsZeroAndOne) {
-  // Run in a child so that no other description of this process is alive.
-  EXPECT_EXIT(
-      {
-        auto a = std::make_unique<VrDescription>();
-        auto b = std::make_unique<VrDescription>();
-        const bool firstTwo = a->descriptionId() == 0 && b->descriptionId() == 1;
-        a.reset();
-        auto c = std::make_unique<VrDescription>();
-        std::exit(firstTwo && c->descriptionId() == 0 ? 0 : 1);
-      },
-      testing::ExitedWithCode(0), "");
-}
-
-TEST(VrDescription, NamesTakeTheCollectionNameSpace) {
-  VrPalette pal;
-  pal.setAttr("name", "ns:pal");
-  auto* d = new VrDescription;
-  pal.addDescription(d);
-  d->setAttr("name", "other:hair");
-  EXPECT_EQ(d->name(), "ns:hair");
-  VrDescription loose;
-  loose.setAttr("name", "grp|ns:fur");
-  EXPECT_EQ(loose.name(), "fur");
-}
-
 TEST(VrDescription, ActiveObjectsAndPreviewer) {
   VrDescription d;
   vrtest::CaptureLogger log;
@@ -162,15 +96,6 @@ TEST(VrDescription, ActiveObjectsAndPreviewer) {
   std::string module;
   EXPECT_TRUE(d.objectName(0, module));
   EXPECT_FALSE(d.objectName(3, module));
-}
-
-TEST(VrDescription, GroomIsWrittenEmptyForGuideInterpolatedSplines) {
-  VrDescription d;
-  d.setAttr("groom", "myGroom");
-  d.setActive("SplinePrimitive");
-  EXPECT_FALSE(d.groomWrittenEmpty());
-  d.activePrimitive()->setAttr("iMethod", "1");
-  EXPECT_TRUE(d.groomWrittenEmpty());
 }
 
 TEST(VrDescription, PatchesAreOwnedAndOrderedByName) {

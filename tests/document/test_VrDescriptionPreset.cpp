@@ -82,38 +82,3 @@ TEST(VrDescriptionPreset, KindIsGuideForInterpolationWhateverTheGroom) {
     EXPECT_TRUE(holds(preset(scalp), "\nVornPresetType\t" + std::string(c[2]) + "\t")) << c[0] << c[1];
   }
 }
-
-TEST(VrDescriptionPreset, ExportImportExportGivesTheSameText) {
-  PalettePtr source = groom();
-  VrDescription* scalp = source->description("scalp");
-  // Without its map nothing is left out that would come back at a default.
-  scalp->activePrimitive()->findFXModule("Clumping")->setAttr("mask", "0.5");
-  const std::string first = preset(scalp, true);
-  EXPECT_TRUE(holds(first, "\nGuides\t2\n\tCVs\t3\n"));
-
-  PalettePtr target(new VrPalette);
-  VrDescription* imported = importText(target.get(), first);
-  ASSERT_NE(imported, nullptr);
-  EXPECT_EQ(vrtest::fromFileVersion(preset(imported, true)), vrtest::fromFileVersion(first));
-}
-
-TEST(VrDescriptionPreset, FXModulePresetKeepsEveryAttribute) {
-  vrtest::TempDir dir;
-  PalettePtr source = groom();
-  VrFXModule* clumping = source->description("scalp")->activePrimitive()->findFXModule("Clumping");
-  clumping->setAttr("pointDir", "/elsewhere/points/");
-  clumping->setAttr("custom_float_spread", "0.3");
-  clumping->setAttr("fromANewerRelease", "7");
-  const std::string path = dir.file("clumping.vornfx");
-  ASSERT_TRUE(VrExportFXModule(clumping, path));
-  EXPECT_EQ(vrtest::readText(path).rfind("# Vorn FX Module File\n", 0), 0u);
-
-  PalettePtr target(VrImport(vrtest::examplePath("hairs.vorn"), "", 0u));
-  VrDescription* one = target->description("one");
-  VrFXModule* imported = VrImportFXModule(one, path);
-  ASSERT_NE(imported, nullptr);
-  ASSERT_EQ(imported->attrNames(), clumping->attrNames());
-  for (const std::string& name : clumping->attrNames())
-    EXPECT_EQ(attrValue(imported, name), attrValue(clumping, name)) << name;
-  EXPECT_EQ(VrImportFXModule(one, path)->name(), "Clumping1");  // a second copy gets a name of its own
-}

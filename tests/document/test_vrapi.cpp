@@ -472,24 +472,6 @@ TEST_F(VrapiGeometry, BoundFacesAndCulledPrimsOfTheExample) {
   EXPECT_FAILS(vrapi::culledPrims("groom", "scalp", "nope", 1), "rCouldNotReturnPatchNotFound groom scalp nope");
 }
 
-TEST_F(VrapiFiles, ImportPaletteRefusesADuplicateAndChangesNothing) {
-  ASSERT_EQ(vrapi::importPalette(groomFile(), "", ""), "groom");
-  VrPalette* first = VrPalette::palette("groom");
-  ASSERT_TRUE(vrapi::setAttr("density", "123.0", "groom", "scalp", "RandomGenerator"));
-  const size_t count = vrapi::palettes().size();
-  EXPECT_FAILS(vrapi::importPalette(groomFile(), "", ""), "rTriedToImportDuplicate " + groomFile());
-  EXPECT_EQ(vrapi::palettes().size(), count);
-  EXPECT_EQ(VrPalette::palette("groom"), first);
-  EXPECT_EQ(vrapi::descriptions("groom"), (Names{"scalp", "brows"}));
-  EXPECT_EQ(vrapi::getAttr("density", "groom", "scalp", "RandomGenerator"), "123.0");
-  EXPECT_EQ(vrapi::fxModules("groom", "scalp"), (Names{"Clumping", "Cut"}));
-  // In a name space the same file is another collection.
-  EXPECT_EQ(vrapi::importPalette(groomFile(), "", "shot"), "shot:groom");
-  EXPECT_EQ(vrapi::descriptions("shot:groom"), (Names{"shot:scalp", "shot:brows"}));
-  EXPECT_EQ(vrapi::palettes().size(), count + 1);
-  EXPECT_TRUE(log.errors().empty());
-}
-
 TEST_F(VrapiFiles, ImportPaletteFailures) {
   const size_t count = vrapi::palettes().size();
   EXPECT_FAILS(vrapi::importPalette("", "", "ns"), "rSpecifyFileName ns");

@@ -71,16 +71,6 @@ class VrutilFiles : public testing::Test {
   VrDescription* description = nullptr;
 };
 
-TEST_F(VrutilFiles, ExpandMacrosWithoutDescription) {
-  const std::string oldProject = VrConfig::state().getProjectPath();
-  VrConfig::state().setProjectPath("/proj/show");
-  EXPECT_EQ(expandMacros("\"${PROJECT}cache/$g.abc\"", "ns:pPlane1", nullptr), "/proj/show/cache/pPlane1.abc");
-  // Only a description protects "${FRAME}"; here it is an unset variable.
-  EXPECT_EQ(expandMacros("${HOME}/f.${FRAME}.ptx", "", nullptr), "/home/tester/f..ptx");
-  EXPECT_EQ(expandMacros("${DESC}x", "", nullptr), "x");
-  VrConfig::state().setProjectPath(oldProject);
-}
-
 TEST_F(VrutilFiles, ExpandMacrosWithDescription) {
   EXPECT_EQ(description->name(), "ns:hairDesc");
   EXPECT_EQ(expandMacros("${DESC}", "", description), "hairDesc");
@@ -121,65 +111,6 @@ TEST_F(VrutilFiles, FindFileSearchesTheDataPathInOrderAndCaches) {
   EXPECT_FALSE(findFileInVrDataPath(untouched, "density.ptx", "", nullptr));
   EXPECT_EQ(untouched, "untouched");
   EXPECT_TRUE(log.messages.empty());
-}
-
-TEST_F(VrutilFiles, FailedSearchIsReportedOnceAndFoundAfterClearingTheCache) {
-  vrtest::CaptureLogger log;
-  std::string found;
-  EXPECT_FALSE(findFileInVrDataPath(found, "missing.ptx", "", description));
-  const std::vector<std::string> expected{
-      "Failed to find missing.ptx",
-      "Searched path includes:\n" + kIndent + first + "missing.ptx (Part of path doesn't exist)\n" +
-          kIndent + base + "/plainfile/missing.ptx (Part of path prefix is not a directory)\n" +
-          kIndent + second + "missing.ptx (Part of path doesn't exist)" +
-          repositoryLines("missing.ptx")};
-  EXPECT_EQ(log.errors(), expected);
-
-  // A cached miss is silent, even after the file appears.
-  log.clear();
-  touch(second + "missing.ptx");
-  EXPECT_FALSE(findFileInVrDataPath(found, "missing.ptx", "", description));
-  EXPECT_TRUE(log.messages.empty());
-
-  clearFileCache();
-  EXPECT_TRUE(findFileInVrDataPath(found, "missing.ptx", "", description));
-  EXPECT_EQ(found, second + "missing.ptx");
-  EXPECT_TRUE(log.errors().empty());
-
-  EXPECT_FALSE(findFileInVrDataPath(found, "quiet.ptx", "", description, "", true));
-  EXPECT_TRUE(log.messages.empty());
-}
-
-TEST_F(VrutilFiles, AbsoluteNameIsTriedAsItStands) {
-  vrtest::CaptureLogger log;
-  std::string found;
-  touch(second + "abs.ptx");
-  const std::string absolute = "/" + second + "abs.ptx";  // "//..." counts as absolute
-  EXPECT_TRUE(findFileInVrDataPath(found, absolute, "", description));
-  EXPECT_EQ(found, absolute);
-
-  const std::string nowhere = "/" + base + "/nowhere.ptx";
-  EXPECT_FALSE(findFileInVrDataPath(found, nowhere, "", description));
-  EXPECT_EQ(log.errors(),
-            (std::vector<std::string>{
-                "Failed to find " + nowhere,
-                "Searched path includes:\n" + kIndent + nowhere + " (Part of path doesn't exist)"}));
-}
-
-TEST_F(VrutilFiles, CacheIsKeptPerCollection) {
-  VrPalette other;
-  other.setAttr("name", "vrutilOtherShot");
-  auto* otherDescription = new VrDescription;
-  other.addDescription(otherDescription);
-  other.setAttr("vrDataPath", second);
-  touch(first + "shared.ptx");
-  touch(second + "shared.ptx");
-
-  std::string found;
-  EXPECT_TRUE(findFileInVrDataPath(found, "shared.ptx", "", description));
-  EXPECT_EQ(found, first + "shared.ptx");
-  EXPECT_TRUE(findFileInVrDataPath(found, "shared.ptx", "", otherDescription));
-  EXPECT_EQ(found, second + "shared.ptx");
 }
 
 TEST_F(VrutilFiles, CacheMessagesAtDebugLevelFour) {

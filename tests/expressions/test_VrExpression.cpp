@@ -27,31 +27,6 @@ double evalAt(const VrExpression& e, double u, double v, int face = 0) { return 
 
 }  // namespace
 
-TEST(VrExpression, DefaultTextsParseAndRangeCommentsAreKept) {
-  Scene scene;
-  EXPECT_TRUE(scene.description->strayInternal().isValid());
-  EXPECT_TRUE(scene.description->lodScreenSizeFactor().isValid());
-  VrExpression::setCustomVariable("lodMinDensity", 0.5);
-  VrExpression::setCustomVariable("lodScreenSizeFactor", 1.0);
-  VrExpression::setCustomVariable("lodCullFade", 0.1);
-  VrExpression::setCustomVariable("lodMaxWidthRatio", 20.0);
-  std::string error;
-  EXPECT_TRUE(scene.description->lodWidthCoefficient().isValid(&error)) << error;
-  VrExpression::removeAllCustomVariables();
-
-  VrExpression ranged("a", "Test", scene.description, "$a=0.0;#-1.0,1.0\\n$a", "float");
-  EXPECT_TRUE(ranged.isValid());
-  EXPECT_EQ(evalAt(ranged, 0.3, 0.4), 0.0);
-  EXPECT_EQ(ranged.expression(), "$a=0.0;#-1.0,1.0\\n$a");
-
-  VrExpression vec("c", "Test", nullptr, "[1,2,3] * $u", "vector");
-  const SgVec3T<double> value = vec.eval(0.5, 0.0, 0);
-  EXPECT_EQ(value.x, 0.5);
-  EXPECT_EQ(value.z, 1.5);
-  VrExpression scalar("s", "Test", nullptr, "$v + $faceId", "float");
-  EXPECT_EQ(scalar.eval(0.0, 0.25, 3).z, 3.25);  // a float fills all three components
-}
-
 TEST(VrExpression, InvalidTextsAreReportedAndEvaluateToZero) {
   Scene scene;
   VrExpression e("length", "SplinePrimitive", scene.description, "$foo + 1", "float");

@@ -178,17 +178,6 @@ TEST(VrMapFunctions, AMapNameStandsForEachPatchsFile) {
   EXPECT_TRUE(e.usesFunc("map"));
 }
 
-TEST(VrMapFunctions, ADamagedMapIsReportedOnceAndGivesTheFailureValue) {
-  vrtest::CaptureLogger log;
-  MapScene scene;
-  std::filesystem::create_directories(scene.dir.file("bad"));
-  scene.dir.write("bad/body.ptx", "Ptex but not really");
-  for (int i = 0; i < 3; ++i) EXPECT_EQ(scene.eval("map('bad/')", "body", 0, 0.5, 0.5).x, 0.001);
-  const std::vector<std::string> errors = log.errors();
-  ASSERT_EQ(errors.size(), 1u);
-  EXPECT_EQ(errors[0], "Failed to open " + scene.dir.path() + "/bad/body.ptx.\n             Error: body.ptx: not a Ptex texture file (no Ptex header)");
-}
-
 TEST(VrMapFunctions, LookupsOnOneAndTwoThreadsAgree) {
   vrtest::CaptureLogger log;
   MapScene scene;

@@ -9,7 +9,6 @@
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
-#include "renderers/VrNullRenderer.h"
 #include "renderers/VrRenderer.h"
 #include "support/CaptureLogger.h"
 #include "support/ExpectNear.h"
@@ -22,8 +21,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <mutex>
-#include <tuple>
 #include <string>
 #include <vector>
 
@@ -110,16 +107,6 @@ TEST(VrPrimitiveVariables, FrameVariablesAreTheContextsAtTheLocation) {
   EXPECT_EQ(scene.eval("$kuref", u, v).x, static_cast<double>(c.cKu(u, v, true)));
 }
 
-TEST(VrPrimitiveVariables, GuideFormsLeaveOutTheGeneratorsOffset) {
-  Scene scene;
-  ASSERT_TRUE(scene.description->setActive("RandomGenerator"));
-  scene.description->activeGenerator()->setAttr("offset", "0.25", "expr");
-  const Vec n = scene.eval("$Ng", 0.5, 0.5);
-  expectNear(scene.eval("$P - $Pg", 0.5, 0.5), n * 0.25);
-  expectNear(scene.eval("$Pref - $Prefg", 0.2, 0.7), n * 0.25);
-  expectNear(scene.eval("$Pg", 0.5, 0.5), Vec(1.5, 1.5, 0.0));
-}
-
 TEST(VrPrimitiveVariables, ScalarsOfThePrimitiveAfterItIsMade) {
   Scene scene;
   scene.primitive->setAttr("length", "0.7", "expr");
@@ -139,16 +126,6 @@ TEST(VrPrimitiveVariables, ScalarsOfThePrimitiveAfterItIsMade) {
   scene.context().dirtyCLength();
   EXPECT_NEAR(scene.eval("$cLength", 0.5, 0.5).x, scene.context().cLength(), 1e-12);
   EXPECT_GT(scene.context().cLength(), 3.0);
-}
-
-TEST(VrPrimitiveVariables, WorldFormsGoThroughTheCollectionTransform) {
-  Scene scene(Vec(0.0, 0.0, 1.0));
-  scene.palette->setWorld(translation(Vec(10.0, 20.0, 30.0)));
-  expectNear(scene.eval("$Pw", 0.25, 0.5), Vec(11.25, 21.5, 31.0));
-  expectNear(scene.eval("$Pgw", 0.25, 0.5), Vec(11.25, 21.5, 31.0));
-  expectNear(scene.eval("$Prefw", 0.25, 0.5), Vec(11.25, 21.5, 30.0));
-  expectNear(scene.eval("$Prefgw - $Prefg", 0.75, 0.5), Vec(10.0, 20.0, 30.0));
-  expectNear(scene.eval("$P", 0.25, 0.5), Vec(1.25, 1.5, 1.0));  // the plain forms stay local
 }
 
 // Puts the process-wide camera back as a test found it.
@@ -242,79 +219,6 @@ TEST(VrPrimitiveVariables, WorkersReadTheirOwnContextAndItsSamples) {
   VrExpression::clearTLS();  // back to the serial contexts
   EXPECT_EQ(main.eval("$id", 0.5, 0.5).x, 900.0);
   EXPECT_EQ(other.eval("$id", 0.5, 0.5).x, 902.0);
-}
-
-namespace {
-
-// What a render left of one primitive: where it stands and the width it was given.
-struct Emitted {
-  int face;
-  unsigned id;
-  double u, v, width;
-  bool operator<(const Emitted& o) const { return std::tie(face, id) < std::tie(o.face, o.id); }
-  bool operator==(const Emitted& o) const {
-    return face == o.face && id == o.id && u == o.u && v == o.v && width == o.width;
-  }
-};
-
-class WidthRecorder : public VrNullRenderer {
- public:
-  explicit WidthRecorder(VrDescription* description) : VrNullRenderer(description) {}
-  void emitPrimitive(int sample, double u, double v, int face,
-                     const std::vector<VrPatch*>& patches) override {
-    VrNullRenderer::emitPrimitive(sample, u, v, face, patches);
-    const VrPrimitiveContext& c = description()->activePrimitive()->context();
-    emitted.push_back({face, c.id(), u, v, c.cWidth()});
-  }
-  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
-                               const std::vector<VrPatch*>& patches) override {
-    VrNullRenderer::emitPrimitiveInParallel(context, sample, u, v, face, patches);
-    std::lock_guard<std::mutex> lock(mutex);
-    emitted.push_back({face, context.id(), u, v, context.cWidth()});
-  }
-  std::vector<Emitted> take() {
-    std::vector<Emitted> out;
-    out.swap(emitted);
-    std::sort(out.begin(), out.end());
-    return out;
-  }
-
- private:
-  std::vector<Emitted> emitted;
-  std::mutex mutex;
-};
-
-}  // namespace
-
-TEST(VrPrimitiveVariables, RenderedWidthsFollowPOnOneAndTwoThreads) {
-  // The 4 x 4 grid lifted by 0.5 in y on the animated surface: face f spans y from f / 4 + 0.5.
-  vrtest::PatchScene scene(grid(Vec(0.0, 0.5, 0.0)), grid(Vec()), "fur");
-  VrDescription* description = scene.description;
-  ASSERT_TRUE(description->setActive("SplinePrimitive"));
-  ASSERT_TRUE(description->setActive("RandomGenerator"));
-  description->activeGenerator()->setAttr("density", "20");
-  description->activePrimitive()->setAttr("width", "0.01 * $P[1]", "expr");
-  WidthRecorder renderer(description);
-  description->setActiveRenderer(&renderer);
-
-  renderer.initDescription();
-  for (int face = 0; face < static_cast<int>(scene.patch->numFaces()); ++face) renderer.render(face, "body");
-  renderer.finishDescription();
-  const std::vector<Emitted> serial = renderer.take();
-  ASSERT_GT(serial.size(), 50u);
-  for (const Emitted& e : serial) EXPECT_NEAR(e.width, 0.01 * (e.face / 4 + e.v + 0.5), 1e-12) << e.face;
-
-  const size_t saved = VrTaskManager::threadCount();
-  for (size_t threads : {1, 2}) {
-    tbb::global_control parallelism(tbb::global_control::max_allowed_parallelism, threads);
-    VrTaskManager::setThreadCount(threads);
-    renderer.initDescription();
-    EXPECT_TRUE(renderer.renderPatchInParallel("body"));
-    renderer.finishDescription();
-    EXPECT_EQ(renderer.take(), serial) << threads << " threads";
-  }
-  VrTaskManager::setThreadCount(saved);
-  description->setActiveRenderer(nullptr);
 }
 
 TEST(VrPrimitiveVariables, AlignmentDistanceAndGuideFunctions) {

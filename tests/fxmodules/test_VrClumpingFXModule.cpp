@@ -349,33 +349,6 @@ TEST(VrClumpMaker, RegionsAreTheNearestGuideAndTheSameSeedGivesTheSameFiles) {
   EXPECT_LT(mean[1], 0.3 * mean[0]) << mean[0] << " " << mean[1];
 }
 
-TEST(VrClumpingFXModule, ALaterModuleClumpsTheGuidesOfTheEarlierOnes) {
-  ClumpScene scene;
-  scene.guides({{5, 0.5, 0.5}, {10, 0.3, 0.6}});
-  scene.regions([](int face) { return face < 8 ? 1u : 2u; });
-  scene.clump->setAttr("offset", "0.4", "expr");  // the first module bends every spline
-  auto* second = static_cast<VrClumpingFXModule*>(scene.spline->addFXModule("ClumpingFXModule"));
-  ASSERT_NE(second, nullptr);
-  second->setAttr("name", "Clumping2");
-  second->setAttr("pointDir", "points/", "string");
-  second->setAttr("mapDir", "maps/", "string");
-  scene.spline->initDescription();
-  ASSERT_EQ(second->numClumpGuides(), 2u);
-  for (size_t g = 0; g < 2; ++g) {
-    SCOPED_TRACE(g);
-    const VrClumpGuide& early = scene.clump->clumpGuides()[g];
-    const VrClumpGuide& late = second->clumpGuides()[g];
-    // The later guide is the spline at the guide's root with the first module applied.
-    VrPrimitiveContext& context = scene.spline->context();
-    context.setActivePatchFace(scene.patch, late.face);
-    scene.spline->makeGeometry(late.u, late.v, second);
-    EXPECT_EQ(late.cvs, context.cGeom());
-    // The offset ramp peaks half way along the guide.
-    const size_t mid = late.cvs.size() / 2;
-    EXPECT_GT((late.cvs[mid] - early.cvs[mid]).length(), 0.1);
-  }
-}
-
 // Fully clumped splines lie on their guide; a wind that follows the clump keeps them there,
 // while a wind of their own blows each at its root. A clump type without its module is refused.
 TEST(VrClumpingFXModule, AWindOfTheClumpTypeBlowsTheSplinesOfAClumpTogether) {

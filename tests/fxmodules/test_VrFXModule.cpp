@@ -123,17 +123,6 @@ TEST(VrFXModuleStack, AppliesInOrderAndStopsWhereTold) {
   }
 }
 
-TEST(VrFXModuleStack, ModulesThatRefuseTheKindAreNotAdded) {
-  vrtest::CaptureLogger log;
-  Scene scene;
-  VrDataModule<VrPrimitive> card("CardPrimitive", scene.description);
-  EXPECT_EQ(card.addFXModule("TestShapeFXModule"), nullptr);
-  EXPECT_TRUE(card.modules().empty());
-  ASSERT_EQ(log.errors().size(), 1u);
-  EXPECT_EQ(log.errors()[0], "Unnamed ignored since it doesnt work on active primitive CardPrimitive");
-  EXPECT_NE(scene.spline->addFXModule("TestShapeFXModule"), nullptr);
-}
-
 TEST(VrFXModuleStack, DeactivationAndRampMessagesNameTheModule) {
   vrtest::CaptureLogger log;
   Scene scene;

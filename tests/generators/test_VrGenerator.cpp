@@ -250,30 +250,6 @@ TEST(VrGeneratorLod, WrapLodOffsetTexts) {
   EXPECT_EQ(VrGenerator::wrapLodOffset("  "), "  ");
 }
 
-TEST(VrGeneratorLod, InitDescriptionWrapsTheOffsetAndFinishGivesItBack) {
-  Scene scene;
-  VrGenerator& g = *scene.generator;
-  g.setAttr("offset", "0.25");
-  g.initDescription();  // lodFlag off: nothing happens
-  EXPECT_EQ(g.offset().expression(), "0.25");
-
-  scene.description->setAttr("lodFlag", "true");
-  g.initDescription();  // a spline primitive handles its width itself
-  EXPECT_EQ(g.offset().expression(), "0.25");
-  g.finishDescription();
-
-  scene.description->setActive("CardPrimitive");
-  g.initDescription();
-  EXPECT_EQ(g.offset().expression(), "$__tmp__lodOffset__=0.25;\\n" + wrapTail);
-  std::string text;
-  g.getAttr("offset", text);
-  EXPECT_EQ(text, g.offset().expression());
-  EXPECT_NE(scene.description->lodScreenSizeFactor().expression().find("$initialWidth/2.0*2048.0"),
-            std::string::npos);
-  g.finishDescription();
-  EXPECT_EQ(g.offset().expression(), "0.25");
-}
-
 TEST(VrGeneratorLod, WidthFactorCullingByWidthAndTheSinkingOffset) {
   Scene scene;
   scene.generateAll();
@@ -324,25 +300,6 @@ TEST(VrGeneratorLod, WidthFactorCullingByWidthAndTheSinkingOffset) {
   EXPECT_EQ(record->numCulled(), 3u);
   EXPECT_EQ(worker.lodAdjustment(), 2.0);
   scene.generator->finishDescription();
-}
-
-TEST(VrGeneratorCulling, ByHandUnlessTheRendererWantsIt) {
-  Scene scene;
-  scene.patches[0]->cullPrim(1, 2);
-  scene.patches[0]->cullPrim(1, 9);
-  scene.generateAll();
-  EXPECT_EQ(scene.renderer->records.size(), 34u);
-  for (const Record& r : scene.renderer->records) EXPECT_FALSE(r.face == 1 && (r.id == 2 || r.id == 9));
-  ASSERT_EQ(scene.renderer->culls.size(), 2u);
-  EXPECT_EQ(scene.renderer->culls[0].code, 2u);
-  EXPECT_EQ(scene.renderer->culls[1].id, 9u);
-  EXPECT_EQ(scene.generator->numCulled(), 0u);  // counted per face: face 3 came last
-
-  scene.renderer->records.clear();
-  scene.renderer->wantCulled = true;
-  scene.generator->generate(1, scene.patches, 0.0, 1.0);
-  EXPECT_EQ(scene.renderer->records.size(), 9u);
-  EXPECT_EQ(scene.generator->numCulled(), 2u);
 }
 
 TEST(VrGeneratorCulling, BackfacesByAngle) {
@@ -444,26 +401,6 @@ TEST(VrGeneratorCulling, FrustumInXAndYAndNeverInAShadowPass) {
   VrRenderer::setCamInverseXform(SgXform3T<double>());
 }
 
-TEST(VrGeneratorCulling, CullExpressionAfterGeometry) {
-  Scene scene;
-  scene.generator->setAttr("cullExpr", "$u > 0.4");
-  scene.generateAll();
-  EXPECT_EQ(scene.renderer->records.size(), 36u);  // cullFlag off
-  scene.renderer->records.clear();
-  scene.generator->setAttr("cullFlag", "true");
-  scene.generateAll();
-  EXPECT_EQ(scene.renderer->records.size(), 12u);
-  for (const Record& r : scene.renderer->records) EXPECT_LT(r.u, 0.5);
-  ASSERT_EQ(scene.renderer->culls.size(), 24u);
-  EXPECT_EQ(scene.renderer->culls[0].code, 8u);
-  EXPECT_EQ(scene.generator->numCulled(), 6u);
-
-  scene.renderer->records.clear();
-  scene.renderer->wantCulled = true;
-  scene.generateAll();
-  EXPECT_EQ(scene.renderer->records.size(), 36u);
-}
-
 TEST(VrGeneratorMotion, OnlyTheSecondSampleSurvivesPreGeometryCulling) {
   Scene scene(3);
   // Primitive 4 of face 2 is culled by hand on samples 0 and 2, primitive 6 on all three.
@@ -527,22 +464,6 @@ TEST(VrGeneratorPaths, SerialAndParallelGiveTheSameRecords) {
   }
 }
 
-TEST(VrGeneratorPaths, WorkerRecordsCountCulledAndEmitted) {
-  Scene scene;
-  scene.generator->setAttr("cullFlag", "true");
-  scene.generator->setAttr("cullExpr", "$v > 0.5");
-  VrPrimitiveContext worker(scene.context());
-  std::unique_ptr<VrGeneratorContext> record = scene.generator->newGeneratorContext();
-  worker.setGeneratorContext(record.get());
-  scene.generator->generateInParallel(worker, 1, scene.patches, 0.0, 1.0);
-  EXPECT_EQ(record->numCulled(), 3u);
-  EXPECT_EQ(record->numEmitted(), 6u);
-  EXPECT_EQ(record->renderer(), scene.renderer.get());
-  EXPECT_EQ(scene.generator->numCulled(), 0u);  // the serial count is untouched
-  EXPECT_EQ(scene.context().id(), 0u);
-  EXPECT_EQ(worker.id(), 9u);
-}
-
 TEST(VrGeneratorPaths, NoRendererAndNoPrimitiveEmitNothing) {
   Scene scene;
   scene.description->setActiveRenderer(nullptr);
@@ -574,25 +495,4 @@ TEST(VrGeneratorRegions, ColourDecodesToAListedId) {
   EXPECT_TRUE(scene.generator->validRenderRegion(0.7, 0.5, 0, name));
   scene.generator->clearRegions();
   EXPECT_FALSE(scene.generator->renderRegionCheck());
-}
-
-TEST(VrRendererCamera, PositionIsWhatTheViewTakesToTheOrigin) {
-  SgXform3T<double> worldToCamera;
-  // A quarter turn about z, scaled by 2, then moved: p' = (-2y, 2x, 2z) + (1, 2, 3).
-  worldToCamera[0][0] = 0;
-  worldToCamera[0][1] = 2;
-  worldToCamera[1][0] = -2;
-  worldToCamera[1][1] = 0;
-  worldToCamera[2][2] = 2;
-  worldToCamera.setTranslation(SgVec3T<double>(1, 2, 3));
-  VrRenderer::setCamInverseXform(worldToCamera);
-  const SgVec3T<double> p = VrRenderer::camPosition();
-  EXPECT_NEAR(p.x, -1.0, 1e-12);
-  EXPECT_NEAR(p.y, 0.5, 1e-12);
-  EXPECT_NEAR(p.z, -1.5, 1e-12);
-  const SgVec3T<double> origin = worldToCamera.transformed(p);
-  EXPECT_NEAR(origin.length(), 0.0, 1e-12);
-  VrRenderer::setCamInverseXform(SgXform3T<double>());
-  VrRenderer::setCamFOV(0.25, 0.5);
-  EXPECT_EQ(VrRenderer::camFOV()[1], 0.5);
 }

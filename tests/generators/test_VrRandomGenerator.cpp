@@ -249,25 +249,6 @@ TEST(VrRandomGeneratorScatter, CountTableAndStatisticsByHand) {
   EXPECT_EQ(log.messages[0].flags, vrmsg::Stats | vrmsg::CatGenerator | 3u);
 }
 
-TEST(VrRandomGeneratorScatter, StochasticRoundingIsTheFacesOwnAndRepeats) {
-  Scene scene(quadGrid(4, 4));
-  scene.generator->setAttr("density", "0.3");
-  const std::string name = "skin";
-  Records first = scene.run();
-  unsigned roundedUp = 0;
-  for (int face = 0; face < 16; ++face) {
-    const double r = scene.generator->roundOffInternal().eval(0.0, 0.0, face, &name).x;
-    const bool up = 0.3 > r;
-    roundedUp += up;
-    const auto onFace = std::count_if(first.begin(), first.end(), [&](const Record& x) { return x.face == face; });
-    EXPECT_EQ(onFace, up ? 1 : 0) << face;
-  }
-  EXPECT_EQ(first.size(), roundedUp);
-  EXPECT_GT(roundedUp, 0u);
-  EXPECT_LT(roundedUp, 16u);
-  EXPECT_EQ(scene.run(), first);
-}
-
 TEST(VrRandomGeneratorScatter, TinyDensityAndUnboundPatchGiveTheEmptyLine) {
   Scene scene(quadGrid(1, 1));
   scene.generator->setAttr("density", "0");
@@ -373,24 +354,6 @@ TEST(VrRandomGeneratorInvariants, WindowsKeepIdsAndHalvesMakeTheWhole) {
   EXPECT_EQ(joined, all);
 }
 
-TEST(VrRandomGeneratorInvariants, ANeighbouringFaceChangesNothingHere) {
-  Cage cage = quadGrid(2, 1);
-  Scene scene(cage);
-  scene.generator->setAttr("density", "30");
-  const Records before = scene.runFace(0);
-  scene.generator->setAttr("mask", "$faceId == 1 ? 0.25 : 1");
-  EXPECT_EQ(scene.runFace(0), before);
-  EXPECT_EQ(scene.runFace(1).size(), 8u);  // i / 30 < 0.25
-  // Face 1 doubles its area: its own corners (2, 0) and (2, 1) move out.
-  Cage wider = cage;
-  wider.verts[2 * 3] = 4.0f;
-  wider.verts[5 * 3] = 4.0f;
-  scene.bind(wider, wider);
-  scene.generator->setAttr("mask", "1");
-  EXPECT_EQ(scene.runFace(0), before);
-  EXPECT_GT(scene.runFace(1).size(), 45u);
-}
-
 TEST(VrRandomGeneratorCompensation, ALongFaceReadsTwiceTheTable) {
   Scene scene(quadGrid(1, 1, 2.0f, 1.0f));
   EXPECT_EQ(scene.generator->surfaceCompensation(*scene.patch, 0), 2.0);
@@ -437,39 +400,6 @@ TEST(VrRandomGeneratorCompensation, ALongFaceReadsTwiceTheTable) {
   EXPECT_EQ(needle.generator->surfaceCompensation(*needle.patch, 0), 10.0);
 }
 
-TEST(VrRandomGeneratorTiling, OverTheFirstLimitWarnsOnce) {
-  Scene scene(quadGrid(1, 1), "tiledGroom");
-  scene.generator->setAttr("density", "200000");
-  scene.renderer->emit = false;
-  vrtest::CaptureLogger log;
-  StatsLevel level(3);
-  scene.runFace(0, 0.9, 0.1);  // only the last tenth is tested against the mask
-  EXPECT_EQ(log.warnings(),
-            std::vector<std::string>{"WARNING:  You have generated over 163840 primitives on a single face. This "
-                                     "means Vorn is having to reuse and tile it's samples. It is recommended you "
-                                     "carve up the face to prevent this from happening. [tiledGroom,fur,skin(0)]"});
-  EXPECT_EQ(statValue(stats(log).at(0), " samples="), 200000);
-  EXPECT_EQ(scene.id(), 200000u);
-}
-
-TEST(VrRandomGeneratorTiling, PastTheSecondLimitTheFaceStopsKeepingWhatWasMade) {
-  Scene scene(quadGrid(1, 1), "stoppedGroom");
-  scene.generator->setAttr("density", "700000");
-  vrtest::CaptureLogger log;
-  StatsLevel level(3);
-  const Records records = scene.runFace(0, 0.88, 0.12);  // indices 616000 to 700000
-  ASSERT_EQ(log.warnings().size(), 2u);
-  EXPECT_EQ(log.warnings()[1], "WARNING: You have exceeded the number of samples Vorn can tile without noticable "
-                               "tiling artifacts. [stoppedGroom,fur,skin(0)]");
-  // Table points 616001 to 622592 were made before the stop.
-  ASSERT_EQ(records.size(), 622592u - 616000u);
-  EXPECT_EQ(records.front().id, 616001u);
-  EXPECT_EQ(records.back().id, 622592u);
-  EXPECT_EQ(statValue(stats(log).at(0), " samples="), 622593);
-  EXPECT_EQ(statValue(stats(log)[0], "] "), 6592);
-  EXPECT_EQ(scene.id(), 700000u);  // the next ids are those after the whole face
-}
-
 // A density past any count (1e300) is the largest count: the face runs to the tiling stop with
 // its warnings instead of wrapping round to nothing.
 TEST(VrRandomGeneratorTiling, AnOverflowingDensityRunsToTheStopInsteadOfNothing) {
@@ -481,24 +411,6 @@ TEST(VrRandomGeneratorTiling, AnOverflowingDensityRunsToTheStopInsteadOfNothing)
   ASSERT_EQ(log.warnings().size(), 2u);
   EXPECT_NE(log.warnings()[1].find("You have exceeded the number of samples"), std::string::npos);
   EXPECT_EQ(scene.id(), 2147483646u);
-}
-
-TEST(VrRandomGeneratorScatter, FlipsDifferBetweenDescriptions) {
-  Scene a(quadGrid(1, 1), "flipA");
-  Scene b(quadGrid(1, 1), "flipB");
-  a.description->setAttr("descriptionId", "8");
-  b.description->setAttr("descriptionId", "9");
-  a.generator->setAttr("density", "5");
-  b.generator->setAttr("density", "5");
-  const Records ra = a.run();
-  const Records rb = b.run();
-  ASSERT_EQ(ra.size(), 5u);
-  ASSERT_EQ(rb.size(), 5u);
-  for (size_t i = 0; i < 5; ++i) EXPECT_NE(std::make_pair(ra[i].u, ra[i].v), std::make_pair(rb[i].u, rb[i].v));
-  // The flip is the description id.
-  double u, v;
-  vrutil::getSample(0, 9, tableSet(9, "skin", 0), u, v);
-  EXPECT_EQ(std::make_pair(rb[0].u, rb[0].v), std::make_pair(u, v));
 }
 
 TEST(VrRandomGeneratorScatter, RegionPreviewKeepsIdsAndDensityCompensationCounts) {

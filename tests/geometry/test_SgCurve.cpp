@@ -27,25 +27,6 @@ void expectXs(const Points& p, const std::vector<double>& xs) {
 }
 }  // namespace
 
-TEST(SgCurve, EvalUsesPhantomEnds) {
-  // Two points: the phantoms (-3,0,0) and (6,0,0) keep the single span linear; clamped ends
-  // would give 0.953 at t = 0.25.
-  const Points two = {Vec(0, 0, 0), Vec(3, 0, 0)};
-  expectNear(SgCurve::eval(two, 0.25), Vec(0.75, 0, 0));
-  EXPECT_EQ(SgCurve::eval(two, 0.99999995), two[1]);
-
-  // At a knot the B-spline is (P[i-1] + 4 P[i] + P[i+1]) / 6.
-  const Points bent = {Vec(0, 0, 0), Vec(1, 1, 0), Vec(2, 0, 0)};
-  expectNear(SgCurve::eval(bent, 0.5), Vec(1, 4.0 / 6.0, 0));
-}
-
-TEST(SgCurve, Lengths) {
-  EXPECT_NEAR(SgCurve::length(line(3)), 2.0, 1e-12);
-  std::vector<double> seg;
-  EXPECT_DOUBLE_EQ(SgCurve::cpolyLength({Vec(0, 0, 0), Vec(3, 4, 0), Vec(3, 4, 12)}, seg), 17.0);
-  EXPECT_EQ(seg, (std::vector<double>{5.0, 12.0}));
-}
-
 TEST(SgCurve, RebuildCountsEndsAndWidths) {
   for (int count : {1, 2}) {
     Points p = {Vec(0, 0, 0), Vec(2, 0, 0)};
@@ -130,20 +111,6 @@ TEST(SgCurve, NormalizeSpacing) {
   const Points before = even;
   SgCurve::normalize(even);  // within 1e-4 of the mean: untouched
   EXPECT_EQ(even, before);
-}
-
-TEST(SgCurve, FrameParallelTransport) {
-  Points normals, binormals;
-  SgCurve::frame(line(4), Vec(1, 0, 0), Vec(0, 1, 0), normals, binormals);
-  EXPECT_EQ(normals, Points(4, Vec(0, 1, 0)));
-  EXPECT_EQ(binormals, Points(4, Vec(0, 0, -1)));
-
-  // A left turn in the xy plane turns the normal a quarter about z.
-  const Points bent = {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 1, 0)};
-  SgCurve::frame(bent, Vec(1, 0, 0), Vec(0, 1, 0), normals, binormals);
-  expectNear(normals[0], Vec(0, 1, 0));
-  expectNear(normals[1], Vec(-1, 0, 0));
-  expectNear(binormals[1], Vec(0, 0, -1));
 }
 
 TEST(SgCurve, SpaceCurveCarriesOffset) {

@@ -113,12 +113,6 @@ TEST(PRNG, MatchesReferenceTwisterAndFold) {
   EXPECT_EQ(vrutil::PRNG(7).random32(), std::mt19937(7u ^ 0xAAAAAAAAu)());
 }
 
-TEST(PRNG, Random01FromTwoOutputs) {
-  vrutil::PRNG r;
-  const double a = 3499211612.0, b = 581869302.0;
-  EXPECT_DOUBLE_EQ(r.random01(), (a + b * 4294967296.0) / 18446744073709551616.0);
-}
-
 TEST(PRNG, CopyAndMove) {
   vrutil::PRNG a(uint64_t{42});
   a.random32();

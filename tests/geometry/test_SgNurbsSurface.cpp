@@ -5,13 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <functional>
 #include <numeric>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -235,23 +233,6 @@ TEST(SgNurbsSurfaceEval, PointFormsAgreeWithEvalAndParametersAreClamped) {
   const Eval outside(plain, plain.uMax() + 5, plain.vMin() - 5);
   ASSERT_TRUE(outside.ok);
   expectNear(outside.P, Eval(plain, plain.uMax(), plain.vMin()).point(), 0.0);
-}
-
-TEST(SgNurbsSurfaceEval, OneAndTwoThreadsGiveIdenticalResults) {
-  const SgNurbsSurface s = bumpyRational();
-  const int count = 20000;
-  auto evalRange = [&s](int begin, int step, std::vector<std::array<Vec, 3>>& out) {
-    for (int k = begin; k < count; k += step) {
-      const Eval e(s, (k % 101) / 100.0, (k % 97) / 96.0);
-      out[size_t(k)] = {e.P, e.du, e.dv};
-    }
-  };
-  std::vector<std::array<Vec, 3>> serial(count), parallel(count);
-  evalRange(0, 1, serial);
-  std::thread a(evalRange, 0, 2, std::ref(parallel)), b(evalRange, 1, 2, std::ref(parallel));
-  a.join();
-  b.join();
-  for (size_t k = 0; k < serial.size(); ++k) ASSERT_EQ(serial[k], parallel[k]) << k;
 }
 
 // --- Grids, lengths and areas

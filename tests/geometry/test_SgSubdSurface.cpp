@@ -301,58 +301,6 @@ TEST(SgSubdSurfaceMeasures, AreasAndLengthsOfPlanarQuads) {
   EXPECT_NEAR(s.lengthU(1, 0.0), std::hypot(1.0, 2.0), 1e-15);
 }
 
-TEST(SgSubdSurfaceMeasures, PlanarHexagonStaysFlatAndItsAreasAddUp) {
-  const double r = 2.0, hexagon = 1.5 * std::sqrt(3.0) * r * r;
-  const SgSubdSurface s = regularPolygon(6, r).build(), orig = regularPolygon(6, r).build(1);
-  EXPECT_NEAR(s.area(0), hexagon, 1e-6);
-  ASSERT_EQ(orig.nFaces(), 6);
-  double sum = 0.0;
-  for (int f = 0; f < 6; ++f) sum += orig.area(f);
-  EXPECT_NEAR(sum, s.area(0), 1e-12);
-  EXPECT_NEAR(orig.area(0), orig.area(5), 1e-6);  // congruent sub-faces
-  // Planar, so the limit surface is a flat region inside the hexagon.
-  int nu, nv;
-  std::vector<double> areas;
-  const double coarse = orig.calculateSubAreas(0, 1, nu, nv, areas);
-  const double fine = orig.calculateSubAreas(0, 16, nu, nv, areas);
-  EXPECT_GT(coarse, 0.0);
-  EXPECT_NEAR(coarse, fine, 0.05 * fine);
-  EXPECT_LT(fine * 6, hexagon + 1e-6);
-  // The limit stays in the plane, inside the hexagon's circle, without curvature.
-  for (double u = 0.0; u <= 1.0; u += 0.05)
-    for (double v = 0.0; v <= 1.0; v += 0.25) {
-      const Eval e(s, 0, u, v);
-      ASSERT_TRUE(e.ok);
-      EXPECT_NEAR(e.P.z, 0.0, 1e-12);
-      EXPECT_LE(std::hypot(e.P.x, e.P.y), 2.0 + 1e-9);
-      double k1, k2;
-      ASSERT_TRUE(s.evalCurvature(0, u, v, k1, k2));
-      EXPECT_NEAR(k1, 0.0, 1e-9);
-      EXPECT_NEAR(k2, 0.0, 1e-9);
-    }
-}
-
-TEST(SgSubdSurfaceMeasures, SubAreasSumToTheTotal) {
-  const SgSubdSurface s = mixedPrism().build();
-  int nu = 0, nv = 0;
-  std::vector<double> areas;
-  for (int f = 0; f < s.nFaces(); ++f) {
-    const double total = s.calculateSubAreas(f, 3, nu, nv, areas);
-    // n = 2^ceil(log2(6)).
-    ASSERT_EQ(std::make_tuple(nu, nv, areas.size()), std::make_tuple(8, 8, size_t(64)));
-    double sum = 0.0;
-    for (double a : areas) {
-      EXPECT_GT(a, 0.0);
-      sum += a;
-    }
-    EXPECT_NEAR(sum, total, 1e-12 * total);
-  }
-  s.calculateSubAreas(0, 4, nu, nv, areas);
-  EXPECT_EQ(nu, 8);
-  s.calculateSubAreas(0, 5, nu, nv, areas);
-  EXPECT_EQ(nu, 16);
-}
-
 TEST(SgSubdSurfaceMeasures, BadFacesAndParametersAnswerZero) {
   const SgSubdSurface s = unitCube().build();
   double a, b;
@@ -562,33 +510,6 @@ TEST(SgSubdSurfaceBuild, MalformedCagesLeaveAnEmptySurface) {
 }
 
 // --- SgSurfaceCache
-
-TEST(SgSurfaceCache, RefAndUnrefKeepTheSurfaceAliveAsLongAsItIsHeld) {
-  int destroyed = 0;
-  ProbeSurface* s = new ProbeSurface(&destroyed);
-  SgSurfaceCache::addSgSurface("cacheTest|held", s);
-  EXPECT_EQ(SgSurfaceCache::find("cacheTest|held"), s);
-  SgSurfaceCache::ref(s);
-  SgSurfaceCache::ref(s);
-  SgSurfaceCache::unref(s);
-  EXPECT_EQ(destroyed, 0);
-  EXPECT_EQ(SgSurfaceCache::find("cacheTest|held"), s);
-  SgSurfaceCache::unref(s);
-  EXPECT_EQ(destroyed, 1);
-  EXPECT_EQ(SgSurfaceCache::find("cacheTest|held"), nullptr);
-  SgSurfaceCache::unref(s);  // gone from the cache: left alone
-  EXPECT_EQ(destroyed, 1);
-
-  // A real surface comes back as itself.
-  SgSubdSurface* cube = new SgSubdSurface(unitCube().build());
-  SgSurfaceCache::addSgSurface("cacheTest|cube", cube);
-  SgSurfaceCache::ref(cube);
-  SgSubdSurface* found = dynamic_cast<SgSubdSurface*>(SgSurfaceCache::find("cacheTest|cube"));
-  ASSERT_EQ(found, cube);
-  EXPECT_EQ(found->nFaces(), 6);
-  SgSurfaceCache::unref(cube);
-  EXPECT_EQ(SgSurfaceCache::find("cacheTest|cube"), nullptr);
-}
 
 TEST(SgSurfaceCache, EmptyNamesNullSurfacesAndTakenNamesAddNothing) {
   int destroyed = 0, destroyedA = 0, destroyedB = 0;

@@ -68,40 +68,6 @@ TEST(TzBoundingTree, InsideAndNearestPointOfTheUnitCube) {
   EXPECT_FALSE(cube.tree.intersect(curves, list));
 }
 
-TEST(TzBoundingTree, FirstSegmentHitOfTheUnitCube) {
-  UnitCube cube;
-  ASSERT_TRUE(cube.built);
-  struct Case {
-    Vec a, b;
-    bool hits;
-    double t;
-  };
-  const Case cases[] = {
-      {{0.5, 0.5, -1.0}, {0.5, 0.5, 2.0}, true, 1.0 / 3.0},  // enters through the bottom
-      {{0.5, 0.5, 0.5}, {0.5, 0.5, 3.0}, true, 0.2},         // leaves through the top
-      {{0.3, 0.7, 2.0}, {0.3, 0.7, -2.0}, true, 0.25},
-      {{-1.0, 0.2, 0.4}, {3.0, 0.2, 0.4}, true, 0.25},
-      {{2.0, 2.0, 2.0}, {3.0, 3.0, 3.0}, false, 0.0},
-      {{0.5, 0.5, -1.0}, {0.5, 0.5, -0.1}, false, 0.0},  // stops short
-  };
-  for (const Case& c : cases) {
-    TzFirstSegmentIntersection hit;
-    ASSERT_EQ(cube.tree.firstHit(c.a, c.b, hit), c.hits);
-    if (!c.hits) continue;
-    EXPECT_NEAR(hit.t, c.t, 1e-12);
-    expectVec(hit.point, c.a + (c.b - c.a) * c.t);
-  }
-
-  // A polyline: the first segment that meets the surface, and where along it.
-  TzFirstSegmentIntersection hit;
-  const TzSegmentMeshIntersector polyline(cube.tree);
-  ASSERT_TRUE(polyline.first({Vec(-1, 0.5, 0.5), Vec(-0.5, 0.5, 0.5), Vec(0.5, 0.5, 0.5), Vec(3, 0.5, 0.5)}, hit));
-  EXPECT_EQ(hit.segment, 1);
-  EXPECT_NEAR(hit.t, 0.5, 1e-12);
-  expectVec(hit.point, Vec(0.0, 0.5, 0.5));
-  EXPECT_FALSE(polyline.first({Vec(-1, 0.5, 0.5), Vec(-0.5, 0.5, 0.5)}, hit));
-}
-
 TEST(TzBoundingTree, BadMeshesAreRefused) {
   struct Case {
     const char* name;

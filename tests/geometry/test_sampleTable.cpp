@@ -164,13 +164,6 @@ TEST(SampleTable, SizeAndDigest) {
             "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
 }
 
-TEST(SampleTable, ValuesLieInTheUnitInterval) {
-  // Far enough below 1 that (k - 1 + value) / k stays below 1 for every tiling level k <= 512.
-  const double* t = vrutil::sampleTable();
-  auto outside = [](double x) { return !(x >= 0.0 && x < 1.0 - 0x1.0p-44); };
-  EXPECT_EQ(std::count_if(t, t + kTableDoubles, outside), 0);
-}
-
 TEST(SampleTable, PrefixesKeepTheirSpacing) {
   for (unsigned set = 0; set < kSampleSetCount; ++set) {
     for (unsigned n = 2; n <= 64; ++n)
@@ -225,30 +218,6 @@ TEST(GetSample, MatchesTheLevelWalk) {
       expectSamePoint(actual, tiledSample(index, set), what);
       EXPECT_TRUE(actual.u >= 0.0 && actual.u < 1.0 && actual.v >= 0.0 && actual.v < 1.0) << what;
     }
-}
-
-TEST(GetSample, SetAndFlipWrap) {
-  for (unsigned index : {0u, 1u, 777u, 32767u, 32768u, 200000u, 4000000000u}) {
-    for (unsigned flip = 0; flip < 8; ++flip) {
-      const std::string what = "index " + std::to_string(index) + " flip " + std::to_string(flip);
-      const Point base = sample(index, flip, 0);
-      expectSamePoint(sample(index, flip, 16), base, what + " set 16");
-      expectSamePoint(sample(index, flip, 32), base, what + " set 32");
-      expectSamePoint(sample(index, flip + 8, 0), base, what + " +8");
-      expectSamePoint(sample(index, flip + 0xFFFFFFF8u, 0), base, what + " +0xFFFFFFF8");
-      expectSamePoint(sample(index, flip, 3), sample(index, flip, 19), what + " set 19");
-    }
-    expectSamePoint(sample(index, 0, UINT_MAX), sample(index, 0, 15), "set 4294967295");
-  }
-  // The 16 sets are different sequences, each read from its own place in the table.
-  for (unsigned set = 0; set < kSampleSetCount; ++set) {
-    const Point a = sample(5, 0, set);
-    expectSamePoint(a, tablePoint(set, 5), "set " + std::to_string(set));
-    for (unsigned other = 0; other < set; ++other) {
-      const Point b = sample(5, 0, other);
-      EXPECT_TRUE(a.u != b.u || a.v != b.v) << "sets " << set << " and " << other;
-    }
-  }
 }
 
 TEST(GetSample, FlipsOfTheFirstPoint) {

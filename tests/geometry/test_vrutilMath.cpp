@@ -91,12 +91,3 @@ TEST(VrutilMath, TriangulateShape) {
   vrutil::triangulate({9, 8, 7, 6, 5}, tris);
   EXPECT_EQ(tris, (std::vector<int>{9, 8, 7, 6, 9, 7}));
 }
-
-TEST(VrutilMath, HashStringBelow211) {
-  std::string text;
-  for (int i = 0; i < 2000; ++i) {
-    text.push_back(static_cast<char>((i * 97 + 13) & 0xFF));  // high bytes included
-    ASSERT_LT(vrutil::hashString(text), 211u) << i;
-    ASSERT_LT(vrutil::hashString(text.substr(i / 2)), 211u) << i;
-  }
-}

@@ -5,7 +5,6 @@
 #include "io/alembic/VrAbcCurves.h"
 #include "io/alembic/VrAbcCurvesWriter.h"
 #include "io/alembic/VrAbcDump.h"
-#include "io/alembic/VrAbcMurmur3.h"
 #include "support/CaptureLogger.h"
 #include "support/Examples.h"
 #include "support/TempDir.h"
@@ -14,7 +13,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -88,26 +86,6 @@ bool writeStreamed(const std::string& path, const Groom& groom, bool withWidths,
 }
 
 }  // namespace
-
-TEST(AbcMurmur3, StreamedPiecesGiveTheWholeDigest) {
-  std::mt19937 random(7);
-  std::vector<uint8_t> bytes(300);
-  for (uint8_t& b : bytes) b = static_cast<uint8_t>(random());
-  for (size_t length : {0u, 1u, 8u, 15u, 16u, 17u, 31u, 32u, 33u, 100u, 300u}) {
-    const VrAbcDigest whole = VrAbcMurmur3::hash(bytes.data(), length);
-    for (size_t piece : {1u, 3u, 7u, 16u, 50u}) {
-      SCOPED_TRACE(std::to_string(length) + " in pieces of " + std::to_string(piece));
-      VrAbcMurmur3::Stream stream;
-      for (size_t at = 0; at < length; at += piece) stream.update(bytes.data() + at, std::min(piece, length - at));
-      EXPECT_TRUE(stream.digest() == whole);
-      EXPECT_EQ(stream.length(), length);
-    }
-  }
-  // A known value: the digest of no bytes with seed 0 is all zeros.
-  const VrAbcDigest empty = VrAbcMurmur3::hash(nullptr, 0);
-  EXPECT_EQ(empty.word(0), 0u);
-  EXPECT_EQ(empty.word(1), 0u);
-}
 
 TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
   vrtest::CaptureLogger log;

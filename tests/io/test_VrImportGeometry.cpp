@@ -155,7 +155,7 @@ class ImportGeometry : public ::testing::Test {
   // Each case read afresh: a file and frame already read are reused whatever the mode (the
   // patches of the last case still hold their surface, which must not come back).
   void expectOffsets(const std::vector<Offset>& cases, double tolerance) {
-    int round = 0;
+    static int round = 0;
     for (const Offset& c : cases) {
       SCOPED_TRACE(std::string(c.mode) + " " + std::to_string(c.frame));
       VrResetImportGeometry();
@@ -222,61 +222,6 @@ TEST_F(ImportGeometry, BindsSubdivisionAndNurbsPatchesAndInterpolatesBetweenFram
   EXPECT_TRUE(VrImportedPatches().empty());
 }
 
-TEST_F(ImportGeometry, PolygonMeshWithoutReferenceUsesItsFirstSampleAndHonoursTheModes) {
-  const std::string file = dir.file("poly.abc");
-  ASSERT_TRUE(writeArchive(
-      file, {{"skin", VrAbcMeshWriter::Kind::PolyMesh,
-              {cube, moved(cube, 3, 0, 0), moved(cube, 6, 0, 0), moved(cube, 9, 0, 0)}, {}}},
-      false));
-  palette = importCollection("poly", {{"d", "Subd", "skin"}});
-  ASSERT_TRUE(palette);
-  ASSERT_TRUE(VrImportGeometry(file, 24.5, "none", 24.0));
-  VrPatch* skin = palette->description("d")->patch("skin");
-  ASSERT_TRUE(skin && skin->isBound());
-  const SgVec3T<double> first = point(skin, 0, true);
-  // "none" holds the sample before the time.
-  expectNear(point(skin, 0, false), first);
-
-  // Motion along a straight line at a steady rate: cubic and quadratic agree with linear.
-  for (const char* mode : {"linear", "quadratic", "cubic"}) {
-    SCOPED_TRACE(mode);
-    palette.reset();
-    palette = importCollection("poly", {{"d", "Subd", "skin"}});
-    ASSERT_TRUE(VrImportGeometry(file, 25.25, mode, 24.0));
-    skin = palette->description("d")->patch("skin");
-    ASSERT_TRUE(skin && skin->isBound());
-    expectNear(point(skin, 0, false), first + SgVec3T<double>(3.75, 0.0, 0.0));
-    expectNear(point(skin, 0, true), first);
-  }
-  // Outside the samples the ends are used.
-  palette.reset();
-  palette = importCollection("poly", {{"d", "Subd", "skin"}});
-  ASSERT_TRUE(VrImportGeometry(file, 100.0, "linear", 24.0));
-  expectNear(point(palette->description("d")->patch("skin"), 0, false), first + SgVec3T<double>(9.0, 0.0, 0.0));
-  // The collection's frame and rate: frame 12.75 at 12 per second is 1.0625 seconds, halfway
-  // between the second and the third sample.
-  palette.reset();
-  palette = importCollection("poly", {{"d", "Subd", "skin"}});
-  palette->setFrame(12.75);
-  palette->setFramesPerSecond(12.0);
-  ASSERT_TRUE(VrImportGeometry(file, *palette));
-  expectNear(point(palette->description("d")->patch("skin"), 0, false), first + SgVec3T<double>(4.5, 0.0, 0.0));
-  EXPECT_TRUE(log.errors().empty());
-}
-
-TEST_F(ImportGeometry, TheModesDifferOnAcceleratedMotion) {
-  // The cage moves by i * i at sample i: the curved modes follow the parabola, linear cuts the
-  // corner and "none" holds.
-  const std::string f = dir.file("accel.abc");
-  ASSERT_TRUE(writeArchive(f, {{"skin", VrAbcMeshWriter::Kind::SubD, accelerated(), {}}}, false));
-  expectOffsets({{f, "none", 25.5, 1.0},
-                 {f, "linear", 25.5, 2.5},
-                 {f, "quadratic", 25.5, 2.25},
-                 {f, "cubic", 25.5, 2.25},
-                 {f, "quadratic", 24.5, 0.25}},
-                1e-4);
-}
-
 TEST_F(ImportGeometry, TheSameFileAndFrameIsParsedOnce) {
   const std::string file = dir.file("once.abc");
   ASSERT_TRUE(writeArchive(file, {{"scalp", VrAbcMeshWriter::Kind::SubD, {cube, moved(cube, 1, 0, 0)}, {}}}, false));
@@ -312,25 +257,6 @@ TEST_F(ImportGeometry, TheSameFileAndFrameIsParsedOnce) {
   EXPECT_TRUE(log.errors().empty());
 }
 
-TEST_F(ImportGeometry, APatchWithoutGeometryIsRemovedAndTheOthersBind) {
-  const std::string file = dir.file("some.abc");
-  ASSERT_TRUE(writeArchive(file, {{"scalp", VrAbcMeshWriter::Kind::SubD, {cube}, {}}}, false));
-  palette = importCollection("some", {{"d", "Subd", "scalp"}, {"d", "Subd", "ghost"}, {"d", "Nurbs", "scalpTwin"}});
-  ASSERT_TRUE(palette);
-  EXPECT_FALSE(VrImportGeometry(file, 24.0));
-  VrDescription* d = palette->description("d");
-  EXPECT_EQ(d->patch("ghost"), nullptr);
-  EXPECT_EQ(d->patch("scalpTwin"), nullptr);
-  ASSERT_NE(d->patch("scalp"), nullptr);
-  EXPECT_TRUE(d->patch("scalp")->isBound());
-  EXPECT_EQ(d->numPatches(), 1u);
-  const std::vector<std::string> errors = log.errors();
-  EXPECT_TRUE(contains(errors, "rAlembicErrorNoGeoFound"));
-  EXPECT_TRUE(contains(errors, "Lumo Error. Removing patch: ghost"));
-  EXPECT_TRUE(contains(log.warnings(), "No base geometry specified for: ghost. Cant render patches on this geometry."));
-  EXPECT_TRUE(contains(log.warnings(), "No pref specified for: ghost. Popping may result."));
-}
-
 TEST_F(ImportGeometry, PatchKindMustMatchTheObject) {
   const std::string file = dir.file("kinds.abc");
   ASSERT_TRUE(writeArchive(file, {{"scalp", VrAbcMeshWriter::Kind::SubD, {cube}, {}}}, true));
@@ -350,21 +276,6 @@ TEST_F(ImportGeometry, BadNurbsKnotsAreRefused) {
   EXPECT_FALSE(VrImportGeometry(file, 24.0));
   EXPECT_TRUE(contains(log.errors(), "rAlembicErrorBadKnot"));
   EXPECT_EQ(palette->description("d")->patch("brow"), nullptr);
-}
-
-TEST_F(ImportGeometry, ACorruptFileGivesItsKeyAndRemovesThePatches) {
-  const std::string file = dir.write("broken.abc", "Ogawa: this is not an archive, only some bytes");
-  palette = importCollection("broken", {{"d", "Subd", "scalp"}});
-  ASSERT_TRUE(palette);
-  EXPECT_FALSE(VrImportGeometry(file, 24.0));
-  EXPECT_TRUE(contains(log.errors(), "rUnableToLoadFile"));
-  EXPECT_EQ(palette->description("d")->patch("scalp"), nullptr);
-  // The failed read is not remembered: a repaired file is read on the next try.
-  ASSERT_TRUE(writeArchive(file, {{"scalp", VrAbcMeshWriter::Kind::SubD, {cube}, {}}}, false));
-  palette.reset();
-  palette = importCollection("broken", {{"d", "Subd", "scalp"}});
-  EXPECT_TRUE(VrImportGeometry(file, 24.0));
-  EXPECT_TRUE(palette->description("d")->patch("scalp")->isBound());
 }
 
 TEST_F(ImportGeometry, FileNameRulesAndFallbacks) {
@@ -397,19 +308,6 @@ TEST_F(ImportGeometry, FileNameRulesAndFallbacks) {
   EXPECT_FALSE(VrImportGeometry(only, 24.0));
   EXPECT_TRUE(log.has("Using .lumo: " + only + " -> " + only));
   EXPECT_TRUE(contains(log.errors(), "rUnableToLoadFile"));
-}
-
-TEST(CacheUtilHandle, OnlyAlembicFilesGetAReader) {
-  CacheUtilHandle abc("/tmp/x.abc");
-  EXPECT_TRUE(abc.isValid());
-  EXPECT_NE(dynamic_cast<AlembicUtil*>(abc.getCacheUtil()), nullptr);
-  CacheUtilHandle other("/tmp/x.lumo");
-  EXPECT_FALSE(other.isValid());
-  EXPECT_EQ(other.getCacheUtil(), nullptr);
-  EXPECT_EQ(AlembicUtil::interpolationMode("none"), 0);
-  EXPECT_EQ(AlembicUtil::interpolationMode("linear"), 1);
-  EXPECT_EQ(AlembicUtil::interpolationMode("quadratic"), 2);
-  EXPECT_EQ(AlembicUtil::interpolationMode("cubic"), 3);
 }
 
 namespace {
@@ -569,40 +467,38 @@ TEST(AlembicUtil, OverrideGuidesByIndexAndByNearestRoot) {
   EXPECT_TRUE(contains(log.errors(), "File does not exist: " + dir.file("absent.abc")));
 }
 
-TEST_F(ImportGeometry, CurvedModesKeepTheirShapeOnTheEndSegments) {
-  // Samples at x = i * i for i = 0..3 (frames 24..27). On the last segment, halfway (frame
-  // 26.5), the parabola gives 2.5 * 2.5 = 6.25; a repeated end sample would pull the cubic to
-  // 6.6875. On the first segment (frame 24.5) both curved modes give 0.25.
-  const std::string file = dir.file("ends.abc");
-  ASSERT_TRUE(writeArchive(file, {{"skin", VrAbcMeshWriter::Kind::SubD, accelerated(), {}}}, false));
-  // Two samples (x = 0 and 4): nothing to bend with, so both curved modes are linear.
-  const std::string pair = dir.file("pair.abc");
+TEST_F(ImportGeometry, InterpolationModesFollowTheSampledMotion) {
+  // accel: x = i * i at sample i (frames 24..27). The curved modes follow the parabola on every
+  // segment, the end ones included (at 26.5 a repeated end sample would pull the cubic to
+  // 6.6875); linear cuts the corner and "none" holds. pair: two samples (x = 0 and 4), nothing
+  // to bend with, so the curved modes are linear. uneven: frames 24, 25, 27 and 30 (an acyclic
+  // sampling), x = (frame - 24)^2; linear at 28.5 gives 9 + 27 / 2 = 22.5.
+  const std::string accel = dir.file("accel.abc"), pair = dir.file("pair.abc"), uneven = dir.file("uneven.abc");
+  ASSERT_TRUE(writeArchive(accel, {{"skin", VrAbcMeshWriter::Kind::SubD, accelerated(), {}}}, false));
   ASSERT_TRUE(writeArchive(pair, {{"skin", VrAbcMeshWriter::Kind::SubD, {cube, moved(cube, 4, 0, 0)}, {}}}, false));
-  expectOffsets({{file, "cubic", 26.5, 6.25},
-                 {file, "quadratic", 26.5, 6.25},
-                 {file, "cubic", 24.5, 0.25},
-                 {file, "cubic", 26.25, 2.25 * 2.25},
-                 {pair, "cubic", 24.25, 1.0},
-                 {pair, "quadratic", 24.75, 3.0}},
-                1e-4);
-}
-
-TEST_F(ImportGeometry, CurvedModesFollowUnevenSampleTimes) {
-  // Samples on frames 24, 25, 27 and 30 (an acyclic sampling at 24 per second), the cage moved
-  // by (frame - 24)^2: the curved modes follow that parabola on every segment; linear cuts the
-  // corners (at 28.5 it gives 9 + 27 / 2 = 22.5).
-  const std::string f = dir.file("uneven.abc");
   std::vector<std::vector<float>> samples;
   for (int frame : {24, 25, 27, 30})
     samples.push_back(moved(cube, static_cast<float>((frame - 24) * (frame - 24)), 0, 0));
-  ASSERT_TRUE(writeArchive(f, {{"skin", VrAbcMeshWriter::Kind::SubD, samples, {}}}, false, {}, {24, 25, 27, 30}));
-  expectOffsets({{f, "quadratic", 28.5, 20.25},
-                 {f, "cubic", 28.5, 20.25},
-                 {f, "quadratic", 26.0, 4.0},
-                 {f, "cubic", 26.0, 4.0},
-                 {f, "cubic", 24.5, 0.25},
-                 {f, "quadratic", 24.5, 0.25},
-                 {f, "linear", 28.5, 22.5}},
+  ASSERT_TRUE(writeArchive(uneven, {{"skin", VrAbcMeshWriter::Kind::SubD, samples, {}}}, false, {}, {24, 25, 27, 30}));
+  expectOffsets({{accel, "none", 25.5, 1.0},
+                 {accel, "linear", 25.5, 2.5},
+                 {accel, "quadratic", 25.5, 2.25},
+                 {accel, "cubic", 25.5, 2.25},
+                 {accel, "quadratic", 24.5, 0.25},
+                 {accel, "cubic", 26.5, 6.25},
+                 {accel, "quadratic", 26.5, 6.25},
+                 {accel, "cubic", 24.5, 0.25},
+                 {accel, "cubic", 26.25, 2.25 * 2.25},
+                 {pair, "cubic", 24.25, 1.0},
+                 {pair, "quadratic", 24.75, 3.0}},
+                1e-4);
+  expectOffsets({{uneven, "quadratic", 28.5, 20.25},
+                 {uneven, "cubic", 28.5, 20.25},
+                 {uneven, "quadratic", 26.0, 4.0},
+                 {uneven, "cubic", 26.0, 4.0},
+                 {uneven, "cubic", 24.5, 0.25},
+                 {uneven, "quadratic", 24.5, 0.25},
+                 {uneven, "linear", 28.5, 22.5}},
                 1e-3);
 }
 

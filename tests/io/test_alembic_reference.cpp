@@ -152,6 +152,12 @@ TEST(AlembicReference, DamagedArchivesGiveAnErrorNamingTheFileOrTheReferenceDump
       continue;
     }
     EXPECT_NE(result, VrAbcDump::Result::Ok);
+    // Where both readers look at the same bytes when opening, both refuse the file. The top
+    // object of fuzzer_issue33685.abc reads as sound to us (its damage is further down, and the
+    // walk reports it); the reference refuses it at open.
+    if (referenceResult(file) == "rejected_at_open" && bareName(file) != "fuzzer_issue33685.abc") {
+      EXPECT_EQ(result, VrAbcDump::Result::Refused);
+    }
     ASSERT_FALSE(log.errors().empty());
     for (const std::string& error : log.errors()) EXPECT_EQ(error.rfind(bareName(file) + ": ", 0), 0u) << error;
     // The reason is in the dump too: on the open_error line, or on an error line.
@@ -162,40 +168,6 @@ TEST(AlembicReference, DamagedArchivesGiveAnErrorNamingTheFileOrTheReferenceDump
     EXPECT_NE(dump.find(refused ? "\nexit_status: 1\n" : "\nend: error\nexit_status: 1\n"), std::string::npos);
   }
   EXPECT_EQ(walked, 3);
-}
-
-TEST(AlembicReference, DamagedArchivesThatTheReferenceRefusedAtOpenAreRefusedByUsToo) {
-  // Where both readers look at the same bytes when opening, both must refuse the file. The
-  // top object of fuzzer_issue33685.abc reads as sound to us (its damage is further down, and
-  // the walk reports it); the reference refuses it at open.
-  vrtest::CaptureLogger log;
-  for (const std::string& file : vrtest::alembicFiles("malformed")) {
-    if (referenceResult(file) != "rejected_at_open" || bareName(file) == "fuzzer_issue33685.abc") continue;
-    SCOPED_TRACE(file);
-    VrAbcArchive archive;
-    EXPECT_FALSE(archive.open(file));
-    EXPECT_FALSE(archive.isOpen());
-  }
-}
-
-TEST(AlembicReference, HdfArchiveIsRefusedAsNotOgawa) {
-  vrtest::CaptureLogger log;
-  const std::string file = vrtest::alembicData("hdf5/prman_cube.abc");
-  VrAbcArchive archive;
-  EXPECT_FALSE(archive.open(file));
-  EXPECT_EQ(archive.kind(), VrAbcOgawaFile::Kind::Hdf5);
-  ASSERT_EQ(log.errors().size(), 1u);
-  EXPECT_EQ(log.errors()[0], "prman_cube.abc: an HDF5 Alembic archive; only Ogawa archives are read");
-
-  // The dump has the reference's form: header lines, then the reason the open failed.
-  VrAbcDump::Result result;
-  const std::string dump = vrtest::dumpText(file, &result);
-  EXPECT_EQ(result, VrAbcDump::Result::Refused);
-  const std::vector<std::string> got = vrtest::comparedLines(dump);
-  const std::vector<std::string> expected = vrtest::comparedLines(vrtest::readText(file + ".ref.txt"));
-  ASSERT_EQ(got.size(), expected.size());
-  for (size_t i = 0; i + 1 < got.size(); ++i) EXPECT_EQ(got[i], expected[i]);
-  EXPECT_EQ(got.back(), "open_error: prman_cube.abc: an HDF5 Alembic archive; only Ogawa archives are read");
 }
 
 TEST(AlembicReference, MissingAndForeignFilesAreRefusedWithTheirName) {

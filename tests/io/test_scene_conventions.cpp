@@ -11,7 +11,6 @@
 #include "io/alembic/VrAbcDump.h"
 #include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcOgawaFile.h"
-#include "io/alembic/VrAbcPolyMesh.h"
 #include "io/alembic/VrAbcXformWriter.h"
 #include "support/CaptureLogger.h"
 #include "support/Examples.h"
@@ -20,10 +19,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cfloat>
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -145,34 +142,6 @@ TEST_F(SceneFiles, AClockwiseSphereGrowsOutwards) {
       ASSERT_TRUE(ball->evalGeom(0.5, 0.5, static_cast<int>(f), P, N, dPdu, dPdv, ref));
       EXPECT_GT(N.dot(P), 0.5 * P.length()) << "face " << f;
     }
-}
-
-TEST_F(SceneFiles, TheWriterStoresFacesClockwiseAndTheReaderTurnsThemBack) {
-  const Sphere sphere;
-  const std::string file = dir.file("ccw.abc");
-  // Face-varying uvs follow their faces: value k of a face is the uv of its k-th corner.
-  std::vector<float> uvs;
-  for (int32_t index : sphere.indices) uvs.insert(uvs.end(), {float(index), -float(index)});
-  ASSERT_TRUE(writeBall(file, sphere, sphere.indices, uvs, VrAbcMeshWriter::Winding::CounterClockwise));
-  VrAbcArchive archive;
-  ASSERT_TRUE(archive.open(file));
-  VrAbcObject object;
-  ASSERT_TRUE(archive.findObject("/ball", object));
-  VrAbcPolyMesh mesh;
-  VrAbcPolyMesh::Sample stored;
-  ASSERT_TRUE(mesh.open(object) && mesh.read(0, stored));
-  EXPECT_EQ(stored.faceIndices, sphere.clockwise());
-  std::vector<float> storedUvs;
-  ASSERT_TRUE(stored.hasUvs && stored.uvs.values.as(storedUvs));
-  ASSERT_EQ(storedUvs.size(), 2 * stored.faceIndices.size());
-  for (size_t k = 0; k < stored.faceIndices.size(); ++k) EXPECT_EQ(storedUvs[2 * k], float(stored.faceIndices[k]));
-
-  AlembicUtil util(file);
-  std::vector<std::vector<SgVec3T<double>>> positions;
-  std::vector<std::vector<int>> counts, indices;
-  ASSERT_TRUE(util.readMeshes(0.0, {"ball"}, positions, counts, indices));
-  ASSERT_EQ(indices.size(), 1u);
-  EXPECT_EQ(indices[0], std::vector<int>(sphere.indices.begin(), sphere.indices.end()));
 }
 
 // /rig (animated translation) > /rig/head (a turn, then a lift) > /rig/head/skin, and

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <limits>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -230,28 +229,6 @@ TEST(VpdFile, SplineFileWithKeysRoundTrip) {
             "No face and block selected in Vorn point/primitive file: " + path);
 }
 
-TEST(VpdFile, FindPrimByIdInAnyOrder) {
-  vrtest::TempDir dir;
-  const std::string path = writeSmallPointFile(dir);
-  auto reader = VpdReader::open(path);
-  ASSERT_TRUE(reader);
-  ASSERT_TRUE(reader->findFace(3));
-  ASSERT_TRUE(reader->findBlock(0));
-  const Records all = locations(3, 5);
-  std::vector<float> values;
-  for (std::uint32_t id : {1u, 2u, 5u, 3u, 1u, 4u}) {
-    ASSERT_TRUE(reader->findPrim(id, values)) << id;
-    EXPECT_EQ(values, all[id - 1].second);
-  }
-  // After a lookup, reading goes on from the record found.
-  ASSERT_TRUE(reader->findPrim(2, values));
-  std::uint32_t next;
-  ASSERT_TRUE(reader->readPrim(next, values));
-  EXPECT_EQ(next, 3u);
-  EXPECT_FALSE(reader->findPrim(99, values));
-  EXPECT_EQ(reader->error(), "");
-}
-
 TEST(VpdFile, FloatsKeepTheirBits) {
   vrtest::TempDir dir;
   const std::string path = dir.file("bits.vpd");
@@ -426,40 +403,6 @@ TEST(VpdFile, ForeignAndMissingFiles) {
   EXPECT_EQ(openError(dir.path()), "Cannot open Vorn point/primitive file: " + dir.path());
   // Without a place for the reason the answer is still null.
   EXPECT_FALSE(VpdReader::open(text));
-}
-
-TEST(VpdFile, VersionRules) {
-  vrtest::TempDir dir;
-  const std::string original = readText(writeSmallPointFile(dir));
-  const std::string path = dir.file("v.vuv");
-  std::string why;
-
-  std::string major = original;
-  major[8] = 2;
-  writeBytes(path, major);
-  EXPECT_EQ(openError(path), "Unsupported Vorn point/primitive file version 2.0: " + path);
-
-  // A later minor version may carry more header bytes; this reader skips them.
-  std::string minor = original;
-  minor[10] = 3;
-  const std::size_t headerSize = u32At(minor, 12);
-  minor.insert(headerSize, std::string(8, '\x5a'));
-  putU32At(minor, 12, static_cast<std::uint32_t>(headerSize + 8));
-  Vpd::detail::putU64(reinterpret_cast<unsigned char*>(&minor[16]), minor.size());
-  Vpd::detail::putU64(reinterpret_cast<unsigned char*>(&minor[24]), u64At(minor, 24) + 8);
-  // Shift the index's offsets with the records.
-  const std::size_t index = static_cast<std::size_t>(u64At(minor, 24));
-  const std::uint32_t entries = u32At(minor, index);
-  for (std::uint32_t e = 0; e < entries; ++e) {
-    const std::size_t at = index + 4 + e * 32 + 8;
-    Vpd::detail::putU64(reinterpret_cast<unsigned char*>(&minor[at]), u64At(minor, at) + 8);
-  }
-  reseal(minor, headerSize + 8, static_cast<std::size_t>(u64At(minor, 24)));
-  writeBytes(path, minor);
-  auto reader = VpdReader::open(path, &why);
-  ASSERT_TRUE(reader) << why;
-  EXPECT_EQ(reader->formatMinor(), 3u);
-  EXPECT_EQ(readBlock(*reader, 3, 0), locations(3, 5));
 }
 
 TEST(VpdFile, AnyChangedHeaderOrIndexByteIsCaught) {

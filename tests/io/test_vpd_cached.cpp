@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -119,58 +118,7 @@ std::string refusal(bool accepted, const Context& context) {
   return accepted ? "accepted" : context.error();
 }
 
-std::vector<Record> readAll(VpdReader& reader, int face, int block) {
-  std::vector<Record> out;
-  if (!reader.findFace(face) || !reader.findBlock(block)) return out;
-  std::uint32_t id;
-  std::vector<float> values;
-  while (reader.readPrim(id, values)) out.push_back({id, values});
-  EXPECT_EQ(reader.error(), "");
-  return out;
-}
-
 }  // namespace
-
-TEST(VpdCachedWriter, SameBytesWhateverTheThreadCountOrOrder) {
-  vrtest::TempDir dir;
-  const Scene scene;
-  ASSERT_TRUE(writeCached(scene, dir.file("one.vpd"), 1, false));
-  ASSERT_TRUE(writeCached(scene, dir.file("two.vpd"), 2, false));
-  ASSERT_TRUE(writeCached(scene, dir.file("twoReversed.vpd"), 2, true));
-  const std::string one = readText(dir.file("one.vpd"));
-  ASSERT_FALSE(one.empty());
-  EXPECT_EQ(one, readText(dir.file("two.vpd")));
-  EXPECT_EQ(one, readText(dir.file("twoReversed.vpd")));
-
-  // The streaming writer, given the faces in ascending order, makes the same file.
-  const std::string serialPath = dir.file("serial.vpd");
-  auto writer = VpdWriter::open(serialPath, scene.header());
-  ASSERT_TRUE(writer);
-  for (const auto& [face, records] : scene.groom) {
-    ASSERT_TRUE(writer->startFace(face));
-    ASSERT_TRUE(writer->startBlock(0));
-    for (const Record& r : records) ASSERT_TRUE(writer->writePrim(r.first, r.second));
-    if (scene.noise.count(face)) {
-      ASSERT_TRUE(writer->startBlock(1));
-      for (const Record& r : scene.noise.at(face))
-        ASSERT_TRUE(writer->writePrim(r.first, r.second));
-    }
-  }
-  ASSERT_TRUE(writer->close());
-  EXPECT_EQ(one, readText(serialPath));
-
-  // And the file holds the scene.
-  auto reader = VpdReader::open(dir.file("two.vpd"));
-  ASSERT_TRUE(reader);
-  EXPECT_EQ(reader->faceIds(), scene.faces);
-  EXPECT_EQ(reader->keyToId().at("pPlaneShape1"), 1);
-  EXPECT_EQ(reader->facesInFile().size(), scene.groom.size());
-  for (const auto& [face, records] : scene.groom) {
-    EXPECT_EQ(readAll(*reader, face, 0), records) << face;
-    const auto noise = scene.noise.find(face);
-    EXPECT_EQ(readAll(*reader, face, 1), noise == scene.noise.end() ? std::vector<Record>() : noise->second) << face;
-  }
-}
 
 TEST(VpdCachedWriter, RefusesMisuseWithItsReasons) {
   vrtest::TempDir dir;

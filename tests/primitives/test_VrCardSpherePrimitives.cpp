@@ -154,18 +154,6 @@ TEST(VrCardSpherePrimitives, SphereHandlesLeanAndSizes) {
   }
 }
 
-// The description's width factor scales every size of both kinds, a card's length too.
-TEST(VrCardSpherePrimitives, WidthFactorScalesEverySize) {
-  Scene scene;
-  VrCardPrimitive card(scene.description);
-  VrSpherePrimitive sphere(scene.description);
-  card.context().setLodAdjustment(0.5);
-  sphere.context().setLodAdjustment(0.5);
-  EXPECT_NEAR(scene.make(card, {{"length", "4"}, {"width", "2"}})[4].y, 1.0, 1e-12);
-  EXPECT_NEAR(scene.make(sphere, {{"depth", "6"}})[3].y, 1.5, 1e-12);
-  EXPECT_DOUBLE_EQ(card.context().cWidth(), 1.0);
-}
-
 TEST(VrCardSpherePrimitives, ScaleCardAndStraightenFrames) {
   std::vector<Vec> cvs = {Vec(1, 1, 1), Vec(2, 1, 1), Vec(1, 3, 1), Vec(3, 1, 1), Vec(1, 5, 1)};
   VrCardPrimitive::scaleCard(cvs.data(), 0.5);

@@ -110,48 +110,6 @@ void expectSameCVs(const std::vector<Vec>& a, const std::vector<Vec>& b, double 
 
 // Overriding guides from the cache
 
-TEST(VrGuideCache, GuidesComeBackFromTheCacheFile) {
-  Scene scene;
-  vrtest::TempDir dir;
-  const std::string file = dir.file("guides.abc");
-  const std::vector<VrCacheCurve> rig = rigCurves();
-  ASSERT_TRUE(AlembicUtil(file).writeCurves(rig));
-
-  VrSplinePrimitive& s = *scene.spline;
-  s.setAttr("cacheFileName", file, "string");
-  s.setAttr("useCache", "true", "bool");
-  scene.palette->setFrame(12.0);
-  s.transformGuidesToSurface();  // the old shapes are on the surface once
-  vrtest::CaptureLogger log;
-  ASSERT_TRUE(s.overrideGuidesWithCache());
-  EXPECT_TRUE(log.errors().empty());
-  for (const VrCacheCurve& c : rig) {
-    SCOPED_TRACE(c.guideIndex);
-    const VrGuide& g = s.guide(static_cast<unsigned>(c.guideIndex));
-    expectSameCVs(g.iOrigGuideGeom(), c.cvs, 1e-6);
-    expectSameCVs(g.iGuideGeom(), c.cvs, 1e-6);  // interpolated afresh from the new CVs
-  }
-  EXPECT_FALSE(s.breakActive());  // no guide carries "break"
-
-  // A pass places the new shapes: on the flat grid the exported frame (U, N, V) maps to
-  // (x, z, y), so the CV (a, b, c) stands at root + (a, c, b).
-  s.initDescription();
-  for (const VrCacheCurve& c : rig) {
-    const VrGuide& g = s.guide(static_cast<unsigned>(c.guideIndex));
-    ASSERT_EQ(g.cGuideGeom().size(), 3u);
-    for (size_t k = 0; k < 3; ++k)
-      expectNear(g.cGuideGeom()[k] - g.cGuideGeom()[0], Vec(c.cvs[k].x, c.cvs[k].z, c.cvs[k].y), 1e-5);
-  }
-  // A spline at a guide's root takes the cached shape.
-  scene.spline->context().setActivePatchFace(scene.patch, 6);
-  s.makeGeometry(0.5, 0.5, nullptr);
-  ASSERT_FALSE(s.context().cullPrim());
-  const std::vector<Vec>& geom = s.context().cGeom();
-  ASSERT_EQ(geom.size(), 3u);
-  expectNear(geom[2] - geom[0], Vec(1, -0.5, 2), 1e-3);  // guide 1: tip (1, 2, -0.5)
-  s.finishDescription();
-}
-
 TEST(VrGuideCache, CacheNameIsExpandedAndFoundAlongTheDataPath) {
   Scene scene;
   vrtest::TempDir dir;

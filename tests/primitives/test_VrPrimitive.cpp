@@ -20,7 +20,6 @@
 #include <atomic>
 #include <cmath>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <tuple>
@@ -39,8 +38,6 @@ class ProbePrimitive : public VrPrimitive {
   std::string typeName() const override { return "ProbePrimitive"; }
   void mkGeometryInParallel(VrPrimitiveContext& context, double, double) override {
     ++mkCalls;
-    lengthSeen = context.cLength();
-    widthSeen = context.cWidth();
     context.getGeom().assign({Vec(0, 0, 0), Vec(0, 0, 1)});
   }
   bool postApplyFxInParallel(VrPrimitiveContext&) override {
@@ -49,11 +46,9 @@ class ProbePrimitive : public VrPrimitive {
   }
   int mkCalls = 0;
   int postCalls = 0;
-  double lengthSeen = 0.0;
-  double widthSeen = 0.0;
 };
 
-// A module that counts the primitives it sees and culls when told to.
+// A module that counts the calls it gets.
 class ProbeFXModule : public VrFXModule {
  public:
   using VrFXModule::VrFXModule;
@@ -65,27 +60,16 @@ class ProbeFXModule : public VrFXModule {
   void finishModule(VrPrimitive*) override { ++finishes; }
   void beginPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++begins; }
   void endPatchFace(VrPrimitiveContext&, const VrPatch*, int) override { ++ends; }
-  // Called by render workers at once: the records are shared, so they are guarded.
   bool isThreadSafe() const override { return true; }
-  bool computeParallel(VrPrimitiveContext& context) override {
+  bool computeParallel(VrPrimitiveContext&) override {
     ++applied;
-    {
-      std::lock_guard<std::mutex> hold(orderMutex);
-      order.push_back(moduleIndex());
-    }
-    if (cull) context.setCullPrim(true);
     return true;
   }
   std::atomic<int> applied{0};
-  bool cull = false;
   bool refuse = false;
   std::atomic<int> begins{0}, ends{0};
   int inits = 0, finishes = 0;
-  static std::vector<int> order;
-  static std::mutex orderMutex;
 };
-std::vector<int> ProbeFXModule::order;
-std::mutex ProbeFXModule::orderMutex;
 
 void* createProbe(VrDescription* description) { return static_cast<VrObject*>(new ProbeFXModule(description)); }
 const bool probeRegistered = VrRegisterModule("TestProbeFXModule", &createProbe);
@@ -118,31 +102,6 @@ struct Scene : vrtest::PatchScene {
 
 // The context's frame cache
 
-TEST(VrPrimitiveContext, FrameSlotsEvaluateOncePerLocation) {
-  Scene scene;
-  CountingContext context(scene.description);
-  context.setActivePatchFace(scene.patch, 5);
-  const Vec p = context.cP(0.25, 0.5, false);
-  context.cP(0.25, 0.5, false);
-  context.cN(0.25, 0.5, false);
-  context.cdPdu(0.25, 0.5, false);
-  context.cU(0.25, 0.5, false);
-  EXPECT_EQ(context.displaced, 1);
-  EXPECT_EQ(context.cu(false), 0.25);
-  EXPECT_EQ(context.cv(false), 0.5);
-
-  context.cP(0.75, 0.5, false);
-  EXPECT_EQ(context.displaced, 2);
-  context.cP(0.25, 0.5, true);  // the reference slot is a slot of its own
-  EXPECT_EQ(context.displaced, 3);
-
-  // A new face with the same parameters must evaluate again, and lands elsewhere.
-  context.setActivePatchFace(scene.patch, 6);
-  const Vec q = context.cP(0.25, 0.5, false);
-  EXPECT_EQ(context.displaced, 4);
-  EXPECT_NEAR((q - p).length(), 1.0, 1e-6);  // the next face along x
-}
-
 TEST(VrPrimitiveContext, ReferenceAndAnimatedSurfaces) {
   Scene scene;
   VrPrimitiveContext context(scene.description);
@@ -166,23 +125,6 @@ TEST(VrPrimitiveContext, ReferenceAndAnimatedSurfaces) {
   none.setActivePatchFace(nullptr, 3);
   EXPECT_TRUE(none.activeGuides.empty());
   EXPECT_EQ(none.cFaceId(), 3);
-}
-
-TEST(VrPrimitiveContext, LengthIsCachedUntilDirty) {
-  CountingContext context;
-  context.overrideCLength(2.0);
-  EXPECT_EQ(context.cLength(), 2.0);
-  EXPECT_EQ(context.lengths, 0);
-  context.dirtyCLength();
-  EXPECT_EQ(context.cLength(), 7.0);
-  EXPECT_EQ(context.cLength(), 7.0);
-  EXPECT_EQ(context.lengths, 1);
-
-  // The plain context measures the curve through its CVs: a straight line measures its chord.
-  VrPrimitiveContext plain;
-  plain.getGeom().assign({Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 0, 2), Vec(0, 0, 3)});
-  plain.dirtyCLength();
-  EXPECT_NEAR(plain.cLength(), 3.0, 1e-9);
 }
 
 TEST(VrPrimitiveContext, PackedCVAttributesRoundTrip) {
@@ -283,44 +225,6 @@ TEST(VrPrimitive, AttributesInOrderWithDefaults) {
 }
 
 // The pipeline
-
-TEST(VrPrimitive, MakeGeometryRunsTheStackInOrder) {
-  Scene scene;
-  ProbePrimitive primitive(scene.description);
-  auto* first = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
-  auto* second = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
-  auto* third = static_cast<ProbeFXModule*>(primitive.addFXModule("TestProbeFXModule"));
-  ASSERT_TRUE(first && second && third);
-  ProbeFXModule::order.clear();
-
-  VrPrimitiveContext& context = primitive.context();
-  context.setActivePatchFace(scene.patch, 0);
-  context.overrideCLength(5.0);
-  context.overrideCWidth(5.0);
-  context.setCullPrim(true);  // a stale flag is cleared
-  primitive.makeGeometry(0.5, 0.5, nullptr);
-  EXPECT_FALSE(context.cullPrim());
-  EXPECT_EQ(primitive.mkCalls, 1);
-  EXPECT_EQ(primitive.lengthSeen, 1.0);
-  EXPECT_EQ(primitive.widthSeen, 1.0);
-  EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0, 1, 2}));
-  EXPECT_EQ(primitive.postCalls, 3);  // once after each module
-
-  // A stop module and everything behind it are left out; an inactive module is skipped.
-  ProbeFXModule::order.clear();
-  second->setAttr("active", "false", "bool");
-  EXPECT_FALSE(second->isActive());
-  primitive.makeGeometry(0.5, 0.5, third);
-  EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0}));
-
-  // A module that culls ends the stack.
-  ProbeFXModule::order.clear();
-  second->setActive(true);
-  first->cull = true;
-  primitive.makeGeometry(0.5, 0.5, nullptr);
-  EXPECT_TRUE(context.cullPrim());
-  EXPECT_EQ(ProbeFXModule::order, (std::vector<int>{0}));
-}
 
 TEST(VrPrimitive, CulledPrimitiveMakesNoGeometry) {
   vrtest::CaptureLogger log;

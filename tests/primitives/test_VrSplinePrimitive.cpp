@@ -19,7 +19,6 @@
 
 #include <cmath>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -142,39 +141,6 @@ TEST(VrSplinePrimitive, DefaultsGrowStraightAlongTheNormal) {
   expectNear(c.widthVec, c.cU(0.5, 0.5, false), 1e-9);
 }
 
-TEST(VrSplinePrimitive, LeanIsClampedToTheTangentPlane) {
-  Scene scene;
-  scene.spline->setAttr("offU", "3.0");
-  const std::vector<Vec> geom = scene.make();
-  VrSplinePrimitiveContext& c = scene.context();
-  const Vec N = c.cN(0.5, 0.5, false), U = c.cU(0.5, 0.5, false);
-  for (const Vec& p : geom) EXPECT_NEAR((p - geom[0]).dot(N), 0.0, 1e-9);
-  EXPECT_NEAR((geom.back() - geom[0]).dot(U), 1.0, 1e-4);
-
-  scene.spline->setAttr("offU", "1.0");
-  const std::vector<Vec> atOne = scene.make();
-  ASSERT_EQ(atOne.size(), geom.size());
-  for (size_t i = 0; i < geom.size(); ++i) EXPECT_EQ(atOne[i], geom[i]);
-}
-
-TEST(VrSplinePrimitive, BendPositionsAreLimited) {
-  Scene scene;
-  VrSplinePrimitive& s = *scene.spline;
-  s.setAttr("attrCVCount", "5");
-  s.setAttr("length", "4.0");
-  s.setAttr("bendParam[0]", "0");
-  s.setAttr("bendParam[1]", "0");
-  s.setAttr("bendParam[2]", "1");
-  VrSplinePrimitiveContext& c = scene.context();
-  c.cP(0.5, 0.5, false);
-  s.mkGeometryFromAttrs(c, 0.5, 0.5);
-  const std::vector<Vec>& geom = c.cGeom();
-  ASSERT_EQ(geom.size(), 5u);
-  const Vec N = c.cN(0.5, 0.5, false);
-  const double expected[] = {0.0, 0.01, 0.02, 0.99, 1.0};
-  for (size_t i = 0; i < 5; ++i) EXPECT_NEAR((geom[i] - geom[0]).dot(N), 4.0 * expected[i], 4e-4) << i;
-}
-
 TEST(VrSplinePrimitive, BendLeansAreClamped) {
   Scene scene;
   VrSplinePrimitive& s = *scene.spline;
@@ -232,21 +198,6 @@ TEST(VrSplinePrimitive, WidthsAlongTheCurve) {
   widths.assign(3, 0.0f);
   scene.spline->calcCVWidths(c, widths);
   EXPECT_EQ(widths, (std::vector<float>{2.0f, 1.0f, 0.0f}));
-}
-
-TEST(VrSplinePrimitive, WidthVectorFromTheFirstSegments) {
-  Vec out;
-  // Straight up: the surface direction stays.
-  VrSplinePrimitive::calcWidthVec(Vec(0, 0, 2), Vec(0, 0, 2), Vec(0, 0, 1), Vec(3, 0, 0), out);
-  expectNear(out, Vec(1, 0, 0), 1e-12);
-  // Lying along U: U turns with the segment, under the surface.
-  VrSplinePrimitive::calcWidthVec(Vec(1, 0, 0), Vec(1, 0, 0), Vec(0, 0, 1), Vec(1, 0, 0), out);
-  expectNear(out, Vec(0, 0, -1), 1e-12);
-  // Bending: across the plane of the two segments, on the side of the turned direction.
-  VrSplinePrimitive::calcWidthVec(Vec(0, 0, 1), Vec(1, 0, 1), Vec(0, 0, 1), Vec(0, -1, 0), out);
-  expectNear(out, Vec(0, -1, 0), 1e-12);
-  VrSplinePrimitive::calcWidthVec(Vec(0, 0, 1), Vec(1, 0, 1), Vec(0, 0, 1), Vec(0, 1, 0), out);
-  expectNear(out, Vec(0, 1, 0), 1e-12);
 }
 
 // Shape from guides
@@ -323,109 +274,6 @@ TEST(VrSplinePrimitive, BreakLetsTheDominantGuideWin) {
 
 // Threads
 
-TEST(VrSplinePrimitive, WorkersBuildTheSameSplines) {
-  Scene scene;
-  VrSplinePrimitive& s = *scene.spline;
-  s.setAttr("length", "$a=1.0;#0.05,5.0\n$a * (1 + rand() * 0.5)");
-  s.setAttr("offU", "rand() - 0.5");
-  s.setAttr("attrCVCount", "4");
-  s.setAttr("bendV[1]", "0.8");
-  constexpr int count = 64;
-  auto location = [](int i, double& u, double& v) {
-    u = (i % 8 + 0.5) / 8.0;
-    v = (i / 8 + 0.5) / 8.0;
-  };
-  std::vector<std::vector<Vec>> serial(count);
-  for (int i = 0; i < count; ++i) {
-    double u, v;
-    location(i, u, v);
-    serial[i] = scene.make(u, v);
-  }
-
-  const bool was = VrTaskManager::seExprMultithreading();
-  VrTaskManager::setSeExprMultithreading(true);
-  for (int threads : {1, 3}) {
-    std::vector<std::vector<Vec>> parallel(count);
-    tbb::task_arena arena(threads);
-    arena.execute([&] {
-      tbb::parallel_for(tbb::blocked_range<int>(0, count, 4), [&](const tbb::blocked_range<int>& range) {
-        VrExpression::initTLS();
-        std::unique_ptr<VrPrimitiveContext> own = s.createContext();
-        own->setActivePatchFace(scene.patch, 5);
-        for (int i = range.begin(); i != range.end(); ++i) {
-          double u, v;
-          location(i, u, v);
-          s.makeGeometryInParallel(*own, u, v, nullptr);
-          parallel[i] = own->cGeom();
-        }
-        VrExpression::clearTLS();
-      });
-    });
-    for (int i = 0; i < count; ++i) EXPECT_EQ(parallel[i], serial[i]) << "location " << i << ", " << threads;
-  }
-  VrTaskManager::setSeExprMultithreading(was);
-}
-
-TEST(VrSplinePrimitive, SplineAtAGuideRootTakesItsShape) {
-  Scene scene;
-  VrSplinePrimitive& s = *scene.spline;
-  s.setAttr("iMethod", "1");
-  // Four guides at face centres, each leaning its own way.
-  const int faces[] = {5, 6, 9, 10};
-  for (int i = 0; i < 4; ++i) {
-    VrGuide& g = s.addGuide();
-    g.setId(std::to_string(i + 1));
-    g.setPatch(scene.patch);
-    g.setFaceId(faces[i]);
-    g.setU(0.5);
-    g.setV(0.5);
-    // Offsets in the exported frame (U, N, V): up one unit, leaning along U by i/4.
-    g.setOrigIGeom({Vec(0, 0, 0), Vec(0.125 * i, 0.5, 0), Vec(0.25 * i, 1, 0)});
-  }
-  EXPECT_EQ(s.maximumCVCount(), 5u);
-  s.initDescription();
-  ASSERT_TRUE(s.hasCandidates());
-  for (int i = 0; i < 4; ++i) {
-    SCOPED_TRACE(i);
-    scene.context().setActivePatchFace(scene.patch, faces[i]);
-    const std::vector<Vec>& geom = scene.make(0.5, 0.5);
-    ASSERT_FALSE(scene.context().cullPrim());
-    const std::vector<Vec>& cvs = s.guide(static_cast<unsigned>(i)).cGuideGeom();
-    ASSERT_EQ(geom.size(), cvs.size());
-    for (size_t k = 0; k < cvs.size(); ++k) expectNear(geom[k] - geom[0], cvs[k] - cvs[0], 1e-3);
-  }
-  s.finishDescription();
-}
-
-TEST(VrSplinePrimitive, AttributeBlockRoundTrips) {
-  Scene scene;
-  VrSplinePrimitive& s = *scene.spline;
-  s.setAttr("attrCVCount", "5");
-  s.setAttr("bendU[1]", "0.3");
-  s.setAttr("bendParam[2]", "0.9");
-  s.setAttr("widthRamp", "rampUI(0,1,1:0.5,0.2,2:1,0,1)");
-  s.setAttr("fxCVCount", "9");
-  std::ostringstream out;
-  ASSERT_TRUE(s.exportObj(out));
-
-  // The block read back: skip the leading line break and the type word, as a file reader does.
-  VrSplinePrimitive back(scene.description);
-  std::istringstream in(out.str());
-  std::string word;
-  in >> word;
-  EXPECT_EQ(word, "SplinePrimitive");
-  ASSERT_TRUE(back.importObj(in, ""));
-  EXPECT_EQ(back.attrNames(), s.attrNames());
-  for (const std::string& name : s.attrNames()) EXPECT_EQ(attr(back, name), attr(s, name)) << name;
-  EXPECT_EQ(back.attrCVCount(), 5u);
-  EXPECT_EQ(back.finalCVCount(), 9u);
-
-  back.context().setActivePatchFace(scene.patch, 5);
-  s.makeGeometry(0.3, 0.6, nullptr);
-  back.makeGeometry(0.3, 0.6, nullptr);
-  EXPECT_EQ(back.context().cGeom(), s.context().cGeom());
-}
-
 TEST(VrSplinePrimitive, DefaultGuidesAndTheirBoxes) {
   Scene scene;
   VrSplinePrimitive& s = *scene.spline;
@@ -445,29 +293,4 @@ TEST(VrSplinePrimitive, DefaultGuidesAndTheirBoxes) {
   expectNear(box.min, Vec(0, 1, 3), 0.0);
   expectNear(box.maxCorner(), Vec(2, 5, 4), 0.0);
   EXPECT_FALSE(s.guideBoundingBox(7).valid);
-}
-
-TEST(VrSplinePrimitive, GuideBlockSkipsUnknownTokensAndRefusesMissingCVs) {
-  Scene scene;
-  VrSplinePrimitive& s = *scene.spline;
-  vrtest::CaptureLogger log;
-  // An unknown token loses its own line only: the guide after it still reads whole.
-  std::istringstream good("1\n\tid 4\n\tbogus 1 2 3\n\tloc 0.25 0.75 5\n\tCVs\t3\n\t0 0 1\n\t0 0 2\n");
-  ASSERT_TRUE(s.importGuides(good, scene.patch, 18));
-  EXPECT_EQ(log.errors(),
-            (std::vector<std::string>{"Unrecognized token: bogus in Guide import. Trying to read and continue."}));
-  ASSERT_EQ(s.numGuides(), 1u);
-  EXPECT_EQ(s.guide(0).faceId(), 5);
-  EXPECT_DOUBLE_EQ(s.guide(0).patchV(), 0.75);
-  ASSERT_EQ(s.guide(0).iOrigGuideGeom().size(), 3u);
-  expectNear(s.guide(0).iOrigGuideGeom()[2], Vec(0, 0, 2), 0.0);
-
-  // A CV list cut short, and a guide with no CVs at all, are refused.
-  log.clear();
-  std::istringstream shortList("1\n\tCVs\t4\n\t0 0 1\n");
-  EXPECT_FALSE(s.importGuides(shortList, scene.patch, 18));
-  std::istringstream none("1\n\tid 2\n");
-  EXPECT_FALSE(s.importGuides(none, scene.patch, 18));
-  EXPECT_EQ(log.errors(), (std::vector<std::string>{"No CVs found for guide during import.",
-                                                    "No CVs found for guide during import."}));
 }

@@ -171,21 +171,6 @@ TEST(VrParticleRenderer, MaskChoosesWhatBecomesAParticle) {
   particles.finishDescription();
 }
 
-TEST(VrParticleRenderer, DefaultMaskOverwritesTheFileWithAnEmptySet) {
-  vrtest::TempDir dir;
-  std::string why;
-  vrtest::BakeScene scene("ParticleRenderer");
-  auto& particles = scene.renderer<VrParticleRenderer>();
-  const std::string path = dir.write("fur.pdb", "an older file");
-  scene.palette->setAttr("vrDataPath", dir.path());
-  particles.setAttr("particleFile", "fur.pdb");
-  ASSERT_TRUE(VrRenderDescription(particles));
-  VrParticleSet back;
-  ASSERT_TRUE(VrReadParticles(path, back, &why)) << why;
-  EXPECT_EQ(back.numParticles(), 0u);
-  EXPECT_EQ(back.numAttributes(), 13u);
-}
-
 TEST(VrOrmRenderer, OneCommandPerPrimitiveUnderTheDumpGroup) {
   vrtest::TempDir dir;
   vrtest::BakeScene scene("OrmRenderer");

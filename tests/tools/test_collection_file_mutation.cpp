@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -200,15 +199,6 @@ std::string report(const std::vector<std::string>& failures) {
 }
 
 }  // namespace
-
-TEST(CollectionFileMutation, UndamagedExamplesReadWriteAndReadBack) {
-  vrtest::CaptureLogger log;
-  FileVersionGuard guard;
-  for (const char* name : {"hairs.vorn", "groom.vorn"}) {
-    EXPECT_EQ(readOne(readText(vrtest::examplePath(name)), log), "") << name;
-    EXPECT_TRUE(log.errors().empty()) << name;
-  }
-}
 
 TEST(CollectionFileMutation, ExamplesSurviveRandomDamage) {
   for (const char* name : {"hairs.vorn", "groom.vorn"}) {

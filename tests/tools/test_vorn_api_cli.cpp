@@ -270,23 +270,6 @@ TEST(VornCliEval, VectorsPrintThreeNumbers) {
                   "0.80000000000000004 0.59999999999999998 0.40000000000000002\n"));
 }
 
-TEST(VornCliEval, RandIsFixedByTheLocation) {
-  vrtest::TempDir dir;
-  const std::string file = hairsWith(dir, "length", "rand()");
-  const auto first = evalSpline(file, "length");
-  const auto second = evalSpline(file, "length");
-  ASSERT_EQ(first.exitCode, 0) << first.output;
-  EXPECT_EQ(second.output, first.output);
-  const double value = std::stod(first.output);
-  EXPECT_GE(value, 0.0);
-  EXPECT_LT(value, 1.0);
-  EXPECT_EQ(evalSpline(file, "length", "--frame 40").output, first.output);
-
-  const auto elsewhere = evalSpline(file, "length", "--u 0.25");
-  EXPECT_EQ(elsewhere.exitCode, 0);
-  EXPECT_NE(elsewhere.output, first.output);
-}
-
 TEST(VornCliEval, FrameOption) {
   vrtest::TempDir dir;
   const std::string file = hairsWith(dir, "taper", "frameArray(1, 10, 20)");

@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 using vrtest::ran;
@@ -52,28 +50,6 @@ const char* const hairsListing =
     "      guides: 0\n"
     "  guides: 0\n";
 
-const char* const scalpListing =
-    "description: scalp\n"
-    "  primitive: SplinePrimitive\n"
-    "  generator: RandomGenerator\n"
-    "  renderer: RendermanRenderer\n"
-    "  previewer: GLRenderer\n"
-    "  objects (4):\n"
-    "    GLRenderer\n"
-    "    RandomGenerator\n"
-    "    RendermanRenderer\n"
-    "    SplinePrimitive\n"
-    "  fx modules of SplinePrimitive (2):\n"
-    "    Clumping: ClumpingFXModule\n"
-    "    Cut: CutFXModule\n"
-    "  patches (1):\n"
-    "    scalpShape (Subd)\n"
-    "      faces (4): 0 1 2 3\n"
-    "      culled on face 1: 7 9\n"
-    "      culled on face 3: 4\n"
-    "      guides: 2\n"
-    "  guides: 2\n";
-
 const char* const browsListing =
     "description: brows\n"
     "  primitive: CardPrimitive\n"
@@ -98,40 +74,6 @@ TEST(VornCliCheck, BundledExamplesAreSound) {
   EXPECT_TRUE(ran(vorn("check " + q(groomFile)), 0, "ok: groom: 2 descriptions\n"));
 }
 
-TEST(VornCliCheck, BrokenFilesFailWithTheReason) {
-  vrtest::TempDir dir;
-  const std::string hairs = readText(hairsFile);
-  ASSERT_FALSE(hairs.empty());
-  const size_t inSpline = hairs.find("\ttaper");
-  const size_t inPatch = hairs.find("\tfaceIds");
-  ASSERT_NE(inSpline, std::string::npos);
-  ASSERT_NE(inPatch, std::string::npos);
-  std::string oldVersion = hairs;
-  oldVersion.replace(oldVersion.find("FileVersion 18"), 14, "FileVersion 13");
-  std::string unknownToken = hairs;
-  unknownToken.insert(unknownToken.find("Patches"), "Bogus\n");
-
-  struct Case {
-    std::string name, content, message;
-  };
-  const Case cases[] = {
-      {"cut-in-object.vorn", hairs.substr(0, inSpline), "The SplinePrimitive block ends before its endAttrs line."},
-      {"cut-in-patch.vorn", hairs.substr(0, inPatch), "cannot read a collection from"},
-      {"version13.vorn", oldVersion, "FileVersion prior to 14 cannot be used"},
-      {"token.vorn", unknownToken, "Unrecognized token: Bogus in VrImport."},
-      {"empty.vorn", "", "No collection found in file."},
-      {"comment-only.vorn", "# nothing here\n", "No collection found in file."},
-  };
-  for (const Case& c : cases) {
-    const std::string path = dir.write(c.name, c.content);
-    SCOPED_TRACE(c.name);
-    const auto result = vorn("check " + q(path));
-    EXPECT_TRUE(ranWith(result, 1, c.message));
-    EXPECT_TRUE(contains(result.output, "vorn: cannot read a collection from " + path)) << result.output;
-    EXPECT_FALSE(contains(result.output, "ok:"));
-  }
-}
-
 TEST(VornCliCheck, MissingFileAndFolderFail) {
   vrtest::TempDir dir;
   EXPECT_TRUE(
@@ -139,41 +81,11 @@ TEST(VornCliCheck, MissingFileAndFolderFail) {
   EXPECT_TRUE(ran(vorn("check " + q(dir.path())), 1, "vorn: is a folder, not a collection file: " + dir.path() + "\n"));
 }
 
-TEST(VornCliLs, ListsEveryDescriptionOrTheNamedOne) {
-  const std::string groomHead = "collection: groom\ndescriptions: 2\n";
-  EXPECT_TRUE(ran(vorn("ls " + q(hairsFile)), 0, hairsListing));
-  EXPECT_TRUE(ran(vorn("ls " + q(groomFile)), 0, groomHead + scalpListing + browsListing));
-  EXPECT_TRUE(ran(vorn("ls " + q(groomFile) + " brows"), 0, groomHead + browsListing));
-  EXPECT_TRUE(
-      ran(vorn("ls " + q(groomFile) + " beard"), 1, "vorn: no description \"beard\" in collection \"groom\"\n"));
-}
-
 TEST(VornCliLs, UnwritableStandardOutputIsAFailure) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
   for (const std::string& arguments : {"ls " + q(groomFile), "get " + q(groomFile) + " name",
                                        "check " + q(groomFile)})
     EXPECT_EQ(vorn(arguments + " >/dev/full").exitCode, 1) << arguments;
-}
-
-TEST(VornCliGet, EveryLevelOfAddress) {
-  const Case cases[] = {
-      {"name", "groom"},
-      {"vrDataPath", "/proj/groom/maps/;/proj/shared/"},
-      {"custom_float_globalLength", "2.5*rand()"},
-      {"vrDogTag", ""},
-      {"name Palette", "groom"},
-      {"minDensity scalp", "0.05"},
-      {"descriptionId brows", "1"},
-      {"lodFlag scalp Description", "true"},
-      {"length scalp SplinePrimitive", "globalLength()"},
-      {"custom_color_tint scalp SplinePrimitive", "[0.8,0.6,0.4]"},
-      {"density brows UniformGenerator", "40.0"},
-      {"percent scalp GLRenderer", "20.0"},
-      {"mask scalp Clumping", "map('${DESC}/clumpMask')"},
-      {"active scalp Cut", "false"},
-  };
-  for (const Case& c : cases)
-    EXPECT_TRUE(ran(vorn("get " + q(groomFile) + " " + c.arguments), 0, c.answer + "\n")) << c.arguments;
 }
 
 TEST(VornCliGet, MissingPartsAreNamed) {
@@ -226,21 +138,6 @@ TEST(VornCliSet, RenamingADescriptionTakesItsPatchesAlong) {
   expected.replace(expected.find("description: brows"), 18, "description: beard");
   EXPECT_TRUE(ran(vorn("ls " + q(out) + " beard"), 0, expected));
   EXPECT_EQ(vorn("ls " + q(out) + " brows").exitCode, 1);
-}
-
-TEST(VornCliSet, WithoutOutputWritesBackInPlace) {
-  vrtest::TempDir dir;
-  const std::string path = dir.write("groom.vorn", readText(groomFile));
-  ASSERT_TRUE(ran(vorn("set " + q(path) + " density 900.5 scalp RandomGenerator"), 0, ""));
-  EXPECT_EQ(vorn("get " + q(path) + " density scalp RandomGenerator").output, "900.5\n");
-  EXPECT_EQ(vorn("get " + q(path) + " density brows UniformGenerator").output, "40.0\n");
-  // The write went through a temporary file that is gone now.
-  int entries = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
-    ++entries;
-    EXPECT_EQ(entry.path().filename(), "groom.vorn");
-  }
-  EXPECT_EQ(entries, 1);
 }
 
 // An unknown attribute is kept and a value the object cannot parse is stored as it parses it,
@@ -329,31 +226,4 @@ TEST(VornCliResave, UnreadableInputWritesNothing) {
   EXPECT_TRUE(ranWith(vorn("resave " + q(broken) + " " + q(dir.file("out.vorn"))), 1,
                       "The Palette block ends before its endAttrs line."));
   EXPECT_FALSE(std::filesystem::exists(dir.file("out.vorn")));
-}
-
-TEST(VornCliUsage, BadCommandLinesExitWithTwo) {
-  const std::string file = q(hairsFile);
-  const std::string cases[] = {
-      "check",
-      "check " + file + " extra",
-      "check --frobnicate " + file,
-      "ls",
-      "ls " + file + " one extra",
-      "get " + file,
-      "get " + file + " name one Noise extra",
-      "set " + file + " name",
-      "set " + file + " name x -o",
-      "set " + file + " name x --bogus",
-      "resave " + file,
-      "resave",
-  };
-  for (const std::string& arguments : cases) {
-    const auto result = vorn(arguments);
-    EXPECT_EQ(result.exitCode, 2) << arguments << "\n" << result.output;
-    EXPECT_FALSE(result.output.empty()) << arguments;
-  }
-  const auto help = vorn("--help");
-  EXPECT_EQ(help.exitCode, 0);
-  for (const char* command : {"check", "ls", "get", "set", "resave", "info"})
-    EXPECT_TRUE(contains(help.output, command)) << command;
 }

@@ -21,7 +21,6 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -237,10 +236,19 @@ TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
       EXPECT_LE(w, 0.004 * 1.3 + 1e-7);
     }
   }
-  // The summary counts what was written.
-  const auto again = vorn(renderArgs(collection, geometry, dir.file("again.jsonl")));
-  EXPECT_NE(again.output.find("rendered " + std::to_string(lines.size()) + " primitives"), std::string::npos)
-      << again.output;
+  // The Alembic form: the summary counts what was written, and `vorn inspect` reads every
+  // curve and point, at frame 1 of 24 per second.
+  const std::string abc = dir.file("hair.abc");
+  const auto rendered = vorn(renderArgs(collection, geometry, abc) + " --threads 2");
+  EXPECT_TRUE(ranWith(rendered, 0, "rendered " + std::to_string(lines.size()) + " primitives"));
+  size_t points = 0;
+  for (const Line& line : lines) points += line.widths.size();
+  const auto dump = vorn("inspect " + shellWord(abc));
+  ASSERT_EQ(dump.exitCode, 0) << dump.output;
+  for (const std::string& line :
+       {"num_curves: " + std::to_string(lines.size()), "num_points: " + std::to_string(points),
+        "widths_count: " + std::to_string(points), std::string("time: 0.0416666667"), std::string("end: ok")})
+    EXPECT_NE(dump.output.find("\n" + line + "\n"), std::string::npos) << line << "\n" << dump.output;
 }
 
 // Every instance output lists each primitive once, in the order of the JSON lines, with the
@@ -385,28 +393,6 @@ TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
   EXPECT_TRUE(ranWith(runCommand(eval + " --patch nose 2>&1"), 1, "description \"hair\" has no patch \"nose\""));
 }
 
-TEST(VornRender, AlembicOutputOpensWithInspectAndHoldsEveryCurve) {
-  vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
-  const std::string geometry = exampleDir + "/head.abc";
-  const std::string json = dir.file("hair.jsonl");
-  const std::string abc = dir.file("hair.abc");
-  ASSERT_EQ(vorn(renderArgs(collection, geometry, json)).exitCode, 0);
-  const auto rendered = vorn(renderArgs(collection, geometry, abc) + " --threads 2");
-  ASSERT_EQ(rendered.exitCode, 0) << rendered.output;
-  const std::vector<Line> lines = parse(readText(json));
-  size_t points = 0;
-  for (const Line& line : lines) points += line.widths.size();
-
-  const auto dump = vorn("inspect " + shellWord(abc));
-  ASSERT_EQ(dump.exitCode, 0) << dump.output;
-  // Frame 1 at 24 per second.
-  for (const std::string& line :
-       {"num_curves: " + std::to_string(lines.size()), "num_points: " + std::to_string(points),
-        "widths_count: " + std::to_string(points), std::string("time: 0.0416666667"), std::string("end: ok")})
-    EXPECT_NE(dump.output.find("\n" + line + "\n"), std::string::npos) << line << "\n" << dump.output;
-}
-
 // A grid that stands at z = 0 on frame 24 and at z = 1 on frame 25 (24 per second), with
 // splines on its four faces.
 class MovingGrid {
@@ -471,6 +457,53 @@ TEST(VornRender, MotionSamplesFollowTheMovingGeometry) {
   expectMovedBy(lines, 0.0, 1.0);
   for (const Line& line : lines) EXPECT_EQ(line.patch, "plane");
 
+  // The Alembic form holds two samples, at frames 24 and 25, each with the points of the lines.
+  const std::string abc = grid.dir.file("moving.abc");
+  const auto rendered = vorn(grid.args("24.5", abc) + " --motion-samples=-0.5,0.5 --threads 2");
+  ASSERT_EQ(rendered.exitCode, 0) << rendered.output;
+  VrAbcArchive archive;
+  ASSERT_TRUE(archive.open(abc));
+  VrAbcObject object;
+  ASSERT_TRUE(archive.findObject("/vornCurves", object));
+  VrAbcCurves curves;
+  ASSERT_TRUE(curves.open(object));
+  ASSERT_EQ(curves.numSamples(), 2u);
+  for (uint32_t i = 0; i < 2; ++i) {
+    SCOPED_TRACE("sample " + std::to_string(i));
+    double time = 0.0;
+    ASSERT_TRUE(curves.timeSampling().sampleTime(i, time));
+    EXPECT_NEAR(time, (24.0 + i) / 24.0, 1e-12);
+    VrAbcCurves::Sample sample;
+    ASSERT_TRUE(curves.read(i, sample));
+    std::vector<float> expected;
+    std::vector<int32_t> counts;
+    for (const Line& line : lines) {
+      const std::vector<double>& cvs = i == 0 ? line.cvs : line.samples[0];
+      expected.insert(expected.end(), cvs.begin(), cvs.end());
+      counts.push_back(static_cast<int32_t>(line.widths.size()));
+    }
+    EXPECT_EQ(sample.points.positions, expected);
+    EXPECT_EQ(sample.numVertices, counts);
+    EXPECT_TRUE(sample.hasWidths);
+    EXPECT_NEAR(sample.points.bounds[2], i, 1e-5);  // the roots stand on the grid, at z = 0 then 1
+    // The grid rises by one unit a frame: 24 units a second, the same on both samples.
+    VrAbcArrayProperty velocities;
+    std::vector<float> v;
+    ASSERT_TRUE(curves.geometry().compound().array(".velocities", velocities));
+    ASSERT_TRUE(velocities.readAs(i, v));
+    ASSERT_EQ(v.size(), expected.size());
+    for (size_t k = 0; k < v.size(); k += 3) {
+      EXPECT_NEAR(v[k], 0.0, 1e-3);
+      EXPECT_NEAR(v[k + 2], 24.0, 1e-3);
+    }
+  }
+
+  // `vorn inspect` shows both samples with their times.
+  const auto dump = vorn("inspect " + shellWord(abc));
+  ASSERT_EQ(dump.exitCode, 0) << dump.output;
+  for (const char* line : {"\nsample: /vornCurves 1\n", "\ntime: 1\n", "\ntime: 1.04166667\n", "\nend: ok\n"})
+    EXPECT_NE(dump.output.find(line), std::string::npos) << line << dump.output;
+
   // Between the stored frames the geometry is interpolated when asked: frames 24.25 and 24.75
   // put the grid at z = 0.25 and 0.75.
   const std::string linear = grid.dir.file("linear.jsonl");
@@ -500,65 +533,6 @@ TEST(VornRender, OneMotionSampleWritesWhatAStillRenderWrites) {
   EXPECT_NE(twoText.find("],\"samples\":[[["), std::string::npos);
   EXPECT_EQ(firstDifference(withoutSamples(twoText), stillText), "");
   expectMovedBy(parse(twoText), 0.0, 1.0);
-}
-
-TEST(VornRender, AlembicOutputHoldsEveryMotionSample) {
-  const MovingGrid grid;
-  const std::string json = grid.dir.file("moving.jsonl");
-  const std::string abc = grid.dir.file("moving.abc");
-  ASSERT_EQ(vorn(grid.args("24.5", json) + " --motion-samples=-0.5,0.5").exitCode, 0);
-  const auto rendered = vorn(grid.args("24.5", abc) + " --motion-samples=-0.5,0.5 --threads 2");
-  ASSERT_EQ(rendered.exitCode, 0) << rendered.output;
-  const std::vector<Line> lines = parse(readText(json));
-  ASSERT_FALSE(lines.empty());
-
-  // Read back: two samples at frames 24 and 25, each with the points of the JSON lines.
-  VrAbcArchive archive;
-  ASSERT_TRUE(archive.open(abc));
-  VrAbcObject object;
-  ASSERT_TRUE(archive.findObject("/vornCurves", object));
-  VrAbcCurves curves;
-  ASSERT_TRUE(curves.open(object));
-  ASSERT_EQ(curves.numSamples(), 2u);
-  double lowestZ[2] = {0.0, 0.0};
-  for (uint32_t i = 0; i < 2; ++i) {
-    SCOPED_TRACE("sample " + std::to_string(i));
-    double time = 0.0;
-    ASSERT_TRUE(curves.timeSampling().sampleTime(i, time));
-    EXPECT_NEAR(time, (24.0 + i) / 24.0, 1e-12);
-    VrAbcCurves::Sample sample;
-    ASSERT_TRUE(curves.read(i, sample));
-    std::vector<float> expected;
-    std::vector<int32_t> counts;
-    for (const Line& line : lines) {
-      const std::vector<double>& cvs = i == 0 ? line.cvs : line.samples[0];
-      expected.insert(expected.end(), cvs.begin(), cvs.end());
-      counts.push_back(static_cast<int32_t>(line.widths.size()));
-    }
-    EXPECT_EQ(sample.points.positions, expected);
-    EXPECT_EQ(sample.numVertices, counts);
-    EXPECT_TRUE(sample.hasWidths);
-    lowestZ[i] = sample.points.bounds[2];
-    // The grid rises by one unit a frame: 24 units a second, the same on both samples.
-    VrAbcArrayProperty velocities;
-    std::vector<float> v;
-    ASSERT_TRUE(curves.geometry().compound().array(".velocities", velocities));
-    ASSERT_TRUE(velocities.readAs(i, v));
-    ASSERT_EQ(v.size(), expected.size());
-    for (size_t k = 0; k < v.size(); k += 3) {
-      EXPECT_NEAR(v[k], 0.0, 1e-3);
-      EXPECT_NEAR(v[k + 2], 24.0, 1e-3);
-    }
-  }
-  // The roots stand on the grid, at z = 0 and then z = 1.
-  EXPECT_NEAR(lowestZ[0], 0.0, 1e-5);
-  EXPECT_NEAR(lowestZ[1], 1.0, 1e-5);
-
-  // `vorn inspect` shows both samples with their times.
-  const auto dump = vorn("inspect " + shellWord(abc));
-  ASSERT_EQ(dump.exitCode, 0) << dump.output;
-  for (const char* line : {"\nsample: /vornCurves 1\n", "\ntime: 1\n", "\ntime: 1.04166667\n", "\nend: ok\n"})
-    EXPECT_NE(dump.output.find(line), std::string::npos) << line << dump.output;
 }
 
 // The 2 x 2 quads over a 3 x 3 grid of points at z = 0.

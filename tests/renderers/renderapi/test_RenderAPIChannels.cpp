@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <map>
 #include <memory>
@@ -153,116 +152,6 @@ TEST_F(RenderAPIChannels, FactorsScaleLengthAndWidthAboutTheRoot) {
     for (int k = 0; k < 3; ++k) EXPECT_FLOAT_EQ(got.points[k], plain[i].points[k]) << "the root stays";
     for (int k = 0; k < got.cvs; ++k)
       EXPECT_NEAR(got.widths[k], plain[i].widths[k] * callbacks.us[i], 1e-6) << i << " " << k;
-  }
-}
-
-// Cards and spheres arrive as counted control points with one width each; the factors scale
-// a card's across side by the width factor and its along side by the length factor, a sphere's
-// axis by the length factor and its handles, about the new midpoint, by width and depth.
-TEST_F(RenderAPIChannels, CardsAndSpheresArriveAsControlPointsScaledByTheFactors) {
-  struct Row {
-    const char* kind;
-    int count;
-    // Factor of each control point's offset: from the root, or for a sphere's handles from the
-    // midpoint of root and tip.
-    std::vector<double> factors;
-  };
-  const double length = 2.0, width = 3.0, depth = 0.5;
-  for (const Row& row : {Row{"CardPrimitive", 5, {1, width, length, width, length}},
-                         Row{"SpherePrimitive", 4, {1, length, width, depth}}}) {
-    SCOPED_TRACE(row.kind);
-    auto useKind = [&] {
-      newCollection();
-      std::string text = vrtest::collectionText(name, "\taddU\t\ttrue\n", "10.0");
-      for (size_t at = text.find("SplinePrimitive"); at != std::string::npos; at = text.find("SplinePrimitive", at))
-        text.replace(at, 15, row.kind);
-      const size_t length = text.find("\tlength\t");
-      text.insert(length, "\tfaceCamera\t\ttrue\n");  // a card tells the renderer; a sphere keeps it unknown
-      file = dir.write(name + ".vorn", text);
-    };
-    useKind();
-    const std::vector<RenderedPrim> plain = plainRender();
-    ASSERT_GT(plain.size(), 5u);
-    useKind();
-    struct FaceCameraCallbacks : ChannelCallbacks {
-      void flush(const char* geomName, Cache* cache) override {
-        faceCamera = faceCamera || cache->getBool(Cache::EBoolAttribute::FaceCamera);
-        ChannelCallbacks::flush(geomName, cache);
-      }
-      std::atomic<bool> faceCamera{false};
-    } callbacks;
-    std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-    ASSERT_TRUE(patch);
-    hair()->setUseHammer(true);
-    hair()->setLengthHammer("2.0");
-    hair()->setWidthHammer("3.0");
-    hair()->setDepthHammer("0.5");
-    renderAll(patch.get(), &callbacks);
-    ASSERT_EQ(callbacks.prims.size(), plain.size());
-    EXPECT_EQ(callbacks.faceCamera, row.count == 5);
-    for (size_t i = 0; i < plain.size(); ++i) {
-      const RenderedPrim& got = callbacks.prims[i];
-      ASSERT_EQ(got.cvs, row.count);
-      ASSERT_EQ(plain[i].cvs, row.count);
-      ASSERT_EQ(got.widths.size(), static_cast<size_t>(row.count));
-      for (int c = 0; c < row.count; ++c) {
-        EXPECT_FLOAT_EQ(plain[i].widths[c], 0.02f);
-        EXPECT_NEAR(got.widths[c], 0.02 * width, 1e-6);
-        const bool handle = row.count == 4 && c >= 2;
-        for (int k = 0; k < 3; ++k) {
-          auto origin = [&](const std::vector<float>& p) {
-            return handle ? (p[k] + p[3 + k]) * 0.5 : static_cast<double>(p[k]);
-          };
-          const double from = origin(plain[i].points), to = origin(got.points);
-          EXPECT_NEAR(got.points[3 * c + k] - to, (plain[i].points[3 * c + k] - from) * row.factors[c], 1e-5)
-              << "primitive " << i << " CV " << c;
-        }
-      }
-    }
-  }
-}
-
-TEST_F(RenderAPIChannels, ABrokenFactorIsReportedOncePerSetupNotPerPrimitive) {
-  ChannelCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(patch);
-  hair()->setUseHammer(true);
-  hair()->setWidthHammer("1 +");
-  renderAll(patch.get(), &callbacks);
-  ASSERT_GT(callbacks.prims.size(), 1u);
-  size_t reports = 0;
-  for (const std::string& error : log.errors())
-    if (error.find("Error in expression") != std::string::npos) ++reports;
-  EXPECT_EQ(reports, 1u);
-  // An expression that does not parse evaluates to 0.
-  for (const RenderedPrim& prim : callbacks.prims)
-    for (float w : prim.widths) EXPECT_EQ(w, 0.0f);
-}
-
-TEST_F(RenderAPIChannels, RandomFactorsAreTheSameOnOneAndTwoThreads) {
-  std::vector<std::vector<RenderedPrim>> runs;
-  for (int threads : {0, 1, 2}) {
-    newCollection();
-    ChannelCallbacks callbacks;
-    std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args().c_str()));
-    ASSERT_TRUE(patch);
-    hair()->setUseHammer(true);
-    hair()->setLengthHammer("0.5 + rand()");
-    hair()->setWidthHammer("1 + $u * $v");
-    ASSERT_TRUE(backEnd()->setAttr("addPrimitiveId", "true"));
-    renderAll(patch.get(), &callbacks, threads);
-    runs.push_back(callbacks.sorted());
-  }
-  ASSERT_FALSE(runs[0].empty());
-  // A factor drawn per primitive: the lengths must not all be the same.
-  EXPECT_NE(polylineLength(runs[0].front()), polylineLength(runs[0].back()));
-  for (size_t r = 1; r < runs.size(); ++r) {
-    ASSERT_EQ(runs[r].size(), runs[0].size());
-    for (size_t i = 0; i < runs[0].size(); ++i) {
-      EXPECT_EQ(runs[r][i].id, runs[0][i].id);
-      EXPECT_EQ(runs[r][i].points, runs[0][i].points) << r << " " << i;
-      EXPECT_EQ(runs[r][i].widths, runs[0][i].widths) << r << " " << i;
-    }
   }
 }
 

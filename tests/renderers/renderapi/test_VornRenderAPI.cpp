@@ -218,38 +218,6 @@ TEST_F(RenderAPI, FacesComeWithPaddedBoxes) {
   EXPECT_FALSE(patch->sampleBox(box, 1, false));
 }
 
-TEST_F(RenderAPI, SplinesArriveWithTheirCVsAndWidths) {
-  RecordingCallbacks callbacks;
-  std::unique_ptr<PatchRenderer> patch = init(callbacks);
-  ASSERT_TRUE(patch);
-  renderSerially(patch.get(), &callbacks);
-  ASSERT_FALSE(callbacks.prims.empty());
-  // Four unit faces at density 40.
-  EXPECT_EQ(callbacks.prims.size(), 160u);
-  EXPECT_EQ(callbacks.batches.size(), 4u);
-  for (const auto& batch : callbacks.batches) {
-    EXPECT_EQ(batch.name, "plane");
-    EXPECT_EQ(batch.type, "SplinePrimitive");
-    EXPECT_EQ(batch.limit, 2000u);
-    EXPECT_EQ(batch.samples, 1u);
-  }
-  for (const RenderedPrim& prim : callbacks.prims) {
-    EXPECT_GE(prim.face, 0);
-    EXPECT_LE(prim.face, 3);
-    ASSERT_GT(prim.cvs, 1);
-    ASSERT_EQ(prim.points.size(), 3u * prim.cvs);
-    ASSERT_EQ(prim.widths.size(), static_cast<size_t>(prim.cvs));
-    // The root stands on its face of the plane z = 0.
-    EXPECT_NEAR(prim.points[2], 0.0, 1e-5);
-    EXPECT_GE(prim.points[0], (prim.face % 2) - 1e-6);
-    EXPECT_LE(prim.points[0], (prim.face % 2) + 1 + 1e-6);
-    // The polyline has the primitive's length.
-    EXPECT_NEAR(vrtest::polylineLength(prim), 0.5, 1e-4);
-    // Tapered: the tip is narrower than the root.
-    EXPECT_LT(prim.widths.back(), prim.widths.front());
-  }
-}
-
 // VORN_PRIM_CACHE_SIZE 1 flushes every primitive, 0 once per face; an empty face never flushes.
 TEST_F(RenderAPI, CacheSizeDecidesTheFlushes) {
   {
@@ -302,21 +270,6 @@ TEST_F(RenderAPI, FlushNameDropsTheNameSpace) {
 
 // Collections across procedurals
 
-TEST_F(RenderAPI, SecondInitWithTheSameCollectionAndFrameImportsNothing) {
-  RecordingCallbacks callbacks;
-  VRDebugLevel = 1;
-  const std::string importing = "Importing 1 samples for " + name;
-  std::unique_ptr<PatchRenderer> first(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(first);
-  EXPECT_TRUE(log.has(importing));
-  VrPalette* palette = VrPalette::palette(name);
-  log.clear();
-  std::unique_ptr<PatchRenderer> second(PatchRenderer::init(&callbacks, args().c_str()));
-  ASSERT_TRUE(second);
-  EXPECT_FALSE(log.has(importing));
-  EXPECT_EQ(VrPalette::palette(name), palette);
-}
-
 TEST_F(RenderAPI, FrameChangeReimportsATemporaryCollection) {
   RecordingCallbacks callbacks;
   callbacks.arrays[static_cast<int>(Shutter::Shutter)] = {0.0f};
@@ -337,21 +290,6 @@ TEST_F(RenderAPI, FrameChangeReimportsATemporaryCollection) {
   EXPECT_TRUE(init("24.000002"));
   EXPECT_DOUBLE_EQ(VrPalette::palette(temporary)->frame(), 24.000002);
   PatchRenderer::deleteTempRenderPalettes();
-  EXPECT_EQ(VrPalette::palette(temporary), nullptr);
-}
-
-TEST_F(RenderAPI, TemporaryCollectionGoesWithItsLastUser) {
-  RecordingCallbacks callbacks;
-  callbacks.arrays[static_cast<int>(Shutter::Shutter)] = {0.0f};
-  const std::string temporary = "VR_RENDER_:ns:" + name;
-  std::unique_ptr<PatchRenderer> patch(PatchRenderer::init(&callbacks, args("-nameSpace ns").c_str()));
-  ASSERT_TRUE(patch);
-  std::unique_ptr<FaceRenderer> face(FaceRenderer::init(patch.get(), 0, nullptr));
-  patch.reset();
-  EXPECT_TRUE(VrPalette::palette(temporary));
-  face->render();
-  EXPECT_FALSE(callbacks.batches.empty());
-  face.reset();
   EXPECT_EQ(VrPalette::palette(temporary), nullptr);
 }
 
@@ -543,39 +481,6 @@ TEST_F(RenderAPI, ParallelRendererRefusesBadInput) {
 
 // The back end and its cache view
 
-TEST(RenderAPIRenderer, AttributesPseudoAttributesAndRegistration) {
-  std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("RendermanRenderer", nullptr)));
-  ASSERT_TRUE(object);
-  auto* renderer = dynamic_cast<Renderer*>(object.get());
-  ASSERT_TRUE(renderer);
-  EXPECT_EQ(renderer->typeName(), "RendermanRenderer");
-  EXPECT_TRUE(renderer->canRunInParallel());
-  std::string value;
-  ASSERT_TRUE(renderer->getAttr("length_VP", value));
-  EXPECT_EQ(value, "true");
-  ASSERT_TRUE(renderer->getAttr("renderer", value));
-  EXPECT_EQ(value, "None");
-  using Flag = PrimitiveCache::EBoolAttribute;
-  EXPECT_TRUE(renderer->flag(Flag::Length));
-  EXPECT_FALSE(renderer->flag(Flag::PrimitiveId));
-  EXPECT_TRUE(renderer->setAttr("addPrimitiveId", "true"));
-  EXPECT_TRUE(renderer->flag(Flag::PrimitiveId));
-  EXPECT_FALSE(renderer->hasAttr("addPrimitiveId"));
-  EXPECT_TRUE(renderer->setAttr("addFaceId", "true"));
-  EXPECT_TRUE(renderer->flag(Flag::FaceId));
-  renderer->setAttr("dPdvrefg_VS", "true", "bool");
-  EXPECT_TRUE(renderer->flag(Flag::DPdvrefg));
-  renderer->setAttr("length_VP", "false", "bool");
-  EXPECT_FALSE(renderer->flag(Flag::Length));
-  // The batch limit comes from the environment.
-  {
-    vrtest::ScopedEnv size("VORN_PRIM_CACHE_SIZE", nullptr);
-    EXPECT_EQ(Renderer(nullptr).batchLimit(), 2000u);
-  }
-  vrtest::ScopedEnv size("VORN_PRIM_CACHE_SIZE", "17");
-  EXPECT_EQ(Renderer(nullptr).batchLimit(), 17u);
-}
-
 TEST(RenderAPICache, OutOfRangeKeysAnswerZeroWithTheEnumName) {
   vrtest::CaptureLogger log;
   Batch batch;
@@ -638,25 +543,6 @@ TEST(RenderAPICache, OutOfRangeKeysAnswerZeroWithTheEnumName) {
     EXPECT_TRUE(c.zero()) << c.error;
     EXPECT_EQ(log.errors(), std::vector<std::string>{c.error});
   }
-}
-
-TEST(RenderAPICache, ClearEmptiesEveryArrayButKeepsTheSampleRows) {
-  Batch batch;
-  batch.sizeSamples(3);
-  batch.count = 4;
-  batch.points[2] = {1, 2, 3};
-  batch.widths[0] = {0.5f};
-  batch.floats[0] = {1.0f};
-  batch.strings[2] = {"x"};
-  batch.clear();
-  EXPECT_EQ(batch.count, 0u);
-  EXPECT_EQ(batch.points.size(), 3u);
-  EXPECT_TRUE(batch.points[2].empty());
-  EXPECT_TRUE(batch.widths[0].empty());
-  EXPECT_TRUE(batch.floats[0].empty());
-  EXPECT_TRUE(batch.strings[2].empty());
-  batch.sizeSamples(1);
-  EXPECT_EQ(batch.points.size(), 3u);
 }
 
 TEST(RenderAPILock, RecursiveForItsHolderAndExclusiveForOthers) {
