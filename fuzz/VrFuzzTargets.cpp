@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -34,15 +35,21 @@ class QuietLogger : public vrutil::VrMessage {
 std::string text(const uint8_t* data, size_t size) { return std::string(reinterpret_cast<const char*>(data), size); }
 
 // The readers below take paths: the input goes to a file of this process, named with the
-// extension the reader expects.
-std::string inputFile(const std::string& extension, const uint8_t* data, size_t size) {
-  const char* dir = std::getenv("TMPDIR");
-  const std::string path = std::string(dir && *dir ? dir : "/tmp") + "/vorn-fuzz-" + std::to_string(getpid()) +
-                           "-input" + extension;
-  std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data),
-                                                                static_cast<std::streamsize>(size));
-  return path;
-}
+// extension the reader expects, and removed after the read.
+class InputFile {
+ public:
+  InputFile(const std::string& extension, const uint8_t* data, size_t size) {
+    const char* dir = std::getenv("TMPDIR");
+    path = std::string(dir && *dir ? dir : "/tmp") + "/vorn-fuzz-" + std::to_string(getpid()) + "-input" + extension;
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  }
+  ~InputFile() { std::remove(path.c_str()); }
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  std::string path;
+};
 
 // The reader keeps the version of the file it reads process-wide.
 void resetFileVersion() {
@@ -77,7 +84,7 @@ void feedDelta(const uint8_t* data, size_t size) {
   std::istringstream in(base);
   VrPalette* palette = VrImportAside(in, "");
   if (!palette) return;
-  VrApplyDelta(palette, inputFile(".delta", data, size));
+  VrApplyDelta(palette, InputFile(".delta", data, size).path);
   discard(palette);
 }
 
@@ -88,25 +95,25 @@ void feedAlembic(const uint8_t* data, size_t size) {
   options.maxObjects = 2000;
   options.maxDepth = 200;
   std::ostringstream out;
-  VrAbcDump::write(inputFile(".abc", data, size), out, options);
+  VrAbcDump::write(InputFile(".abc", data, size).path, out, options);
 }
 
 void feedPtex(const uint8_t* data, size_t size) {
   std::ostringstream out;
-  VrPtexDump::write(inputFile(".ptx", data, size), out);
+  VrPtexDump::write(InputFile(".ptx", data, size).path, out);
 }
 
 void feedVpd(const uint8_t* data, size_t size) {
   std::ostringstream out;
-  VpdDump::write(inputFile(".vpd", data, size), out);
+  VpdDump::write(InputFile(".vpd", data, size).path, out);
 }
 
 // Every particle format reads the same bytes.
 void feedParticles(const uint8_t* data, size_t size) {
-  const std::string path = inputFile(".bgeo", data, size);
+  const InputFile input(".bgeo", data, size);
   for (VrParticleFormat format : {VrParticleFormat::Unknown, VrParticleFormat::Geo, VrParticleFormat::Pdb32}) {
     VrParticleSet set;
-    VrReadParticles(path, set, nullptr, format);
+    VrReadParticles(input.path, set, nullptr, format);
   }
 }
 
