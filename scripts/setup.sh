@@ -11,7 +11,8 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
   ocl-icd-opencl-dev opencl-c-headers pocl-opencl-icd clinfo
 )
-# Extra packages a script needs on top of these (scripts/coverage.sh asks for gcovr).
+# Extra packages a script needs on top of these (scripts/coverage.sh asks for gcovr,
+# scripts/fuzz.sh for clang and libfuzzer-14-dev).
 PACKAGES+=("$@")
 
 missing=()

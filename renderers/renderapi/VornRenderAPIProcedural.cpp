@@ -481,6 +481,13 @@ bool Procedural::importCollection(const Args& args, const std::string& paletteNa
       VR_ERROR("No collections were imported from " + args.file);
       return false;
     }
+    if (i == 0 && palette->name() != paletteName) {
+      // Kept, it would be registered under a name no procedural holds a use of, and never freed.
+      VR_ERROR("The collection file " + args.file + " holds the collection " + palette->name() + ", not " +
+               paletteName + ".");
+      delete palette;
+      return false;
+    }
     if (i == 0) base = palette;
     palette->setFrame(args.lookups[i] + args.frame);
     palette->setFramesPerSecond(args.fps);
@@ -993,6 +1000,10 @@ void Procedural::deleteTempRenderPalettes() {
     state.references.erase(name);
     delete VrPalette::palette(name);
   }
+  // The frame's geometry goes too: patches hold their own uses of the surfaces they are bound to,
+  // and the next frame reads its geometry afresh anyway. Kept, the last frame's surfaces would
+  // outlive the plug-in (and show as leaked at exit).
+  VrResetImportGeometry();
 }
 
 }  // namespace VornRenderAPI

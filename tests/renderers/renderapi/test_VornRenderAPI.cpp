@@ -180,6 +180,12 @@ TEST_F(RenderAPI, UnreadableFilesFailAndKeepNothing) {
   patch.reset();
   delete VrPalette::palette(name);
 
+  // A file that holds another collection than the one named: refused, and not kept under its
+  // own name either (no use of it would ever free it).
+  EXPECT_EQ(PatchRenderer::init(&callbacks, args("-palette other").c_str()), nullptr);
+  EXPECT_TRUE(log.has("The collection file " + file + " holds the collection " + name + ", not other."));
+  EXPECT_EQ(VrPalette::palette(name), nullptr);
+
   log.clear();
   file = dir.file("missing.vorn");
   EXPECT_EQ(PatchRenderer::init(&callbacks, args().c_str()), nullptr);
