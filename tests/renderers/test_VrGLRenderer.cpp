@@ -11,23 +11,10 @@
 #include <oneapi/tbb/global_control.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 namespace {
-
-struct Counts {
-  size_t prims = 0, culled = 0, lineVertices = 0, outlineVertices = 0;
-};
-
-Counts countsOf(const VrGLRenderer& gl) {
-  Counts c;
-  for (const auto& entry : gl.caches()) {
-    c.prims += entry.second.prims.size();
-    for (const VrGLCache::Prim& prim : entry.second.prims) c.culled += prim.culled ? 1 : 0;
-    c.lineVertices += entry.second.lines.vertices.size();
-    c.outlineVertices += entry.second.outlines.vertices.size();
-  }
-  return c;
-}
 
 struct GLScene : vrtest::ShapeScene {
   GLScene() : ShapeScene(nullptr, {}) { scatter(); }
@@ -43,49 +30,69 @@ struct GLScene : vrtest::ShapeScene {
   VrGLRenderer* gl = nullptr;
 };
 
+// What a render left in the caches, kept after its scene is gone (scenes share their names, so
+// only one lives at a time).
+struct Result {
+  unsigned total = 0;
+  size_t prims = 0, culled = 0, lineVertices = 0, outlineVertices = 0;
+  std::vector<std::string> keys;
+  std::vector<unsigned> ids;
+  std::vector<VrGLCache::Vertex> lines;
+  std::vector<uint32_t> lineIndices;
+};
+
+Result render(size_t threads, bool cullHalf, bool outlines, const char* limit = nullptr) {
+  GLScene scene;
+  if (cullHalf) scene.cullHalf();
+  if (outlines) scene.previewer().setAttr("drawCulled", "true", "bool");  // the older spelling of `culled`
+  if (limit) scene.previewer().setAttr("primNumLimit", limit, "int");
+  EXPECT_TRUE(VrRenderDescription(scene.previewer(), threads));
+  EXPECT_EQ(scene.previewer().drawCulled(), outlines);
+  Result r;
+  r.total = scene.previewer().totalEmitCount();
+  for (const auto& entry : scene.previewer().caches()) {
+    const VrGLCache& cache = entry.second;
+    r.keys.push_back(cache.key());
+    r.prims += cache.prims.size();
+    for (const VrGLCache::Prim& prim : cache.prims) {
+      r.culled += prim.culled ? 1 : 0;
+      r.ids.push_back(prim.id);
+    }
+    r.lineVertices += cache.lines.vertices.size();
+    r.outlineVertices += cache.outlines.vertices.size();
+    r.lines.insert(r.lines.end(), cache.lines.vertices.begin(), cache.lines.vertices.end());
+    r.lineIndices.insert(r.lineIndices.end(), cache.lines.indices.begin(), cache.lines.indices.end());
+  }
+  return r;
+}
+
 TEST(VrGLRenderer, CachesAreTheSameOnOneAndTwoThreads) {
   tbb::global_control two(tbb::global_control::max_allowed_parallelism, 2);
-  GLScene serial, parallel;
-  ASSERT_TRUE(VrRenderDescription(serial.previewer(), 1));
-  ASSERT_TRUE(VrRenderDescription(parallel.previewer(), 2));
-  ASSERT_GT(serial.previewer().totalEmitCount(), 20u);
-  EXPECT_EQ(serial.previewer().totalEmitCount(), countsOf(serial.previewer()).prims);
-  ASSERT_EQ(serial.previewer().caches().size(), parallel.previewer().caches().size());
-  auto a = serial.previewer().caches().begin();
-  for (auto b = parallel.previewer().caches().begin(); b != parallel.previewer().caches().end(); ++a, ++b) {
-    ASSERT_EQ(a->first, b->first);
-    ASSERT_EQ(a->second.lines.vertices.size(), b->second.lines.vertices.size());
-    EXPECT_EQ(0, std::memcmp(a->second.lines.vertices.data(), b->second.lines.vertices.data(),
-                             a->second.lines.vertices.size() * sizeof(VrGLCache::Vertex)));
-    EXPECT_EQ(a->second.lines.indices, b->second.lines.indices);
-    ASSERT_EQ(a->second.prims.size(), b->second.prims.size());
-    for (size_t i = 0; i < a->second.prims.size(); ++i) EXPECT_EQ(a->second.prims[i].id, b->second.prims[i].id);
-    // The face's name in selection.
-    EXPECT_EQ(a->second.key(), "body_XfaceidX_" + std::string(5 - std::to_string(a->first.second).size(), '0') +
-                                   std::to_string(a->first.second));
-  }
+  const Result serial = render(1, false, false), parallel = render(2, false, false);
+  ASSERT_GT(serial.total, 20u);
+  EXPECT_EQ(serial.total, serial.prims);
+  EXPECT_EQ(serial.keys, parallel.keys);
+  EXPECT_EQ(serial.ids, parallel.ids);
+  EXPECT_EQ(serial.lineIndices, parallel.lineIndices);
+  ASSERT_EQ(serial.lines.size(), parallel.lines.size());
+  EXPECT_EQ(0, std::memcmp(serial.lines.data(), parallel.lines.data(), serial.lines.size() * sizeof(VrGLCache::Vertex)));
+  // The face's name in selection.
+  EXPECT_EQ(serial.keys.front().rfind("body_XfaceidX_", 0), 0u);
+  EXPECT_EQ(serial.keys.front().size(), std::string("body_XfaceidX_00000").size());
 }
 
 TEST(VrGLRenderer, PrimNumLimitStopsTheEmission) {
   for (size_t threads : {1u, 2u}) {
-    GLScene scene;
-    scene.previewer().setAttr("primNumLimit", "7", "int");
     vrtest::CaptureLogger log;
-    ASSERT_TRUE(VrRenderDescription(scene.previewer(), threads));
-    EXPECT_EQ(countsOf(scene.previewer()).prims, 7u) << threads << " threads";
-    EXPECT_EQ(scene.previewer().totalEmitCount(), 7u);
+    const Result r = render(threads, false, false, "7");
+    EXPECT_EQ(r.prims, 7u) << threads << " threads";
+    EXPECT_EQ(r.total, 7u);
     EXPECT_EQ(log.warnings().size(), 1u);
   }
 }
 
 TEST(VrGLRenderer, CulledPrimitivesComeAsOutlinesOnlyWhenAskedFor) {
-  GLScene whole, hidden, outlined;
-  hidden.cullHalf();
-  outlined.cullHalf();
-  outlined.previewer().setAttr("drawCulled", "true", "bool");  // the older spelling of `culled`
-  for (GLScene* scene : {&whole, &hidden, &outlined}) ASSERT_TRUE(VrRenderDescription(scene->previewer(), 2));
-  const Counts all = countsOf(whole.previewer()), kept = countsOf(hidden.previewer()), drawn = countsOf(outlined.previewer());
-  EXPECT_TRUE(outlined.previewer().drawCulled());
+  const Result all = render(2, false, false), kept = render(2, true, false), drawn = render(2, true, true);
   EXPECT_EQ(kept.culled, 0u);
   EXPECT_EQ(kept.outlineVertices, 0u);
   EXPECT_GT(kept.prims, 0u);
