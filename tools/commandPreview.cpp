@@ -10,7 +10,6 @@
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "geometry/VrPatch.h"
-#include "io/VrImportGeometry.h"
 #include "io/VrPngFile.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "renderers/VrGLCamera.h"
@@ -124,22 +123,10 @@ int preview(const PreviewRequest& request, const CliLogger& logger) {
     return ExitFailed;
   }
 
-  PalettePtr palette = importCollection(request.collection);
-  if (!palette) return ExitFailed;
-  palette->setFrame(request.frame);
-  palette->setFramesPerSecond(request.fps);
-  VrSetGeometrySpace(VrGeometrySpace::World);
-  const unsigned errorsBefore = logger.errors();
-  struct CloseGeometry {
-    ~CloseGeometry() {
-      VrResetImportGeometry();
-      VrCloseGeometryFiles();
-    }
-  } closeGeometry;
-  if (!VrImportGeometry(request.geometry, request.frame, "linear", request.fps) || logger.errors() != errorsBefore) {
-    fail("the patches do not bind to " + request.geometry + "; nothing was drawn");
+  BoundCollection bound;
+  if (!bound.bind(request.collection, request.geometry, request.frame, request.fps, false, logger, "nothing was drawn"))
     return ExitFailed;
-  }
+  VrPalette* palette = bound.palette();
 
   const unsigned workers = renderWorkers(request.threads);
   std::vector<VrGLCache> surfaces;
