@@ -25,6 +25,7 @@
 #include "primitives/VrSpherePrimitive.h"
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrFileRenderer.h"
+#include "renderers/VrGLRenderer.h"
 #include "renderers/VrGuideRenderer.h"
 #include "renderers/VrNullRenderer.h"
 #include "renderers/VrOrmRenderer.h"
@@ -68,7 +69,7 @@ struct Family {
   }
 };
 
-constexpr const char* renderers[] = {"GLRenderer", "GeometryRenderer", "SculptRenderer"};
+constexpr const char* renderers[] = {"GeometryRenderer", "SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
     "ControlWiresFXModule", "DebugFXModule",
@@ -100,6 +101,7 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("NullRenderer", &createObject<VrNullRenderer>) &&
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
                         VrRegisterModule("FileRenderer", &createObject<VrFileRenderer>) &&
+                        VrRegisterModule("GLRenderer", &createObject<VrGLRenderer>) &&
                         VrRegisterModule("PointRenderer", &createObject<VrPointRenderer>) &&
                         VrRegisterModule("OrmRenderer", &createObject<VrOrmRenderer>) &&
                         VrRegisterModule("ParticleRenderer", &createObject<VrParticleRenderer>) &&

@@ -4,7 +4,9 @@
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "fxmodules/VrFXModule.h"
+#include "io/VrImportGeometry.h"
 #include "primitives/VrPrimitive.h"
+#include "tools/cliLogger.h"
 
 #include <exception>
 #include <filesystem>
@@ -118,6 +120,27 @@ int guarded(int failure, const std::function<int()>& body) {
     fail("unexpected failure");
   }
   return failure;
+}
+
+BoundCollection::~BoundCollection() {
+  if (!owned) return;
+  VrResetImportGeometry();
+  VrCloseGeometryFiles();
+}
+
+bool BoundCollection::bind(const std::string& collection, const std::string& geometry, double frame, double fps,
+                           bool objectSpace, const CliLogger& logger, const std::string& nothingDone) {
+  owned = importCollection(collection);
+  if (!owned) return false;
+  owned->setFrame(frame);
+  owned->setFramesPerSecond(fps);
+  VrSetGeometrySpace(objectSpace ? VrGeometrySpace::Object : VrGeometrySpace::World);
+  const unsigned errorsBefore = logger.errors();
+  if (!VrImportGeometry(geometry, frame, "linear", fps) || logger.errors() != errorsBefore) {
+    fail("the patches do not bind to " + geometry + "; " + nothingDone);
+    return false;
+  }
+  return true;
 }
 
 }  // namespace vorncli

@@ -29,6 +29,28 @@ int guarded(int failure, const std::function<int()>& body);
 /// Reads a collection file; null, with a line naming the file, when it cannot be read.
 PalettePtr importCollection(const std::string& path);
 
+class CliLogger;
+
+/// A collection read and bound to geometry at one frame, as a bake or a preview uses it. The
+/// binding is dropped and the geometry files closed when it goes, before the collection.
+class BoundCollection {
+ public:
+  BoundCollection() = default;
+  ~BoundCollection();
+  BoundCollection(const BoundCollection&) = delete;
+  BoundCollection& operator=(const BoundCollection&) = delete;
+
+  /// Reads `collection`, sets its frame and frame rate and binds its patches to `geometry`
+  /// (each mesh's own space with `objectSpace`, else the scene's); false after a line saying
+  /// what failed, which ends in `nothingDone` ("nothing was baked") when the binding failed.
+  bool bind(const std::string& collection, const std::string& geometry, double frame, double fps, bool objectSpace,
+            const CliLogger& logger, const std::string& nothingDone);
+  VrPalette* palette() const { return owned.get(); }
+
+ private:
+  PalettePtr owned;
+};
+
 /// Writes the collection to memory and reads it back; false (with a message) when the reader
 /// would refuse it, so that such a text never replaces a file.
 bool readsBack(VrPalette* palette);

@@ -6,7 +6,6 @@
 
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
-#include "io/VrImportGeometry.h"
 #include "renderers/VrFileRenderer.h"
 #include "renderers/VrRenderDescription.h"
 #include "tools/cliLogger.h"
@@ -52,22 +51,11 @@ int bake(const RenderRequest& request, const CliLogger& logger) {
     return ExitFailed;
   }
 
-  PalettePtr palette = importCollection(request.collection);
-  if (!palette) return ExitFailed;
-  palette->setFrame(request.frame);
-  palette->setFramesPerSecond(request.fps);
-  VrSetGeometrySpace(request.space == "object" ? VrGeometrySpace::Object : VrGeometrySpace::World);
-  const unsigned errorsBefore = logger.errors();
-  struct CloseGeometry {
-    ~CloseGeometry() {
-      VrResetImportGeometry();
-      VrCloseGeometryFiles();
-    }
-  } closeGeometry;
-  if (!VrImportGeometry(request.geometry, request.frame, "linear", request.fps) || logger.errors() != errorsBefore) {
-    fail("the patches do not bind to " + request.geometry + "; nothing was baked");
+  BoundCollection bound;
+  if (!bound.bind(request.collection, request.geometry, request.frame, request.fps, request.space == "object", logger,
+                  "nothing was baked"))
     return ExitFailed;
-  }
+  VrPalette* palette = bound.palette();
 
   const unsigned workers = renderWorkers(request.threads);
 

@@ -116,6 +116,26 @@ int runRender(const RenderRequest& request);
 /// standard output. 1 on any failure (the file being written is removed), 2 on bad usage.
 int runBake(const RenderRequest& request);
 
+/// What `vorn preview` draws (see docs/preview.md).
+struct PreviewRequest {
+  std::string collection;  ///< collection file
+  std::string geometry;    ///< Alembic file the patches bind to
+  double frame = 1.0;
+  std::string output;      ///< .png
+  std::string size = "1280x720";
+  std::string camera;      ///< "ex,ey,ez,tx,ty,tz[,fov]"; empty: frame what is drawn
+  bool guides = false;
+  bool culled = false;
+  bool ids = false;
+  int threads = 0;         ///< 0: every core; 1: serially
+  double fps = 24.0;
+};
+
+/// `vorn preview COLL --geom GEOM.abc --frame F -o SHOT.png`: renders every description through
+/// its GL previewer and draws the bound surfaces and the primitives into a PNG, headless. 1 on
+/// any failure (no picture then), among them a machine without OpenGL; 2 on bad usage.
+int runPreview(const PreviewRequest& request);
+
 /// `vorn preset export COLL DESCRIPTION OUT [--with-guides]`: writes the description as a
 /// preset (document/VrDescriptionFile.h), with its guide shapes when `withGuides`.
 int runPresetExport(const std::string& collection, const std::string& description,

@@ -224,6 +224,22 @@ int main(int argc, char** argv) {
                    "object: each mesh's own space")
       ->check(CLI::IsMember({"world", "object"}));
 
+  vorncli::PreviewRequest previewRequest;
+  CLI::App* preview = app.add_subcommand("preview", "draw the surfaces and primitives of a collection into a PNG, headless");
+  preview->add_option("collection", previewRequest.collection, "collection file (.vorn)")->required();
+  preview->add_option("--geom", previewRequest.geometry, "Alembic file the patches bind to")->required();
+  preview->add_option("--frame", previewRequest.frame, "frame to draw")->required();
+  preview->add_option("-o,--output", previewRequest.output, "picture to write (.png)")->required();
+  preview->add_option("--size", previewRequest.size, "WIDTHxHEIGHT in pixels (default 1280x720)");
+  preview->add_option("--camera", previewRequest.camera,
+                      "\"ex,ey,ez,tx,ty,tz[,fov]\": eye, target and vertical field of view in degrees (default 30); "
+                      "without it the view frames what is drawn");
+  preview->add_flag("--guides", previewRequest.guides, "draw the guides");
+  preview->add_flag("--culled", previewRequest.culled, "draw culled primitives in outline");
+  preview->add_flag("--ids", previewRequest.ids, "draw each primitive's id at its tip");
+  preview->add_option("--threads", previewRequest.threads, "build the preview on N threads (default: every core)");
+  preview->add_option("--fps", previewRequest.fps, "frames per second (default 24)");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -300,6 +316,7 @@ int main(int argc, char** argv) {
     }
     return vorncli::runRender(renderRequest);
   }
+  if (*preview) return vorncli::runPreview(previewRequest);
   if (*clumpsMake) return vorncli::runClumpsMake(clumpsRequest);
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;

@@ -209,10 +209,11 @@ TEST_F(VrDeltaTest, AttributeLinesOfEachKindOfObject) {
                                         "scalp    SplinePrimitive    custom_float_bend    rand()",
                                         "scalp    RandomGenerator    density    900.0",
                                         "scalp    RendermanRenderer    percent    50.0",
-                                        "scalp    GLRenderer    percent    ",
+                                        "scalp    GLRenderer    percent    0.0",
                                         "scalp    CutFXModule    Cut    active    true",
                                         "brows    CardPrimitive    width    0.01"});
-  EXPECT_EQ(attr(target->description("scalp")->activePreviewer(), "percent"), "");
+  // The previewer is a renderer: an empty percent reads as 0.
+  EXPECT_EQ(attr(target->description("scalp")->activePreviewer(), "percent"), "0.0");
   EXPECT_EQ(attr(target->description("scalp"), "minDensity"), "0.2");
   EXPECT_TRUE(log.errors().empty());
   EXPECT_TRUE(log.warnings().empty());

@@ -1,0 +1,117 @@
+#include "renderers/VrGLCache.h"
+
+#include <algorithm>
+#include <cstdio>
+
+uint32_t VrGLCache::Mesh::add(const SgVec3T<double>& p, const SgVec3T<double>& n, const SgVec3T<double>& color) {
+  Vertex v{{float(p.x), float(p.y), float(p.z)}, {float(n.x), float(n.y), float(n.z)},
+           {float(color.x), float(color.y), float(color.z)}};
+  vertices.push_back(v);
+  return static_cast<uint32_t>(vertices.size() - 1);
+}
+
+std::string VrGLCache::key() const {
+  char number[32];
+  std::snprintf(number, sizeof number, "_XfaceidX_%05d", face);
+  return patch + number;
+}
+
+VrGLCache& VrGLCache::operator=(VrGLCache&& other) noexcept {
+  if (this == &other) return *this;
+  patch = std::move(other.patch);
+  face = other.face;
+  for (int k = 0; k < 5; ++k) {
+    *meshes[k] = std::move(*other.meshes[k]);
+    // The GL names belong to this cache now.
+    Mesh& from = *other.meshes[k];
+    from.glArray = from.glVertexBuffer = from.glIndexBuffer = 0;
+    from.glIndexCount = 0;
+  }
+  prims = std::move(other.prims);
+  shaderParams = std::move(other.shaderParams);
+  dirty = other.dirty;
+  return *this;
+}
+
+size_t VrGLCache::vertexCount() const {
+  size_t n = 0;
+  for (const Mesh* mesh : meshes) n += mesh->vertices.size();
+  return n;
+}
+
+void VrGLCache::append(VrGLCache&& other) {
+  for (int k = 0; k < 5; ++k) {
+    Mesh& to = *meshes[k];
+    const Mesh& from = *other.meshes[k];
+    const uint32_t shift = static_cast<uint32_t>(to.vertices.size());
+    to.vertices.insert(to.vertices.end(), from.vertices.begin(), from.vertices.end());
+    for (uint32_t i : from.indices) to.indices.push_back(i + shift);
+  }
+  prims.insert(prims.end(), other.prims.begin(), other.prims.end());
+  shaderParams.insert(shaderParams.end(), other.shaderParams.begin(), other.shaderParams.end());
+  dirty = true;
+}
+
+void VrGLCache::clear() {
+  for (Mesh* mesh : meshes) {
+    mesh->vertices.clear();
+    mesh->indices.clear();
+  }
+  prims.clear();
+  shaderParams.clear();
+  dirty = true;
+}
+
+void VrGLCache::addCurve(Mesh& mesh, const std::vector<SgVec3T<double>>& points, const SgVec3T<double>& color) {
+  const size_t n = points.size();
+  if (n < 2) return;
+  const uint32_t first = static_cast<uint32_t>(mesh.vertices.size());
+  for (size_t i = 0; i < n; ++i) {
+    SgVec3T<double> tangent = points[std::min(i + 1, n - 1)] - points[i > 0 ? i - 1 : 0];
+    tangent.normalize();
+    mesh.add(points[i], tangent, color);
+  }
+  for (uint32_t i = 0; i + 1 < n; ++i) {
+    mesh.indices.push_back(first + i);
+    mesh.indices.push_back(first + i + 1);
+  }
+}
+
+void VrGLCache::addQuad(const SgVec3T<double>& a, const SgVec3T<double>& b, const SgVec3T<double>& c,
+                        const SgVec3T<double>& d, const SgVec3T<double>& color) {
+  SgVec3T<double> n = (c - a).cross(d - b);
+  n.normalize();
+  const uint32_t i = triangles.add(a, n, color);
+  triangles.add(b, n, color);
+  triangles.add(c, n, color);
+  triangles.add(d, n, color);
+  for (uint32_t k : {0u, 1u, 2u, 0u, 2u, 3u}) triangles.indices.push_back(i + k);
+}
+
+namespace {
+// The eight corners of a box, bit k of the index choosing edge k.
+SgVec3T<double> boxCorner(const SgVec3T<double>& corner, const SgVec3T<double> edges[3], int bits) {
+  SgVec3T<double> p = corner;
+  for (int k = 0; k < 3; ++k)
+    if (bits & (1 << k)) p = p + edges[k];
+  return p;
+}
+}  // namespace
+
+void VrGLCache::addBoxEdges(Mesh& mesh, const SgVec3T<double>& corner, const SgVec3T<double> edges[3],
+                            const SgVec3T<double>& color) {
+  for (int bits = 0; bits < 8; ++bits)
+    for (int k = 0; k < 3; ++k) {
+      if (bits & (1 << k)) continue;
+      std::vector<SgVec3T<double>> edge = {boxCorner(corner, edges, bits), boxCorner(corner, edges, bits | (1 << k))};
+      addCurve(mesh, edge, color);
+    }
+}
+
+void VrGLCache::addBox(const SgVec3T<double>& corner, const SgVec3T<double> edges[3], const SgVec3T<double>& color) {
+  // Each side: the fixed axis and its value, then the corners in a loop.
+  static const int sides[6][4] = {{0, 2, 6, 4}, {1, 5, 7, 3}, {0, 1, 3, 2}, {4, 6, 7, 5}, {0, 4, 5, 1}, {2, 3, 7, 6}};
+  for (const auto& side : sides)
+    addQuad(boxCorner(corner, edges, side[0]), boxCorner(corner, edges, side[1]), boxCorner(corner, edges, side[2]),
+            boxCorner(corner, edges, side[3]), color);
+}

@@ -1,0 +1,38 @@
+#pragma once
+// The GL side of the preview: the shader program every cache is drawn with, and the upload of a
+// cache's meshes into buffer objects. Every call here needs a current GL context of version 3.3
+// or later and runs on the thread that owns it (see VrOpenGLThread).
+//
+// Lighting: triangles are lit two-sided by their normal; lines by their tangent (the brightest
+// where the light crosses the curve, as on a thin tube); outlines are not lit.
+
+#include "renderers/VrGLCache.h"
+
+#include <string>
+
+class VrGLProgram {
+ public:
+  VrGLProgram() = default;
+  ~VrGLProgram();
+  VrGLProgram(const VrGLProgram&) = delete;
+  VrGLProgram& operator=(const VrGLProgram&) = delete;
+
+  /// Compiles and links the shaders; false with `error` set when the driver refuses them.
+  bool init(std::string& error);
+  /// Makes the program current with the view and the light for the draws that follow.
+  void use(const float viewProjection[16], const SgVec3T<double>& light) const;
+  /// Draws the uploaded meshes of `cache`: triangles, lines, and outlines when `outlines`.
+  void draw(const VrGLCache& cache, bool outlines) const;
+
+ private:
+  void drawMesh(const VrGLCache::Mesh& mesh, unsigned primitive, int mode) const;
+
+  unsigned program = 0;
+  int viewProjectionAt = -1, lightAt = -1, modeAt = -1;
+};
+
+/// Copies the cache's meshes into buffer objects (once, or again when the cache is dirty) and
+/// clears its dirty flag; the CPU copies stay for selection.
+void VrGLUpload(VrGLCache& cache);
+/// Deletes the cache's buffer objects.
+void VrGLRelease(VrGLCache& cache);

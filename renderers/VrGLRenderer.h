@@ -1,0 +1,146 @@
+#pragma once
+// VrGLRenderer: the interactive previewer. Emitting a primitive turns it into preview geometry
+// in the cache of its face (VrGLCache): a spline into a lit polyline in its preview colour
+// (`color`, an expression per primitive), a card into a bent sheet, a sphere into an ellipsoid,
+// an archive into its box in the archive's frame (a unit cube with `unitCube` or when the files
+// give no box). Culled primitives come as outlines when `culled` is on; control polygons and CVs
+// with `poly` and `vertices`; guides in `guideColor` when `setDrawGuides` asked for them.
+//
+// Threads: emission runs on render workers; each keeps its faces in its own renderer context,
+// merged into the renderer's caches under `reduceMutex` when the worker ends, so the caches do
+// not depend on the thread count. Only `refresh`, `cleanRefresh` and `draw` touch GL, on the
+// thread that owns the context.
+//
+// Older spellings accepted on read: drawPatchNames, drawPrimIDs, drawPrimIDsAt, drawCulled,
+// drawVertices, drawCPoly.
+
+#include "renderers/VrGLCache.h"
+#include "renderers/VrRenderer.h"
+#include "renderers/VrRendererContext.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+class VrExpression;
+class VrGLProgram;
+
+/// A worker's faces and the primitive it was told is culled.
+class VrGLRendererContext : public VrRendererContext {
+ public:
+  std::map<std::pair<std::string, int>, VrGLCache> faces;
+  bool culledPending = false;
+  int culledFace = -1;
+  unsigned culledId = 0;
+};
+
+class VrGLRenderer : public VrRenderer {
+ public:
+  explicit VrGLRenderer(VrDescription* description);
+  ~VrGLRenderer() override;
+
+  std::string typeName() const override { return "GLRenderer"; }
+  bool setAttr(const std::string& name, const std::string& value, const std::string& type = "float",
+               const std::string& enumStrings = "") override;
+
+  /// @name Emission
+  /// @{
+  /// A preview shows one position per primitive: the first motion sample's.
+  bool okToEmit(int sample, double u, double v) override { (void)u, (void)v; return sample == 0; }
+  bool firstSampleOnly() const override { return true; }
+  /// With `culled` on, keeps the primitive to draw it in outline; otherwise refuses it.
+  bool handleCulledPrimitive(unsigned code, int face, unsigned id, VrPatch* patch) override;
+  bool handleCulledPrimitiveInParallel(VrPrimitiveContext& context, unsigned code, int face, unsigned id,
+                                       VrPatch* patch) override;
+  void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override;
+  void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
+                               const std::vector<VrPatch*>& patches) override;
+  /// Evaluates the active shader channels (TEXCOORD3 to 7) of the primitive into `cache`.
+  void emitShaderParams(const VrPrimitiveContext& context, double u, double v, int face, const std::string& patch,
+                        VrGLCache& cache) const;
+  /// @}
+
+  /// @name Passes
+  /// @{
+  /// Drops the caches of an earlier render, checks the expressions and the shader channels.
+  void initDescription() override;
+  /// Builds the guides' cache when guides are to be drawn.
+  void finishDescription() override;
+  bool canRunInParallel() const override { return true; }
+  std::unique_ptr<VrRendererContext> newRendererContext() const override;
+  /// Moves the worker's faces into the renderer's caches.
+  void reduceResult(VrRendererContext& context, const std::string& patchName, bool last) override;
+  /// @}
+
+  /// @name Drawing, on the GL thread
+  /// @{
+  bool canRefresh() const override { return true; }
+  /// Uploads what changed since the last refresh (everything with `all`) and frees the buffers
+  /// of caches dropped since; `unused` is kept for callers that pass a second flag.
+  void refresh(bool all, bool unused) override;
+  /// Frees every buffer.
+  void cleanRefresh() override;
+  /// Colours every primitive with `color` instead of its expression until `restoreColor`.
+  void overrideColor(const std::string& color) override;
+  void restoreColor() override;
+  /// Draws every cache (outlines only with `culled` on) with the program made current.
+  void draw(const VrGLProgram& program) const;
+  /// Draws the id of every primitive at `primIDsAt` along it (with `primIDs`) and of every face
+  /// at its centre (with `faceIds`), as seen through `viewProjection` in a `width` x `height`
+  /// picture; leaves the program current with an identity view.
+  void drawLabels(const VrGLProgram& program, const float viewProjection[16], unsigned width, unsigned height) const;
+  /// @}
+
+  /// @name Results
+  /// @{
+  const std::map<std::pair<std::string, int>, VrGLCache>& caches() const { return faceCaches; }
+  const VrGLCache& guideCache() const { return guides; }
+  /// The box of everything in the caches; invalid when they are empty.
+  SgBox3T<double> bounds() const;
+  bool drawCulled() const { return culledFlag; }
+  bool drawGuides() const { return guidesFlag; }
+  void setDrawGuides(bool on) { guidesFlag = on; }
+  int primNumLimit() const { return limit; }
+  /// Colour of culled primitives' outlines.
+  static SgVec3T<double> outlineColor() { return SgVec3T<double>(0.85, 0.1, 0.85); }
+  /// @}
+
+ private:
+  // Builds the preview geometry of the primitive in `context` into the face's cache of `faces`.
+  void emitInto(std::map<std::pair<std::string, int>, VrGLCache>& faces, VrPrimitiveContext& context, bool culled,
+                double u, double v, int face, const VrPatch& patch, SgBox3T<double>& box);
+  void addSpline(VrGLCache& cache, const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& color, bool culled) const;
+  void addCard(VrGLCache& cache, const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& color, bool culled) const;
+  void addSphere(VrGLCache& cache, const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& color, bool culled) const;
+  void addArchive(VrGLCache& cache, const VrPrimitiveContext& context, const std::vector<SgVec3T<double>>& cvs,
+                  const SgVec3T<double>& color, bool culled) const;
+  // Whether the next primitive may still be emitted under `primNumLimit`; counts it if so.
+  bool takeSlot();
+
+  std::unique_ptr<VrExpression> colorExpression;
+  std::unique_ptr<VrExpression> guideColorExpression;
+  std::vector<std::unique_ptr<VrExpression>> shaderExpressions;  ///< TEXCOORD3 to 7
+  int activeShaderChannels = 0;
+  bool colorOverridden = false;
+  SgVec3T<double> overrideValue;
+
+  bool patchNamesFlag = false, faceIdsFlag = false, primIdsFlag = false;
+  double primIdsAt = 1.0;
+  bool verticesFlag = false, polyFlag = false, culledFlag = false, unitCubeFlag = false;
+  int segments = 1;
+  int limit = 100000000;
+  bool guidesFlag = false;
+
+  std::atomic<long long> emitted{0};
+  std::atomic<bool> limitReported{false};
+  bool serialCulledPending = false;
+  int serialCulledFace = -1;
+  unsigned serialCulledId = 0;
+
+  std::map<std::pair<std::string, int>, VrGLCache> faceCaches;
+  VrGLCache guides;
+  std::vector<VrGLCache> retired;  ///< dropped caches whose GL buffers are still to be freed
+};
