@@ -17,11 +17,10 @@ VrAbcObjectWriter* VrAbcObjectWriter::createChild(const std::string& childName, 
     core.fail(head.fullName + ": \"" + childName + "\" cannot name an object");
     return nullptr;
   }
-  for (const auto& child : children)
-    if (child->head.name == childName) {
-      core.fail(head.fullName + ": there is already a child " + childName);
-      return nullptr;
-    }
+  if (!childNames.insert(childName).second) {
+    core.fail(head.fullName + ": there is already a child " + childName);
+    return nullptr;
+  }
   VrAbcObjectHeader header;
   header.name = childName;
   header.fullName = (head.fullName == "/" ? "" : head.fullName) + "/" + childName;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 struct VrAbcWriterCore;
@@ -38,4 +39,5 @@ class VrAbcObjectWriter {
   VrAbcObjectHeader head;
   std::unique_ptr<VrAbcCompoundWriter> top;
   std::vector<std::unique_ptr<VrAbcObjectWriter>> children;
+  std::unordered_set<std::string> childNames;  // a transform may hold a million children
 };
