@@ -82,9 +82,7 @@ int bake(const RenderRequest& request, const CliLogger& logger) {
 
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   std::ostringstream summary;
-  summary.imbue(std::locale::classic());
-  summary.setf(std::ios::fixed);
-  summary.precision(3);
+  startSummary(summary);
   summary << "baked " << primitives << " primitives of " << descriptions << " descriptions into " << dir.string()
           << " in " << seconds << " s on " << workersText(workers) << "\n";
   std::cout << summary.str();

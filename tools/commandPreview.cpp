@@ -189,9 +189,7 @@ int preview(const PreviewRequest& request, const CliLogger& logger) {
 
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   std::ostringstream summary;
-  summary.imbue(std::locale::classic());
-  summary.setf(std::ios::fixed);
-  summary.precision(3);
+  startSummary(summary);
   summary << "previewed " << primitives << " primitives at " << width << "x" << height << " in " << seconds << " s on "
           << workersText(workers) << " (" << gl.driverName() << ")\n";
   std::cout << summary.str();

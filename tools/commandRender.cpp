@@ -900,9 +900,7 @@ int render(const RenderRequest& request, const CliLogger& logger) {
 
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   std::ostringstream summary;
-  summary.imbue(std::locale::classic());
-  summary.setf(std::ios::fixed);
-  summary.precision(3);
+  startSummary(summary);
   summary << "rendered " << totals.primitives << " primitives, " << totals.cvs << " CVs";
   if (jobs.size() > 1) summary << " over " << jobs.size() << " frames";
   summary << " in " << seconds << " s (";

@@ -3,6 +3,8 @@
 #include "base/VrTaskManager.h"
 
 #include <algorithm>
+#include <locale>
+#include <sstream>
 #include <cstdlib>
 
 namespace vorncli {
@@ -18,6 +20,12 @@ unsigned renderWorkers(int requested) {
 
 std::string workersText(unsigned workers) {
   return workers > 1 ? std::to_string(workers) + " threads" : std::string("1 thread (serial)");
+}
+
+void startSummary(std::ostringstream& summary) {
+  summary.imbue(std::locale::classic());
+  summary.setf(std::ios::fixed);
+  summary.precision(3);
 }
 
 }  // namespace vorncli

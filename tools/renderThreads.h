@@ -1,6 +1,7 @@
 #pragma once
 // How many threads a render or a bake of `vorn` uses, and how its summary line names them.
 
+#include <iosfwd>
 #include <string>
 
 namespace vorncli {
@@ -12,5 +13,8 @@ unsigned renderWorkers(int requested);
 
 /// "2 threads", or "1 thread (serial)".
 std::string workersText(unsigned workers);
+
+/// Readies the stream of a summary line: C-locale numbers, seconds with 3 decimals.
+void startSummary(std::ostringstream& summary);
 
 }  // namespace vorncli
