@@ -33,8 +33,10 @@ struct VrExpression::Parses {
 
 namespace {
 
-std::mutex& parseMutex() {
-  static std::mutex mutex;
+// Recursive: preparing a text can evaluate variables that lead to another expression's first
+// parse or fold on the same thread.
+std::recursive_mutex& parseMutex() {
+  static std::recursive_mutex mutex;
   return mutex;
 }
 
@@ -72,18 +74,22 @@ VrExpression::VrExpression(const std::string& name, const std::string& objectWor
 
 VrExpression::~VrExpression() = default;
 
+void VrExpression::forgetParses() {
+  parses->main.reset();
+  parses->perThread.clear();
+  foldState.store(Unknown, std::memory_order_release);
+}
+
 void VrExpression::setExpression(const std::string& newText) {
   text = newText;
   looped = false;
-  parses->main.reset();
-  parses->perThread.clear();
+  forgetParses();
 }
 
 void VrExpression::setType(const std::string& type) {
   if (type == typeWord) return;
   typeWord = type;
-  parses->main.reset();
-  parses->perThread.clear();
+  forgetParses();
 }
 
 VrSeExpr* VrExpression::seExpr() const {
@@ -95,7 +101,7 @@ VrSeExpr& VrExpression::parseForThisThread() const {
   if (!VrTaskManager::seExprMultithreading()) return *seExpr();
   std::unique_ptr<VrSeExpr>& local = parses->perThread.local();
   if (!local) {
-    std::lock_guard<std::mutex> guard(parseMutex());
+    std::lock_guard<std::recursive_mutex> guard(parseMutex());
     local.reset(new VrSeExpr(const_cast<VrExpression*>(this), text, desiredDim()));
     validating.push_back(this);
     local->isValid();
@@ -148,7 +154,38 @@ void VrExpression::reportLoop() const {
   VR_ERROR("Expression \"" + attrName + "\" has an infinite loop. [" + text + "]");
 }
 
+const SgVec3T<double>* VrExpression::foldedValue() const {
+  const int state = foldState.load(std::memory_order_acquire);
+  if (state == Folded) return &folded;
+  if (state == Varies) return nullptr;
+  return fold();
+}
+
+const SgVec3T<double>* VrExpression::fold() const {
+  // Under the parse lock: the first evaluations of a text may come from several workers at once,
+  // and the main parse is made here. A constant reads no variable and calls nothing of the
+  // system's, so evaluating the main parse needs no location.
+  std::lock_guard<std::recursive_mutex> guard(parseMutex());
+  const int state = foldState.load(std::memory_order_acquire);
+  if (state != Unknown) return state == Folded ? &folded : nullptr;
+  if (onStack(validating, this) || !isConstant()) {
+    foldState.store(Varies, std::memory_order_release);
+    return nullptr;
+  }
+  const VrSeExpr& parsed = *seExpr();
+  folded = resultOf(parsed, parsed.evalFP());
+  foldState.store(Folded, std::memory_order_release);
+  return &folded;
+}
+
+SgVec3T<double> VrExpression::resultOf(const VrSeExpr& parsed, const double* value) const {
+  return desiredDim() == 3 && parsed.returnType().isFP(3) ? SgVec3T<double>(value[0], value[1], value[2])
+                                                          : SgVec3T<double>(value[0], value[0], value[0]);
+}
+
 SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::string* patchName) const {
+  // The same value at every location: no context to set up, nothing to evaluate.
+  if (const SgVec3T<double>* constant = foldedValue()) return *constant;
   // Under threads the validity is that of the thread's own parse, checked when it was made: the
   // main parse is made lazily and must not be built by two workers at once.
   // A loop: this expression is already evaluating on this thread, or is being prepared (the
@@ -188,9 +225,7 @@ SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::st
   context.stack.push_back(this);
   const double* value = parsed.evalFP();
   context.stack.pop_back();
-  const SgVec3T<double> result = desiredDim() == 3 && parsed.returnType().isFP(3)
-                                     ? SgVec3T<double>(value[0], value[1], value[2])
-                                     : SgVec3T<double>(value[0], value[0], value[0]);
+  const SgVec3T<double> result = resultOf(parsed, value);
 
   if (nested) {
     context.u = saved.u;

@@ -11,6 +11,7 @@
 
 #include "geometry/SgVec3T.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -60,7 +61,8 @@ class VrExpression {
   /// True when the value is the same everywhere: no variable, no function of the system's table
   /// and no collection expression in it.
   bool isConstant() const;
-  bool isFoldedConstant() const { return isConstant(); }
+  /// True once `eval` answers from the stored value of a constant text without evaluating it.
+  bool isFoldedConstant() const { return foldState.load(std::memory_order_acquire) == Folded; }
   bool usesFunc(const std::string& funcName) const;
   bool usesVar(const std::string& varName) const;
   /// The main thread's parse.
@@ -138,6 +140,11 @@ class VrExpression {
 
  private:
   VrSeExpr& parseForThisThread() const;
+  /// The value of a constant text, worked out on the first call; null when the text varies.
+  const SgVec3T<double>* foldedValue() const;
+  const SgVec3T<double>* fold() const;
+  SgVec3T<double> resultOf(const VrSeExpr& parsed, const double* value) const;
+  void forgetParses();
   int desiredDim() const { return isVec() ? 3 : 1; }
   void reportLoop() const;
 
@@ -152,4 +159,7 @@ class VrExpression {
   mutable bool looped = false;
   mutable std::mutex lock;
   std::unique_ptr<Parses> parses;
+  enum FoldState { Unknown, Folded, Varies };
+  mutable std::atomic<int> foldState{Unknown};
+  mutable SgVec3T<double> folded;
 };

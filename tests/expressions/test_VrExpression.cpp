@@ -91,6 +91,49 @@ TEST(VrExpression, ConstantsExcludeSystemFunctions) {
   EXPECT_TRUE(VrExpression("c", "T", nullptr, "rand() + myGlobal()", "float").usesFunc("myGlobal"));
 }
 
+// A constant text is evaluated once and then answered from its value; anything that can vary
+// from one location to the next is evaluated every time.
+TEST(VrExpression, ConstantTextsAreFoldedOnFirstUse) {
+  struct Case {
+    const char* text;
+    const char* type;
+    bool folded;
+    double x, z;  // the value at (0.25, 0.75)
+  };
+  const Case cases[] = {
+      {"0.05", "float", true, 0.05, 0.05},
+      {"$a=0.1;#0.005,0.5\n$a * 2", "float", true, 0.2, 0.2},
+      {"[0.4, 0.26, 0.15] * 2", "color", true, 0.8, 0.3},
+      {"3", "vector", true, 3.0, 3.0},
+      {"$u", "float", false, 0.25, 0.25},
+      {"0.5 + rand() * 0", "float", false, 0.5, 0.5},
+      {"1 +", "float", false, 0.0, 0.0},  // invalid: zero, every time
+  };
+  vrtest::CaptureLogger quiet;
+  for (const Case& c : cases) {
+    VrExpression e("attr", "Test", nullptr, c.text, c.type);
+    for (int pass = 0; pass < 2; ++pass) {
+      const SgVec3T<double> value = e.eval(0.25, 0.75, 3);
+      EXPECT_DOUBLE_EQ(value.x, c.x) << c.text;
+      EXPECT_DOUBLE_EQ(value.z, c.z) << c.text;
+    }
+    EXPECT_EQ(e.isFoldedConstant(), c.folded) << c.text;
+  }
+  // A custom variable is read at every evaluation; a new text is folded afresh.
+  VrExpression e("a", "Test", nullptr, "$q * 10", "float");
+  VrExpression::setCustomVariable("q", 1.0);
+  EXPECT_EQ(evalAt(e, 0, 0), 10.0);
+  VrExpression::setCustomVariable("q", 2.0);
+  EXPECT_EQ(evalAt(e, 0, 0), 20.0);
+  EXPECT_FALSE(e.isFoldedConstant());
+  e.setExpression("7");
+  EXPECT_EQ(evalAt(e, 0, 0), 7.0);
+  EXPECT_TRUE(e.isFoldedConstant());
+  e.setExpression("$q");
+  EXPECT_EQ(evalAt(e, 0, 0), 2.0);
+  VrExpression::removeAllCustomVariables();
+}
+
 TEST(VrExpression, FunctionsOfTheTable) {
   Scene scene;
   VrDescription* d = scene.description;
