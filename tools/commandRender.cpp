@@ -7,23 +7,21 @@
 // geometry. Every patch gets a PatchRenderer, whose faces are rendered face by face or through a
 // ParallelRenderer; the callbacks object outlives them all.
 //
-// Memory: `flush` never keeps a batch. Each batch is cut into runs of one face, every run is
-// appended to an unlinked temporary file, and only a small index entry per run (patch, face,
-// first id, where the bytes are) stays in memory. At the end the index is sorted and the runs
-// are read back one at a time, so the output comes in (patch, face, id) order whatever the
-// thread count.
+// Memory and order: `flush` never keeps a batch. Each batch is cut into runs of one face, and
+// the runs go to the output back end in (patch, face, id) order while the render goes on (see
+// orderedRuns.h): a run waits in memory only until its face and every face before it are done,
+// so the output is the same whatever the thread count and memory does not grow with the render.
 //
 // Motion samples: every primitive carries the CVs of each sample (the render API's point rows),
 // widths only once, from the first sample. Outputs that list instances also get the location
 // (u, v), the ids and the random values of each primitive.
 //
-// Threads: `flush` may be called from render workers at once; it builds its records on the
-// calling thread and takes one mutex only to append them to the spool.
+// Threads: `flush` and `faceDone` may be called from render workers at once; `flush` builds its
+// records on the calling thread, and the back end is fed by one thread at a time.
 
 #include "tools/commands.h"
 
 #include "base/VrObject.h"
-#include "base/vrutilScratchFile.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "io/VrImportGeometry.h"
@@ -32,6 +30,7 @@
 #include "renderers/renderapi/VornRenderAPI.h"
 #include "tools/cliLogger.h"
 #include "tools/collectionAccess.h"
+#include "tools/orderedRuns.h"
 #include "tools/renderThreads.h"
 
 #include <algorithm>
@@ -63,18 +62,7 @@ struct PatchJob {
   std::string patch;
 };
 
-// Where one run of primitives (one face of one patch, ids ascending) lies in the spool.
-struct Run {
-  size_t job = 0;
-  std::string kind;  ///< the primitives' `typeName`
-  int face = 0;
-  int firstId = 0;
-  uint64_t offset = 0;
-  uint64_t bytes = 0;
-  uint32_t count = 0;
-};
-
-// One primitive as the spool holds it: face, id, CV count and sample count as int32, then x, y,
+// One primitive as a run holds it: face, id, CV count and sample count as int32, then x, y,
 // z per CV for each sample in turn, then one width per CV, all floats; for instance outputs then
 // u, v (floats), description id, geometry id, random int (int32) and random float; for archives
 // then the group (int32), the archive frame (float) and the file of each slot (int32 length,
@@ -86,21 +74,21 @@ struct Primitive {
   VrOutputPrimitive out;   ///< the rest, and the view the back end gets
 };
 
-// What an archive adds to the spool, before its files.
+// What an archive adds to a run, before its files.
 struct ArchiveValues {
   int32_t group = 0;
   float frame = 0.0f;
   int32_t lodIndex = -1;
 };
-static_assert(sizeof(ArchiveValues) == 12, "the spool stores the archive values as 12 bytes");
+static_assert(sizeof(ArchiveValues) == 12, "a run stores the archive values as 12 bytes");
 
-// The instance channels of one primitive, in spool order.
+// The instance channels of one primitive, in run order.
 struct InstanceValues {
   float u = 0.0f, v = 0.0f;
   int32_t descriptionId = 0, geomId = 0, randomInt = 0;
   float randomFloat = 0.0f;
 };
-static_assert(sizeof(InstanceValues) == 24, "the spool stores the instance values as 24 bytes");
+static_assert(sizeof(InstanceValues) == 24, "a run stores the instance values as 24 bytes");
 
 void putInt(std::vector<char>& out, int32_t value) {
   const char* p = reinterpret_cast<const char*>(&value);
@@ -202,7 +190,7 @@ class ArchiveChannels {
     hasFiles = cache.getStringArraySize(StringKey::ArchiveFile) >= count * static_cast<unsigned>(ranges);
     hasProxies = cache.getStringArraySize(StringKey::ArchiveProxy) >= count;
   }
-  // Appends the values of archive `i` in spool order.
+  // Appends the values of archive `i` in run order.
   void put(std::vector<char>& bytes, unsigned i) const {
     using StringKey = PrimitiveCache::EStringArrayAttribute;
     ArchiveValues values;
@@ -229,56 +217,13 @@ class ArchiveChannels {
   bool hasFiles = false, hasProxies = false;
 };
 
-// The temporary file of runs, unlinked at once so that nothing is left behind.
-class RunSpool {
- public:
-  ~RunSpool() {
-    if (file) std::fclose(file);
-  }
-  bool open(std::string& error) {
-    file = vrutil::openScratchFile("", error);
-    return file != nullptr;
-  }
-  // Appends the bytes of one run; thread-safe.
-  void add(Run run, const std::vector<char>& bytes) {
-    std::lock_guard<std::mutex> hold(lock);
-    run.offset = end;
-    run.bytes = bytes.size();
-    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) broken = true;
-    end += bytes.size();
-    runs.push_back(run);
-  }
-  bool failed() const { return broken; }
-  // The runs in (patch, face, first id) order.
-  std::vector<Run> sortedRuns() const {
-    std::vector<Run> out = runs;
-    std::sort(out.begin(), out.end(), [](const Run& a, const Run& b) {
-      if (a.job != b.job) return a.job < b.job;
-      if (a.face != b.face) return a.face < b.face;
-      return a.firstId < b.firstId;
-    });
-    return out;
-  }
-  bool read(const Run& run, std::vector<char>& out) {
-    out.resize(run.bytes);
-    if (std::fflush(file) != 0 || fseeko(file, static_cast<off_t>(run.offset), SEEK_SET) != 0) return false;
-    return run.bytes == 0 || std::fread(out.data(), 1, run.bytes, file) == run.bytes;
-  }
-
- private:
-  std::FILE* file = nullptr;
-  std::mutex lock;
-  std::vector<Run> runs;
-  uint64_t end = 0;
-  bool broken = false;
-};
-
-// The plug-in side of the render API: answers from the command's flags and spools the batches.
+// The plug-in side of the render API: answers from the command's flags and passes the batches on
+// as runs, in order.
 class RenderCallbacks : public ProceduralCallbacks {
  public:
-  RenderCallbacks(const RenderRequest& request, RunSpool& spool, bool instance)
+  RenderCallbacks(const RenderRequest& request, OrderedRuns& runs, bool instance)
       : request(request),
-        spool(spool),
+        runs(runs),
         instance(instance),
         samples(request.motionSamples.empty() ? 1 : request.motionSamples.size()) {
     for (const std::string& entry : request.overrides) {
@@ -348,6 +293,8 @@ class RenderCallbacks : public ProceduralCallbacks {
     auto found = overrides.find(name);
     return found == overrides.end() ? nullptr : found->second.c_str();
   }
+
+  void faceDone(const char* /*geomName*/, unsigned face) override { runs.faceDone(static_cast<int>(face)); }
 
   void flush(const char* /*geomName*/, PrimitiveCache* cache) override {
     if (!cache) return;
@@ -425,7 +372,6 @@ class RenderCallbacks : public ProceduralCallbacks {
       if (faceOf(a) != faceOf(b)) return faceOf(a) < faceOf(b);
       return idOf(a) < idOf(b);
     });
-    std::vector<char> bytes;
     std::vector<float> widths;
     uint64_t cvTotal = 0;
     for (size_t k = 0; k < order.size();) {
@@ -434,7 +380,7 @@ class RenderCallbacks : public ProceduralCallbacks {
       run.kind = kind;
       run.face = faceOf(order[k]);
       run.firstId = idOf(order[k]);
-      bytes.clear();
+      std::vector<char>& bytes = run.bytes;
       for (; k < order.size() && faceOf(order[k]) == run.face; ++k) {
         const unsigned i = order[k];
         const size_t n = stride[i];
@@ -464,7 +410,7 @@ class RenderCallbacks : public ProceduralCallbacks {
         ++run.count;
         cvTotal += n;
       }
-      spool.add(run, bytes);
+      runs.add(std::move(run));
     }
     numPrimitives += count;
     numCVs += cvTotal;
@@ -472,7 +418,7 @@ class RenderCallbacks : public ProceduralCallbacks {
 
  private:
   const RenderRequest& request;
-  RunSpool& spool;
+  OrderedRuns& runs;
   const bool instance;
   std::atomic<bool> freshSetup{true};
   std::map<std::string, std::string> overrides;
@@ -528,32 +474,33 @@ class ProgressBar {
   size_t done = 0;
 };
 
-// Hands the runs in order to the output back end; false when it failed (it then leaves nothing
-// at the path and has said why).
-bool writeOutput(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, RunSpool& spool, bool instance) {
-  if (!output.begin()) return false;
-  std::vector<char> bytes;
-  std::vector<Primitive> prims;
-  std::vector<VrOutputPrimitive> views;
-  for (const Run& run : spool.sortedRuns()) {
-    if (!spool.read(run, bytes)) {
-      fail("the temporary file of the render could not be read back");
-      return false;
-    }
+// Decodes runs and hands them to the output back end, one run at a time.
+class RunWriter {
+ public:
+  RunWriter(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, bool instance)
+      : output(output), jobs(jobs), instance(instance) {}
+  // False when the back end failed; it then leaves nothing at the path and has said why.
+  bool write(const Run& run) {
     prims.resize(std::max<size_t>(prims.size(), run.count));
     views.clear();
-    const char* at = bytes.data();
-    const char* end = at + bytes.size();
+    const char* at = run.bytes.data();
+    const char* end = at + run.bytes.size();
     const bool archive = run.kind == "ArchivePrimitive";
     for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, archive, prims[k]); ++k) {
       views.push_back(prims[k].out);
       views.back().kind = run.kind.c_str();
       views.back().description = jobs[run.job].description.c_str();
     }
-    if (!output.write(jobs[run.job].patch, views.data(), views.size())) return false;
+    return output.write(jobs[run.job].patch, views.data(), views.size());
   }
-  return output.end();
-}
+
+ private:
+  VrPrimitiveOutput& output;
+  const std::vector<PatchJob>& jobs;
+  const bool instance;
+  std::vector<Primitive> prims;
+  std::vector<VrOutputPrimitive> views;
+};
 
 // The description `description` of the collection the render API imported as `collection`: the
 // names may carry a name space ("ns:head", "VR_RENDER_:ns:head") in front.
@@ -671,12 +618,6 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
   const std::vector<PatchJob>& jobs = plan.jobs;
 
   const unsigned errorsBefore = logger.errors();
-  RunSpool spool;
-  std::string spoolError;
-  if (!spool.open(spoolError)) {
-    fail("cannot make a temporary file for the render: " + spoolError);
-    return ExitFailed;
-  }
   VrOutputSettings settings;
   settings.frame = request.frame;
   settings.framesPerSecond = request.fps;
@@ -689,7 +630,9 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     return ExitUsage;
   }
   const bool instance = output->wantsInstanceChannels();
-  RenderCallbacks callbacks(request, spool, instance);
+  RunWriter writer(*output, jobs, instance);
+  OrderedRuns runs([&writer](const Run& run) { return writer.write(run); });
+  RenderCallbacks callbacks(request, runs, instance);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
                        " -palette " + argWord(collectionName) + " -frame " + number(request.frame) +
@@ -756,10 +699,13 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     return ExitFailed;
   }
   const unsigned setupErrors = logger.errors();
+  // The back end takes runs from now on; nothing appears at the path before it ends.
+  if (!output->begin()) return ExitFailed;
 
   progress.startFrame("frame " + number(request.frame), totalFaces);
   for (size_t j = 0; j < jobs.size(); ++j) {
     callbacks.setJob(j);
+    runs.startJob(j, prepared[j].faces);
     PatchRenderer* patch = prepared[j].patch.get();
     std::vector<std::unique_ptr<FaceRenderer>> faces;
     for (unsigned face : prepared[j].faces) {
@@ -787,6 +733,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
       }
     }
     faces.clear();
+    runs.finishJob();
   }
   progress.endFrame();
   for (Prepared& p : prepared) p.patch.reset();
@@ -799,11 +746,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
 
   if (logger.errors() != setupErrors)
     warn("the render reported " + std::to_string(logger.errors() - setupErrors) + " errors");
-  if (spool.failed()) {
-    fail("the temporary file of the render could not be written");
-    return ExitFailed;
-  }
-  if (!writeOutput(*output, jobs, spool, instance)) return ExitFailed;
+  if (runs.failed() || !output->end()) return ExitFailed;
   totals.primitives += callbacks.primitives();
   totals.cvs += callbacks.cvs();
   return ExitOk;

@@ -67,6 +67,11 @@ struct ProceduralCallbacks {
   /// Receives one batch of primitives of the patch `geomName` (the patch name after its last
   /// ":"). `cache` is valid only during the call.
   virtual void flush(const char* geomName, PrimitiveCache* cache) = 0;
+  /// Says that face `face` of the patch `geomName` is rendered: every batch of it has been given
+  /// to `flush`. Called once per face a FaceRenderer renders, alone or in a parallel run (then
+  /// on the worker that rendered it), whether or not the face made primitives. A plug-in that
+  /// writes in face order can pass a face on once it and every face before it are done.
+  virtual void faceDone(const char* /*geomName*/, unsigned /*face*/) {}
   /// Reports a text.
   virtual void log(const char* /*text*/) {}
   /// The values of `key`, `getArraySize(key)` of them; null when none.

@@ -19,6 +19,8 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -886,6 +888,14 @@ void Procedural::handleFace() {
   setupDescription();
   if (auto* own = dynamic_cast<Renderer*>(active)) own->setCallbacks(callbackObject);
   active->render(faceIndex, patchName);
+  reportFaceDone();
+}
+
+void Procedural::reportFaceDone() const {
+  if (!callbackObject || faceIndex < 0) return;
+  const size_t colon = patchName.rfind(':');
+  callbackObject->faceDone(colon == std::string::npos ? patchName.c_str() : patchName.c_str() + colon + 1,
+                           static_cast<unsigned>(faceIndex));
 }
 
 bool Procedural::canRunInParallel() const {
@@ -931,7 +941,10 @@ void Procedural::handleParallel(const std::vector<Procedural*>& faces, int threa
                                                   static_cast<size_t>(threads));
   const bool wasMultithreaded = VrTaskManager::seExprMultithreading();
   VrTaskManager::setSeExprMultithreading(true);
-  const size_t chunk = grain > 0 ? static_cast<size_t>(grain) : VrTaskManager::taskGrainSize(faces.size());
+  // A worker takes this many faces at a time: enough to keep the shared counter quiet, few enough
+  // that faces finish close to queue order.
+  const size_t chunk = grain > 0 ? static_cast<size_t>(grain)
+                                 : std::clamp<size_t>(VrTaskManager::taskGrainSize(faces.size()), 1, 8);
 
   const int samples = active->numSamples();
   std::vector<VrPrimitive*> primitives;
@@ -946,38 +959,51 @@ void Procedural::handleParallel(const std::vector<Procedural*>& faces, int threa
   generator->initGenerator();
   active->setRendering(true);
 
+  // Each worker sets its contexts up once and then takes the next `chunk` faces in queue order
+  // until none are left: faces finish close to queue order, which lets a plug-in write them in
+  // order from a small window, and the result does not depend on who rendered which face.
   const int arenaThreads = static_cast<int>(VrTaskManager::threadCount());
   tbb::task_arena arena(arenaThreads > 0 ? arenaThreads : tbb::task_arena::automatic, 1);
+  const int workers = std::max(1, std::min(threads > 0 ? threads : arena.max_concurrency(), arena.max_concurrency()));
+  std::atomic<size_t> next{0};
+  auto work = [&](int) {
+    std::unique_ptr<VrRendererContext> record = active->newRendererContext();
+    std::unique_ptr<VrGeneratorContext> generatorRecord = generator->newGeneratorContext();
+    std::vector<std::unique_ptr<VrPrimitiveContext>> contexts;
+    for (VrPrimitive* samplePrimitive : primitives) {
+      contexts.push_back(samplePrimitive->cloneContext(samplePrimitive->context()));
+      contexts.back()->clearSamples();
+      contexts.back()->setRendererContext(record.get());
+      contexts.back()->setGeneratorContext(generatorRecord.get());
+    }
+    if (contexts.empty()) return;
+    VrPrimitiveContext& context = *contexts[0];
+    for (size_t s = 1; s < contexts.size(); ++s) context.addSample(contexts[s].get());
+    VrExpression::initTLS(&context);
+    active->initDescriptionInParallel(context);
+    auto* own = dynamic_cast<Renderer2::Context*>(record.get());
+    for (size_t begin = next.fetch_add(chunk); begin < faces.size(); begin = next.fetch_add(chunk)) {
+      const size_t end = std::min(faces.size(), begin + chunk);
+      for (size_t i = begin; i != end; ++i) {
+        if (own) {
+          own->callbacks = faces[i]->callbackObject;
+          own->userData = faces[i];
+        }
+        active->renderInParallel(context, faces[i]->faceIndex, patchName);
+        faces[i]->reportFaceDone();
+      }
+    }
+    active->reduceContext(*record, patchName, false);
+    active->accumlateTotalEmitCount(static_cast<unsigned>(record->totalCount()));
+    active->finishDescriptionInParallel(context);
+    VrExpression::clearTLS();
+  };
   arena.execute([&] {
-    tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, faces.size(), chunk), [&](const tbb::blocked_range<size_t>& range) {
-          std::unique_ptr<VrRendererContext> record = active->newRendererContext();
-          std::unique_ptr<VrGeneratorContext> generatorRecord = generator->newGeneratorContext();
-          std::vector<std::unique_ptr<VrPrimitiveContext>> contexts;
-          for (VrPrimitive* samplePrimitive : primitives) {
-            contexts.push_back(samplePrimitive->cloneContext(samplePrimitive->context()));
-            contexts.back()->clearSamples();
-            contexts.back()->setRendererContext(record.get());
-            contexts.back()->setGeneratorContext(generatorRecord.get());
-          }
-          if (contexts.empty()) return;
-          VrPrimitiveContext& context = *contexts[0];
-          for (size_t s = 1; s < contexts.size(); ++s) context.addSample(contexts[s].get());
-          VrExpression::initTLS(&context);
-          active->initDescriptionInParallel(context);
-          auto* own = dynamic_cast<Renderer2::Context*>(record.get());
-          for (size_t i = range.begin(); i != range.end(); ++i) {
-            if (own) {
-              own->callbacks = faces[i]->callbackObject;
-              own->userData = faces[i];
-            }
-            active->renderInParallel(context, faces[i]->faceIndex, patchName);
-          }
-          active->reduceContext(*record, patchName, false);
-          active->accumlateTotalEmitCount(static_cast<unsigned>(record->totalCount()));
-          active->finishDescriptionInParallel(context);
-          VrExpression::clearTLS();
-        });
+    tbb::parallel_for(tbb::blocked_range<int>(0, workers, 1),
+                      [&](const tbb::blocked_range<int>& slots) {
+                        for (int slot = slots.begin(); slot != slots.end(); ++slot) work(slot);
+                      },
+                      tbb::simple_partitioner());
   });
 
   active->setRendering(false);

@@ -47,12 +47,13 @@ class Procedural {
 
   /// @name Rendering
   /// @{
-  /// Renders this face-level procedural's face.
+  /// Renders this face-level procedural's face, then tells the callbacks it is done.
   void handleFace();
   /// Whether threading is on and primitive, generator and renderer may run on workers.
   bool canRunInParallel() const;
   /// Renders `faces` (face-level procedurals of this patch) on a task arena; `threads` > 0 caps
-  /// the parallelism, `grain` > 0 sets the faces per task.
+  /// the parallelism, `grain` > 0 sets the faces a worker takes at a time. Workers take the
+  /// faces in queue order, so faces finish roughly in that order whatever the thread count.
   void handleParallel(const std::vector<Procedural*>& faces, int threads, int grain);
   /// @}
 
@@ -65,6 +66,7 @@ class Procedural {
   bool parse(const char* args);
   bool importCollection(const Args& args, const std::string& collectionName, const std::string& nameSpace);
   void setupDescription();
+  void reportFaceDone() const;
   void readCameraAndPhase();
   VrRenderer* renderer() const;
   double padding() const;

@@ -107,6 +107,8 @@ class RecordingCallbacks : public CameraCallbacks {
                             : nullptr;
     size_t cv = 0;
     for (unsigned i = 0; i < batch.count; ++i) {
+      if (i < nFaces && std::find(done.begin(), done.end(), static_cast<unsigned>(faces[i])) != done.end())
+        ++lateFlushes;
       RenderedPrim prim;
       prim.patch = geomName;
       prim.id = i < nIds ? ids[i] : -1;
@@ -119,6 +121,10 @@ class RecordingCallbacks : public CameraCallbacks {
       }
       prims.push_back(prim);
     }
+  }
+  void faceDone(const char*, unsigned face) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    done.push_back(face);
   }
   const float* getFloatArray(EFloatArrayAttribute key) override {
     auto found = arrays.find(static_cast<int>(key));
@@ -152,6 +158,8 @@ class RecordingCallbacks : public CameraCallbacks {
   bool keepCollection = false;
   std::vector<Batch> batches;
   std::vector<RenderedPrim> prims;
+  std::vector<unsigned> done;  ///< faces in the order `faceDone` named them
+  int lateFlushes = 0;         ///< primitives flushed for a face already done
 
  private:
   std::mutex mutex;

@@ -442,7 +442,9 @@ void RenderAPI::expectParallelMatchesSerial(const std::string& extra, const std:
     ASSERT_TRUE(runner);
     EXPECT_TRUE(runner->canRunInParallel());
     std::vector<std::unique_ptr<FaceRenderer>> queue;
+    std::vector<unsigned> enqueued;
     for (const auto& face : faces(again.get())) {
+      enqueued.push_back(face.first);
       queue.emplace_back(FaceRenderer::init(again.get(), face.first, &parallel));
       EXPECT_TRUE(runner->enqueue(queue.back().get()));
     }
@@ -454,6 +456,12 @@ void RenderAPI::expectParallelMatchesSerial(const std::string& extra, const std:
     VRDebugLevel = levels.debug;
     EXPECT_TRUE(log.has(threads < 0 ? "Parallel rendering is off." : "Parallel rendering is on.")) << threads;
     runner->release();
+    // Every face is reported done once, after its last batch.
+    std::vector<unsigned> done = parallel.done;
+    std::sort(done.begin(), done.end());
+    std::sort(enqueued.begin(), enqueued.end());
+    EXPECT_EQ(done, enqueued) << threads;
+    EXPECT_EQ(parallel.lateFlushes, 0) << threads;
     const std::vector<RenderedPrim> got = parallel.sorted();
     ASSERT_EQ(got.size(), expected.size()) << threads;
     for (size_t i = 0; i < got.size(); ++i) {

@@ -1,0 +1,74 @@
+#pragma once
+// OrderedRuns: hands the runs of a render (one face of one patch, ids ascending) to a writer in
+// (patch, face, first id) order while the render is still going, from whatever threads render.
+// A run waits in memory only until its face and every face before it are done, so the window
+// holds the few faces that finish early and memory does not grow with the render; writing
+// happens on the thread that completes the head of the window, beside the other workers.
+//
+// Threads: `add` and `faceDone` may be called from several threads at once; runs are delivered
+// one at a time, in order. `startJob` and `finishJob` are for the thread that runs the jobs.
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace vorncli {
+
+/// One run of primitives: one face of one patch, ids ascending, encoded as the render command
+/// spools them.
+struct Run {
+  size_t job = 0;
+  std::string kind;  ///< the primitives' `typeName`
+  int face = 0;
+  int firstId = 0;
+  uint32_t count = 0;
+  std::vector<char> bytes;
+};
+
+class OrderedRuns {
+ public:
+  /// Writes one run; false when writing failed (it has said why), after which nothing more is
+  /// delivered.
+  using Deliver = std::function<bool(const Run&)>;
+  explicit OrderedRuns(Deliver deliver) : deliver(std::move(deliver)) {}
+
+  /// Starts job `job`, whose faces are rendered from `faces`; they are delivered by ascending
+  /// face number.
+  void startJob(size_t job, const std::vector<unsigned>& faces);
+  /// Adds a run of the current job.
+  void add(Run run);
+  /// Face `face` of the current job is complete.
+  void faceDone(int face);
+  /// Delivers what the job still holds, in order (faces never reported done included).
+  void finishJob();
+  bool failed() const;
+  /// The most bytes of runs held at once.
+  size_t peakBytes() const;
+
+ private:
+  struct Slot {
+    std::vector<Run> runs;
+    bool done = false;
+  };
+  // Delivers the done slots at the head; the caller holds `lock` through `hold`, which is
+  // released while writing.
+  void drain(std::unique_lock<std::mutex>& hold, bool everything);
+
+  Deliver deliver;
+  mutable std::mutex lock;
+  size_t job = 0;
+  std::unordered_map<int, size_t> ordinal;  // face -> slot
+  std::vector<Slot> slots;
+  std::vector<Run> strays;  // runs of faces outside the job's list, delivered at the end
+  size_t head = 0;
+  bool delivering = false;
+  bool broken = false;
+  size_t heldBytes = 0, mostBytes = 0;
+};
+
+}  // namespace vorncli
