@@ -92,6 +92,14 @@ void SgRampUIComp::sample(std::vector<double>& out, int count) const {
   }
 }
 
+bool SgRampUIComp::isFlat(float& value) const {
+  if (keys.empty() || !isConstant()) return false;
+  for (auto k = keys.begin(); std::next(k) != keys.end(); ++k)
+    if (k->second.kind != 0 && k->second.kind != 1) return false;
+  value = std::min(1.0f, std::max(0.0f, keys.begin()->second.value));
+  return true;
+}
+
 bool SgRampUIComp::isConstant() const {
   if (keys.empty()) return true;
   const float first = keys.begin()->second.value;

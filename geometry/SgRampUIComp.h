@@ -43,6 +43,9 @@ class SgRampUIComp {
 
   /// True without keys or when every key has the same value.
   bool isConstant() const;
+  /// True when `getValue` gives `value` wherever it is asked: every key has the same value and
+  /// every span is constant or linear (other spans can round away from the value).
+  bool isFlat(float& value) const;
 
   /// Sets the key at `position` (replacing one there).
   void setKey(float position, float value, int kind) { keys[position] = Key{value, kind}; }

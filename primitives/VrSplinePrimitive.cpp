@@ -470,10 +470,14 @@ void VrSplinePrimitive::calcCVWidths(const VrSplinePrimitiveContext& context, st
   if (widths.empty()) widths.resize(context.cGeom().size());
   const size_t n = widths.size();
   const double taper = context.taper, start = context.taperStart;
+  // A flat ramp (the default) needs no look-up per CV.
+  float flatValue = 0.0f;
+  const bool flat = widthRamp.isFlat(flatValue);
   for (size_t i = 0; i < n; ++i) {
     const double s = n > 1 ? static_cast<double>(i) / static_cast<double>(n - 1) : 0.0;
     double f = 1.0;
     if (s > start) f = 1.0 - ((s - start) / (1.0 - start)) * taper;
-    widths[i] = static_cast<float>(f * context.cWidth() * widthRamp.getValue(static_cast<float>(s)));
+    const float ramp = flat ? flatValue : widthRamp.getValue(static_cast<float>(s));
+    widths[i] = static_cast<float>(f * context.cWidth() * ramp);
   }
 }

@@ -52,6 +52,8 @@ struct BatchState {
   unsigned batchLimit = 0;
   unsigned sampleCount = 1;
   std::string typeName;
+  /// `typeName` as the per-primitive path branches on it, worked out once per setup.
+  enum class Kind { Other, Spline, CardOrSphere, Archive } kind = Kind::Other;
   /// One entry per custom channel, in row order: its name, type word and declaration
   /// ("uniform <type>" or "varying <type>" for per-CV values).
   std::vector<std::string> customNames, customTypes, customDeclarations;

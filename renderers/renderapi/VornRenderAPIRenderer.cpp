@@ -262,8 +262,13 @@ void Renderer::initDescription() {
   VrPrimitive* primitive = desc ? desc->activePrimitive() : nullptr;
   state.typeName = primitive ? primitive->typeName() : std::string();
   const bool spline = state.typeName == "SplinePrimitive";
+  using Kind = BatchState::Kind;
+  state.kind = spline                                  ? Kind::Spline
+               : state.typeName == "ArchivePrimitive"  ? Kind::Archive
+               : state.typeName == "CardPrimitive" || state.typeName == "SpherePrimitive" ? Kind::CardOrSphere
+                                                      : Kind::Other;
   setFlag(Flag::IsSpline, spline);
-  setFlag(Flag::IsArchive, state.typeName == "ArchivePrimitive");
+  setFlag(Flag::IsArchive, state.kind == Kind::Archive);
   VR_DEBUG(4, vrmsg::CatRender, "Active primitive is " + state.typeName);
   setFlag(Flag::FaceCamera, false);
   setFlag(Flag::ConstantWidth, false);
@@ -478,7 +483,7 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
   batch.sizeSamples(static_cast<unsigned>(sample + 1));
   std::vector<float>& points = batch.points[static_cast<size_t>(sample)];
   const std::vector<SgVec3T<double>>& cvs = context.cGeom();
-  if (state.typeName == "SplinePrimitive") {
+  if (state.kind == BatchState::Kind::Spline) {
     const SgVec3T<double> root = cvs.empty() ? SgVec3T<double>() : cvs[0];
     for (const SgVec3T<double>& cv : cvs) push(points, root + (cv - root) * hammer.length);
     std::vector<float>& widths = batch.scratch;
@@ -504,9 +509,9 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
       }
     }
     if (sample == 0) ints(batch, I1::CVCount).push_back(static_cast<int>(cvs.size()));
-  } else if (state.typeName == "CardPrimitive" || state.typeName == "SpherePrimitive") {
+  } else if (state.kind == BatchState::Kind::CardOrSphere) {
     pushControlPoints(batch, context, sample, hammer);
-  } else if (state.typeName == "ArchivePrimitive") {
+  } else if (state.kind == BatchState::Kind::Archive) {
     const auto* archive = dynamic_cast<const VrArchivePrimitive*>(primitive);
     pushArchiveFrame(batch, context, sample, hammer, archive ? archive->archiveSize() : 1.0);
     if (sample == 0 && archive) emitArchiveChannels(batch, *archive, context);

@@ -84,3 +84,26 @@ TEST(SgRampUIComp, Sample) {
   EXPECT_EQ(out, std::vector<double>{0.0});
 
 }
+
+// A flat ramp answers its value everywhere, bit for bit; a smooth span or a second value is not flat.
+TEST(SgRampUIComp, FlatRampsGiveTheirValueEverywhere) {
+  const struct {
+    const char* text;
+    bool flat;
+  } cases[] = {
+      {SgRampUIComp::RampUIDefault, true},
+      {"rampUI(0,0.4,0:0.5,0.4,1:1,0.4,3)", true},  // the last key's kind spans nothing
+      {"rampUI(0,1.5,1:1,1.5,1)", true},            // clamped to 1
+      {"rampUI(0,0.4,2:1,0.4,1)", false},
+      {"rampUI(0,0.4,1:1,0.5,1)", false},
+      {"rampUI()", false},
+  };
+  for (const auto& c : cases) {
+    SgRampUIComp ramp;
+    ASSERT_TRUE(ramp.init(c.text)) << c.text;
+    float value = -1.0f;
+    EXPECT_EQ(ramp.isFlat(value), c.flat) << c.text;
+    if (!c.flat) continue;
+    for (int i = 0; i <= 16; ++i) EXPECT_EQ(ramp.getValue(static_cast<float>(i) / 15.0f), value) << c.text << " " << i;
+  }
+}
