@@ -137,7 +137,7 @@ void VrGLRenderer::initDescription() {
   faceCaches.clear();
   retired.push_back(std::move(guides));
   guides = VrGLCache();
-  selected.clear();
+  // The selection names primitives, which outlive a render; its strokes are drawn again at the end.
   retired.push_back(std::move(selectionHighlight));
   selectionHighlight = VrGLCache();
   emitted = 0;
@@ -163,6 +163,7 @@ void VrGLRenderer::initDescription() {
 
 void VrGLRenderer::finishDescription() {
   VrRenderer::finishDescription();
+  if (!selected.empty()) highlightSelection();
   VrDescription* desc = description();
   const VrPrimitive* primitive = desc ? desc->activePrimitive() : nullptr;
   if (!guidesFlag || !primitive) return;

@@ -68,7 +68,7 @@ class VrGLRenderer : public VrRenderer {
   /// @{
   /// Drops the caches of an earlier render, checks the expressions and the shader channels.
   void initDescription() override;
-  /// Builds the guides' cache when guides are to be drawn.
+  /// Builds the guides' cache when guides are to be drawn, and the strokes of the selection.
   void finishDescription() override;
   bool canRunInParallel() const override { return true; }
   std::unique_ptr<VrRendererContext> newRendererContext() const override;
@@ -111,6 +111,7 @@ class VrGLRenderer : public VrRenderer {
   /// description lacks is reported and skipped.
   size_t selectPrims(const float viewProjection[16], unsigned width, unsigned height, double x0, double y0,
                      double x1, double y1);
+  /// The selection; it lasts over later renders (drawn again at `finishDescription`).
   const std::vector<SelectedPrim>& selection() const { return selected; }
   void clearSelection();
   /// Culls the selected primitives by hand in their patches (`VrPatch::cullPrim`) and clears

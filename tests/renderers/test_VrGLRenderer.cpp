@@ -194,6 +194,9 @@ TEST(VrGLRenderer, BoxesSelectThePrimitivesTheyCross) {
   EXPECT_EQ(one.count({cache.face, prim.id}), 1u);
   EXPECT_LT(one.size(), all.size() / 4);
   EXPECT_EQ(previewer.selection().front().patch, "body");
+  // The selection lasts over another render.
+  ASSERT_TRUE(VrRenderDescription(previewer, 2));
+  EXPECT_EQ(previewer.selection().size(), one.size());
   previewer.clearSelection();
   EXPECT_TRUE(previewer.selection().empty());
 }

@@ -1,14 +1,15 @@
 // `vorn view` under a virtual X server: it draws the hair where `vorn preview` would, and a box
 // selection scripted through its own options culls exactly the primitives whose root-to-tip line
 // crosses the box (worked out here from the JSON lines of `vorn render`, by walking each line in
-// small steps), saves the collection and leaves them out of the next render. Without a display it
-// fails with a sentence. The tests are skipped where xvfb-run is missing or cannot start a server.
+// small steps), saves the collection and leaves them out of the next render. A change of the file
+// while it runs is read and drawn. Without a display it fails with a sentence. The tests are skipped where xvfb-run is missing or cannot start a server.
 
 #include "support/CliExpect.h"
 #include "support/PreviewShots.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <set>
 #include <sstream>
@@ -115,6 +116,38 @@ TEST(VornViewGL, ABoxSelectionCullsWhatItCrossesAndSaves) {
   const std::vector<Hair> kept = readHairs(dir.file("after.jsonl"));
   EXPECT_EQ(kept.size() + expected.size(), hairs.size());
   for (const Hair& hair : kept) EXPECT_EQ(expected.count({hair.patch, hair.face, hair.id}), 0u) << hair.id;
+}
+
+TEST(VornViewGL, AChangeOfTheFileIsDrawnAgain) {
+  vrtest::TempDir dir;
+  const std::string coll = collection(dir, "");
+  const std::string out = shellWord(dir.file("view.out")), pid = shellWord(dir.file("view.pid"));
+  // The viewer runs until killed; the test waits (a minute at most) for its first render, doubles
+  // the density with `vorn set`, waits for the second render and stops it.
+  dir.write("view.sh", vrtest::vornCli() + " view " + viewArguments(coll, "") + " > " + out + " 2>&1 &\necho $! > " +
+                           pid + "\nwait\n");
+  auto waitFor = [&](int renders) {
+    return "for i in $(seq 600); do [ \"$(grep -c '^rendered' " + out + " 2>/dev/null)\" -ge " +
+           std::to_string(renders) + " ] 2>/dev/null && break; sleep 0.1; done\n";
+  };
+  dir.write("driver.sh", "xvfb-run -a -s '-screen 0 1024x768x24' sh " + shellWord(dir.file("view.sh")) + " &\n" +
+                             waitFor(1) + vrtest::vornCli() + " set " + shellWord(coll) +
+                             " density 800 hair RandomGenerator\n" + waitFor(2) + "kill $(cat " + pid + ")\nwait\ncat " +
+                             out + "\n");
+  if (std::system("command -v xvfb-run >/dev/null 2>&1") != 0) GTEST_SKIP() << "xvfb-run is not installed";
+  const vrtest::CommandResult run = vrtest::runCommand("timeout 300 sh " + shellWord(dir.file("driver.sh")));
+  if (run.output.find("xvfb-run: error") != std::string::npos) GTEST_SKIP() << run.output;
+  // 2486 primitives at the example's density, about twice as many after.
+  unsigned first = 0, second = 0;
+  const size_t at = run.output.find("rendered ");
+  ASSERT_NE(at, std::string::npos) << run.output;
+  const size_t again = run.output.find("changed; reading it again", at);
+  ASSERT_NE(again, std::string::npos) << run.output;
+  ASSERT_EQ(std::sscanf(run.output.c_str() + at, "rendered %u", &first), 1);
+  const size_t next = run.output.find("rendered ", again);
+  ASSERT_NE(next, std::string::npos) << run.output;
+  ASSERT_EQ(std::sscanf(run.output.c_str() + next, "rendered %u", &second), 1);
+  EXPECT_GT(second, first * 3 / 2) << run.output;
 }
 
 TEST(VornViewGL, WithoutADisplayItFailsWithASentence) {
