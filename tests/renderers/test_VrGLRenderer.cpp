@@ -2,20 +2,25 @@
 // thread count, the limit and the culled outlines keep their promises, older attribute names
 // still work, and the shader channels stop at the first empty one. Its selection: boxes in the
 // picture pick primitives as their root-to-tip lines cross them, culling takes the picked ones out
-// of the next render, and promoting splines is refused without culling anything.
+// of the next render, promoting writes one instance for each picked archive and culls exactly
+// those, and promoting splines is refused without culling anything.
 
 #include "geometry/VrPatch.h"
+#include "renderers/BakeScene.h"
 #include "renderers/VrGLCamera.h"
 #include "renderers/VrGLLabels.h"
 #include "renderers/VrGLRenderer.h"
 #include "renderers/VrRenderDescription.h"
 #include "support/CaptureLogger.h"
+#include "support/ScopedEnv.h"
 #include "support/ShapeScene.h"
+#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 #include <oneapi/tbb/global_control.h>
 
 #include <cstring>
+#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
@@ -234,6 +239,29 @@ TEST(VrGLRenderer, PromotingSplinesIsRefusedAndCullsNothing) {
   EXPECT_FALSE(previewer.promoteSelectedPrims());
   EXPECT_TRUE(log.has("Spline primitive not yet supported by PromoteRenderer."));
   EXPECT_TRUE(scene.patch->culledPrims().empty());
+}
+
+TEST(VrGLRenderer, PromotingTheSelectionExportsAndCullsExactlyIt) {
+  vrtest::TempDir dir;
+  vrtest::ScopedEnv tmp("TMP", dir.path().c_str());
+  vrtest::BakeScene scene("PromoteRenderer");  // archives, one instance frame each
+  auto& previewer = *static_cast<VrGLRenderer*>(scene.description->addObject("GLRenderer"));
+  ASSERT_TRUE(VrRenderDescription(previewer, 1));
+  const std::set<FaceId> all = idsOf(previewer, false);
+  const std::set<FaceId> picked = Picture(previewer).select(previewer, 0, 0, 100, 200);
+  ASSERT_FALSE(picked.empty());
+  ASSERT_LT(picked.size(), all.size());
+  ASSERT_TRUE(previewer.promoteSelectedPrims());
+  // The header's 14 lines, then 14 a record.
+  size_t lines = 0;
+  std::ifstream pmt(previewer.promotedFile());
+  for (std::string line; std::getline(pmt, line);) ++lines;
+  EXPECT_EQ(previewer.promotedFile(), dir.path() + "/fur.pmt");
+  EXPECT_EQ(lines, 14u + 14u * picked.size());
+  std::set<FaceId> culled;
+  for (const auto& face : scene.description->patch("skin")->culledPrims())
+    for (unsigned id : face.second) culled.insert({face.first, id});
+  EXPECT_EQ(culled, picked);
 }
 
 }  // namespace
