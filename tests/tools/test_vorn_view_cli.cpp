@@ -158,4 +158,22 @@ TEST(VornViewGL, WithoutADisplayItFailsWithASentence) {
   EXPECT_TRUE(vrtest::ranWith(run, 1, "vorn: cannot open a window")) << run.output;
 }
 
+TEST(VornViewCli, BadUsageIsRefusedBeforeAWindowOpens) {
+  vrtest::TempDir dir;
+  const std::string coll = collection(dir, "");
+  const struct {
+    std::string args;
+    int code;
+    std::string message;
+  } cases[] = {
+      {shellWord(coll) + " --geom " + shellWord(geometry) + " --size 10x10", 2, "--size takes WIDTHxHEIGHT"},
+      {shellWord(coll) + " --geom " + shellWord(geometry) + " --mark cull", 2, "--mark needs --select"},
+      {shellWord(coll) + " --geom " + shellWord(geometry) + " --select 1,2,3", 2, "--select takes"},
+      {shellWord(coll) + " --geom " + shellWord(geometry) + " --screenshot x.png", 2, "--screenshot needs"},
+      {shellWord(dir.file("none.vorn")) + " --geom " + shellWord(geometry), 1, "no such collection file"},
+      {shellWord(coll) + " --geom " + shellWord(dir.file("none.abc")), 1, "no such geometry file"},
+  };
+  for (const auto& c : cases) EXPECT_TRUE(vrtest::ranWith(vorn("view " + c.args), c.code, c.message)) << c.args;
+}
+
 }  // namespace
