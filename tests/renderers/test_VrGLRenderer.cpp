@@ -2,8 +2,8 @@
 // thread count, the limit and the culled outlines keep their promises, older attribute names
 // still work, and the shader channels stop at the first empty one. Its selection: boxes in the
 // picture pick primitives as their root-to-tip lines cross them, culling takes the picked ones out
-// of the next render, promoting writes one instance for each picked archive and culls exactly
-// those, and promoting splines is refused without culling anything.
+// of the next render, and promoting writes one instance for each picked archive and culls exactly
+// those.
 
 #include "geometry/VrPatch.h"
 #include "renderers/BakeScene.h"
@@ -228,17 +228,6 @@ TEST(VrGLRenderer, CullingTheSelectionTakesItOutOfTheNextRender) {
   previewer.setAttr("culled", "true", "bool");
   ASSERT_TRUE(VrRenderDescription(previewer, 2));
   EXPECT_EQ(idsOf(previewer, true), picked);
-}
-
-TEST(VrGLRenderer, PromotingSplinesIsRefusedAndCullsNothing) {
-  GLScene scene;
-  VrGLRenderer& previewer = scene.previewer();
-  ASSERT_TRUE(VrRenderDescription(previewer, 1));
-  ASSERT_FALSE(Picture(previewer).select(previewer, 0, 0, 200, 200).empty());
-  vrtest::CaptureLogger log;
-  EXPECT_FALSE(previewer.promoteSelectedPrims());
-  EXPECT_TRUE(log.has("Spline primitive not yet supported by PromoteRenderer."));
-  EXPECT_TRUE(scene.patch->culledPrims().empty());
 }
 
 TEST(VrGLRenderer, PromotingTheSelectionExportsAndCullsExactlyIt) {
