@@ -138,3 +138,28 @@ void VrGLCamera::applyToRenderer() const {
   VrRenderer::setRealCamDir(back * -1.0);
   VrRenderer::setCamIsOrtho(false);
 }
+
+void VrGLCamera::orbit(double yaw, double pitch) {
+  const SgVec3T<double> offset = eye - target;
+  const double radius = offset.length();
+  if (!(radius > 0.0)) return;
+  const double heading = std::atan2(offset.x, offset.z) + yaw * degrees;
+  const double limit = 89.0 * degrees;
+  const double elevation = std::clamp(std::asin(std::clamp(offset.y / radius, -1.0, 1.0)) + pitch * degrees, -limit, limit);
+  eye = target + SgVec3T<double>(std::sin(heading) * std::cos(elevation), std::sin(elevation),
+                                 std::cos(heading) * std::cos(elevation)) * radius;
+}
+
+void VrGLCamera::pan(double right, double up) {
+  SgVec3T<double> x, y, back;
+  axes(*this, x, y, back);
+  const double height = 2.0 * (eye - target).length() * std::tan(fovY * 0.5 * degrees);
+  const SgVec3T<double> shift = (x * right + y * up) * height;
+  eye = eye + shift;
+  target = target + shift;
+}
+
+void VrGLCamera::zoom(double factor) {
+  if (!(factor > 0.0) || !std::isfinite(factor)) return;
+  eye = target + (eye - target) * std::max(factor, 1e-6);
+}

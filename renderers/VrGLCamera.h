@@ -32,4 +32,16 @@ struct VrGLCamera {
   SgVec3T<double> lightDirection() const;
   /// Writes the camera into VrRenderer's process-wide camera state.
   void applyToRenderer() const;
+
+  /// @name Moving the camera, as a viewer's mouse does
+  /// @{
+  /// Turns the eye around the target: `yaw` degrees about +y, `pitch` degrees up over the
+  /// target; the eye stays 1 degree short of straight above or below.
+  void orbit(double yaw, double pitch);
+  /// Moves eye and target together across the view, by `right` and `up` in units of the
+  /// picture's height at the target's distance.
+  void pan(double right, double up);
+  /// Moves the eye towards the target, to `factor` times its distance (above 0).
+  void zoom(double factor);
+  /// @}
 };

@@ -3,6 +3,7 @@
 #include <epoxy/gl.h>
 
 #include <cstddef>
+#include <vector>
 
 namespace {
 
@@ -149,4 +150,47 @@ void VrGLUpload(VrGLCache& cache) {
 void VrGLRelease(VrGLCache& cache) {
   for (VrGLCache::Mesh* mesh : cache.meshes) releaseMesh(*mesh);
   cache.dirty = true;
+}
+
+void VrGLBeginFrame(const float background[3], unsigned width, unsigned height) {
+  glViewport(0, 0, GLsizei(width), GLsizei(height));
+  glClearColor(background[0], background[1], background[2], 1.0f);
+  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+  glEnable(GL_DEPTH_TEST);
+  glDepthFunc(GL_LEQUAL);
+  glDisable(GL_CULL_FACE);
+}
+
+bool VrGLReadFrame(unsigned width, unsigned height, VrRgbImage& image) {
+  std::vector<uint8_t> rgba(size_t(width) * height * 4);
+  glPixelStorei(GL_PACK_ALIGNMENT, 1);
+  glReadPixels(0, 0, GLint(width), GLint(height), GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+  image.width = width;
+  image.height = height;
+  image.pixels.resize(size_t(width) * height * 3);
+  // GL's rows run bottom to top.
+  for (unsigned y = 0; y < height; ++y) {
+    const uint8_t* from = &rgba[size_t(height - 1 - y) * width * 4];
+    uint8_t* to = &image.pixels[size_t(y) * width * 3];
+    for (unsigned x = 0; x < width; ++x) {
+      to[3 * x] = from[4 * x];
+      to[3 * x + 1] = from[4 * x + 1];
+      to[3 * x + 2] = from[4 * x + 2];
+    }
+  }
+  return glGetError() == GL_NO_ERROR;
+}
+
+std::string VrGLDriverName() {
+  const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+  const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+  return std::string(renderer ? renderer : "?") + " (" + (version ? version : "?") + ")";
+}
+
+void VrGLDrawOverlay(const VrGLProgram& program, VrGLCache& overlay) {
+  static const float identity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+  VrGLUpload(overlay);
+  program.use(identity, SgVec3T<double>(0.0, 0.0, 1.0));
+  program.draw(overlay, false);
+  VrGLRelease(overlay);
 }

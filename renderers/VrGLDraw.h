@@ -6,6 +6,7 @@
 // Lighting: triangles are lit two-sided by their normal; lines by their tangent (the brightest
 // where the light crosses the curve, as on a thin tube); outlines are not lit.
 
+#include "io/VrPngFile.h"
 #include "renderers/VrGLCache.h"
 
 #include <string>
@@ -36,3 +37,15 @@ class VrGLProgram {
 void VrGLUpload(VrGLCache& cache);
 /// Deletes the cache's buffer objects.
 void VrGLRelease(VrGLCache& cache);
+
+/// Readies the bound framebuffer for a `width` x `height` picture: viewport, cleared colour
+/// (`background`, RGB from 0 to 1) and depth, depth test on.
+void VrGLBeginFrame(const float background[3], unsigned width, unsigned height);
+/// Reads the `width` x `height` picture of the framebuffer bound for reading, top row first;
+/// false when the driver reports an error.
+bool VrGLReadFrame(unsigned width, unsigned height, VrRgbImage& image);
+/// "<renderer> (<version>)" of the current context's driver.
+std::string VrGLDriverName();
+/// Draws `overlay`, whose points are in device coordinates (x and y from -1 to 1, z -1 in front),
+/// unlit over the picture; uploads and frees its buffers. Leaves the program current.
+void VrGLDrawOverlay(const VrGLProgram& program, VrGLCache& overlay);

@@ -1,5 +1,7 @@
 #include "renderers/VrGLHeadlessContext.h"
 
+#include "renderers/VrGLDraw.h"
+
 #include <epoxy/egl.h>
 #include <epoxy/gl.h>
 
@@ -113,19 +115,12 @@ bool VrGLHeadlessContext::create(unsigned width, unsigned height, std::string& e
 }
 
 std::string VrGLHeadlessContext::driverName() const {
-  if (impl->context == EGL_NO_CONTEXT) return std::string();
-  const auto* renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
-  const auto* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
-  return std::string(renderer ? renderer : "?") + " (" + (version ? version : "?") + ")";
+  return impl->context == EGL_NO_CONTEXT ? std::string() : VrGLDriverName();
 }
 
 void VrGLHeadlessContext::begin(const float background[3]) {
   glBindFramebuffer(GL_FRAMEBUFFER, impl->drawFramebuffer);
-  glClearColor(background[0], background[1], background[2], 1.0f);
-  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  glEnable(GL_DEPTH_TEST);
-  glDepthFunc(GL_LEQUAL);
-  glDisable(GL_CULL_FACE);
+  VrGLBeginFrame(background, impl->width, impl->height);
 }
 
 bool VrGLHeadlessContext::read(VrRgbImage& image) {
@@ -136,22 +131,7 @@ bool VrGLHeadlessContext::read(VrRgbImage& image) {
   glBlitFramebuffer(0, 0, GLint(g.width), GLint(g.height), 0, 0, GLint(g.width), GLint(g.height),
                     GL_COLOR_BUFFER_BIT, GL_NEAREST);
   glBindFramebuffer(GL_READ_FRAMEBUFFER, g.readFramebuffer);
-  std::vector<uint8_t> rgba(size_t(g.width) * g.height * 4);
-  glPixelStorei(GL_PACK_ALIGNMENT, 1);
-  glReadPixels(0, 0, GLint(g.width), GLint(g.height), GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+  const bool read = VrGLReadFrame(g.width, g.height, image);
   glBindFramebuffer(GL_FRAMEBUFFER, g.drawFramebuffer);
-  image.width = g.width;
-  image.height = g.height;
-  image.pixels.resize(size_t(g.width) * g.height * 3);
-  // GL's rows run bottom to top.
-  for (unsigned y = 0; y < g.height; ++y) {
-    const uint8_t* from = &rgba[size_t(g.height - 1 - y) * g.width * 4];
-    uint8_t* to = &image.pixels[size_t(y) * g.width * 3];
-    for (unsigned x = 0; x < g.width; ++x) {
-      to[3 * x] = from[4 * x];
-      to[3 * x + 1] = from[4 * x + 1];
-      to[3 * x + 2] = from[4 * x + 2];
-    }
-  }
-  return glGetError() == GL_NO_ERROR;
+  return read;
 }

@@ -37,3 +37,16 @@ void VrGLAddLabel(VrGLCache::Mesh& mesh, const std::string& text, const double c
     }
   }
 }
+
+void VrGLAddRectangle(VrGLCache::Mesh& mesh, double x0, double y0, double x1, double y1, unsigned width,
+                      unsigned height, const SgVec3T<double>& color) {
+  if (width == 0 || height == 0) return;
+  auto at = [&](double x, double y) { return SgVec3T<double>(2.0 * x / width - 1.0, 1.0 - 2.0 * y / height, -1.0); };
+  const SgVec3T<double> corners[4] = {at(x0, y0), at(x1, y0), at(x1, y1), at(x0, y1)};
+  for (int k = 0; k < 4; ++k) {
+    const uint32_t i = mesh.add(corners[k], SgVec3T<double>(), color);
+    mesh.add(corners[(k + 1) % 4], SgVec3T<double>(), color);
+    mesh.indices.push_back(i);
+    mesh.indices.push_back(i + 1);
+  }
+}

@@ -16,3 +16,8 @@ void VrGLAddLabel(VrGLCache::Mesh& mesh, const std::string& text, const double c
 
 /// The clip-space point of `p` under the column-major matrix `viewProjection`.
 void VrGLProject(const float viewProjection[16], const SgVec3T<double>& p, double clip[4]);
+
+/// Appends the four edges of the box with corners (x0, y0) and (x1, y1), in pixels from the top
+/// left of a `width` x `height` picture, to `mesh`, in front of everything drawn.
+void VrGLAddRectangle(VrGLCache::Mesh& mesh, double x0, double y0, double x1, double y1, unsigned width,
+                      unsigned height, const SgVec3T<double>& color);

@@ -11,6 +11,7 @@
 #include "primitives/VrSpherePrimitive.h"
 #include "renderers/VrGLDraw.h"
 #include "renderers/VrGLLabels.h"
+#include "renderers/VrOpenGLThread.h"
 
 #include <algorithm>
 #include <cmath>
@@ -136,6 +137,9 @@ void VrGLRenderer::initDescription() {
   faceCaches.clear();
   retired.push_back(std::move(guides));
   guides = VrGLCache();
+  // The selection names primitives, which outlive a render; its strokes are drawn again at the end.
+  retired.push_back(std::move(selectionHighlight));
+  selectionHighlight = VrGLCache();
   emitted = 0;
   limitReported = false;
   serialCulledPending = false;
@@ -159,6 +163,7 @@ void VrGLRenderer::initDescription() {
 
 void VrGLRenderer::finishDescription() {
   VrRenderer::finishDescription();
+  if (!selected.empty()) highlightSelection();
   VrDescription* desc = description();
   const VrPrimitive* primitive = desc ? desc->activePrimitive() : nullptr;
   if (!guidesFlag || !primitive) return;
@@ -383,23 +388,29 @@ void VrGLRenderer::addArchive(VrGLCache& cache, const VrPrimitiveContext& contex
 // ---------------------------------------------------------------------------------------------
 // Drawing
 
-void VrGLRenderer::refresh(bool all, bool) {
+void VrGLRenderer::refresh(bool all, bool unused) {
+  if (!VrOpenGLThread::instance().isMainThread())
+    return VrOpenGLThread::instance().enqueueAndWait([&] { refresh(all, unused); });
   for (VrGLCache& old : retired) VrGLRelease(old);
   retired.clear();
   for (auto& entry : faceCaches) {
     if (all) entry.second.dirty = true;
     VrGLUpload(entry.second);
   }
-  if (all) guides.dirty = true;
+  if (all) guides.dirty = selectionHighlight.dirty = true;
   VrGLUpload(guides);
+  VrGLUpload(selectionHighlight);
   setDirty(false);
 }
 
 void VrGLRenderer::cleanRefresh() {
+  if (!VrOpenGLThread::instance().isMainThread())
+    return VrOpenGLThread::instance().enqueueAndWait([&] { cleanRefresh(); });
   for (VrGLCache& old : retired) VrGLRelease(old);
   retired.clear();
   for (auto& entry : faceCaches) VrGLRelease(entry.second);
   VrGLRelease(guides);
+  VrGLRelease(selectionHighlight);
 }
 
 void VrGLRenderer::overrideColor(const std::string& color) {
@@ -416,6 +427,7 @@ void VrGLRenderer::restoreColor() { colorOverridden = false; }
 void VrGLRenderer::draw(const VrGLProgram& program) const {
   for (const auto& entry : faceCaches) program.draw(entry.second, culledFlag);
   if (guidesFlag) program.draw(guides, false);
+  program.draw(selectionHighlight, false);
 }
 
 void VrGLRenderer::drawLabels(const VrGLProgram& program, const float viewProjection[16], unsigned width,
@@ -439,11 +451,7 @@ void VrGLRenderer::drawLabels(const VrGLProgram& program, const float viewProjec
       VrGLAddLabel(labels.polygons, std::to_string(cache.face), clip, width, height, yellow);
     }
   }
-  VrGLUpload(labels);
-  static const float identity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-  program.use(identity, SgVec3T<double>(0.0, 0.0, 1.0));
-  program.draw(labels, false);
-  VrGLRelease(labels);
+  VrGLDrawOverlay(program, labels);
 }
 
 SgBox3T<double> VrGLRenderer::bounds() const {

@@ -9,7 +9,8 @@
 // Threads: emission runs on render workers; each keeps its faces in its own renderer context,
 // merged into the renderer's caches under `reduceMutex` when the worker ends, so the caches do
 // not depend on the thread count. Only `refresh`, `cleanRefresh` and `draw` touch GL, on the
-// thread that owns the context.
+// thread that owns the context; `refresh` and `cleanRefresh` called on another thread are sent to
+// it through VrOpenGLThread and wait there.
 //
 // Older spellings accepted on read: drawPatchNames, drawPrimIDs, drawPrimIDsAt, drawCulled,
 // drawVertices, drawCPoly.
@@ -67,7 +68,7 @@ class VrGLRenderer : public VrRenderer {
   /// @{
   /// Drops the caches of an earlier render, checks the expressions and the shader channels.
   void initDescription() override;
-  /// Builds the guides' cache when guides are to be drawn.
+  /// Builds the guides' cache when guides are to be drawn, and the strokes of the selection.
   void finishDescription() override;
   bool canRunInParallel() const override { return true; }
   std::unique_ptr<VrRendererContext> newRendererContext() const override;
@@ -92,6 +93,36 @@ class VrGLRenderer : public VrRenderer {
   /// at its centre (with `faceIds`), as seen through `viewProjection` in a `width` x `height`
   /// picture; leaves the program current with an identity view.
   void drawLabels(const VrGLProgram& program, const float viewProjection[16], unsigned width, unsigned height) const;
+  /// @}
+
+  /// @name Selection (renderers/VrGLSelection.cpp)
+  /// @{
+  /// A selected primitive: its patch, face and id.
+  struct SelectedPrim {
+    std::string patch;
+    int face = -1;
+    unsigned id = 0;
+    bool operator==(const SelectedPrim& o) const { return patch == o.patch && face == o.face && id == o.id; }
+  };
+  /// Selects the emitted primitives (culled ones aside) whose root-to-tip segment, projected by
+  /// `viewProjection` into a `width` x `height` picture, crosses the box with corners (x0, y0)
+  /// and (x1, y1) in pixels from the picture's top left; a primitive with an end behind the
+  /// camera is left out. Replaces the selection, answers its size. A face whose patch the
+  /// description lacks is reported and skipped.
+  size_t selectPrims(const float viewProjection[16], unsigned width, unsigned height, double x0, double y0,
+                     double x1, double y1);
+  /// The selection; it lasts over later renders (drawn again at `finishDescription`).
+  const std::vector<SelectedPrim>& selection() const { return selected; }
+  void clearSelection();
+  /// Culls the selected primitives by hand in their patches (`VrPatch::cullPrim`) and clears
+  /// the selection; the next render leaves them out. False when nothing was selected.
+  bool cullSelectedPrims();
+  /// Exports the selected archive primitives as instances, as the PromoteRenderer does (one
+  /// ".pmt" in the temporary folder), and culls them by hand; clears the selection. False when
+  /// nothing was selected or the export failed (other kinds than archives are refused).
+  bool promoteSelectedPrims();
+  /// The file the last `promoteSelectedPrims` wrote.
+  const std::string& promotedFile() const { return promotePath; }
   /// @}
 
   /// @name Results
@@ -119,6 +150,10 @@ class VrGLRenderer : public VrRenderer {
                   const SgVec3T<double>& color, bool culled) const;
   // Whether the next primitive may still be emitted under `primNumLimit`; counts it if so.
   bool takeSlot();
+  // Applies "cull" or "promote" to the selection.
+  bool markSelectedPrims(const std::string& operation);
+  // Rebuilds the highlight of the selection.
+  void highlightSelection();
 
   std::unique_ptr<VrExpression> colorExpression;
   std::unique_ptr<VrExpression> guideColorExpression;
@@ -143,4 +178,7 @@ class VrGLRenderer : public VrRenderer {
   std::map<std::pair<std::string, int>, VrGLCache> faceCaches;
   VrGLCache guides;
   std::vector<VrGLCache> retired;  ///< dropped caches whose GL buffers are still to be freed
+  std::vector<SelectedPrim> selected;
+  VrGLCache selectionHighlight;  ///< root-to-tip strokes of the selected primitives
+  std::string promotePath;
 };

@@ -8,6 +8,7 @@ PACKAGES=(
   cmake ninja-build pkg-config g++ make ccache
   libtbb-dev rapidjson-dev zlib1g-dev libimath-dev libosd-dev libembree-dev libnanoflann-dev
   libkseexpr-dev libegl-dev libopengl-dev libgl1-mesa-dri libepoxy-dev libpng-dev
+  libglfw3-dev xvfb xauth
   libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev
   ocl-icd-opencl-dev opencl-c-headers pocl-opencl-icd clinfo
 )

@@ -136,6 +136,33 @@ struct PreviewRequest {
 /// any failure (no picture then), among them a machine without OpenGL; 2 on bad usage.
 int runPreview(const PreviewRequest& request);
 
+/// What `vorn view` shows and how (see docs/preview.md).
+struct ViewRequest {
+  std::string collection;   ///< collection file, watched for changes
+  std::string geometry;     ///< Alembic file the patches bind to
+  double frame = 1.0;
+  std::string size = "1280x720";  ///< the window's size
+  std::string camera;       ///< "ex,ey,ez,tx,ty,tz[,fov]"; empty: frame what is drawn
+  bool guides = false, culled = false, ids = false, vertices = false, poly = false;
+  int threads = 0;
+  double fps = 24.0;
+  /// For scripts and tests: stop after drawing this many frames (0: run until closed), write
+  /// the last one to `screenshot`, and after the first frame select the box `select`
+  /// ("X0,Y0,X1,Y1" in pixels from the top left) and apply `mark` ("cull" or "promote") to it.
+  int exitAfter = 0;
+  std::string screenshot;
+  std::string select;
+  std::string mark;
+};
+
+/// The keys and mouse of `vorn view`, as its help and docs/preview.md list them.
+extern const char* const ViewControls;
+
+/// `vorn view COLL --geom GEOM.abc [--frame F]`: a window with the surfaces and primitives, an
+/// orbit camera, toggles, box selection (cull or promote, saving the collection) and a reload
+/// whenever the collection file changes. 1 on any failure, among them no display; 2 on bad usage.
+int runView(const ViewRequest& request);
+
 /// `vorn preset export COLL DESCRIPTION OUT [--with-guides]`: writes the description as a
 /// preset (document/VrDescriptionFile.h), with its guide shapes when `withGuides`.
 int runPresetExport(const std::string& collection, const std::string& description,

@@ -240,6 +240,28 @@ int main(int argc, char** argv) {
   preview->add_option("--threads", previewRequest.threads, "build the preview on N threads (default: every core)");
   preview->add_option("--fps", previewRequest.fps, "frames per second (default 24)");
 
+  vorncli::ViewRequest viewRequest;
+  CLI::App* view = app.add_subcommand("view", "a window with the surfaces and primitives of a collection, redrawn when the file changes");
+  view->add_option("collection", viewRequest.collection, "collection file (.vorn)")->required();
+  view->add_option("--geom", viewRequest.geometry, "Alembic file the patches bind to")->required();
+  view->add_option("--frame", viewRequest.frame, "frame to draw (default 1)");
+  view->add_option("--size", viewRequest.size, "window size WIDTHxHEIGHT (default 1280x720)");
+  view->add_option("--camera", viewRequest.camera, "\"ex,ey,ez,tx,ty,tz[,fov]\"; without it the view frames what is drawn");
+  view->add_flag("--guides", viewRequest.guides, "start with the guides drawn");
+  view->add_flag("--culled", viewRequest.culled, "start with culled primitives in outline");
+  view->add_flag("--ids", viewRequest.ids, "start with primitive ids drawn");
+  view->add_flag("--vertices", viewRequest.vertices, "start with the CVs drawn");
+  view->add_flag("--poly", viewRequest.poly, "start with the control polygons drawn");
+  view->add_option("--threads", viewRequest.threads, "build the preview on N threads (default: every core)");
+  view->add_option("--fps", viewRequest.fps, "frames per second (default 24)");
+  view->add_option("--exit-after", viewRequest.exitAfter, "scripts: draw N frames, print the frame rate and exit");
+  view->add_option("--screenshot", viewRequest.screenshot, "scripts: write the last frame drawn to this .png");
+  view->add_option("--select", viewRequest.select,
+                   "scripts: after the first frame select the box \"X0,Y0,X1,Y1\" (pixels from the top left)");
+  view->add_option("--mark", viewRequest.mark, "scripts: cull or promote the selection of --select and save")
+      ->check(CLI::IsMember({"cull", "promote"}));
+  view->footer(vorncli::ViewControls);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -317,6 +339,7 @@ int main(int argc, char** argv) {
     return vorncli::runRender(renderRequest);
   }
   if (*preview) return vorncli::runPreview(previewRequest);
+  if (*view) return vorncli::runView(viewRequest);
   if (*clumpsMake) return vorncli::runClumpsMake(clumpsRequest);
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;

@@ -1,16 +1,27 @@
 // The GL previewer's emission (no GL needed): what it caches for a render does not depend on the
 // thread count, the limit and the culled outlines keep their promises, older attribute names
-// still work, and the shader channels stop at the first empty one.
+// still work, and the shader channels stop at the first empty one. Its selection: boxes in the
+// picture pick primitives as their root-to-tip lines cross them, culling takes the picked ones out
+// of the next render, and promoting writes one instance for each picked archive and culls exactly
+// those.
 
+#include "geometry/VrPatch.h"
+#include "renderers/BakeScene.h"
+#include "renderers/VrGLCamera.h"
+#include "renderers/VrGLLabels.h"
 #include "renderers/VrGLRenderer.h"
 #include "renderers/VrRenderDescription.h"
 #include "support/CaptureLogger.h"
+#include "support/ScopedEnv.h"
 #include "support/ShapeScene.h"
+#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 #include <oneapi/tbb/global_control.h>
 
 #include <cstring>
+#include <fstream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -134,6 +145,112 @@ TEST(VrGLRenderer, ShaderChannelsStopAtTheFirstEmptyOne) {
       EXPECT_EQ(entry.second.shaderParams[3 * i + 1], 0.0f);
     }
   }
+}
+
+// A primitive's face and id: ids count within a face.
+using FaceId = std::pair<int, unsigned>;
+
+// A 200 x 200 picture framing everything the previewer drew.
+struct Picture {
+  explicit Picture(const VrGLRenderer& previewer) {
+    const SgBox3T<double> box = previewer.bounds();
+    VrGLCamera::framing(box, 1.0).viewProjection(box, matrix);
+  }
+  std::set<FaceId> select(VrGLRenderer& previewer, double x0, double y0, double x1, double y1) const {
+    const size_t count = previewer.selectPrims(matrix, 200, 200, x0, y0, x1, y1);
+    std::set<FaceId> ids;
+    for (const VrGLRenderer::SelectedPrim& prim : previewer.selection()) ids.insert({prim.face, prim.id});
+    EXPECT_EQ(count, ids.size());
+    return ids;
+  }
+  float matrix[16];
+};
+
+std::set<FaceId> idsOf(const VrGLRenderer& previewer, bool culled) {
+  std::set<FaceId> ids;
+  for (const auto& entry : previewer.caches())
+    for (const VrGLCache::Prim& prim : entry.second.prims)
+      if (prim.culled == culled) ids.insert({entry.second.face, prim.id});
+  return ids;
+}
+
+TEST(VrGLRenderer, BoxesSelectThePrimitivesTheyCross) {
+  GLScene scene;
+  VrGLRenderer& previewer = scene.previewer();
+  ASSERT_TRUE(VrRenderDescription(previewer, 1));
+  const std::set<FaceId> all = idsOf(previewer, false);
+  ASSERT_GT(all.size(), 20u);
+  const Picture picture(previewer);
+  EXPECT_EQ(picture.select(previewer, 0, 0, 200, 200), all);
+  EXPECT_TRUE(picture.select(previewer, -60, -60, -10, -10).empty());
+  // Corners in either order; the two halves of the picture together hold every primitive.
+  std::set<FaceId> halves = picture.select(previewer, 100, 200, 0, 0);
+  const std::set<FaceId> right = picture.select(previewer, 100, 0, 200, 200);
+  EXPECT_LT(right.size(), all.size());
+  halves.insert(right.begin(), right.end());
+  EXPECT_EQ(halves, all);
+  // A box of two pixels around one primitive's root holds it and few others.
+  const VrGLCache& cache = previewer.caches().begin()->second;
+  const VrGLCache::Prim& prim = cache.prims.front();
+  double clip[4];
+  VrGLProject(picture.matrix, prim.first, clip);
+  const double x = (clip[0] / clip[3] + 1.0) * 100.0, y = (1.0 - clip[1] / clip[3]) * 100.0;
+  const std::set<FaceId> one = picture.select(previewer, x - 1, y - 1, x + 1, y + 1);
+  EXPECT_EQ(one.count({cache.face, prim.id}), 1u);
+  EXPECT_LT(one.size(), all.size() / 4);
+  EXPECT_EQ(previewer.selection().front().patch, "body");
+  // The selection lasts over another render.
+  ASSERT_TRUE(VrRenderDescription(previewer, 2));
+  EXPECT_EQ(previewer.selection().size(), one.size());
+  previewer.clearSelection();
+  EXPECT_TRUE(previewer.selection().empty());
+}
+
+TEST(VrGLRenderer, CullingTheSelectionTakesItOutOfTheNextRender) {
+  GLScene scene;
+  VrGLRenderer& previewer = scene.previewer();
+  ASSERT_TRUE(VrRenderDescription(previewer, 2));
+  const std::set<FaceId> all = idsOf(previewer, false);
+  const std::set<FaceId> picked = Picture(previewer).select(previewer, 0, 0, 90, 200);
+  ASSERT_FALSE(picked.empty());
+  ASSERT_LT(picked.size(), all.size());
+  const std::vector<VrGLRenderer::SelectedPrim> selection = previewer.selection();
+  ASSERT_TRUE(previewer.cullSelectedPrims());
+  EXPECT_TRUE(previewer.selection().empty());
+  for (const VrGLRenderer::SelectedPrim& prim : selection) EXPECT_TRUE(scene.patch->isCulled(prim.face, prim.id));
+  EXPECT_FALSE(previewer.cullSelectedPrims());  // nothing selected any more
+
+  ASSERT_TRUE(VrRenderDescription(previewer, 2));
+  const std::set<FaceId> kept = idsOf(previewer, false);
+  EXPECT_EQ(kept.size() + picked.size(), all.size());
+  for (const FaceId& prim : picked) EXPECT_EQ(kept.count(prim), 0u) << prim.first << " " << prim.second;
+  // Drawn in outline, the culled ones are exactly the selection.
+  previewer.setAttr("culled", "true", "bool");
+  ASSERT_TRUE(VrRenderDescription(previewer, 2));
+  EXPECT_EQ(idsOf(previewer, true), picked);
+}
+
+TEST(VrGLRenderer, PromotingTheSelectionExportsAndCullsExactlyIt) {
+  vrtest::TempDir dir;
+  vrtest::ScopedEnv tmp("TMP", dir.path().c_str());
+  vrtest::BakeScene scene("PromoteRenderer");  // archives, one instance frame each
+  auto& previewer = *static_cast<VrGLRenderer*>(scene.description->addObject("GLRenderer"));
+  ASSERT_TRUE(VrRenderDescription(previewer, 1));
+  const std::set<FaceId> all = idsOf(previewer, false);
+  const std::set<FaceId> picked = Picture(previewer).select(previewer, 0, 0, 100, 200);
+  ASSERT_FALSE(picked.empty());
+  ASSERT_LT(picked.size(), all.size());
+  ASSERT_TRUE(previewer.promoteSelectedPrims());
+  // The header's 14 lines, then 14 a record.
+  size_t lines = 0;
+  std::ifstream pmt(previewer.promotedFile());
+  for (std::string line; std::getline(pmt, line);) ++lines;
+  EXPECT_EQ(previewer.promotedFile(), dir.path() + "/fur.pmt");
+  EXPECT_EQ(lines, 14u + 14u * picked.size());
+  std::set<FaceId> culled;
+  for (const auto& face : scene.description->patch("skin")->culledPrims())
+    for (unsigned id : face.second) culled.insert({face.first, id});
+  EXPECT_EQ(culled, picked);
 }
 
 }  // namespace
