@@ -1,7 +1,29 @@
 #include "base/VrAtomicFile.h"
 
 #include <cstdio>
+#include <fcntl.h>
 #include <unistd.h>
+
+namespace {
+
+// Forces the contents of `path` (a file or a folder) to the disk. Without it a crash soon after
+// the rename may leave the new name pointing at an empty or partial file on some file systems.
+bool syncPath(const std::string& path, int flags) {
+  const int fd = ::open(path.c_str(), flags | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool synced = ::fsync(fd) == 0;
+  ::close(fd);
+  return synced;
+}
+
+// The folder that holds `path`, where the rename is recorded.
+std::string folderOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
 
 VrAtomicFile::VrAtomicFile(const std::string& path)
     : target(path), temporary(path + ".tmp" + std::to_string(getpid())) {
@@ -20,7 +42,11 @@ bool VrAtomicFile::commit() {
   const bool written = stream.good();
   stream.close();
   if (!written || stream.fail()) return false;
+  if (!syncPath(temporary, O_RDONLY)) return false;
   if (std::rename(temporary.c_str(), target.c_str()) != 0) return false;
   committed = true;
+  // The rename is in place already; a folder that cannot be synced (some file systems refuse
+  // it) does not undo the save.
+  syncPath(folderOf(target), O_RDONLY | O_DIRECTORY);
   return true;
 }

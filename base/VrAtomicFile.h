@@ -16,7 +16,8 @@ class VrAtomicFile {
 
   bool ok() const { return stream.is_open() && stream.good(); }
   std::ostream& out() { return stream; }
-  /// Flushes, closes and renames the file into place; false (target untouched) on any failure.
+  /// Flushes, closes, syncs the file to the disk and renames it into place (then syncs the
+  /// folder, so the rename survives a crash too); false (target untouched) on any failure.
   bool commit();
 
  private:

@@ -16,10 +16,14 @@ std::map<SgSurface*, std::pair<std::string, int>>& SgSurfaceCache::bySurface() {
   return surfaces;
 }
 
-void SgSurfaceCache::addSgSurface(const std::string& name, SgSurface* surface) {
-  if (name.empty() || !surface) return;
-  byName().emplace(name, surface);
+bool SgSurfaceCache::addSgSurface(const std::string& name, SgSurface* surface) {
+  if (name.empty() || !surface) return false;
+  const auto entered = byName().emplace(name, surface);
+  // A taken name: the surface stays the caller's, so the cache must not remember it (it would
+  // be deleted by its owner and leave a dangling entry behind).
+  if (!entered.second) return entered.first->second == surface;
   bySurface().emplace(surface, std::make_pair(name, 0));
+  return true;
 }
 
 SgSurface* SgSurfaceCache::find(const std::string& name) {

@@ -14,10 +14,11 @@ class SgSurfaceCache {
  public:
   SgSurfaceCache() = delete;
 
-  /// Enters `surface` under `name`. An empty name or a null surface does nothing. A name
-  /// already present keeps its old surface; a surface already present keeps its count.
-  /// A new surface starts with a count of 0 and is owned by the cache from here on.
-  static void addSgSurface(const std::string& name, SgSurface* surface);
+  /// Enters `surface` under `name` and answers whether the cache holds it now. An empty name, a
+  /// null surface or a name already taken by another surface enters nothing (false: the caller
+  /// still owns `surface`). A surface already present gains the name and keeps its count; a new
+  /// one starts with a count of 0 and is owned by the cache from here on.
+  static bool addSgSurface(const std::string& name, SgSurface* surface);
   /// The surface entered under `name`, or null.
   static SgSurface* find(const std::string& name);
   /// Counts one more reference; a surface that is not in the cache is left alone.

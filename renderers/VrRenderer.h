@@ -229,7 +229,8 @@ class VrRenderer : public VrObject {
   void raiseMaxBound(double value);
   std::string faceText(const std::vector<VrPatch*>& patches, int face) const;
 
-  bool dirtyFlag = true;
+  // Set by every worker that renders a face of the same patch.
+  std::atomic<bool> dirtyFlag{true};
   int samples = 1;
   double percentValue = 1.0;
   double startValue = 0.0;

@@ -515,16 +515,18 @@ TEST(SgSurfaceCache, EmptyNamesNullSurfacesAndTakenNamesAddNothing) {
   int destroyed = 0, destroyedA = 0, destroyedB = 0;
   ProbeSurface* a = new ProbeSurface(&destroyedA);
   ProbeSurface* b = new ProbeSurface(&destroyedB);
-  SgSurfaceCache::addSgSurface("cacheTest|shared", a);
-  SgSurfaceCache::addSgSurface("cacheTest|shared", b);
+  EXPECT_TRUE(SgSurfaceCache::addSgSurface("cacheTest|shared", a));
+  // A taken name leaves b with its owner: the cache neither counts nor destroys it.
+  EXPECT_FALSE(SgSurfaceCache::addSgSurface("cacheTest|shared", b));
   EXPECT_EQ(SgSurfaceCache::find("cacheTest|shared"), a);
-  // b is held by the cache all the same, and goes at its last unref.
   SgSurfaceCache::ref(b);
   SgSurfaceCache::unref(b);
+  EXPECT_EQ(destroyedB, 0);
+  delete b;
   EXPECT_EQ(destroyedB, 1);
   EXPECT_EQ(SgSurfaceCache::find("cacheTest|shared"), a);
   // A surface under two names leaves under both.
-  SgSurfaceCache::addSgSurface("cacheTest|alias", a);
+  EXPECT_TRUE(SgSurfaceCache::addSgSurface("cacheTest|alias", a));
   SgSurfaceCache::ref(a);
   SgSurfaceCache::unref(a);
   EXPECT_EQ(destroyedA, 1);
@@ -532,12 +534,12 @@ TEST(SgSurfaceCache, EmptyNamesNullSurfacesAndTakenNamesAddNothing) {
   EXPECT_EQ(SgSurfaceCache::find("cacheTest|alias"), nullptr);
   // An empty name or a null surface enters nothing.
   ProbeSurface* s = new ProbeSurface(&destroyed);
-  SgSurfaceCache::addSgSurface("", s);
+  EXPECT_FALSE(SgSurfaceCache::addSgSurface("", s));
   EXPECT_EQ(SgSurfaceCache::find(""), nullptr);
   SgSurfaceCache::ref(s);
   SgSurfaceCache::unref(s);  // not in the cache: not destroyed
   EXPECT_EQ(destroyed, 0);
-  SgSurfaceCache::addSgSurface("cacheTest|null", nullptr);
+  EXPECT_FALSE(SgSurfaceCache::addSgSurface("cacheTest|null", nullptr));
   EXPECT_EQ(SgSurfaceCache::find("cacheTest|null"), nullptr);
   delete s;
 }

@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+#include "base/VrAtomicFile.h"
+#include "support/TempDir.h"
+
+namespace {
+
+std::string contents(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+size_t entries(const std::string& folder) {
+  size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) ++count;
+  return count;
+}
+
+}  // namespace
+
+// The save replaces the old file whole and leaves no temporary behind, whether the target names
+// its folder or lies in the working folder (where the rename is synced through ".").
+TEST(VrAtomicFile, CommitReplacesTheOldFileAndLeavesNoTemporary) {
+  const vrtest::TempDir dir;
+  const std::string previous = std::filesystem::current_path().string();
+  ASSERT_EQ(chdir(dir.path().c_str()), 0);
+  for (const std::string& target : {dir.file("out.txt"), std::string("bare.txt")}) {
+    SCOPED_TRACE(target);
+    std::ofstream(target) << "old contents";
+    VrAtomicFile file(target);
+    ASSERT_TRUE(file.ok());
+    file.out() << "new";
+    EXPECT_EQ(contents(target), "old contents");
+    EXPECT_TRUE(file.commit());
+    EXPECT_EQ(contents(target), "new");
+  }
+  EXPECT_EQ(entries(dir.path()), 2u);
+  ASSERT_EQ(chdir(previous.c_str()), 0);
+
+  // A save that is never committed keeps the old file and removes its temporary.
+  {
+    VrAtomicFile abandoned(dir.file("out.txt"));
+    abandoned.out() << "lost";
+  }
+  EXPECT_EQ(contents(dir.file("out.txt")), "new");
+  EXPECT_EQ(entries(dir.path()), 2u);
+  // A folder that does not exist: nothing opens, nothing commits.
+  VrAtomicFile missing(dir.file("no/such/folder.txt"));
+  EXPECT_FALSE(missing.ok());
+  EXPECT_FALSE(missing.commit());
+}
