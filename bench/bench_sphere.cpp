@@ -14,15 +14,13 @@
 #include "io/output/VrPrimitiveOutput.h"
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "renderers/renderapi/VornRenderAPI.h"
+#include "support/TempDir.h"
 #include "tools/examplemesh/uvSphere.h"
 
 #include "BenchAllocations.h"
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <sstream>
@@ -93,25 +91,11 @@ class WritingCallbacks : public vrtest::CameraCallbacks {
   bool ok = true;
 };
 
-struct Files {
-  Files() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "vorn-bench-XXXXXX").string();
-    if (mkdtemp(pattern.data())) dir = pattern;
-    geom = dir + "/sphere.abc";
-    ok = !dir.empty() && writeSphere(geom);
-  }
-  ~Files() {
-    std::error_code ignored;
-    if (!dir.empty()) std::filesystem::remove_all(dir, ignored);
-  }
-  std::string dir, geom;
-  bool ok = false;
-};
-
 void renderSphere(benchmark::State& state, bool expressions) {
   const int threads = static_cast<int>(state.range(0));
-  Files files;
-  if (!files.ok) {
+  const vrtest::TempDir dir;
+  const std::string geom = dir.file("sphere.abc");
+  if (dir.path().empty() || !writeSphere(geom)) {
     state.SkipWithError("cannot write the sphere");
     return;
   }
@@ -120,12 +104,11 @@ void renderSphere(benchmark::State& state, bool expressions) {
   double hairs = 0.0, allocs = 0.0;
   for (auto _ : state) {
     const std::string name = "benchSphere" + std::to_string(++serial);
-    const std::string collection = files.dir + "/" + name + ".vorn";
-    std::ofstream(collection) << collectionText(name, expressions);
+    const std::string collection = dir.write(name + ".vorn", collectionText(name, expressions));
     VrOutputSettings settings;
-    std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(files.dir + "/hair.abc", settings);
+    std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(dir.file("hair.abc"), settings);
     WritingCallbacks callbacks(*output);
-    const std::string args = "-file " + collection + " -geom " + files.geom + " -palette " + name +
+    const std::string args = "-file " + collection + " -geom " + geom + " -palette " + name +
                              " -description hair -patch sphereShape -frame 1 -fps 24";
     std::unique_ptr<VornRenderAPI::PatchRenderer> patch(VornRenderAPI::PatchRenderer::init(&callbacks, args.c_str()));
     if (!patch || !output->begin()) {
@@ -169,7 +152,13 @@ void BM_SphereExpressions(benchmark::State& state) { renderSphere(state, true); 
 
 }  // namespace
 
-BENCHMARK(BM_SpherePlain)->Arg(1)->Arg(2)->ArgName("threads")->Unit(benchmark::kMillisecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_SpherePlain)
+    ->Arg(1)
+    ->Arg(2)
+    ->ArgName("threads")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(2)
+    ->UseRealTime();
 BENCHMARK(BM_SphereExpressions)
     ->Arg(1)
     ->Arg(2)
