@@ -3,8 +3,8 @@
 // 0.05, rendered through the render API the way `vorn render` does (init, faces in order, a
 // ParallelRenderer on 1 or 2 threads) and written as Alembic curves to a temporary file. Every
 // iteration reads a collection of a new name, so import, geometry binding and the description
-// setup are part of it. "plain" has constant attributes; "expressions" a length with `rand()`
-// and a width with `noise`. Counters: hairs/s and heap allocations per hair while faces render
+// setup are part of it. "expressions:0" has constant attributes; "expressions:1" a length with
+// `rand()` and a width with `noise`. Counters: hairs/s and heap allocations per hair while faces render
 // and the file is written. Unlike `vorn render`, batches are written in the order they arrive.
 
 #include "document/VrPalette.h"
@@ -147,22 +147,13 @@ void renderSphere(benchmark::State& state, bool expressions) {
   state.SetLabel(expressions ? "expressions" : "plain");
 }
 
-void BM_SpherePlain(benchmark::State& state) { renderSphere(state, false); }
-void BM_SphereExpressions(benchmark::State& state) { renderSphere(state, true); }
+void BM_Sphere(benchmark::State& state) { renderSphere(state, state.range(1) != 0); }
 
 }  // namespace
 
-BENCHMARK(BM_SpherePlain)
-    ->Arg(1)
-    ->Arg(2)
-    ->ArgName("threads")
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(2)
-    ->UseRealTime();
-BENCHMARK(BM_SphereExpressions)
-    ->Arg(1)
-    ->Arg(2)
-    ->ArgName("threads")
+BENCHMARK(BM_Sphere)
+    ->ArgsProduct({{1, 2}, {0, 1}})
+    ->ArgNames({"threads", "expressions"})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(2)
     ->UseRealTime();
