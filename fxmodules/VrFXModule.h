@@ -87,6 +87,9 @@ class VrFXModule : public VrObject {
   virtual void finishDescriptionInParallel(VrPrimitiveContext&) {}
   /// Once per pass, after the primitive's CV counts are known; false deactivates the module.
   virtual bool initModule(VrPrimitive*) { return true; }
+  /// Switches the writing of the module's bake on or off for the passes that follow (the
+  /// host's bake command; not saved). False for a module that has no bake.
+  virtual bool setBake(bool) { return false; }
   virtual void finishModule(VrPrimitive*) {}
   virtual void beginPatchFace(VrPrimitiveContext&, const VrPatch*, int) {}
   virtual void endPatchFace(VrPrimitiveContext&, const VrPatch*, int) {}

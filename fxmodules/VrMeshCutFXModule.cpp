@@ -1,23 +1,21 @@
 // The mesh cut module. A live cut finds the first meeting on the polyline through the spline's
 // samples, measures the length along that polyline up to it, takes `offset` off, and cuts the
-// spline to that length; the parameter the cut lands on is what a bake keeps, so that a baked
-// cut repeats the live one exactly.
+// spline to that length; the parameter the cut lands on is what a bake keeps, split over three
+// floats that add up to the double, so that a baked cut repeats the live one exactly.
 
 #include "fxmodules/VrMeshCutFXModule.h"
 
 #include "base/VrMessage.h"
 #include "base/vrutilName.h"
-#include "document/vrutilFiles.h"
+#include "document/VrDescription.h"
 #include "fxmodules/VrCutFXModule.h"
 #include "fxmodules/VrFXCollisionMesh.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
+#include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 
 namespace {
 
@@ -48,7 +46,6 @@ VrMeshCutFXModule::VrMeshCutFXModule(VrDescription* description)
   setAttr("cutType", "0", "enum", "Keep Param:Reparam:Cull");
   setAttr("mode", "0", "enum", "Live Cut:Use Baked Cut");
   setAttr("bakeDir", "${DESC}/${FXMODULE}/", "string");
-  setAttr("writeBake", "false", "bool");
 }
 
 bool VrMeshCutFXModule::setAttr(const std::string& name, const std::string& value, const std::string& type,
@@ -69,7 +66,6 @@ bool VrMeshCutFXModule::setAttr(const std::string& name, const std::string& valu
   if (name == "testsPerPrim") return intAttr(name, value, testsPerPrim);
   if (name == "cutType") return intAttr(name, value, cutType);
   if (name == "mode") return intAttr(name, value, mode);
-  if (name == "writeBake") return boolAttr(name, value, writeBake);
   return false;
 }
 
@@ -85,53 +81,42 @@ std::unique_ptr<VrFXModuleContext> VrMeshCutFXModule::createModuleContext() cons
 void VrMeshCutFXModule::initDescription(VrPrimitive* owner) {
   VrFXModule::initDescription(owner);
   tree.reset();
-  if (!isActive() || usesBakedCut()) return;
-  tree = VrLoadCollisionMesh(*this, meshFile);
+  bakeFiles.close();
+  VrDescription* desc = description();
+  if (!isActive() || !desc) return;
+  if (!usesBakedCut()) tree = VrLoadCollisionMesh(*this, meshFile);
+  // Without its mesh a live pass cuts nothing, and must not replace a bake with that.
+  const bool writing = tree && bakeOn;
+  for (const auto& entry : desc->patches()) {
+    if (!entry.second) continue;
+    const unsigned cvCount = owner ? owner->maximumCVCount() : 0u;
+    if (usesBakedCut())
+      bakeFiles.openForReading(*this, *entry.second, bakeFile(*entry.second), cvCount);
+    else if (writing)
+      bakeFiles.createForWriting(*this, *entry.second, bakeFile(*entry.second), cvCount);
+  }
 }
 
-void VrMeshCutFXModule::finishDescription() { tree.reset(); }
+void VrMeshCutFXModule::finishDescription() {
+  tree.reset();
+  bakeFiles.close();
+}
 
-std::string VrMeshCutFXModule::bakeFile(const VrPatch* patch, int face) const {
-  char tail[32];
-  std::snprintf(tail, sizeof tail, "/face%05d.cut", face);
-  std::string dir = bakeDir;
-  if (!dir.empty() && dir.back() != '/') dir += '/';
-  return dir + (patch ? vrutil::stripNameSpace(patch->name()) : std::string()) + tail;
+std::string VrMeshCutFXModule::bakeFile(const VrPatch& patch) const {
+  return bakeDir + vrutil::stripNameSpace(patch.name()) + ".vpd";
 }
 
 void VrMeshCutFXModule::beginPatchFace(VrPrimitiveContext& context, const VrPatch* patch, int face) {
   auto* state = static_cast<VrMeshCutFXModuleContext*>(context.fxModuleContext(this));
-  if (!state) return;
-  state->bakedCuts.clear();
-  if (usesBakedCut()) {
-    std::string path;
-    if (!vrutil::findFileInVrDataPath(path, bakeFile(patch, face), "", description(), name(), true)) {
-      VR_WARNING(2, "No baked cuts found for face " + std::to_string(face) + " of " +
-                        (patch ? patch->name() : std::string()) + ". The face is not cut. " + messageTag());
-      return;
-    }
-    std::ifstream in(path);
-    unsigned id = 0;
-    std::string value;
-    while (in >> id >> value) {
-      char* end = nullptr;
-      const double t = value == "cull" ? CullCut : std::strtod(value.c_str(), &end);
-      if (value != "cull" && (!end || *end != '\0')) {
-        VR_WARNING(2, "Unreadable cut in " + path + ": " + value);
-        continue;
-      }
-      state->bakedCuts[id] = t;
-    }
-    return;
+  if (!state) {
+    context.addModuleContext(this, createModuleContext());
+    state = static_cast<VrMeshCutFXModuleContext*>(context.fxModuleContext(this));
   }
-  if (writeBake && tree) state->bake.open(*this, bakeFile(patch, face));
+  bakeFiles.beginFace(state->bake, patch, face);
 }
 
 void VrMeshCutFXModule::endPatchFace(VrPrimitiveContext& context, const VrPatch*, int) {
-  auto* state = static_cast<VrMeshCutFXModuleContext*>(context.fxModuleContext(this));
-  if (!state) return;
-  state->bakedCuts.clear();
-  state->bake.commit();
+  if (auto* state = static_cast<VrMeshCutFXModuleContext*>(context.fxModuleContext(this))) state->bake.reset();
 }
 
 bool VrMeshCutFXModule::computeParallel(VrPrimitiveContext& context) {
@@ -144,15 +129,23 @@ bool VrMeshCutFXModule::computeParallel(VrPrimitiveContext& context) {
     context.addModuleContext(this, createModuleContext());
     state = static_cast<VrMeshCutFXModuleContext*>(context.fxModuleContext(this));
   }
-  double t = NoCut;
-  if (usesBakedCut()) {
-    auto found = state->bakedCuts.find(context.id());
-    if (found != state->bakedCuts.end()) t = found->second;
-  } else {
-    t = liveCut(context, *state);
-  }
+  const double t = usesBakedCut() ? bakedCut(context, *state) : liveCut(context, *state);
   if (t <= 1.0) applyCut(context, *state, t);
   return true;
+}
+
+double VrMeshCutFXModule::bakedCut(VrPrimitiveContext& context, VrMeshCutFXModuleContext& state) const {
+  // Splines of other faces (clump guides, say) and splines the bake does not hold stay whole.
+  if (state.bake.face != context.cFaceId() || state.bake.patch != context.cPatch()) return NoCut;
+  if (bakeFiles.read(state.bake, context.id(), state.record) != VrFXBakeFiles::Read::Found) return NoCut;
+  if (state.record.size() != 3) {
+    VR_ERROR("Failed to read primitive on face " + std::to_string(state.bake.face) +
+             " from VPD file: " + state.bake.readerPath);
+    return NoCut;
+  }
+  if (state.record[0] < 0.0f) return CullCut;
+  return static_cast<double>(state.record[0]) + static_cast<double>(state.record[1]) +
+         static_cast<double>(state.record[2]);
 }
 
 double VrMeshCutFXModule::liveCut(VrPrimitiveContext& context, VrMeshCutFXModuleContext& state) const {
@@ -174,13 +167,14 @@ double VrMeshCutFXModule::liveCut(VrPrimitiveContext& context, VrMeshCutFXModule
 }
 
 void VrMeshCutFXModule::applyCut(VrPrimitiveContext& context, VrMeshCutFXModuleContext& state, double t) const {
-  if (state.bake.isOpen()) {
-    char line[64];
-    if (t < 0.0)
-      std::snprintf(line, sizeof line, "%u cull\n", context.id());
-    else
-      std::snprintf(line, sizeof line, "%u %.17g\n", context.id(), t);
-    state.bake.out() << line;
+  if (state.bake.writing() && state.bake.face == context.cFaceId() && state.bake.patch == context.cPatch()) {
+    // Three floats carry the 53 bits of the double: each takes what the ones before left over.
+    const double cut = t < 0.0 ? CullCut : t;
+    const float high = static_cast<float>(cut);
+    const double rest = cut - static_cast<double>(high);
+    const float middle = static_cast<float>(rest);
+    state.record.assign({high, middle, static_cast<float>(rest - static_cast<double>(middle))});
+    bakeFiles.write(state.bake, context.id(), state.record);
   }
   if (t < 0.0) {
     context.setCullPrim(true);

@@ -7,38 +7,37 @@
 // spreads them over the kept part, 2 "Cull" drops a spline that meets the mesh. A spline with
 // less than 0.0001 left is dropped. CV attributes of kind "point" are cut with the spline.
 //
-// `mode` 1 "Use Baked Cut" takes the cuts from the files in `bakeDir` instead (no mesh is
-// read): "<bakeDir><patch>/faceNNNNN.cut", a line per cut spline of the face, its id and the
-// parameter it was cut at, or "cull". A spline the file does not name is left whole. In "Live
-// Cut" mode, `writeBake` writes those files as the cuts are made.
+// `mode` 1 "Use Baked Cut" takes the cuts from the bake instead (no mesh is read): the
+// "MeshCutFX" block of "<bakeDir><patch>.vpd", a record per cut spline of a face with the
+// parameter it was cut at (or a drop). A spline the bake does not hold is left whole. In "Live
+// Cut" mode a bake switched on (`setBake`) writes that file
+// as the cuts are made.
 //
 // Owned by its primitive. The tree is shared and read-only during a pass; per-worker buffers,
 // the face's baked cuts and the open bake file live in `VrMeshCutFXModuleContext`, so
 // `computeParallel` runs on any number of workers.
 
+#include "fxmodules/VrFXBakeFiles.h"
 #include "fxmodules/VrFXExprAttr.h"
-#include "fxmodules/VrFXFaceFile.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/TzBoundingTree.h"
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-/// A worker's buffers for one mesh cut module, with the baked cuts of its face.
+/// A worker's buffers for one mesh cut module, with its place in the bake.
 class VrMeshCutFXModuleContext : public VrFXModuleContext {
  public:
   VrMeshCutFXModuleContext();
   ~VrMeshCutFXModuleContext() override;
   std::string type() const override { return "MeshCutFXModule"; }
-  /// Work buffers only: the face's cuts and files stay with their worker.
+  /// Work buffers only: the place in the bake stays with its worker.
   std::unique_ptr<VrFXModuleContext> clone() const override;
 
   std::vector<SgVec3T<double>> samples, probe;
-  /// Cut parameter by primitive id; a negative value culls.
-  std::unordered_map<unsigned, double> bakedCuts;
-  VrFXFaceFile bake;
+  std::vector<float> record;
+  VrFXBakeCursor bake;
 };
 
 class VrMeshCutFXModule : public VrFXModule {
@@ -63,12 +62,18 @@ class VrMeshCutFXModule : public VrFXModule {
   bool isThreadSafe() const override { return true; }
   std::unique_ptr<VrFXModuleContext> createModuleContext() const override;
 
+  bool setBake(bool on) override {
+    bakeOn = on;
+    return true;
+  }
   /// True for "Use Baked Cut".
   bool usesBakedCut() const { return mode == 1; }
-  /// The bake file of a patch's face, before its macros are expanded.
-  std::string bakeFile(const VrPatch* patch, int face) const;
+  /// The bake file of a patch, before its macros are expanded.
+  std::string bakeFile(const VrPatch& patch) const;
 
  private:
+  /// The cut the bake holds for the context's spline: 2 for none.
+  double bakedCut(VrPrimitiveContext& context, VrMeshCutFXModuleContext& state) const;
   /// Cuts at parameter t (negative: culls) and records the cut in the bake file when one is open.
   void applyCut(VrPrimitiveContext& context, VrMeshCutFXModuleContext& state, double t) const;
   /// The parameter to cut at: 2 for no meeting, negative to cull.
@@ -80,6 +85,7 @@ class VrMeshCutFXModule : public VrFXModule {
   int testsPerPrim = 10;
   int cutType = KeepParam;
   int mode = 0;
-  bool writeBake = false;
+  bool bakeOn = false;
+  VrFXBakeFiles bakeFiles{Vpd::MeshCutFXBlock, false};  // fixed for a pass
   std::shared_ptr<const TzBoundingTree> tree;
 };

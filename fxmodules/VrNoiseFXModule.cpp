@@ -85,72 +85,20 @@ unsigned VrNoiseFXModule::recordCVCount() const {
 
 void VrNoiseFXModule::initDescription(VrPrimitive* owner) {
   VrFXModule::initDescription(owner);
-  bakedFiles.clear();
-  bakeWriters.clear();
+  bakeFiles.close();
   VrDescription* desc = description();
   if (!isActive() || !owner || !desc) return;
   for (const auto& entry : desc->patches()) {
     if (!entry.second) continue;
     if (noiseMode == 1)
-      openBakedFile(*entry.second);
+      bakeFiles.openForReading(*this, *entry.second, bakeFileName(*entry.second), recordCVCount());
     else if (bakeOn)
-      createBakeFile(*entry.second);
+      bakeFiles.createForWriting(*this, *entry.second, bakeFileName(*entry.second), recordCVCount());
   }
-}
-
-void VrNoiseFXModule::openBakedFile(const VrPatch& patch) {
-  std::string path;
-  if (!vrutil::findFileInVrDataPath(path, bakeFileName(patch), patch.name(), description(), name(), true))
-    path = vrutil::resolveFileInVrDataPath(bakeFileName(patch), patch.name(), description(), name());
-  std::unique_ptr<VpdFileCachedReader> reader = VpdFileCachedReader::open(path);
-  if (!reader) {
-    VR_ERROR("Failed to open VPD file: " + path);
-    return;
-  }
-  const int block = reader->blockIndex(Vpd::NoiseFXBlock);
-  if (block < 0) {
-    VR_ERROR("Failed to find the NoiseFX block in file: " + path);
-    return;
-  }
-  if (reader->coordSpace() != Vpd::ObjectSpace) {
-    VR_ERROR("Incorrect coordSpace in VPD file: " + path);
-    return;
-  }
-  if (reader->primType() != Vpd::SplinePrimitive) {
-    VR_ERROR("Incorrect primitive type in VPD file: " + path);
-    return;
-  }
-  if (reader->cvCount() != recordCVCount()) {
-    VR_ERROR("Incorrect CV count in VPD file: " + path);
-    return;
-  }
-  bakedFiles[patch.name()] = BakedFile{std::move(reader), block, path};
-}
-
-void VrNoiseFXModule::createBakeFile(const VrPatch& patch) {
-  std::string path = bakeFileName(patch);
-  if (!vrutil::expandOutputFileName(path, patch.name(), description(), name(), true)) {
-    VR_ERROR("Failed to open VPD file: " + path);
-    return;
-  }
-  const VrPalette* palette = description()->palette();
-  std::string why;
-  std::unique_ptr<VpdFileCachedWriter> writer = VpdFileCachedWriter::openWrite(
-      path, patch.faceIds(), Vpd::SplinePrimitive, static_cast<unsigned char>(recordCVCount()), Vpd::ObjectSpace,
-      {Vpd::NoiseFXBlock}, palette ? static_cast<float>(palette->frame()) : 0.0f, 0, {}, &why);
-  if (!writer) {
-    VR_ERROR("Failed to open VPD file: " + path + (why.empty() ? std::string() : " (" + why + ")"));
-    return;
-  }
-  bakeWriters[patch.name()] = std::move(writer);
 }
 
 void VrNoiseFXModule::finishDescription() {
-  for (auto& entry : bakeWriters)
-    if (!entry.second->commitAndClose())
-      VR_ERROR("Failed to close VPD file: " + entry.second->path() + " (" + entry.second->error() + ")");
-  bakeWriters.clear();
-  bakedFiles.clear();
+  bakeFiles.close();
   VrFXModule::finishDescription();
 }
 
@@ -160,70 +108,27 @@ void VrNoiseFXModule::beginPatchFace(VrPrimitiveContext& context, const VrPatch*
     context.addModuleContext(this, createModuleContext());
     state = static_cast<VrNoiseFXModuleContext*>(context.fxModuleContext(this));
   }
-  state->face = face;
-  state->patch = patch;
-  state->reader = nullptr;
-  state->positioned = false;
-  state->writing = false;
-  if (!patch) return;
-  if (noiseMode == 1) {
-    const auto found = bakedFiles.find(patch->name());
-    if (found != bakedFiles.end()) {
-      state->reader = found->second.reader.get();
-      state->readerPath = found->second.path;
-      state->positioned = positionReader(*state);
-      if (state->positioned && !state->reader->findBlock(state->readPosition, found->second.block)) {
-        VR_ERROR("Failed to find block in VPD file: " + state->readerPath);
-        state->positioned = false;
-      }
-    }
-    return;
-  }
-  const auto found = bakeWriters.find(patch->name());
-  if (found == bakeWriters.end()) return;
-  VpdFileCachedWriter& writer = *found->second;
-  // A face rendered twice in one pass is baked once.
-  state->writing = writer.startFace(state->writePosition, face) && writer.startBlock(state->writePosition, 0);
-  state->writer = state->writing ? &writer : nullptr;
-}
-
-bool VrNoiseFXModule::positionReader(VrNoiseFXModuleContext& state) const {
-  if (state.reader->findFace(state.readPosition, state.face)) return true;
-  // A face the file lists without records had everything culled when it was baked.
-  const std::vector<int>& listed = state.reader->faceIds();
-  if (std::find(listed.begin(), listed.end(), state.face) == listed.end())
-    VR_ERROR("FaceId " + std::to_string(state.face) + " not found in VPD file: " + state.readerPath);
-  return false;
+  bakeFiles.beginFace(state->bake, patch, face);
 }
 
 void VrNoiseFXModule::endPatchFace(VrPrimitiveContext& context, const VrPatch*, int) {
-  auto* state = static_cast<VrNoiseFXModuleContext*>(context.fxModuleContext(this));
-  if (!state) return;
-  state->face = -1;
-  state->patch = nullptr;
-  state->reader = nullptr;
-  state->positioned = false;
-  state->writing = false;
-  state->writer = nullptr;
-  state->readPosition.reset();
-  state->writePosition.reset();
+  if (auto* state = static_cast<VrNoiseFXModuleContext*>(context.fxModuleContext(this))) state->bake.reset();
 }
 
 bool VrNoiseFXModule::readDisplacements(VrNoiseFXModuleContext& state, unsigned id, size_t n) const {
-  if (!state.reader->findPrim(state.readPosition, id, state.record)) {
-    if (!state.readPosition.error().empty()) {
-      VR_ERROR("Failed to read primitive on face " + std::to_string(state.face) + " from VPD file: " + state.readerPath);
-      return false;
-    }
+  const VrFXBakeFiles::Read result = bakeFiles.read(state.bake, id, state.record);
+  if (result == VrFXBakeFiles::Read::Missing) {
     const VrDescription* desc = description();
     VR_DEBUG(3, vrmsg::CatFXModule,
-             "Primitive " + std::to_string(id) + " on face " + std::to_string(state.face) + " is not in VPD file " +
-                 state.readerPath + ". Must be previously culled. Ignored in bake mode for previewing. [" +
+             "Primitive " + std::to_string(id) + " on face " + std::to_string(state.bake.face) +
+                 " is not in VPD file " + state.bake.readerPath +
+                 ". Must be previously culled. Ignored in bake mode for previewing. [" +
                  (desc ? desc->name() : std::string()) + "," + name() + "]");
-    return false;
   }
+  if (result != VrFXBakeFiles::Read::Found) return false;
   if (state.record.size() != 3 * (n - 1) + 1 || state.record[0] != static_cast<float>(n)) {
-    VR_ERROR("Failed to read primitive on face " + std::to_string(state.face) + " from VPD file: " + state.readerPath);
+    VR_ERROR("Failed to read primitive on face " + std::to_string(state.bake.face) +
+             " from VPD file: " + state.bake.readerPath);
     return false;
   }
   return true;
@@ -262,16 +167,16 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
 
   // A spline of a face being rendered takes the bake's displacements; any other (a clump
   // guide, say) gets live noise.
-  const bool baked = noiseMode == 1 && state->face == context.cFaceId() && state->patch == context.cPatch();
-  if (baked) {
-    if (!state->positioned || !readDisplacements(*state, context.id(), n)) return true;
+  const bool onFace = state->bake.face == context.cFaceId() && state->bake.patch == context.cPatch();
+  if (noiseMode == 1 && onFace) {
+    if (!readDisplacements(*state, context.id(), n)) return true;
     for (size_t i = 1; i < n; ++i) {
       const float* d = &state->record[1 + 3 * (i - 1)];
       P[i] += frame.side[i] * static_cast<double>(d[0]) + frame.across[i] * static_cast<double>(d[1]) +
               frame.along(i) * static_cast<double>(d[2]);
     }
   } else {
-    const bool writing = state->writing && state->face == context.cFaceId() && state->patch == context.cPatch();
+    const bool writing = onFace && state->bake.writing();
     if (writing) {
       state->record.assign(1, static_cast<float>(n));
       state->record.reserve(3 * (n - 1) + 1);
@@ -293,9 +198,7 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
       P[i] += frame.side[i] * d3 + frame.across[i] * d2 + frame.along(i) * d1;
     }
     if (magnitude.usesT) VrExpression::removeThreadVariable("t");
-    if (writing && !state->writer->writePrim(state->writePosition, context.id(), state->record))
-      VR_ERROR("Failed to write primitive on face " + std::to_string(state->face) + " to VPD file: " +
-               state->writer->path());
+    if (writing) bakeFiles.write(state->bake, context.id(), state->record);
   }
 
   if (k > LengthEpsilon) {

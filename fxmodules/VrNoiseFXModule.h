@@ -6,7 +6,7 @@
 // every spline samples the same noise). `preserveLength` (0-100) pulls the length back towards
 // that of the spline before the noise.
 //
-// The noise can be baked: while `setBakeNoise(true)` is in force, a live pass writes each
+// The noise can be baked: while `setBake(true)` is in force, a live pass writes each
 // rendered spline's displacements into the "NoiseFX" block of one `.vpd` file per patch under
 // `bakeDir`; `mode` "Use Baked Noise" reads them back instead of sampling the noise (a spline
 // that is not rendered, such as a clump guide, gets live noise). Record of a spline: its id, then
@@ -15,12 +15,10 @@
 // Owned by its primitive; fields are read-only during a pass and per-worker buffers and file
 // positions live in `VrNoiseFXModuleContext`, so `computeParallel` runs on any number of workers.
 
+#include "fxmodules/VrFXBakeFiles.h"
 #include "fxmodules/VrFXCurveFrame.h"
 #include "fxmodules/VrFXExprAttr.h"
 #include "fxmodules/VrFXModule.h"
-
-#include "io/vpd/VpdFileCachedReader.h"
-#include "io/vpd/VpdFileCachedWriter.h"
 
 #include <map>
 #include <memory>
@@ -42,19 +40,7 @@ class VrNoiseFXModuleContext : public VrFXModuleContext {
   unsigned sampledFor = 0;  // CV count the scale table holds
   VrFXCurveFrame frame;
   std::vector<float> record;
-  /// The face this worker renders, set by `beginPatchFace` (-1 outside a face), and its patch.
-  int face = -1;
-  const VrPatch* patch = nullptr;
-  /// Reading a bake: the file of the face and the position in it; `positioned` once the face's
-  /// block is found.
-  const VpdFileCachedReader* reader = nullptr;
-  std::string readerPath;
-  VpdFileCachedReaderContext readPosition;
-  bool positioned = false;
-  /// Writing a bake: the position in the face's file, while `writing`.
-  VpdFileCachedWriterContext writePosition;
-  VpdFileCachedWriter* writer = nullptr;
-  bool writing = false;
+  VrFXBakeCursor bake;
 };
 
 class VrNoiseFXModule : public VrFXModule {
@@ -84,31 +70,23 @@ class VrNoiseFXModule : public VrFXModule {
   /// 0 "Live Noise", 1 "Use Baked Noise".
   int mode() const { return noiseMode; }
   /// Whether the next live passes write the noise files (the host's bake command; not saved).
-  void setBakeNoise(bool on) { bakeOn = on; }
-  bool bakeNoise() const { return bakeOn; }
+  bool setBake(bool on) override {
+    bakeOn = on;
+    return true;
+  }
+  bool baking() const { return bakeOn; }
   /// The noise file of a patch: `bakeDir` + the patch name without name space + ".vpd", with
   /// the macros unexpanded.
   std::string bakeFileName(const VrPatch& patch) const;
 
  private:
-  void openBakedFile(const VrPatch& patch);
-  void createBakeFile(const VrPatch& patch);
   unsigned recordCVCount() const;
-  bool positionReader(VrNoiseFXModuleContext& state) const;
   bool readDisplacements(VrNoiseFXModuleContext& state, unsigned id, size_t n) const;
-
-  struct BakedFile {
-    std::unique_ptr<VpdFileCachedReader> reader;
-    int block = -1;
-    std::string path;
-  };
 
   VrFXExprAttr frequency, magnitude, correlation, preserveLength;
   VrFXRamp magnitudeScale;
   std::string bakeDir;
   int noiseMode = 0;
   bool bakeOn = false;
-  // Fixed for a pass, by patch name.
-  std::map<std::string, BakedFile> bakedFiles;
-  std::map<std::string, std::unique_ptr<VpdFileCachedWriter>> bakeWriters;
+  VrFXBakeFiles bakeFiles{Vpd::NoiseFXBlock, true};  // fixed for a pass
 };

@@ -9,6 +9,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
+#include <typeinfo>
 
 namespace {
 
@@ -44,6 +46,15 @@ bool splitBendName(const std::string& name, std::string& base, unsigned& index) 
   if (end != name.c_str() + name.size() - 1) return false;
   index = static_cast<unsigned>(value);
   return true;
+}
+
+// The context a spline works on. Every context a spline primitive makes is exactly a
+// VrSplinePrimitiveContext, so comparing the dynamic type answers what a dynamic_cast would,
+// without walking the class hierarchy once per primitive.
+template <class Context>
+auto asSplineContext(Context& context) {
+  using Spline = std::conditional_t<std::is_const_v<Context>, const VrSplinePrimitiveContext, VrSplinePrimitiveContext>;
+  return typeid(context) == typeid(VrSplinePrimitiveContext) ? static_cast<Spline*>(&context) : nullptr;
 }
 
 }  // namespace
@@ -204,7 +215,7 @@ void VrSplinePrimitive::getExternalContext(ExternalContext& pairs, const std::st
 }
 
 bool VrSplinePrimitive::finiteGeometry(VrPrimitiveContext& context) const {
-  const auto* spline = dynamic_cast<const VrSplinePrimitiveContext*>(&context);
+  const auto* spline = asSplineContext(context);
   return VrPrimitive::finiteGeometry(context) &&
          (!spline || (std::isfinite(spline->taper) && std::isfinite(spline->taperStart)));
 }
@@ -249,7 +260,7 @@ bool VrSplinePrimitive::prepGuideCGeom(unsigned index) {
 
 void VrSplinePrimitive::packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const {
   VrPrimitive::packAttrs(context, floats);
-  const auto* spline = dynamic_cast<const VrSplinePrimitiveContext*>(&context);
+  const auto* spline = asSplineContext(context);
   const SgVec3T<double> w = spline ? spline->widthVec : SgVec3T<double>();
   floats.insert(floats.end(), {spline ? spline->taper : 0.0f, spline ? spline->taperStart : 0.0f,
                                static_cast<float>(w.x), static_cast<float>(w.y), static_cast<float>(w.z)});
@@ -262,7 +273,7 @@ bool VrSplinePrimitive::unpackAttrs(VrPrimitiveContext& context, const std::vect
     return false;
   }
   VrPrimitive::unpackAttrs(context, floats, offset);
-  if (auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context)) {
+  if (auto* spline = asSplineContext(context)) {
     spline->taper = floats[offset];
     spline->taperStart = floats[offset + 1];
     spline->widthVec = SgVec3T<double>(floats[offset + 2], floats[offset + 3], floats[offset + 4]);
@@ -302,7 +313,7 @@ void VrSplinePrimitive::completeGivenGeometryInParallel(VrPrimitiveContext& cont
 }
 
 void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double v, double widthFactor) const {
-  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+  auto* spline = asSplineContext(context);
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
   const double width = widthExpr().eval(u, v, face, patchName).x * widthFactor;
@@ -324,7 +335,7 @@ void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double
 }
 
 void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v) {
-  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+  auto* spline = asSplineContext(context);
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
   const double length = std::max(lengthExpr().eval(u, v, face, patchName).x, 1e-6);
@@ -378,7 +389,7 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
 }
 
 void VrSplinePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double u, double v) {
-  auto* spline = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+  auto* spline = asSplineContext(context);
   const bool breakActive = spline && spline->breakActive;
   std::vector<SgVec3T<double>>& geom = context.getGeom();
   if (numGuides() == 0 || context.activeGuides.empty() || context.weightN <= 0.0) {

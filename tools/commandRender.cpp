@@ -62,113 +62,6 @@ struct PatchJob {
   std::string patch;
 };
 
-// One primitive as a run holds it: face, id, CV count and sample count as int32, then x, y,
-// z per CV for each sample in turn, then one width per CV, all floats; for instance outputs then
-// u, v (floats), description id, geometry id, random int (int32) and random float; for archives
-// then the group (int32), the archive frame (float) and the file of each slot (int32 length,
-// then the bytes).
-struct Primitive {
-  std::vector<float> cvs;  ///< 3 * CV count floats per sample, sample 0 first
-  std::vector<float> widths;
-  std::string files[4];    ///< an archive's file of each slot
-  VrOutputPrimitive out;   ///< the rest, and the view the back end gets
-};
-
-// What an archive adds to a run, before its files.
-struct ArchiveValues {
-  int32_t group = 0;
-  float frame = 0.0f;
-  int32_t lodIndex = -1;
-};
-static_assert(sizeof(ArchiveValues) == 12, "a run stores the archive values as 12 bytes");
-
-// The instance channels of one primitive, in run order.
-struct InstanceValues {
-  float u = 0.0f, v = 0.0f;
-  int32_t descriptionId = 0, geomId = 0, randomInt = 0;
-  float randomFloat = 0.0f;
-};
-static_assert(sizeof(InstanceValues) == 24, "a run stores the instance values as 24 bytes");
-
-void putInt(std::vector<char>& out, int32_t value) {
-  const char* p = reinterpret_cast<const char*>(&value);
-  out.insert(out.end(), p, p + 4);
-}
-
-void putString(std::vector<char>& out, const char* text) {
-  const size_t length = text ? std::strlen(text) : 0;
-  putInt(out, static_cast<int32_t>(length));
-  out.insert(out.end(), text, text + length);
-}
-
-bool takeString(const char*& at, const char* end, std::string& text) {
-  int32_t length = 0;
-  if (end - at < 4) return false;
-  std::memcpy(&length, at, 4);
-  at += 4;
-  if (length < 0 || end - at < length) return false;
-  text.assign(at, static_cast<size_t>(length));
-  at += length;
-  return true;
-}
-
-void putFloats(std::vector<char>& out, const float* values, size_t count) {
-  const char* p = reinterpret_cast<const char*>(values);
-  out.insert(out.end(), p, p + count * sizeof(float));
-}
-
-// Reads the next primitive of a run; false when the bytes run short.
-bool takePrimitive(const char*& at, const char* end, bool instance, bool archive, Primitive& prim) {
-  int32_t head[4];
-  if (end - at < 16) return false;
-  std::memcpy(head, at, 16);
-  at += 16;
-  if (head[2] < 0 || head[3] < 1) return false;
-  const size_t n = static_cast<size_t>(head[2]);
-  const size_t samples = static_cast<size_t>(head[3]);
-  const size_t extra = instance ? sizeof(InstanceValues) : 0;
-  if (static_cast<size_t>(end - at) < n * (12 * samples + 4) + extra) return false;
-  prim.cvs.resize(3 * n * samples);
-  prim.widths.resize(n);
-  if (n) {
-    std::memcpy(prim.cvs.data(), at, n * 12 * samples);
-    std::memcpy(prim.widths.data(), at + n * 12 * samples, n * 4);
-  }
-  at += n * (12 * samples + 4);
-  VrOutputPrimitive& out = prim.out;
-  out.face = head[0];
-  out.id = head[1];
-  out.numCVs = n;
-  out.numSamples = samples;
-  out.cvs = prim.cvs.data();
-  out.widths = prim.widths.data();
-  if (instance) {
-    InstanceValues values;
-    std::memcpy(&values, at, sizeof values);
-    at += sizeof values;
-    out.u = values.u;
-    out.v = values.v;
-    out.descriptionId = values.descriptionId;
-    out.geomId = values.geomId;
-    out.randomInt = values.randomInt;
-    out.randomFloat = values.randomFloat;
-  }
-  if (archive) {
-    ArchiveValues values;
-    if (end - at < static_cast<long>(sizeof values)) return false;
-    std::memcpy(&values, at, sizeof values);
-    at += sizeof values;
-    out.archiveGroup = values.group;
-    out.archiveFrame = values.frame;
-    out.lodIndex = values.lodIndex;
-    for (int k = 0; k < 4; ++k) {
-      if (!takeString(at, end, prim.files[k])) return false;
-      out.archiveFiles[k] = prim.files[k].c_str();
-    }
-  }
-  return true;
-}
-
 // The archive channels of one batch: the group and frame of each archive and the file of each
 // slot, the low, medium and high ones from the level-of-detail ranges the batch declares.
 class ArchiveChannels {
@@ -190,21 +83,19 @@ class ArchiveChannels {
     hasFiles = cache.getStringArraySize(StringKey::ArchiveFile) >= count * static_cast<unsigned>(ranges);
     hasProxies = cache.getStringArraySize(StringKey::ArchiveProxy) >= count;
   }
-  // Appends the values of archive `i` in run order.
-  void put(std::vector<char>& bytes, unsigned i) const {
+  // Fills the values of archive `i`, its four slot files going to `files`.
+  void fill(unsigned i, VrOutputPrimitive& out, std::string* files) const {
     using StringKey = PrimitiveCache::EStringArrayAttribute;
-    ArchiveValues values;
-    values.group = groups ? groups[i] : 0;
-    values.frame = frames ? frames[i] : 0.0f;
-    values.lodIndex = lodIndex;
-    const char* p = reinterpret_cast<const char*>(&values);
-    bytes.insert(bytes.end(), p, p + sizeof values);
-    const char* files[4] = {"", "", "", ""};
+    out.archiveGroup = groups ? groups[i] : 0;
+    out.archiveFrame = frames ? frames[i] : 0.0f;
+    out.lodIndex = lodIndex;
     for (int r = 0; hasFiles && r < ranges; ++r)
       if (slotOfRange[r] >= 0 && slotOfRange[r] < 3)
-        files[slotOfRange[r]] = cache.getStringArray(StringKey::ArchiveFile, i * static_cast<unsigned>(ranges) + r);
-    if (hasProxies) files[3] = cache.getStringArray(StringKey::ArchiveProxy, i);
-    for (const char* file : files) putString(bytes, file);
+        if (const char* file =
+                cache.getStringArray(StringKey::ArchiveFile, i * static_cast<unsigned>(ranges) + r))
+          files[slotOfRange[r]] = file;
+    if (hasProxies)
+      if (const char* file = cache.getStringArray(StringKey::ArchiveProxy, i)) files[3] = file;
   }
 
  private:
@@ -372,7 +263,6 @@ class RenderCallbacks : public ProceduralCallbacks {
       if (faceOf(a) != faceOf(b)) return faceOf(a) < faceOf(b);
       return idOf(a) < idOf(b);
     });
-    std::vector<float> widths;
     uint64_t cvTotal = 0;
     for (size_t k = 0; k < order.size();) {
       Run run;
@@ -380,34 +270,37 @@ class RenderCallbacks : public ProceduralCallbacks {
       run.kind = kind;
       run.face = faceOf(order[k]);
       run.firstId = idOf(order[k]);
-      std::vector<char>& bytes = run.bytes;
-      for (; k < order.size() && faceOf(order[k]) == run.face; ++k) {
+      size_t end = k, floats = 0;
+      for (; end < order.size() && faceOf(order[end]) == run.face; ++end) floats += stride[order[end]] * (3 * samples + 1);
+      run.prims.resize(end - k);
+      run.floats.resize(floats);
+      if (archive) run.files.resize(4 * (end - k));
+      float* at = run.floats.data();
+      for (size_t p = 0; k < end; ++k, ++p) {
         const unsigned i = order[k];
         const size_t n = stride[i];
-        putInt(bytes, run.face);
-        putInt(bytes, idOf(i));
-        putInt(bytes, static_cast<int32_t>(n));
-        putInt(bytes, static_cast<int32_t>(samples));
-        for (const float* sample : points) putFloats(bytes, sample + 3 * first[i], 3 * n);
-        widths.assign(n, constant);
-        for (size_t c = 0; c < n; ++c) {
-          if (cvWidths) widths[c] = cvWidths[first[i] + c];
-          else if (primWidths) widths[c] = primWidths[i];
+        VrOutputPrimitive& out = run.prims[p];
+        out.face = run.face;
+        out.id = idOf(i);
+        out.numCVs = n;
+        out.numSamples = samples;
+        out.cvs = at;
+        for (const float* sample : points) {
+          std::copy_n(sample + 3 * first[i], 3 * n, at);
+          at += 3 * n;
         }
-        putFloats(bytes, widths.data(), n);
+        out.widths = at;
+        for (size_t c = 0; c < n; ++c) at[c] = cvWidths ? cvWidths[first[i] + c] : primWidths ? primWidths[i] : constant;
+        at += n;
         if (instance) {
-          InstanceValues values;
-          values.u = us ? us[i] : 0.0f;
-          values.v = vs ? vs[i] : 0.0f;
-          values.descriptionId = descriptionIds ? descriptionIds[i] : 0;
-          values.geomId = geomIds ? geomIds[i] : 0;
-          values.randomInt = randomInts ? randomInts[i] : 0;
-          values.randomFloat = randomFloats ? randomFloats[i] : 0.0f;
-          const char* p = reinterpret_cast<const char*>(&values);
-          bytes.insert(bytes.end(), p, p + sizeof values);
+          out.u = us ? us[i] : 0.0f;
+          out.v = vs ? vs[i] : 0.0f;
+          out.descriptionId = descriptionIds ? descriptionIds[i] : 0;
+          out.geomId = geomIds ? geomIds[i] : 0;
+          out.randomInt = randomInts ? randomInts[i] : 0;
+          out.randomFloat = randomFloats ? randomFloats[i] : 0.0f;
         }
-        if (archive) archives.put(bytes, i);
-        ++run.count;
+        if (archive) archives.fill(i, out, &run.files[4 * p]);
         cvTotal += n;
       }
       runs.add(std::move(run));
@@ -474,32 +367,25 @@ class ProgressBar {
   size_t done = 0;
 };
 
-// Decodes runs and hands them to the output back end, one run at a time.
+// Hands runs to the output back end, one run at a time.
 class RunWriter {
  public:
-  RunWriter(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs, bool instance)
-      : output(output), jobs(jobs), instance(instance) {}
+  RunWriter(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs) : output(output), jobs(jobs) {}
   // False when the back end failed; it then leaves nothing at the path and has said why.
-  bool write(const Run& run) {
-    prims.resize(std::max<size_t>(prims.size(), run.count));
-    views.clear();
-    const char* at = run.bytes.data();
-    const char* end = at + run.bytes.size();
+  bool write(Run& run) {
     const bool archive = run.kind == "ArchivePrimitive";
-    for (size_t k = 0; k < run.count && takePrimitive(at, end, instance, archive, prims[k]); ++k) {
-      views.push_back(prims[k].out);
-      views.back().kind = run.kind.c_str();
-      views.back().description = jobs[run.job].description.c_str();
+    for (size_t p = 0; p < run.prims.size(); ++p) {
+      VrOutputPrimitive& out = run.prims[p];
+      out.kind = run.kind.c_str();
+      out.description = jobs[run.job].description.c_str();
+      for (size_t slot = 0; archive && slot < 4; ++slot) out.archiveFiles[slot] = run.files[4 * p + slot].c_str();
     }
-    return output.write(jobs[run.job].patch, views.data(), views.size());
+    return output.write(jobs[run.job].patch, run.prims.data(), run.prims.size());
   }
 
  private:
   VrPrimitiveOutput& output;
   const std::vector<PatchJob>& jobs;
-  const bool instance;
-  std::vector<Primitive> prims;
-  std::vector<VrOutputPrimitive> views;
 };
 
 // The description `description` of the collection the render API imported as `collection`: the
@@ -630,8 +516,8 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     return ExitUsage;
   }
   const bool instance = output->wantsInstanceChannels();
-  RunWriter writer(*output, jobs, instance);
-  OrderedRuns runs([&writer](const Run& run) { return writer.write(run); });
+  RunWriter writer(*output, jobs);
+  OrderedRuns runs([&writer](Run& run) { return writer.write(run); });
   RenderCallbacks callbacks(request, runs, instance);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +

@@ -195,4 +195,20 @@ struct ClumpsRequest {
 /// `mapInitialized` and saves the collection atomically. 1 on any failure.
 int runClumpsMake(const ClumpsRequest& request);
 
+struct FxBakeRequest {
+  std::string collection;   ///< collection file; saved in place only with `use`
+  std::string description;
+  std::string module;       ///< name of the FX module to bake
+  std::string geometry;     ///< Alembic file the patches bind to
+  double frame = 1.0;
+  double fps = 24.0;
+  int threads = 0;          ///< 0: every core (VORN_THREAD_LIMIT caps it)
+  bool use = false;         ///< then switch the module to its baked mode and save the collection
+};
+
+/// `vorn fx bake COLL DESCRIPTION MODULE --geom GEOM.abc [--frame F] [--use]`: renders the
+/// description with the module's bake on, which writes the module's bake files (noise, mesh
+/// cut). 1 on any failure, the collection file untouched.
+int runFxBake(const FxBakeRequest& request);
+
 }  // namespace vorncli

@@ -19,7 +19,7 @@ void OrderedRuns::startJob(size_t newJob, const std::vector<unsigned>& faces) {
 
 void OrderedRuns::add(Run run) {
   std::lock_guard<std::mutex> hold(lock);
-  heldBytes += run.bytes.size();
+  heldBytes += run.bytes();
   mostBytes = std::max(mostBytes, heldBytes);
   const auto found = ordinal.find(run.face);
   if (found == ordinal.end() || found->second < head)
@@ -46,7 +46,7 @@ void OrderedRuns::finishJob() {
     return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
   });
   for (Run& run : rest) {
-    heldBytes -= run.bytes.size();
+    heldBytes -= run.bytes();
     if (!broken && !deliver(run)) broken = true;
   }
 }
@@ -66,8 +66,8 @@ void OrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
     });
     size_t written = 0;
     bool ok = !skip;
-    for (const Run& run : ready) {
-      written += run.bytes.size();
+    for (Run& run : ready) {
+      written += run.bytes();
       if (ok && !deliver(run)) ok = false;
     }
     hold.lock();

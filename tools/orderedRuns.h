@@ -8,6 +8,8 @@
 // Threads: `add` and `faceDone` may be called from several threads at once; runs are delivered
 // one at a time, in order. `startJob` and `finishJob` are for the thread that runs the jobs.
 
+#include "io/output/VrPrimitiveOutput.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,22 +21,25 @@
 
 namespace vorncli {
 
-/// One run of primitives: one face of one patch, ids ascending, encoded as the render command
-/// spools them.
+/// One run of primitives: one face of one patch, ids ascending, with the values it holds. The
+/// primitives point into `floats`; the deliverer points `kind`, `description` and an archive's
+/// files at their strings, which may move with the run.
 struct Run {
   size_t job = 0;
   std::string kind;  ///< the primitives' `typeName`
   int face = 0;
   int firstId = 0;
-  uint32_t count = 0;
-  std::vector<char> bytes;
+  std::vector<VrOutputPrimitive> prims;
+  std::vector<float> floats;       ///< per primitive its CVs (sample after sample), then its widths
+  std::vector<std::string> files;  ///< archives: the four slot files of each primitive
+  size_t bytes() const { return floats.size() * sizeof(float) + prims.size() * sizeof(VrOutputPrimitive); }
 };
 
 class OrderedRuns {
  public:
   /// Writes one run; false when writing failed (it has said why), after which nothing more is
   /// delivered.
-  using Deliver = std::function<bool(const Run&)>;
+  using Deliver = std::function<bool(Run&)>;
   explicit OrderedRuns(Deliver deliver) : deliver(std::move(deliver)) {}
 
   /// Starts job `job`, whose faces are rendered from `faces`; they are delivered by ascending

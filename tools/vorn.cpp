@@ -146,6 +146,19 @@ int main(int argc, char** argv) {
   clumpsMake->add_option("--density", clumpsRequest.density, "guides per unit area (default: the module's ptDensity)");
   clumpsMake->add_option("--seed", clumpsRequest.seed, "seed of the scattering (default 0)");
 
+  vorncli::FxBakeRequest fxBakeRequest;
+  CLI::App* fx = app.add_subcommand("fx", "work on the FX modules of a description");
+  fx->require_subcommand(1);
+  CLI::App* fxBake = fx->add_subcommand("bake", "render with an FX module's bake on, writing its bake files");
+  fxBake->add_option("collection", fxBakeRequest.collection, "collection file (.vorn)")->required();
+  fxBake->add_option("description", fxBakeRequest.description, "description")->required();
+  fxBake->add_option("module", fxBakeRequest.module, "name of the FX module (a noise or mesh cut module)")->required();
+  fxBake->add_option("--geom", fxBakeRequest.geometry, "Alembic file the patches bind to")->required();
+  fxBake->add_option("--frame", fxBakeRequest.frame, "frame to bake (default 1)");
+  fxBake->add_option("--fps", fxBakeRequest.fps, "frames per second of the geometry (default 24)");
+  fxBake->add_option("--threads", fxBakeRequest.threads, "render faces on N threads (default: every core; 1: serially)");
+  fxBake->add_flag("--use", fxBakeRequest.use, "then switch the module to its baked mode and save the collection");
+
   std::string deltaBase, deltaEdited, deltaOutput;
   std::vector<std::string> deltaFiles;
   CLI::App* delta = app.add_subcommand("delta", "write delta files between collections, or apply them");
@@ -341,6 +354,7 @@ int main(int argc, char** argv) {
   if (*preview) return vorncli::runPreview(previewRequest);
   if (*view) return vorncli::runView(viewRequest);
   if (*clumpsMake) return vorncli::runClumpsMake(clumpsRequest);
+  if (*fxBake) return vorncli::runFxBake(fxBakeRequest);
   if (*eval) {
     evalRequest.hasFrame = evalFrame->count() > 0;
     return vorncli::runEval(evalRequest);

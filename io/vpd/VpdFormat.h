@@ -51,6 +51,7 @@ constexpr const char* LocationBlock = "Location";
 constexpr const char* BakedGroomBlock = "BakedGroom";
 constexpr const char* Paint3dBlock = "Paint3d";
 constexpr const char* NoiseFXBlock = "NoiseFX";
+constexpr const char* MeshCutFXBlock = "MeshCutFX";
 
 /// What a file says about itself, fixed when the file is opened for writing.
 struct Header {

@@ -91,9 +91,9 @@ TEST(VrNoiseFXModule, BakedNoiseRendersTheCVsOfLiveNoise) {
   noise->setAttr("bakeDir", "/" + dir.path() + "/noise/", "string");  // "//": an absolute folder
   vrtest::CVRecorder renderer(scene.description);
   scene.description->setActiveRenderer(&renderer);
-  noise->setBakeNoise(true);
+  ASSERT_TRUE(noise->setBake(true));
   const auto live = renderer.renderThreeWays("body", 16);
-  noise->setBakeNoise(false);
+  noise->setBake(false);
   noise->setAttr("mode", "1", "enum");
   const auto baked = renderer.renderThreeWays("body", 16);
   ASSERT_GT(live[0].size(), 50u);

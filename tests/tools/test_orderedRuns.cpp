@@ -12,12 +12,11 @@ using vorncli::Run;
 
 namespace {
 
-Run runOf(int face, int firstId, size_t bytes = 8) {
+Run runOf(int face, int firstId) {
   Run run;
   run.face = face;
   run.firstId = firstId;
-  run.count = 1;
-  run.bytes.assign(bytes, 'x');
+  run.floats.assign(2, 0.0f);
   return run;
 }
 
@@ -27,7 +26,7 @@ using Key = std::pair<int, int>;  // face, first id
 
 TEST(OrderedRuns, DeliversInFaceAndIdOrderAsSoonAsTheHeadIsDone) {
   std::vector<Key> got;
-  OrderedRuns runs([&](const vorncli::Run& run) {
+  OrderedRuns runs([&](vorncli::Run& run) {
     got.push_back({run.face, run.firstId});
     return true;
   });
@@ -46,12 +45,12 @@ TEST(OrderedRuns, DeliversInFaceAndIdOrderAsSoonAsTheHeadIsDone) {
   runs.finishJob();
   EXPECT_EQ(got, (std::vector<Key>{{1, 0}, {1, 4}, {3, 10}, {7, 2}, {9, 0}}));
   EXPECT_FALSE(runs.failed());
-  EXPECT_EQ(runs.peakBytes(), 3 * 8u);  // the three runs before face 1 was done
+  EXPECT_EQ(runs.peakBytes(), 3 * runOf(0, 0).bytes());  // the three runs before face 1 was done
 }
 
 TEST(OrderedRuns, AFailedWriteStopsDelivery) {
   int calls = 0;
-  OrderedRuns runs([&](const vorncli::Run&) { return ++calls < 2; });
+  OrderedRuns runs([&](vorncli::Run&) { return ++calls < 2; });
   runs.startJob(0, {0, 1, 2});
   for (int face = 0; face < 3; ++face) {
     runs.add(runOf(face, 0));
@@ -69,7 +68,7 @@ TEST(OrderedRuns, WorkersOnTwoThreadsStillWriteInOrder) {
   std::vector<Key> got;
   std::atomic<int> writing{0};
   bool overlapped = false;
-  OrderedRuns runs([&](const vorncli::Run& run) {
+  OrderedRuns runs([&](vorncli::Run& run) {
     if (writing.fetch_add(1) != 0) overlapped = true;
     got.push_back({run.face, run.firstId});
     writing.fetch_sub(1);
