@@ -12,6 +12,8 @@
 
 #include "fxmodules/VrClumpingFXModule.h"
 
+#include "fxmodules/VrClumpCurves.h"
+
 #include "base/VrMessage.h"
 #include "base/vrutilCodec.h"
 #include "base/vrutilName.h"
@@ -169,6 +171,7 @@ bool VrClumpingFXModule::setAttr(const std::string& name, const std::string& val
     return true;
   }
   if (name == "cvAttr") return boolAttr(name, value, cvAttrOn);
+  if (name == "exportCurves") return boolAttr(name, value, exportCurves);
   if (name == "clumpVolumize") return boolAttr(name, value, volumize);
   return false;
 }
@@ -222,6 +225,7 @@ void VrClumpingFXModule::initDescription(VrPrimitive* owner) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   VR_STATS(1, " took " + vrutil::ftoa(seconds) + " to initialize " + std::to_string(numClumpGuides()) +
                   " clump guides.");
+  if (exportCurves) VrExportClumpCurves(*this, clumpGuides());
 }
 
 void VrClumpingFXModule::readPatch(VrPrimitive* owner, const VrPatch* patch) {

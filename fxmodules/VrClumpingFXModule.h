@@ -65,4 +65,5 @@ class VrClumpingFXModule : public VrFXModule, public VrClumpGuides {
   std::string idVariable, amountName, guideName;  // names fixed for a pass
   bool cvAttrOn = false;
   bool volumize = false;
+  bool exportCurves = false;  // write the guides as curves when a pass begins
 };
