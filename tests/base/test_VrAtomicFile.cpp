@@ -7,16 +7,10 @@
 #include <unistd.h>
 
 #include "base/VrAtomicFile.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 
 namespace {
-
-std::string contents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 size_t entries(const std::string& folder) {
   size_t count = 0;
@@ -38,9 +32,9 @@ TEST(VrAtomicFile, CommitReplacesTheOldFileAndLeavesNoTemporary) {
     VrAtomicFile file(target);
     ASSERT_TRUE(file.ok());
     file.out() << "new";
-    EXPECT_EQ(contents(target), "old contents");
+    EXPECT_EQ(vrtest::readText(target), "old contents");
     EXPECT_TRUE(file.commit());
-    EXPECT_EQ(contents(target), "new");
+    EXPECT_EQ(vrtest::readText(target), "new");
   }
   EXPECT_EQ(entries(dir.path()), 2u);
   ASSERT_EQ(chdir(previous.c_str()), 0);
@@ -50,7 +44,7 @@ TEST(VrAtomicFile, CommitReplacesTheOldFileAndLeavesNoTemporary) {
     VrAtomicFile abandoned(dir.file("out.txt"));
     abandoned.out() << "lost";
   }
-  EXPECT_EQ(contents(dir.file("out.txt")), "new");
+  EXPECT_EQ(vrtest::readText(dir.file("out.txt")), "new");
   EXPECT_EQ(entries(dir.path()), 2u);
   // A folder that does not exist: nothing opens, nothing commits.
   VrAtomicFile missing(dir.file("no/such/folder.txt"));

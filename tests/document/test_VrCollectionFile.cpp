@@ -41,29 +41,18 @@ const std::string header = "# Vorn Palette File\n#\nFileVersion 18\n";
 
 }  // namespace
 
+// What `vorn ls` lists of the example (the objects, modules, patches and faces) is checked by
+// the command's tests; here, what it does not show.
 TEST(VrCollectionFile, WorkedExampleImports) {
   PalettePtr pal(VrImport(vrtest::examplePath("hairs.vorn"), "", 0u));
   ASSERT_TRUE(pal);
-  EXPECT_EQ(pal->name(), "hairs");
   EXPECT_EQ(VrPalette::palette("hairs"), pal.get());
   EXPECT_EQ(pal->vrDataPathStr(), "/proj/hairs/");
-  ASSERT_EQ(pal->numDescriptions(), 1u);
-  VrDescription* one = pal->description(0u);
-  EXPECT_EQ(one->name(), "one");
-  EXPECT_EQ(one->activePrimitive()->typeName(), "SplinePrimitive");
-  EXPECT_EQ(one->activeGenerator()->typeName(), "RandomGenerator");
-  EXPECT_EQ(one->activeRenderer()->typeName(), "GLRenderer");
-  EXPECT_EQ(one->activePreviewer(), one->activeRenderer());
+  VrDescription* one = pal->description("one");
+  ASSERT_NE(one, nullptr);
   EXPECT_FALSE(one->hasAttr("vrDataPath"));  // the collection's line is skipped in the description
-  ASSERT_EQ(one->activePrimitive()->modules().size(), 1u);
-  EXPECT_EQ(one->activePrimitive()->modules()[0]->name(), "Noise");
-  EXPECT_EQ(attrValue(one->activePrimitive()->modules()[0], "magnitude"), "0.2");
-  ASSERT_EQ(one->numPatches(), 1u);
-  VrPatch* patch = one->patch("pPlaneShape1");
-  ASSERT_NE(patch, nullptr);
-  EXPECT_EQ(patch->typeName(), "SubdPatch");
-  EXPECT_EQ(patch->faceIds(), (std::vector<int>{0, 1}));
-  EXPECT_EQ(VrImportedPatches().at("pPlaneShape1").front(), patch);
+  EXPECT_EQ(attrValue(one->activePrimitive()->modules().at(0), "magnitude"), "0.2");
+  EXPECT_EQ(VrImportedPatches().at("pPlaneShape1").front(), one->patch("pPlaneShape1"));
 }
 
 // Blocks of a saved text (the pieces between blank lines), sorted.

@@ -579,12 +579,3 @@ TEST_F(VrapiFiles, FindsFilesAlongTheCollectionDataPath) {
   EXPECT_FAILS(vrapi::findFileInVrDataPath("maps/$g.ptx", "scalp", "vaK", "hair"),
                "rCouldNotFindFileInDataPath maps/$g.ptx scalp vaK hair");
 }
-
-TEST_F(VrapiFiles, NameAndTextForwards) {
-  EXPECT_EQ(vrapi::stripNameSpace("shot:hair"), "hair");
-  EXPECT_EQ(vrapi::objNameSpace("shot:hair"), "shot:");
-  EXPECT_EQ(vrapi::objBaseNameSpace("shot:hair"), "shot");
-  EXPECT_EQ(vrapi::prepForAttribute("a\nb\tc"), "a\\nb\\tc");
-  EXPECT_EQ(vrapi::prepForEditor("a\\nb"), "a\nb");
-  EXPECT_EQ(vrapi::fileCleanup("\"/maps/old/../new\""), "/maps/new");
-}

@@ -10,6 +10,7 @@
 #include "renderers/VrRenderDescription.h"
 
 #include "support/CaptureLogger.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 #include "support/VpdRecords.h"
 
@@ -22,12 +23,6 @@ namespace {
 
 using vrtest::readRecords;
 using vrtest::VpdRecord;
-
-std::string bytesOf(const std::string& path) {
-  std::ostringstream out;
-  out << std::ifstream(path, std::ios::binary).rdbuf();
-  return out.str();
-}
 
 // A bake scene whose data path is `dir`, with `generator` active.
 struct Stage {
@@ -176,7 +171,7 @@ TEST(VrFileGenerator, BakeRendersBackAsBaked) {
       ASSERT_TRUE(VrRenderDescription(bake, threads));
     }
     EXPECT_EQ(vrtest::FramePrimitive::built.load(), builtBefore);
-    EXPECT_EQ(bytesOf(dir.file("again1/skin.vpd")), bytesOf(dir.file("again2/skin.vpd")));
+    EXPECT_EQ(vrtest::readText(dir.file("again1/skin.vpd")), vrtest::readText(dir.file("again2/skin.vpd")));
     const std::vector<VpdRecord> again = readRecords(dir.file("again1/skin.vpd"));
     ASSERT_EQ(again.size(), baked.size());
     for (size_t k = 0; k < again.size(); ++k) {

@@ -175,7 +175,6 @@ TEST(VrRandomGeneratorAttrs, OrderDefaultsAndConversions) {
   std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject("RandomGenerator", nullptr)));
   auto* generator = dynamic_cast<VrRandomGenerator*>(made.get());
   ASSERT_NE(generator, nullptr);
-  EXPECT_EQ(generator->typeName(), "RandomGenerator");
   EXPECT_TRUE(generator->canRunInParallel());
   const std::vector<std::string>& names = generator->attrNames();
   ASSERT_EQ(names.size(), 17u);

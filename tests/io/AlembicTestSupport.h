@@ -45,6 +45,14 @@ inline std::string dumpText(const std::string& path, VrAbcDump::Result* result =
   return out.str();
 }
 
+/// The dump without its "file:" line, which names the file: the dumps of two files compare.
+inline std::string dumpWithoutFileLine(const std::string& path) {
+  std::string text = dumpText(path);
+  const size_t at = text.find("\nfile: ");
+  if (at != std::string::npos) text.erase(at, text.find('\n', at + 1) - at);
+  return text;
+}
+
 /// The lines a comparison looks at: blank lines and the lines about the dumping process or
 /// the reference library's own choices (exit status, sample reading totals, sample times and
 /// schema time samplings) are dropped.

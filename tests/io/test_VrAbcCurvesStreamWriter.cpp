@@ -1,5 +1,7 @@
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
 
+#include "io/AlembicTestSupport.h"
+
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurves.h"
@@ -13,6 +15,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <sstream>
 #include <string>
@@ -39,16 +42,6 @@ struct Groom {
 };
 
 using vrtest::readText;
-
-// The dump without its "file:" line, which names the file.
-std::string dump(const std::string& path) {
-  std::ostringstream out;
-  EXPECT_EQ(VrAbcDump::write(path, out), VrAbcDump::Result::Ok);
-  std::string text = out.str();
-  const size_t at = text.find("\nfile: ");
-  if (at != std::string::npos) text.erase(at, text.find('\n', at + 1) - at);
-  return text;
-}
 
 // The same curves in one piece through the schema writer, at the same time sampling.
 bool writeWhole(const std::string& path, const Groom& groom, bool withWidths, double frame) {
@@ -100,7 +93,7 @@ TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
       const std::string streamed = dir.file("streamed" + std::to_string(batch) + (widths ? "_w" : "") + ".abc");
       ASSERT_TRUE(writeStreamed(streamed, groom, widths, 12.0, batch));
       EXPECT_EQ(readText(streamed), readText(whole));
-      EXPECT_EQ(dump(streamed), dump(whole));
+      EXPECT_EQ(vrtest::dumpWithoutFileLine(streamed), vrtest::dumpWithoutFileLine(whole));
     }
   }
   // More than a read-back piece (1 MiB) of points: 60000 curves, 240000 points, 2.9 MB.
@@ -124,69 +117,82 @@ TEST(AbcCurvesStreamWriter, NoCurvesStillMakeAValidArchive) {
   ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
   EXPECT_TRUE(out.append(nullptr, 0, nullptr, 0, nullptr));
   ASSERT_TRUE(out.close());
-  const std::string text = dump(path);
-  EXPECT_NE(text.find("curves"), std::string::npos);
+  VrAbcDump::Result result;
+  EXPECT_NE(vrtest::dumpText(path, &result).find("curves"), std::string::npos);
+  EXPECT_EQ(result, VrAbcDump::Result::Ok);
   EXPECT_TRUE(log.errors().empty());
 }
 
-TEST(AbcCurvesStreamWriter, FailuresLeaveNoFile) {
+// A refused batch spends the writer: it says why once, closing it only answers false, and no
+// file is left; nor is one by a writer aborted or dropped without closing.
+TEST(AbcCurvesStreamWriter, MisuseIsRefusedWithItsReasonAndLeavesNoFile) {
   vrtest::CaptureLogger log;
   vrtest::TempDir dir;
   const std::string path = dir.file("out.abc");
   const Groom groom(3);  // counts 2, 3, 4: nine points
-
-  {  // Counts that do not add up spend the writer.
-    VrAbcCurvesStreamWriter out;
-    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
-    EXPECT_FALSE(out.append(groom.points.data(), 8, groom.counts.data(), 3, nullptr));
+  const int32_t negative[2] = {4, -2};
+  const float* oneRowOfTwo[2] = {groom.points.data(), nullptr};
+  using Writer = VrAbcCurvesStreamWriter;
+  const struct {
+    const char* what;
+    std::vector<double> offsets;
+    std::function<bool(Writer&)> feed;
+    std::string reason;  // empty: any
+  } cases[] = {
+      {"counts that do not add up", {},
+       [&](Writer& w) { return w.append(groom.points.data(), 8, groom.counts.data(), 3, nullptr); },
+       "the point counts of a batch add up to 9, not 8"},
+      {"widths on one batch and not the next", {},
+       [&](Writer& w) {
+         return w.append(groom.points.data(), 2, groom.counts.data(), 1, groom.widths.data()) &&
+                w.append(groom.points.data() + 6, 3, groom.counts.data() + 1, 1, nullptr);
+       },
+       "widths must come with every batch or with none"},
+      {"a negative count", {}, [&](Writer& w) { return w.append(groom.points.data(), 2, negative, 2, nullptr); }, ""},
+      {"two samples given the points of one", {0.0, 1.0},
+       [&](Writer& w) { return w.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr); },
+       "a writer of 2 samples needs the points of every sample"},
+      {"a missing row", {0.0, 1.0},
+       [&](Writer& w) { return w.appendSamples(oneRowOfTwo, 9, groom.counts.data(), 3, nullptr); },
+       "a batch without its arrays"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    log.clear();
+    Writer::Options options;
+    options.sampleOffsets = c.offsets;
+    Writer out;
+    ASSERT_TRUE(out.open(path, options));
+    EXPECT_FALSE(c.feed(out));
     EXPECT_FALSE(out.close());
     EXPECT_FALSE(std::filesystem::exists(path));
-    ASSERT_FALSE(log.errors().empty());
-    EXPECT_EQ(log.errors().front(),
-              "VrAbcCurvesStreamWriter: " + path + ": the point counts of a batch add up to 9, not 8");
-  }
-  log.clear();
-  {  // Widths on one batch and not the next.
-    VrAbcCurvesStreamWriter out;
-    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
-    EXPECT_TRUE(out.append(groom.points.data(), 2, groom.counts.data(), 1, groom.widths.data()));
-    EXPECT_FALSE(out.append(groom.points.data() + 6, 3, groom.counts.data() + 1, 1, nullptr));
-    EXPECT_FALSE(out.close());
-    EXPECT_FALSE(std::filesystem::exists(path));
-    // One Error, from the batch; closing a spent writer only answers false.
     ASSERT_EQ(log.errors().size(), 1u);
-    EXPECT_EQ(log.errors().front(),
-              "VrAbcCurvesStreamWriter: " + path + ": widths must come with every batch or with none");
+    if (!c.reason.empty()) EXPECT_EQ(log.errors()[0], "VrAbcCurvesStreamWriter: " + path + ": " + c.reason);
   }
-  log.clear();
-  {  // A negative count.
-    VrAbcCurvesStreamWriter out;
-    const int32_t bad[2] = {4, -2};
-    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
-    EXPECT_FALSE(out.append(groom.points.data(), 2, bad, 2, nullptr));
-    EXPECT_FALSE(out.close());
+  {
+    Writer aborted, dropped;
+    ASSERT_TRUE(aborted.open(path, Writer::Options()));
+    EXPECT_TRUE(aborted.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
+    aborted.abort();
     EXPECT_FALSE(std::filesystem::exists(path));
-  }
-  {  // Aborted, and dropped without closing.
-    VrAbcCurvesStreamWriter out;
-    ASSERT_TRUE(out.open(path, VrAbcCurvesStreamWriter::Options()));
-    EXPECT_TRUE(out.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
-    out.abort();
-    EXPECT_FALSE(std::filesystem::exists(path));
-    VrAbcCurvesStreamWriter dropped;
-    ASSERT_TRUE(dropped.open(path, VrAbcCurvesStreamWriter::Options()));
+    ASSERT_TRUE(dropped.open(path, Writer::Options()));
     EXPECT_TRUE(dropped.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
   }
   EXPECT_FALSE(std::filesystem::exists(path));
+
+  // A folder that does not exist, no frame rate, and offsets that do not increase are refused
+  // at open, each with an Error.
   log.clear();
-  // A folder that does not exist, and unusable options, are refused at open.
-  VrAbcCurvesStreamWriter out;
-  EXPECT_FALSE(out.open(dir.file("missing/out.abc"), VrAbcCurvesStreamWriter::Options()));
-  VrAbcCurvesStreamWriter::Options noRate;
+  Writer::Options noRate, repeated, decreasing;
   noRate.framesPerSecond = 0.0;
-  EXPECT_FALSE(out.open(path, noRate));
-  EXPECT_EQ(log.errors().size(), 2u);
-  // Nothing at all is left in the folder.
+  repeated.sampleOffsets = {0.5, 0.5};
+  decreasing.sampleOffsets = {0.5, -0.5};
+  Writer out;
+  EXPECT_FALSE(out.open(dir.file("missing/out.abc"), Writer::Options()));
+  for (const Writer::Options& options : {noRate, repeated, decreasing}) EXPECT_FALSE(out.open(path, options));
+  ASSERT_EQ(log.errors().size(), 4u);
+  EXPECT_EQ(log.errors().back(),
+            "VrAbcCurvesStreamWriter: " + path + ": the sample offsets must be strictly increasing");
   EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
@@ -253,43 +259,12 @@ TEST(AbcCurvesStreamWriter, MotionSamplesShareTopologyAndStandAtTheirTimes) {
   EXPECT_TRUE(log.errors().empty());
 }
 
-TEST(AbcCurvesStreamWriter, MotionSampleMisuseIsRefused) {
-  vrtest::CaptureLogger log;
+// One offset is one sample at frame + offset, with the uniform sampling of a still output.
+TEST(AbcCurvesStreamWriter, OneOffsetIsAStillOutputAtItsFrame) {
   vrtest::TempDir dir;
   const std::string path = dir.file("out.abc");
   const Groom groom(3);
   VrAbcCurvesStreamWriter::Options options;
-  for (const std::vector<double>& offsets : {std::vector<double>{0.5, 0.5}, std::vector<double>{0.5, -0.5}}) {
-    options.sampleOffsets = offsets;
-    VrAbcCurvesStreamWriter out;
-    EXPECT_FALSE(out.open(path, options));
-  }
-  ASSERT_EQ(log.errors().size(), 2u);
-  EXPECT_EQ(log.errors().back(),
-            "VrAbcCurvesStreamWriter: " + path + ": the sample offsets must be strictly increasing");
-  log.clear();
-  {  // A writer of two samples given the points of one.
-    options.sampleOffsets = {0.0, 1.0};
-    VrAbcCurvesStreamWriter out;
-    ASSERT_TRUE(out.open(path, options));
-    EXPECT_FALSE(out.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
-    EXPECT_FALSE(out.close());
-    ASSERT_EQ(log.errors().size(), 1u);
-    EXPECT_EQ(log.errors().front(),
-              "VrAbcCurvesStreamWriter: " + path +
-                  ": a writer of 2 samples needs the points of every sample");
-  }
-  log.clear();
-  {  // A missing row.
-    VrAbcCurvesStreamWriter out;
-    ASSERT_TRUE(out.open(path, options));
-    const float* rows[2] = {groom.points.data(), nullptr};
-    EXPECT_FALSE(out.appendSamples(rows, 9, groom.counts.data(), 3, nullptr));
-    EXPECT_FALSE(out.close());
-    ASSERT_EQ(log.errors().size(), 1u);
-    EXPECT_EQ(log.errors().front(), "VrAbcCurvesStreamWriter: " + path + ": a batch without its arrays");
-  }
-  // One offset is one sample at frame + offset, with the uniform sampling of a still output.
   options.sampleOffsets = {0.5};
   options.frame = 11.5;
   {

@@ -12,6 +12,7 @@
 #include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcNuPatchWriter.h"
 #include "primitives/VrBasePrimitive.h"
+#include "support/BoxMesh.h"
 #include "support/CaptureLogger.h"
 #include "support/ExpectNear.h"
 #include "support/TempDir.h"
@@ -30,20 +31,10 @@ namespace {
 
 using PalettePtr = std::unique_ptr<VrPalette>;
 
-// A unit cube: 8 points, 6 quads.
-const std::vector<float> cube = {-1, -1, 1, 1, -1, 1, -1, 1, 1, 1, 1, 1, -1, 1, -1, 1, 1, -1, -1, -1, -1, 1, -1, -1};
-const std::vector<int32_t> cubeCounts = {4, 4, 4, 4, 4, 4};
-const std::vector<int32_t> cubeIndices = {0, 1, 3, 2, 2, 3, 5, 4, 4, 5, 7, 6, 6, 7, 1, 0, 1, 7, 5, 3, 6, 0, 2, 4};
-
-std::vector<float> moved(const std::vector<float>& points, float dx, float dy, float dz) {
-  std::vector<float> out = points;
-  for (size_t i = 0; i + 2 < out.size(); i += 3) {
-    out[i] += dx;
-    out[i + 1] += dy;
-    out[i + 2] += dz;
-  }
-  return out;
-}
+const std::vector<float>& cube = vrtest::cubePoints;
+using vrtest::cubeCounts;
+using vrtest::cubeIndices;
+using vrtest::moved;
 
 struct MeshDef {
   std::string name;

@@ -5,6 +5,7 @@
 // are written with faces as stored (clockwise), so the stored indices are the ones given.
 
 #include "io/AlembicTestSupport.h"
+#include "support/BoxMesh.h"
 #include "io/alembic/VrAbcArchive.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurves.h"
@@ -75,19 +76,6 @@ bool copyArchive(const std::string& source, const std::string& target) {
   return copyObject(in.top(), out.top()) && out.close();
 }
 
-std::string withoutFileLine(const std::string& dump) {
-  std::string out;
-  size_t start = 0;
-  while (start < dump.size()) {
-    const size_t end = dump.find('\n', start);
-    const std::string line = dump.substr(start, end == std::string::npos ? std::string::npos : end - start + 1);
-    if (line.compare(0, 6, "file: ") != 0) out += line;
-    if (end == std::string::npos) break;
-    start = end + 1;
-  }
-  return out;
-}
-
 }  // namespace
 
 TEST(AlembicRoundTrip, CopiesOfTheValidArchivesDumpLikeTheOriginals) {
@@ -96,9 +84,7 @@ TEST(AlembicRoundTrip, CopiesOfTheValidArchivesDumpLikeTheOriginals) {
     SCOPED_TRACE(source);
     const std::string copy = vrtest::scratchFile("copy.abc");
     ASSERT_TRUE(copyArchive(source, copy)) << VrAbcArchive::lastError();
-    const std::string original = withoutFileLine(vrtest::dumpText(source));
-    const std::string copied = withoutFileLine(vrtest::dumpText(copy));
-    EXPECT_EQ(copied, original);
+    EXPECT_EQ(vrtest::dumpWithoutFileLine(copy), vrtest::dumpWithoutFileLine(source));
     // The same blocks, laid out in another order: the same size.
     EXPECT_EQ(std::filesystem::file_size(copy), std::filesystem::file_size(source));
     std::remove(copy.c_str());
@@ -108,20 +94,10 @@ TEST(AlembicRoundTrip, CopiesOfTheValidArchivesDumpLikeTheOriginals) {
 
 namespace {
 
-// A unit cube: 8 points, 6 quads.
-const std::vector<float> cubePoints = {-1, -1, 1, 1, -1, 1, -1, 1, 1, 1, 1, 1, -1, 1, -1, 1, 1, -1, -1, -1, -1, 1, -1, -1};
-const std::vector<int32_t> cubeCounts = {4, 4, 4, 4, 4, 4};
-const std::vector<int32_t> cubeIndices = {0, 1, 3, 2, 2, 3, 5, 4, 4, 5, 7, 6, 6, 7, 1, 0, 1, 7, 5, 3, 6, 0, 2, 4};
-
-std::vector<float> moved(const std::vector<float>& points, float dx, float dy, float dz) {
-  std::vector<float> out = points;
-  for (size_t i = 0; i + 2 < out.size(); i += 3) {
-    out[i] += dx;
-    out[i + 1] += dy;
-    out[i + 2] += dz;
-  }
-  return out;
-}
+using vrtest::cubeCounts;
+using vrtest::cubeIndices;
+using vrtest::cubePoints;
+using vrtest::moved;
 
 class ScratchArchive {
  public:

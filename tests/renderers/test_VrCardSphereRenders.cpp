@@ -7,23 +7,11 @@
 #include "renderers/VrRenderDescription.h"
 
 #include "io/vpd/VpdReader.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 #include "support/VpdRecords.h"
 
 #include <gtest/gtest.h>
-
-#include <fstream>
-#include <sstream>
-
-namespace {
-
-std::string bytesOf(const std::string& path) {
-  std::ostringstream out;
-  out << std::ifstream(path, std::ios::binary).rdbuf();
-  return out.str();
-}
-
-}  // namespace
 
 TEST(VrCardSphereRenders, BakedControlPointsSameSeriallyAndOnTwoThreads) {
   struct Row {
@@ -47,7 +35,7 @@ TEST(VrCardSphereRenders, BakedControlPointsSameSeriallyAndOnTwoThreads) {
     for (size_t threads : {1u, 2u}) {
       ASSERT_TRUE(VrRenderDescription(bake, threads)) << row.kind;
       ASSERT_FALSE(bake.failed()) << row.kind;
-      const std::string files[2] = {bytesOf(dir.file("skin.vpd")), bytesOf(dir.file("tail.vpd"))};
+      const std::string files[2] = {vrtest::readText(dir.file("skin.vpd")), vrtest::readText(dir.file("tail.vpd"))};
       ASSERT_GT(files[1].size(), 1000u) << row.kind;
       for (int i = 0; i < 2; ++i) {
         if (threads == 1) serial[i] = files[i];

@@ -4,23 +4,12 @@
 #include "renderers/VrRenderDescription.h"
 
 #include "support/CaptureLogger.h"
+#include "support/Examples.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-
-namespace {
-
-std::string bytesOf(const std::string& path) {
-  std::ostringstream out;
-  out << std::ifstream(path, std::ios::binary).rdbuf();
-  return out.str();
-}
-
-}  // namespace
 
 // A description with a motion sample bakes each primitive once, at sample 0, building no
 // primitive of the sample, and the same bytes as without it.
@@ -37,7 +26,7 @@ TEST(VrFileRenderer, AMotionSampleBakesOncePerPrimitive) {
   ASSERT_TRUE(VrRenderDescription(bake, 2));
   EXPECT_EQ(vrtest::FramePrimitive::built.load() - builtBefore, static_cast<int>(bake.totalEmitCount()));
   EXPECT_GT(bake.totalEmitCount(), 20u);
-  EXPECT_EQ(bytesOf(dir.file("moving/skin.vpd")), bytesOf(dir.file("still/skin.vpd")));
+  EXPECT_EQ(vrtest::readText(dir.file("moving/skin.vpd")), vrtest::readText(dir.file("still/skin.vpd")));
   scene.description->removeSample(later.description);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 // Axis-aligned box meshes written as Alembic polygon meshes, the collision and cut meshes of
-// the tests and benchmarks.
+// the tests and benchmarks, and the cube the Alembic tests write and read.
 
 #include "geometry/SgVec3T.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
@@ -27,6 +27,24 @@ inline PolyMesh boxMesh(const SgVec3T<double>& lo, const SgVec3T<double>& hi) {
   mesh.counts.assign(6, 4);
   mesh.indices = {0, 2, 3, 1, 4, 5, 7, 6, 0, 1, 5, 4, 2, 6, 7, 3, 0, 4, 6, 2, 1, 3, 7, 5};
   return mesh;
+}
+
+/// A cube of side 2 around the origin as flat arrays: 8 points, 6 quads.
+inline const std::vector<float> cubePoints = {-1, -1, 1, 1, -1, 1, -1, 1, 1, 1, 1, 1,
+                                              -1, 1, -1, 1, 1, -1, -1, -1, -1, 1, -1, -1};
+inline const std::vector<int32_t> cubeCounts = {4, 4, 4, 4, 4, 4};
+inline const std::vector<int32_t> cubeIndices = {0, 1, 3, 2, 2, 3, 5, 4, 4, 5, 7, 6,
+                                                 6, 7, 1, 0, 1, 7, 5, 3, 6, 0, 2, 4};
+
+/// Flat points x y z x y z ... moved by (dx, dy, dz).
+inline std::vector<float> moved(const std::vector<float>& points, float dx, float dy, float dz) {
+  std::vector<float> out = points;
+  for (size_t i = 0; i + 2 < out.size(); i += 3) {
+    out[i] += dx;
+    out[i + 1] += dy;
+    out[i + 2] += dz;
+  }
+  return out;
 }
 
 /// Writes the meshes as one file, mesh k named "collider<k>", one sample at frame 1 of 24 per

@@ -5,13 +5,13 @@
 
 #include "io/VrPngFile.h"
 #include "support/Examples.h"
+#include "support/RenderLines.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -89,51 +89,13 @@ inline void project(const double p[3], Found& box) {
   ++box.count;
 }
 
-// One line of the JSON lines of `vorn render`: where the primitive grows and its CVs (x, y, z
-// after one another).
-struct Hair {
-  std::string patch;
-  int face = -1;
-  unsigned id = 0;
-  std::vector<double> cvs;
-};
-
-inline std::vector<Hair> readHairs(const std::string& path) {
-  std::vector<Hair> hairs;
-  const std::string text = readText(path);
-  for (size_t line = 0; line < text.size();) {
-    size_t next = text.find('\n', line);
-    if (next == std::string::npos) next = text.size();
-    const std::string row = text.substr(line, next - line);
-    line = next + 1;
-    const size_t patch = row.find("\"patch\":\""), face = row.find("\"face\":"), id = row.find("\"id\":");
-    const size_t at = row.find("\"cvs\":[");
-    if (patch == std::string::npos || face == std::string::npos || id == std::string::npos || at == std::string::npos)
-      continue;
-    Hair hair;
-    hair.patch = row.substr(patch + 9, row.find('"', patch + 9) - patch - 9);
-    hair.face = std::atoi(row.c_str() + face + 7);
-    hair.id = unsigned(std::atol(row.c_str() + id + 5));
-    const size_t end = row.find("]]", at);
-    for (size_t i = at + 7; i < end;) {
-      char* stop = nullptr;
-      const double value = std::strtod(row.c_str() + i, &stop);
-      if (stop == row.c_str() + i) {
-        ++i;
-        continue;
-      }
-      hair.cvs.push_back(value);
-      i = size_t(stop - row.c_str());
-    }
-    hairs.push_back(hair);
-  }
-  return hairs;
-}
+// The lines `vorn render` wrote to `path`.
+inline std::vector<RenderLine> readHairs(const std::string& path) { return parseRenderLines(readText(path)); }
 
 // The pixel box of every CV in the JSON lines at `path`.
 inline Found projectedCVs(const std::string& path) {
   Found box;
-  for (const Hair& hair : readHairs(path))
+  for (const RenderLine& hair : readHairs(path))
     for (size_t k = 0; k + 2 < hair.cvs.size(); k += 3) project(&hair.cvs[k], box);
   return box;
 }

@@ -39,4 +39,9 @@ inline std::string shellWord(const std::string& text) {
 /// Runs the tool of this build with `arguments` (already shell words).
 inline CommandResult vorn(const std::string& arguments) { return runCommand(vornCli() + " " + arguments); }
 
+/// The same, run from `folder`: the collections whose data path is "./" are run from their own.
+inline CommandResult vornIn(const std::string& folder, const std::string& arguments) {
+  return runCommand("cd " + shellWord(folder) + " && " + vornCli() + " " + arguments);
+}
+
 }  // namespace vrtest

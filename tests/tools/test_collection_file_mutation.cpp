@@ -3,6 +3,7 @@
 // but seeded, so every run reads the same texts.
 
 #include "base/VrMessage.h"
+#include "base/vrutilString.h"
 #include "document/VrCollectionFile.h"
 #include "document/VrPalette.h"
 #include "support/CaptureLogger.h"
@@ -20,26 +21,8 @@ namespace {
 
 using vrtest::readText;
 
-// Control characters and bytes above 126 as escapes, for failure reports.
-std::string printable(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      out += "\\n";
-    } else if (c == '\t') {
-      out += "\\t";
-    } else if (byte < 32 || byte > 126) {
-      static const char digits[] = "0123456789abcdef";
-      out += "\\x";
-      out += digits[byte >> 4];
-      out += digits[byte & 15];
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
+// Control characters, backslashes and bytes above 126 as escapes, for failure reports.
+std::string printable(const std::string& text) { return vrutil::escapeForDump(text, false); }
 
 struct Mutant {
   std::string what;  ///< how it was made, enough to make it again by hand

@@ -12,15 +12,6 @@
 
 using vrtest::shellWord;
 
-namespace {
-
-// Runs `vorn` in `dir`: the example's data path "./" is the working folder.
-vrtest::CommandResult vornIn(const vrtest::TempDir& dir, const std::string& arguments) {
-  return vrtest::runCommand("cd " + shellWord(dir.path()) + " && " + vrtest::vornCli() + " " + arguments);
-}
-
-}  // namespace
-
 TEST(VornClumpsCli, SameSeedSameFilesAndTheExampleRenders) {
   vrtest::TempDir dir;
   const std::string collection = dir.write("clumped.vorn", vrtest::readText(vrtest::examplePath("head/clumped.vorn")));
@@ -42,27 +33,27 @@ TEST(VornClumpsCli, SameSeedSameFilesAndTheExampleRenders) {
   const std::string before = vrtest::readText(collection);
   for (const Case& c : failures) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(vornIn(dir, c.arguments).exitCode, c.exitCode);
+    EXPECT_EQ(vrtest::vornIn(dir.path(), c.arguments).exitCode, c.exitCode);
     EXPECT_EQ(vrtest::readText(collection), before);
   }
 
-  const auto first = vornIn(dir, make + " --seed 4 --density 40");
+  const auto first = vrtest::vornIn(dir.path(), make + " --seed 4 --density 40");
   ASSERT_EQ(first.exitCode, 0) << first.output;
   const std::string vuv = vrtest::readText(points), ptx = vrtest::readText(map);
   ASSERT_FALSE(vuv.empty());
   ASSERT_FALSE(ptx.empty());
-  ASSERT_EQ(vornIn(dir, make + " --seed 4 --density 40").exitCode, 0);
+  ASSERT_EQ(vrtest::vornIn(dir.path(), make + " --seed 4 --density 40").exitCode, 0);
   EXPECT_EQ(vrtest::readText(points), vuv);
   EXPECT_EQ(vrtest::readText(map), ptx);
-  const auto got = vornIn(dir, "get " + shellWord(collection) + " mapInitialized hair Clumping");
+  const auto got = vrtest::vornIn(dir.path(), "get " + shellWord(collection) + " mapInitialized hair Clumping");
   EXPECT_EQ(got.output, "true\n");
 
   // The clumped example renders the same on one and two threads.
-  ASSERT_EQ(vornIn(dir, "set " + shellWord(collection) + " density 300 hair RandomGenerator").exitCode, 0);
+  ASSERT_EQ(vrtest::vornIn(dir.path(), "set " + shellWord(collection) + " density 300 hair RandomGenerator").exitCode, 0);
   std::string outputs[2];
   for (int threads : {1, 2}) {
     const std::string out = dir.file("out" + std::to_string(threads) + ".jsonl");
-    const auto render = vornIn(dir, "render " + shellWord(collection) + " --geom " + shellWord(geometry) +
+    const auto render = vrtest::vornIn(dir.path(), "render " + shellWord(collection) + " --geom " + shellWord(geometry) +
                              " --frame 1 -o " + shellWord(out) + " --threads " + std::to_string(threads));
     ASSERT_EQ(render.exitCode, 0) << render.output;
     outputs[threads - 1] = vrtest::readText(out);

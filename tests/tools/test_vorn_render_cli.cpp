@@ -14,10 +14,12 @@
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "support/CliExpect.h"
 #include "support/Examples.h"
+#include "support/RenderLines.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -32,6 +34,7 @@ using vrtest::readText;
 using vrtest::runCommand;
 using vrtest::shellWord;
 using vrtest::vorn;
+using vrtest::vornIn;
 
 namespace {
 
@@ -51,21 +54,20 @@ std::string renderArgs(const std::string& collection, const std::string& geometr
   return "render " + shellWord(collection) + " --geom " + shellWord(geometry) + " --frame 1 -o " + shellWord(output);
 }
 
-// The numbers of one JSON array of numbers starting at `at` (just after its '[').
-std::vector<double> numbersIn(const std::string& text, size_t at, size_t end) {
-  std::vector<double> out;
-  std::string token;
-  for (size_t i = at; i < end; ++i) {
-    const char c = text[i];
-    if (c == '[' || c == ']' || c == ',') {
-      if (!token.empty()) out.push_back(std::stod(token));
-      token.clear();
-    } else {
-      token += c;
-    }
+// What `vorn render` at frame 1 writes to dir/out1<extension> on one thread and to
+// dir/out2<extension> on two, run from `folder` (the examples whose data path is "./" render
+// from their own folder).
+std::array<std::string, 2> renderOnOneAndTwoThreads(const vrtest::TempDir& dir, const std::string& collection,
+                                                    const std::string& geometry, const std::string& extension,
+                                                    const std::string& folder = VORN_SOURCE_DIR) {
+  std::array<std::string, 2> bytes;
+  for (int threads : {1, 2}) {
+    const std::string out = dir.file("out" + std::to_string(threads) + extension);
+    const auto result = vornIn(folder, renderArgs(collection, geometry, out) + " --threads " + std::to_string(threads));
+    EXPECT_TRUE(ranWith(result, 0, "rendered ")) << extension;
+    bytes[threads - 1] = readText(out);
   }
-  if (!token.empty()) out.push_back(std::stod(token));
-  return out;
+  return bytes;
 }
 
 // The first line where two texts differ, both versions; "" when they are equal.
@@ -89,50 +91,10 @@ double polylineLength(const std::vector<double>& cvs) {
   return length;
 }
 
-struct Line {
-  std::string patch;
-  int face = 0;
-  int id = 0;
-  std::vector<double> cvs;
-  std::vector<std::vector<double>> samples;  // CVs of motion samples 1, 2, ...
-  std::vector<double> widths;
-};
+using Line = vrtest::RenderLine;
+using vrtest::numbersIn;
 
-// Reads the lines of a JSONL output in the layout the command writes.
-std::vector<Line> parse(const std::string& text) {
-  std::vector<Line> lines;
-  std::istringstream in(text);
-  for (std::string row; std::getline(in, row);) {
-    Line line;
-    const size_t patch = row.find("{\"patch\":\"");
-    const size_t face = row.find("\",\"face\":");
-    const size_t id = row.find(",\"id\":");
-    const size_t cvs = row.find(",\"cvs\":[");
-    const size_t samples = row.find("],\"samples\":[");
-    const size_t widths = row.find("],\"widths\":[");
-    if (patch != 0 || face == std::string::npos || id == std::string::npos || cvs == std::string::npos ||
-        widths == std::string::npos || row.substr(row.size() - 2) != "]}") {
-      ADD_FAILURE() << "not a line of the render output: " << row;
-      return lines;
-    }
-    line.patch = row.substr(10, face - 10);
-    line.face = std::stoi(row.substr(face + 9));
-    line.id = std::stoi(row.substr(id + 6));
-    line.cvs = numbersIn(row, cvs + 8, samples == std::string::npos ? widths : samples);
-    if (samples != std::string::npos) {
-      // Every sample has as many CVs as sample 0.
-      const std::vector<double> all = numbersIn(row, samples + 13, widths);
-      for (size_t at = 0; !line.cvs.empty() && at + line.cvs.size() <= all.size(); at += line.cvs.size())
-        line.samples.emplace_back(all.begin() + static_cast<long>(at),
-                                  all.begin() + static_cast<long>(at + line.cvs.size()));
-      if (line.samples.empty() || line.samples.size() * line.cvs.size() != all.size())
-        ADD_FAILURE() << "motion samples of another size than sample 0: " << row;
-    }
-    line.widths = numbersIn(row, widths + 12, row.size() - 2);
-    lines.push_back(line);
-  }
-  return lines;
-}
+std::vector<Line> parse(const std::string& text) { return vrtest::parseRenderLines(text); }
 
 }  // namespace
 
@@ -263,12 +225,7 @@ TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
 
   for (const char* extension : {".pmt", ".bgeo", ".bgeo.gz", ".geo", ".pdb"}) {
     SCOPED_TRACE(extension);
-    std::string bytes[2];
-    for (int threads : {1, 2}) {
-      const std::string out = dir.file("out" + std::to_string(threads) + extension);
-      ASSERT_TRUE(ranWith(vorn(renderArgs(collection, geometry, out) + " --threads " + std::to_string(threads)), 0, "rendered "));
-      bytes[threads - 1] = readText(out);
-    }
+    const auto bytes = renderOnOneAndTwoThreads(dir, collection, geometry, extension);
     EXPECT_TRUE(bytes[0] == bytes[1]);
     const std::string out = dir.file(std::string("out1") + extension);
     if (std::string(extension) == ".pmt") {
@@ -362,14 +319,7 @@ TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
   // 0-3, 8-11, ... and 0.25 on faces 4-7, 12-15, ... (vorn_make_example_length_map). The
   // collection's data path is "./": the render runs in the example's folder.
   vrtest::TempDir dir;
-  std::vector<std::string> outputs;
-  for (const char* threads : {"", " --threads 2"}) {
-    const std::string out = dir.file("painted" + std::to_string(outputs.size()) + ".jsonl");
-    const auto result = runCommand("cd " + shellWord(exampleDir) + " && " + vrtest::vornCli() + " " +
-                                   renderArgs("painted.vorn", "head.abc", out) + threads + " 2>&1");
-    ASSERT_EQ(result.exitCode, 0) << result.output;
-    outputs.push_back(readText(out));
-  }
+  const auto outputs = renderOnOneAndTwoThreads(dir, "painted.vorn", "head.abc", ".jsonl", exampleDir);
   EXPECT_EQ(firstDifference(outputs[1], outputs[0]), "");
   int counted[2] = {0, 0};
   for (const Line& line : parse(outputs[0])) {
@@ -385,12 +335,11 @@ TEST(VornRender, PaintedLengthsFollowTheMapOnOneAndTwoThreads) {
   EXPECT_GT(counted[1], 50);
 
   // vorn eval reads the painted value on the patch it is given; no patch, no map.
-  const std::string eval = "cd " + shellWord(exampleDir) + " && " + vrtest::vornCli() +
-                           " eval painted.vorn hair SplinePrimitive length";
-  EXPECT_EQ(runCommand(eval + " --face 0 --patch scalpShape").output, "0.40000000000000002\n");
-  EXPECT_EQ(runCommand(eval + " --face 4 --patch scalpShape").output, "0.17529412209987641\n");  // 64/255 as a float
-  EXPECT_EQ(runCommand(eval + " --face 4").output, "0.1003\n");
-  EXPECT_TRUE(ranWith(runCommand(eval + " --patch nose 2>&1"), 1, "description \"hair\" has no patch \"nose\""));
+  const std::string eval = "eval painted.vorn hair SplinePrimitive length";
+  EXPECT_EQ(vornIn(exampleDir, eval + " --face 0 --patch scalpShape").output, "0.40000000000000002\n");
+  EXPECT_EQ(vornIn(exampleDir, eval + " --face 4 --patch scalpShape").output, "0.17529412209987641\n");  // 64/255
+  EXPECT_EQ(vornIn(exampleDir, eval + " --face 4").output, "0.1003\n");
+  EXPECT_TRUE(ranWith(vornIn(exampleDir, eval + " --patch nose"), 1, "description \"hair\" has no patch \"nose\""));
 }
 
 // A grid that stands at z = 0 on frame 24 and at z = 1 on frame 25 (24 per second), with
@@ -807,14 +756,7 @@ TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
     for (size_t at = text.find("SplinePrimitive"); at != std::string::npos; at = text.find("SplinePrimitive", at))
       text.replace(at, 15, row.kind);
     const std::string collection = dir.write("kind.vorn", text);
-    std::string outputs[2];
-    for (int threads : {1, 2}) {
-      const std::string out = dir.file("out" + std::to_string(threads) + ".jsonl");
-      const auto result =
-          vorn(renderArgs(collection, exampleDir + "/head.abc", out) + " --threads " + std::to_string(threads));
-      ASSERT_EQ(result.exitCode, 0) << result.output;
-      outputs[threads - 1] = readText(out);
-    }
+    const auto outputs = renderOnOneAndTwoThreads(dir, collection, exampleDir + "/head.abc", ".jsonl");
     EXPECT_EQ(firstDifference(outputs[0], outputs[1]), "");
     std::istringstream in(outputs[0]);
     size_t count = 0;
@@ -845,14 +787,7 @@ TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
     EXPECT_GT(count, 100u);
     // The Alembic form, the same bytes on one and two threads, read back against the first
     // line's control points.
-    std::string abcBytes[2];
-    for (int threads : {1, 2}) {
-      const std::string abcPath = dir.file("out" + std::to_string(threads) + ".abc");
-      const auto abc = vorn(renderArgs(collection, exampleDir + "/head.abc", abcPath) + " --threads " +
-                            std::to_string(threads));
-      ASSERT_EQ(abc.exitCode, 0) << abc.output;
-      abcBytes[threads - 1] = readText(abcPath);
-    }
+    const auto abcBytes = renderOnOneAndTwoThreads(dir, collection, exampleDir + "/head.abc", ".abc");
     EXPECT_TRUE(abcBytes[0] == abcBytes[1]);
     const std::string first = outputs[0].substr(0, outputs[0].find('\n'));
     const size_t cvsAt = first.find("\"cvs\":[") + 7;
@@ -914,16 +849,7 @@ TEST(VornRender, NonFiniteAttributesCullWithOneWarningAndHugeCVCountsAreRefused)
 TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
   const std::string rocks = std::string(VORN_SOURCE_DIR) + "/examples/archives";
   vrtest::TempDir dir;
-  std::string outputs[2];
-  for (int threads : {1, 2}) {
-    const std::string out = dir.file("rocks" + std::to_string(threads) + ".jsonl");
-    // The collection's data path is "./": the render runs in the example's folder.
-    const auto result = runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
-                                   renderArgs("rocks.vorn", "../head/head.abc", out) + " --threads " +
-                                   std::to_string(threads) + " 2>&1");
-    ASSERT_EQ(result.exitCode, 0) << result.output;
-    outputs[threads - 1] = readText(out);
-  }
+  const auto outputs = renderOnOneAndTwoThreads(dir, "rocks.vorn", "../head/head.abc", ".jsonl", rocks);
   EXPECT_EQ(firstDifference(outputs[0], outputs[1]), "");
   std::istringstream in(outputs[0]);
   size_t perGroup[2] = {0, 0};
@@ -968,8 +894,7 @@ TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
   // the chosen file of each slot of every archive; inline, a transform per archive over the mesh
   // of its high file, written once per file and instanced after.
   const std::string abcPath = dir.file("rocks.abc");
-  const auto abc = runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
-                              renderArgs("rocks.vorn", "../head/head.abc", abcPath) + " --archives-inline 2>&1");
+  const auto abc = vornIn(rocks, renderArgs("rocks.vorn", "../head/head.abc", abcPath) + " --archives-inline");
   ASSERT_EQ(abc.exitCode, 0) << abc.output;
   VrAbcArchive archive;
   VrAbcObject object;
@@ -1011,10 +936,7 @@ TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
 
   // The instance list gives the level of detail in use: the high one.
   const std::string pmt = dir.file("rocks.pmt");
-  ASSERT_EQ(runCommand("cd " + shellWord(rocks) + " && " + vrtest::vornCli() + " " +
-                       renderArgs("rocks.vorn", "../head/head.abc", pmt) + " 2>&1")
-                .exitCode,
-            0);
+  ASSERT_EQ(vornIn(rocks, renderArgs("rocks.vorn", "../head/head.abc", pmt)).exitCode, 0);
   std::istringstream records(readText(pmt));
   std::vector<std::string> lines;
   for (std::string line; std::getline(records, line);) lines.push_back(line);
@@ -1041,9 +963,8 @@ TEST(VornRender, BundledExamplesRender) {
   for (const Example& example : examples) {
     SCOPED_TRACE(example.collection);
     const std::string out = dir.file("example.abc");
-    const auto result = runCommand("cd " + shellWord(std::string(VORN_SOURCE_DIR) + "/" + example.folder) + " && " +
-                                   vrtest::vornCli() + " " + renderArgs(example.collection, example.geometry, out) +
-                                   " 2>&1");
+    const auto result = vornIn(std::string(VORN_SOURCE_DIR) + "/" + example.folder,
+                               renderArgs(example.collection, example.geometry, out));
     ASSERT_EQ(result.exitCode, 0) << result.output;
     EXPECT_EQ(result.output.find("Error"), std::string::npos) << result.output;
     VrAbcArchive archive;

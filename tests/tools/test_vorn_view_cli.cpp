@@ -64,7 +64,7 @@ std::set<PrimKey> culledIn(const std::string& path) {
 }
 
 // Whether the line between the pixels of the hair's first and last CV comes into the box.
-bool crossesBox(const Hair& hair, double x0, double y0, double x1, double y1) {
+bool crossesBox(const vrtest::RenderLine& hair, double x0, double y0, double x1, double y1) {
   double ax = 0, ay = 0, bx = 0, by = 0;
   pixelOf(&hair.cvs[0], ax, ay);
   pixelOf(&hair.cvs[hair.cvs.size() - 3], bx, by);
@@ -96,11 +96,11 @@ TEST(VornViewGL, ABoxSelectionCullsWhatItCrossesAndSaves) {
   const vrtest::CommandResult before = vorn("render " + shellWord(coll) + " --geom " + shellWord(geometry) +
                                             " --frame 1 -o " + shellWord(dir.file("before.jsonl")));
   ASSERT_EQ(before.exitCode, 0) << before.output;
-  const std::vector<Hair> hairs = readHairs(dir.file("before.jsonl"));
+  const std::vector<vrtest::RenderLine> hairs = readHairs(dir.file("before.jsonl"));
   const double box[4] = {120.5, 40.5, 170.5, 75.5};
   std::set<PrimKey> expected;
-  for (const Hair& hair : hairs)
-    if (crossesBox(hair, box[0], box[1], box[2], box[3])) expected.insert({hair.patch, hair.face, hair.id});
+  for (const vrtest::RenderLine& hair : hairs)
+    if (crossesBox(hair, box[0], box[1], box[2], box[3])) expected.insert({hair.patch, hair.face, unsigned(hair.id)});
   ASSERT_GT(expected.size(), 5u);
   ASSERT_LT(expected.size(), hairs.size() / 2);
 
