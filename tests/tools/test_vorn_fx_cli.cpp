@@ -18,10 +18,6 @@ using vrtest::shellWord;
 
 namespace {
 
-vrtest::CommandResult vornIn(const vrtest::TempDir& dir, const std::string& arguments) {
-  return vrtest::runCommand("cd " + shellWord(dir.path()) + " && " + vrtest::vornCli() + " " + arguments);
-}
-
 // Every number of a text, in order.
 std::vector<double> numbersOf(const std::string& text) {
   std::vector<double> numbers;
@@ -47,11 +43,11 @@ TEST(VornFxCli, ANoiseBakeTakenUpRendersTheLiveHair) {
   const std::string collection = dir.write("styled.vorn", vrtest::readText(vrtest::examplePath("styled/styled.vorn")));
   const std::string geometry = vrtest::examplePath("head/head.abc");
   // The bake goes to this folder; the clump guides are read from the example's.
-  ASSERT_EQ(vornIn(dir, "set " + shellWord(collection) + " vrDataPath " +
+  ASSERT_EQ(vrtest::vornIn(dir.path(), "set " + shellWord(collection) + " vrDataPath " +
                             shellWord("./;" + vrtest::examplePath("head") + "/") + " Palette")
                 .exitCode,
             0);
-  ASSERT_EQ(vornIn(dir, "set " + shellWord(collection) + " density 400 hair RandomGenerator").exitCode, 0);
+  ASSERT_EQ(vrtest::vornIn(dir.path(), "set " + shellWord(collection) + " density 400 hair RandomGenerator").exitCode, 0);
   const std::string bake = "fx bake " + shellWord(collection) + " hair ";
   const std::string geom = " --geom " + shellWord(geometry);
 
@@ -69,20 +65,20 @@ TEST(VornFxCli, ANoiseBakeTakenUpRendersTheLiveHair) {
   const std::string before = vrtest::readText(collection);
   for (const Case& c : failures) {
     SCOPED_TRACE(c.name);
-    EXPECT_TRUE(vrtest::ranWith(vornIn(dir, c.arguments), c.exitCode, c.says));
+    EXPECT_TRUE(vrtest::ranWith(vrtest::vornIn(dir.path(), c.arguments), c.exitCode, c.says));
     EXPECT_EQ(vrtest::readText(collection), before);
   }
 
   const auto render = [&](const std::string& name) {
-    const auto run = vornIn(dir, "render " + shellWord(collection) + geom + " --frame 1 -o " + name);
+    const auto run = vrtest::vornIn(dir.path(), "render " + shellWord(collection) + geom + " --frame 1 -o " + name);
     EXPECT_EQ(run.exitCode, 0) << run.output;
     return numbersOf(vrtest::readText(dir.file(name)));
   };
   const std::vector<double> live = render("live.jsonl");
-  const auto baked = vornIn(dir, bake + "Noise" + geom + " --frame 1 --threads 2 --use");
+  const auto baked = vrtest::vornIn(dir.path(), bake + "Noise" + geom + " --frame 1 --threads 2 --use");
   ASSERT_EQ(baked.exitCode, 0) << baked.output;
   EXPECT_NE(baked.output.find("into "), std::string::npos);
-  EXPECT_EQ(vornIn(dir, "get " + shellWord(collection) + " mode hair Noise").output, "1\n");
+  EXPECT_EQ(vrtest::vornIn(dir.path(), "get " + shellWord(collection) + " mode hair Noise").output, "1\n");
   EXPECT_TRUE(std::filesystem::is_regular_file(dir.file("hair/Noise/scalpShape.vpd")));
 
   const std::vector<double> again = render("baked.jsonl");
