@@ -11,6 +11,7 @@
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcMeshWriter.h"
+#include "io/output/VrOrderedRuns.h"
 #include "io/output/VrPrimitiveOutput.h"
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "renderers/renderapi/VornRenderAPI.h"
@@ -21,8 +22,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <atomic>
 #include <memory>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -53,42 +55,57 @@ std::string collectionText(const std::string& name, bool expressions) {
       << (expressions ? "0.002 * (0.7 + 0.6 * noise($u * 40, $v * 40))" : "0.002")
       << "\n\tfxCVCount\t\t8\n\tendAttrs\n\n"
       << "RandomGenerator\n\tdensity\t\t\t80000.0\n\tmask\t\t\t1.0\n\tendAttrs\n\n"
-      << "RendermanRenderer\n\tpercent\t\t\t100.0\n\tendAttrs\n\n"
+      << "RendermanRenderer\n\tpercent\t\t\t100.0\n\taddPrimitiveId\t\ttrue\n\taddFaceId\t\ttrue\n\tendAttrs\n\n"
       << "\tActive\tSplinePrimitive\n\tActive\tRandomGenerator\n\tActive\tRendermanRenderer\n\n"
       << "Patches\thair\t0\nPatch\tSubd\n\tname\t\tsphereShape\n\tfaceIds\t\t0\nendObject\nendPatches\n";
   return out.str();
 }
 
-// Hands every batch to an Alembic output, one batch at a time.
+// Hands the batches to an Alembic output as the render command does: each batch becomes runs of
+// one face, written in (face, id) order by whichever worker completes the head of the window.
 class WritingCallbacks : public vrtest::CameraCallbacks {
  public:
   using Cache = VornRenderAPI::PrimitiveCache;
-  explicit WritingCallbacks(VrPrimitiveOutput& output) : output(output) {}
-  void flush(const char* patch, Cache* cache) override {
+  explicit WritingCallbacks(VrPrimitiveOutput& output)
+      : runs([&output](VrOutputRun& run) { return VrWriteRun(output, "sphereShape", "hair", run); }) {}
+  void flush(const char* /*patch*/, Cache* cache) override {
     const unsigned count = cache->getUInt(Cache::EUIntAttribute::BatchCount);
     const int* cvCounts = cache->getIntArray(Cache::EIntArrayAttribute::CVCount);
+    const int* faces = cache->getIntArray(Cache::EIntArrayAttribute::FaceId);
+    const int* ids = cache->getIntArray(Cache::EIntArrayAttribute::PrimitiveId);
     const float* points = cache->getVec3Array2D(Cache::EVec3Array2DAttribute::Points, 0);
     const float* widths = cache->getFloatArray2D(Cache::EFloatArray2DAttribute::WidthsPerCV, 0);
-    if (!count || !cvCounts || !points || !widths) return;
-    std::lock_guard<std::mutex> hold(lock);
-    views.resize(count);
+    if (!count || !cvCounts || !faces || !ids || !points || !widths) return;
     size_t first = 0;
-    for (unsigned i = 0; i < count; ++i) {
-      VrOutputPrimitive& view = views[i];
-      view.id = static_cast<int>(i);
-      view.numCVs = static_cast<size_t>(cvCounts[i]);
-      view.cvs = points + 3 * first;
-      view.widths = widths + first;
-      first += view.numCVs;
+    for (unsigned i = 0; i < count;) {  // a batch holds whole faces, ids ascending
+      VrOutputRun run;
+      run.kind = "SplinePrimitive";
+      run.face = faces[i];
+      run.firstId = ids[i];
+      unsigned end = i;
+      size_t cvs = 0;
+      for (; end < count && faces[end] == run.face; ++end) cvs += static_cast<size_t>(cvCounts[end]);
+      run.floats.resize(4 * cvs);
+      run.prims.resize(end - i);
+      float* at = run.floats.data();
+      for (size_t p = 0; i < end; ++i, ++p) {
+        const size_t n = static_cast<size_t>(cvCounts[i]);
+        VrOutputPrimitive& view = run.prims[p];
+        view.face = run.face;
+        view.id = ids[i];
+        view.numCVs = n;
+        view.cvs = std::copy_n(points + 3 * first, 3 * n, at) - 3 * n;
+        view.widths = std::copy_n(widths + first, n, at + 3 * n) - n;
+        at += 4 * n;
+        first += n;
+      }
+      runs.add(std::move(run));
     }
-    ok = output.write(patch, views.data(), views.size()) && ok;
     hairs += count;
   }
-  VrPrimitiveOutput& output;
-  std::mutex lock;
-  std::vector<VrOutputPrimitive> views;
-  size_t hairs = 0;
-  bool ok = true;
+  void faceDone(const char* /*geomName*/, unsigned face) override { runs.faceDone(static_cast<int>(face)); }
+  VrOrderedRuns runs;
+  std::atomic<size_t> hairs{0};
 };
 
 void renderSphere(benchmark::State& state, bool expressions) {
@@ -116,9 +133,14 @@ void renderSphere(benchmark::State& state, bool expressions) {
       return;
     }
     std::vector<std::unique_ptr<VornRenderAPI::FaceRenderer>> faces;
+    std::vector<unsigned> faceIds;
     double box[6];
     unsigned face = 0;
-    while (patch->nextFace(box, face)) faces.emplace_back(VornRenderAPI::FaceRenderer::init(patch.get(), face, &callbacks));
+    while (patch->nextFace(box, face)) {
+      faces.emplace_back(VornRenderAPI::FaceRenderer::init(patch.get(), face, &callbacks));
+      faceIds.push_back(face);
+    }
+    callbacks.runs.startJob(0, faceIds);
     vrbench::allocations = 0;
     vrbench::countAllocations = true;
     std::unique_ptr<VornRenderAPI::ParallelRenderer> runner(VornRenderAPI::ParallelRenderer::init(patch.get()));
@@ -126,14 +148,15 @@ void renderSphere(benchmark::State& state, bool expressions) {
     runner->setThreads(threads);
     runner->run();
     runner->release();
-    const bool written = output->end();
+    callbacks.runs.finishJob();
+    const bool written = !callbacks.runs.failed() && output->end();
     vrbench::countAllocations = false;
-    if (!written || !callbacks.ok) {
+    if (!written) {
       state.SkipWithError("the output failed");
       return;
     }
     allocs += static_cast<double>(vrbench::allocations.load());
-    hairs += static_cast<double>(callbacks.hairs);
+    hairs += static_cast<double>(callbacks.hairs.load());
     faces.clear();
     patch.reset();
     state.PauseTiming();

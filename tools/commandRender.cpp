@@ -9,8 +9,9 @@
 //
 // Memory and order: `flush` never keeps a batch. Each batch is cut into runs of one face, and
 // the runs go to the output back end in (patch, face, id) order while the render goes on (see
-// orderedRuns.h): a run waits in memory only until its face and every face before it are done,
-// so the output is the same whatever the thread count and memory does not grow with the render.
+// io/output/VrOrderedRuns.h): a run waits in memory only until its face and every face before
+// it are done, so the output is the same whatever the thread count and memory does not grow
+// with the render.
 //
 // Motion samples: every primitive carries the CVs of each sample (the render API's point rows),
 // widths only once, from the first sample. Outputs that list instances also get the location
@@ -26,11 +27,11 @@
 #include "document/VrPalette.h"
 #include "io/VrImportGeometry.h"
 #include "io/alembic/VrAbcArchive.h"
+#include "io/output/VrOrderedRuns.h"
 #include "io/output/VrPrimitiveOutput.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 #include "tools/cliLogger.h"
 #include "tools/collectionAccess.h"
-#include "tools/orderedRuns.h"
 #include "tools/renderThreads.h"
 
 #include <algorithm>
@@ -112,7 +113,7 @@ class ArchiveChannels {
 // as runs, in order.
 class RenderCallbacks : public ProceduralCallbacks {
  public:
-  RenderCallbacks(const RenderRequest& request, OrderedRuns& runs, bool instance)
+  RenderCallbacks(const RenderRequest& request, VrOrderedRuns& runs, bool instance)
       : request(request),
         runs(runs),
         instance(instance),
@@ -265,7 +266,7 @@ class RenderCallbacks : public ProceduralCallbacks {
     });
     uint64_t cvTotal = 0;
     for (size_t k = 0; k < order.size();) {
-      Run run;
+      VrOutputRun run;
       run.job = currentJob;
       run.kind = kind;
       run.face = faceOf(order[k]);
@@ -311,7 +312,7 @@ class RenderCallbacks : public ProceduralCallbacks {
 
  private:
   const RenderRequest& request;
-  OrderedRuns& runs;
+  VrOrderedRuns& runs;
   const bool instance;
   std::atomic<bool> freshSetup{true};
   std::map<std::string, std::string> overrides;
@@ -365,27 +366,6 @@ class ProgressBar {
   std::string frameLabel;
   size_t total = 0;
   size_t done = 0;
-};
-
-// Hands runs to the output back end, one run at a time.
-class RunWriter {
- public:
-  RunWriter(VrPrimitiveOutput& output, const std::vector<PatchJob>& jobs) : output(output), jobs(jobs) {}
-  // False when the back end failed; it then leaves nothing at the path and has said why.
-  bool write(Run& run) {
-    const bool archive = run.kind == "ArchivePrimitive";
-    for (size_t p = 0; p < run.prims.size(); ++p) {
-      VrOutputPrimitive& out = run.prims[p];
-      out.kind = run.kind.c_str();
-      out.description = jobs[run.job].description.c_str();
-      for (size_t slot = 0; archive && slot < 4; ++slot) out.archiveFiles[slot] = run.files[4 * p + slot].c_str();
-    }
-    return output.write(jobs[run.job].patch, run.prims.data(), run.prims.size());
-  }
-
- private:
-  VrPrimitiveOutput& output;
-  const std::vector<PatchJob>& jobs;
 };
 
 // The description `description` of the collection the render API imported as `collection`: the
@@ -516,8 +496,9 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     return ExitUsage;
   }
   const bool instance = output->wantsInstanceChannels();
-  RunWriter writer(*output, jobs);
-  OrderedRuns runs([&writer](Run& run) { return writer.write(run); });
+  VrOrderedRuns runs([&](VrOutputRun& run) {
+    return VrWriteRun(*output, jobs[run.job].patch, jobs[run.job].description, run);
+  });
   RenderCallbacks callbacks(request, runs, instance);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +

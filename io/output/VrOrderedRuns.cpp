@@ -1,10 +1,20 @@
-#include "tools/orderedRuns.h"
+#include "io/output/VrOrderedRuns.h"
 
 #include <algorithm>
 
-namespace vorncli {
+bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
+                VrOutputRun& run) {
+  const bool archive = run.kind == "ArchivePrimitive";
+  for (size_t p = 0; p < run.prims.size(); ++p) {
+    VrOutputPrimitive& out = run.prims[p];
+    out.kind = run.kind.c_str();
+    out.description = description.c_str();
+    for (size_t slot = 0; archive && slot < 4; ++slot) out.archiveFiles[slot] = run.files[4 * p + slot].c_str();
+  }
+  return output.write(patch, run.prims.data(), run.prims.size());
+}
 
-void OrderedRuns::startJob(size_t newJob, const std::vector<unsigned>& faces) {
+void VrOrderedRuns::startJob(size_t newJob, const std::vector<unsigned>& faces) {
   std::vector<unsigned> sorted = faces;
   std::sort(sorted.begin(), sorted.end());
   sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
@@ -17,7 +27,7 @@ void OrderedRuns::startJob(size_t newJob, const std::vector<unsigned>& faces) {
   head = 0;
 }
 
-void OrderedRuns::add(Run run) {
+void VrOrderedRuns::add(VrOutputRun run) {
   std::lock_guard<std::mutex> hold(lock);
   heldBytes += run.bytes();
   mostBytes = std::max(mostBytes, heldBytes);
@@ -28,7 +38,7 @@ void OrderedRuns::add(Run run) {
     slots[found->second].runs.push_back(std::move(run));
 }
 
-void OrderedRuns::faceDone(int face) {
+void VrOrderedRuns::faceDone(int face) {
   std::unique_lock<std::mutex> hold(lock);
   const auto found = ordinal.find(face);
   if (found == ordinal.end()) return;
@@ -36,37 +46,37 @@ void OrderedRuns::faceDone(int face) {
   if (!delivering && found->second == head) drain(hold, false);
 }
 
-void OrderedRuns::finishJob() {
+void VrOrderedRuns::finishJob() {
   // Called once the render is over: no worker is delivering any more.
   std::unique_lock<std::mutex> hold(lock);
   drain(hold, true);
-  std::vector<Run> rest;
+  std::vector<VrOutputRun> rest;
   rest.swap(strays);
-  std::stable_sort(rest.begin(), rest.end(), [](const Run& a, const Run& b) {
+  std::stable_sort(rest.begin(), rest.end(), [](const VrOutputRun& a, const VrOutputRun& b) {
     return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
   });
-  for (Run& run : rest) {
+  for (VrOutputRun& run : rest) {
     heldBytes -= run.bytes();
     if (!broken && !deliver(run)) broken = true;
   }
 }
 
-void OrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
+void VrOrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
   delivering = true;
-  std::vector<Run> ready;
+  std::vector<VrOutputRun> ready;
   while (head < slots.size() && (everything || slots[head].done)) {
     ready.clear();
     for (; head < slots.size() && (everything || slots[head].done); ++head)
-      for (Run& run : slots[head].runs) ready.push_back(std::move(run));
+      for (VrOutputRun& run : slots[head].runs) ready.push_back(std::move(run));
     const bool skip = broken;
     hold.unlock();
     // A face flushed in several batches may bring its runs in any order.
-    std::stable_sort(ready.begin(), ready.end(), [](const Run& a, const Run& b) {
+    std::stable_sort(ready.begin(), ready.end(), [](const VrOutputRun& a, const VrOutputRun& b) {
       return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
     });
     size_t written = 0;
     bool ok = !skip;
-    for (Run& run : ready) {
+    for (VrOutputRun& run : ready) {
       written += run.bytes();
       if (ok && !deliver(run)) ok = false;
     }
@@ -77,14 +87,13 @@ void OrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
   delivering = false;
 }
 
-bool OrderedRuns::failed() const {
+bool VrOrderedRuns::failed() const {
   std::lock_guard<std::mutex> hold(lock);
   return broken;
 }
 
-size_t OrderedRuns::peakBytes() const {
+size_t VrOrderedRuns::peakBytes() const {
   std::lock_guard<std::mutex> hold(lock);
   return mostBytes;
 }
 
-}  // namespace vorncli

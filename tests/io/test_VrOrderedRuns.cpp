@@ -1,4 +1,4 @@
-#include "tools/orderedRuns.h"
+#include "io/output/VrOrderedRuns.h"
 
 #include <gtest/gtest.h>
 
@@ -7,13 +7,11 @@
 #include <utility>
 #include <vector>
 
-using vorncli::OrderedRuns;
-using vorncli::Run;
 
 namespace {
 
-Run runOf(int face, int firstId) {
-  Run run;
+VrOutputRun runOf(int face, int firstId) {
+  VrOutputRun run;
   run.face = face;
   run.firstId = firstId;
   run.floats.assign(2, 0.0f);
@@ -24,9 +22,9 @@ using Key = std::pair<int, int>;  // face, first id
 
 }  // namespace
 
-TEST(OrderedRuns, DeliversInFaceAndIdOrderAsSoonAsTheHeadIsDone) {
+TEST(VrOrderedRuns, DeliversInFaceAndIdOrderAsSoonAsTheHeadIsDone) {
   std::vector<Key> got;
-  OrderedRuns runs([&](vorncli::Run& run) {
+  VrOrderedRuns runs([&](VrOutputRun& run) {
     got.push_back({run.face, run.firstId});
     return true;
   });
@@ -48,9 +46,9 @@ TEST(OrderedRuns, DeliversInFaceAndIdOrderAsSoonAsTheHeadIsDone) {
   EXPECT_EQ(runs.peakBytes(), 3 * runOf(0, 0).bytes());  // the three runs before face 1 was done
 }
 
-TEST(OrderedRuns, AFailedWriteStopsDelivery) {
+TEST(VrOrderedRuns, AFailedWriteStopsDelivery) {
   int calls = 0;
-  OrderedRuns runs([&](vorncli::Run&) { return ++calls < 2; });
+  VrOrderedRuns runs([&](VrOutputRun&) { return ++calls < 2; });
   runs.startJob(0, {0, 1, 2});
   for (int face = 0; face < 3; ++face) {
     runs.add(runOf(face, 0));
@@ -63,12 +61,12 @@ TEST(OrderedRuns, AFailedWriteStopsDelivery) {
 
 // Two workers finishing alternate faces: whatever the interleaving, the writer sees every run
 // once, in order, and never two at a time.
-TEST(OrderedRuns, WorkersOnTwoThreadsStillWriteInOrder) {
+TEST(VrOrderedRuns, WorkersOnTwoThreadsStillWriteInOrder) {
   const int faces = 2000;
   std::vector<Key> got;
   std::atomic<int> writing{0};
   bool overlapped = false;
-  OrderedRuns runs([&](vorncli::Run& run) {
+  VrOrderedRuns runs([&](VrOutputRun& run) {
     if (writing.fetch_add(1) != 0) overlapped = true;
     got.push_back({run.face, run.firstId});
     writing.fetch_sub(1);

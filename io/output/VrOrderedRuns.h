@@ -1,5 +1,5 @@
 #pragma once
-// OrderedRuns: hands the runs of a render (one face of one patch, ids ascending) to a writer in
+// VrOrderedRuns: hands the runs of a render (one face of one patch, ids ascending) to a writer in
 // (patch, face, first id) order while the render is still going, from whatever threads render.
 // A run waits in memory only until its face and every face before it are done, so the window
 // holds the few faces that finish early and memory does not grow with the render; writing
@@ -19,12 +19,10 @@
 #include <utility>
 #include <vector>
 
-namespace vorncli {
-
 /// One run of primitives: one face of one patch, ids ascending, with the values it holds. The
 /// primitives point into `floats`; the deliverer points `kind`, `description` and an archive's
 /// files at their strings, which may move with the run.
-struct Run {
+struct VrOutputRun {
   size_t job = 0;
   std::string kind;  ///< the primitives' `typeName`
   int face = 0;
@@ -35,18 +33,23 @@ struct Run {
   size_t bytes() const { return floats.size() * sizeof(float) + prims.size() * sizeof(VrOutputPrimitive); }
 };
 
-class OrderedRuns {
+/// Hands `run` to `output` as primitives of `description` on `patch`, pointing each primitive's
+/// kind, description and archive files at the strings that hold them; the output's answer.
+bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
+                VrOutputRun& run);
+
+class VrOrderedRuns {
  public:
   /// Writes one run; false when writing failed (it has said why), after which nothing more is
   /// delivered.
-  using Deliver = std::function<bool(Run&)>;
-  explicit OrderedRuns(Deliver deliver) : deliver(std::move(deliver)) {}
+  using Deliver = std::function<bool(VrOutputRun&)>;
+  explicit VrOrderedRuns(Deliver deliver) : deliver(std::move(deliver)) {}
 
   /// Starts job `job`, whose faces are rendered from `faces`; they are delivered by ascending
   /// face number.
   void startJob(size_t job, const std::vector<unsigned>& faces);
   /// Adds a run of the current job.
-  void add(Run run);
+  void add(VrOutputRun run);
   /// Face `face` of the current job is complete.
   void faceDone(int face);
   /// Delivers what the job still holds, in order (faces never reported done included).
@@ -57,7 +60,7 @@ class OrderedRuns {
 
  private:
   struct Slot {
-    std::vector<Run> runs;
+    std::vector<VrOutputRun> runs;
     bool done = false;
   };
   // Delivers the done slots at the head; the caller holds `lock` through `hold`, which is
@@ -69,11 +72,10 @@ class OrderedRuns {
   size_t job = 0;
   std::unordered_map<int, size_t> ordinal;  // face -> slot
   std::vector<Slot> slots;
-  std::vector<Run> strays;  // runs of faces outside the job's list, delivered at the end
+  std::vector<VrOutputRun> strays;  // runs of faces outside the job's list, delivered at the end
   size_t head = 0;
   bool delivering = false;
   bool broken = false;
   size_t heldBytes = 0, mostBytes = 0;
 };
 
-}  // namespace vorncli
