@@ -1,5 +1,6 @@
 #include "primitives/VrSplinePrimitive.h"
 
+#include "base/VrExactCast.h"
 #include "base/VrMessage.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
@@ -9,8 +10,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <type_traits>
-#include <typeinfo>
 
 namespace {
 
@@ -48,13 +47,10 @@ bool splitBendName(const std::string& name, std::string& base, unsigned& index) 
   return true;
 }
 
-// The context a spline works on. Every context a spline primitive makes is exactly a
-// VrSplinePrimitiveContext, so comparing the dynamic type answers what a dynamic_cast would,
-// without walking the class hierarchy once per primitive.
+// The context a spline works on: every context a spline primitive makes is exactly this type.
 template <class Context>
 auto asSplineContext(Context& context) {
-  using Spline = std::conditional_t<std::is_const_v<Context>, const VrSplinePrimitiveContext, VrSplinePrimitiveContext>;
-  return typeid(context) == typeid(VrSplinePrimitiveContext) ? static_cast<Spline*>(&context) : nullptr;
+  return vrExactCast<VrSplinePrimitiveContext>(&context);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "base/VrExactCast.h"
 #include "base/VrMessage.h"
 #include "document/VrDescription.h"
 #include "expressions/VrExpression.h"
@@ -488,8 +489,8 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
     for (const SgVec3T<double>& cv : cvs) push(points, root + (cv - root) * hammer.length);
     std::vector<float>& widths = batch.scratch;
     widths.resize(cvs.size());
-    auto* spline = dynamic_cast<VrSplinePrimitive*>(primitive);
-    auto* splineContext = dynamic_cast<VrSplinePrimitiveContext*>(&context);
+    auto* spline = vrExactCast<VrSplinePrimitive>(primitive);
+    auto* splineContext = vrExactCast<VrSplinePrimitiveContext>(&context);
     if (spline && splineContext && !widths.empty()) {
       spline->calcCVWidths(*splineContext, widths);
     } else {
@@ -607,7 +608,7 @@ std::unique_ptr<VrRendererContext> Renderer2::newRendererContext() const {
 bool Renderer2::beginPatchFaceInParallel(VrPrimitiveContext& context, const std::vector<VrPatch*>& patches,
                                          int face) {
   const bool go = VrRenderer::beginPatchFaceInParallel(context, patches, face);
-  if (auto* record = dynamic_cast<Context*>(context.rendererContext())) {
+  if (auto* record = vrExactCast<Context>(context.rendererContext())) {
     record->batch.count = 0;
     record->patchName = patches.empty() || !patches[0] ? std::string() : patches[0]->name();
   }
@@ -616,14 +617,14 @@ bool Renderer2::beginPatchFaceInParallel(VrPrimitiveContext& context, const std:
 
 void Renderer2::endPatchFaceInParallel(VrPrimitiveContext& context, const std::vector<VrPatch*>& patches,
                                        int face) {
-  if (auto* record = dynamic_cast<Context*>(context.rendererContext()))
+  if (auto* record = vrExactCast<Context>(context.rendererContext()))
     if (record->batch.count > 0) flushBatch(record->batch, record->callbacks, record->patchName);
   VrRenderer::endPatchFaceInParallel(context, patches, face);
 }
 
 void Renderer2::emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
                                         const std::vector<VrPatch*>& patches) {
-  auto* record = dynamic_cast<Context*>(context.rendererContext());
+  auto* record = vrExactCast<Context>(context.rendererContext());
   if (!record) return;
   VrPrimitiveContext* own = sample == 0 ? &context : context.sample(static_cast<unsigned>(sample - 1));
   if (!own) return;
