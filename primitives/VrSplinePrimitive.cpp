@@ -47,6 +47,19 @@ bool splitBendName(const std::string& name, std::string& base, unsigned& index) 
   return true;
 }
 
+// Whether the polyline through `cvs` changes direction (by more than rounding) or has a segment
+// of no length.
+bool turnsAnywhere(const std::vector<SgVec3T<double>>& cvs) {
+  if (cvs.size() < 2) return false;
+  SgVec3T<double> first = cvs[1] - cvs[0];
+  if (first.normalize() == 0.0) return true;
+  for (size_t i = 2; i < cvs.size(); ++i) {
+    SgVec3T<double> next = cvs[i] - cvs[i - 1];
+    if (next.normalize() == 0.0 || (next - first).length() > 1e-9) return true;
+  }
+  return false;
+}
+
 // The context a spline works on: every context a spline primitive makes is exactly this type.
 template <class Context>
 auto asSplineContext(Context& context) {
@@ -381,6 +394,9 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
       orient(root, N, U, V, bu[i - 1], bv[i - 1], 0.0, 0.0, share, geom, false);
     }
   }
+  // A chain that never turns is a straight line, and so is its spline: it already has the
+  // length asked for, and measuring it would only confirm that.
+  if (!turnsAnywhere(geom)) return;
   SgCurve::setLength(geom, length, -1.0);
 }
 
