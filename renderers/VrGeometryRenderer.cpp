@@ -96,11 +96,7 @@ void VrGeometryRenderer::reduceResult(VrRendererContext& context, const std::str
   auto* record = dynamic_cast<VrGeometryRendererContext*>(&context);
   if (!record) return;
   std::lock_guard<std::recursive_mutex> hold(reduceMutex());
-  for (auto& entry : record->faces) {
-    VrGeometryFace& into = faceData[entry.first];
-    for (auto& prim : entry.second.prims) into.prims.push_back(std::move(prim));
-    for (auto& instance : entry.second.instances) into.instances.push_back(instance);
-  }
+  for (auto& entry : record->faces) faceData[entry.first].append(std::move(entry.second));
   record->faces.clear();
 }
 
@@ -137,20 +133,34 @@ void VrGeometryRenderer::emitInto(FaceMap& faces, VrPrimitiveContext& context, d
   VrGeometryFace& faceRecord = faces[{patch.name(), face}];
   VrGeometryFace::Prim prim;
   prim.id = context.id();
+  prim.start = faceRecord.mesh.end();
   bool made = false;
   if (kind == "SplinePrimitive")
-    made = handleSpline(context, u, v, cvs, prim);
+    made = handleSpline(context, u, v, cvs, faceRecord, prim);
   else if (kind == "CardPrimitive")
-    made = handleCard(cvs, prim);
+    made = handleCard(cvs, faceRecord);
   else if (kind == "SpherePrimitive")
-    made = handleSphere(cvs, prim);
+    made = handleSphere(cvs, faceRecord);
   else if (kind == "ArchivePrimitive")
-    made = handleArchive(context, cvs, faceRecord, prim);
+    made = handleArchive(context, cvs, faceRecord, prim.id);
   if (made) faceRecord.prims.push_back(std::move(prim));
 }
 
+void VrGeometryFace::append(VrGeometryFace&& other) {
+  const VrMeshData::Mark shift = mesh.end();
+  for (Prim& prim : other.prims) {
+    prim.start.point += shift.point;
+    prim.start.face += shift.face;
+    prim.start.corner += shift.corner;
+    prims.push_back(std::move(prim));
+  }
+  mesh.append(other.mesh);
+  instances.insert(instances.end(), other.instances.begin(), other.instances.end());
+}
+
 bool VrGeometryRenderer::handleSpline(VrPrimitiveContext& context, double u, double v,
-                                      const std::vector<SgVec3T<double>>& cvs, VrGeometryFace::Prim& prim) const {
+                                      const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face,
+                                      VrGeometryFace::Prim& prim) const {
   const auto* spline = dynamic_cast<const VrSplinePrimitive*>(description()->activePrimitive());
   const auto* splineContext = dynamic_cast<const VrSplinePrimitiveContext*>(&context);
   std::vector<float> widths(cvs.size(), static_cast<float>(context.cWidth()));
@@ -160,34 +170,34 @@ bool VrGeometryRenderer::handleSpline(VrPrimitiveContext& context, double u, dou
   const SgVec3T<double> side =
       world.transformed(splineContext ? splineContext->widthVec : context.cU(u, v, false), true);
   const SgVec3T<double> normal = world.transformed(context.cN(u, v, false), true);
-  if (!helper.addDataForSplinePrim(cvs, widths, side, normal, prim.mesh)) return false;
+  if (!helper.addDataForSplinePrim(cvs, widths, side, normal, face.mesh)) return false;
   if (stripJointsFlag) prim.joints = placeJoints(cvs, stripJointPlacement == OneJointPerCV, jointsOnStrip);
   return true;
 }
 
-bool VrGeometryRenderer::handleCard(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace::Prim& prim) const {
-  return cvs.size() == VrCardPrimitive::NumControlPoints && helper.addDataForCardPrim(cvs, prim.mesh);
+bool VrGeometryRenderer::handleCard(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face) const {
+  return cvs.size() == VrCardPrimitive::NumControlPoints && helper.addDataForCardPrim(cvs, face.mesh);
 }
 
-bool VrGeometryRenderer::handleSphere(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace::Prim& prim) const {
-  return helper.addDataForSpherePrim(cvs, prim.mesh);
+bool VrGeometryRenderer::handleSphere(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face) const {
+  return helper.addDataForSpherePrim(cvs, face.mesh);
 }
 
 bool VrGeometryRenderer::handleArchive(const VrPrimitiveContext& context, const std::vector<SgVec3T<double>>& cvs,
-                                       VrGeometryFace& face, VrGeometryFace::Prim& prim) const {
+                                       VrGeometryFace& face, unsigned id) const {
   const auto* archive = dynamic_cast<const VrArchivePrimitive*>(description()->activePrimitive());
   VrArchiveFrame frame;
   if (!frame.set(archive, cvs)) return false;
   if (instancesFlag) {
     VrGeometryFace::Instance instance;
-    instance.id = prim.id;
+    instance.id = id;
     frame.matrix(instance.matrix);
     face.instances.push_back(instance);
     return false;
   }
   SgVec3T<double> corner, edges[3];
   frame.box(archive, context, false, corner, edges);
-  helper.addDataForArchivePrim(corner, edges, prim.mesh);
+  helper.addDataForArchivePrim(corner, edges, face.mesh);
   return true;
 }
 
@@ -233,10 +243,15 @@ void VrGeometryRenderer::finishDescription() {
   if (!desc) return;
   if (convertSelectedFlag && selected.empty())
     VR_WARNING(1, "GeometryRenderer of " + desc->name() + " converts the selected primitives, and none is selected.");
+  // Primitives in id order within each face (a face's emission order already is, as a rule).
   size_t count = 0;
+  std::map<std::pair<std::string, int>, std::vector<size_t>> orders;
   for (auto& entry : faceData) {
-    auto& prims = entry.second.prims;
-    std::stable_sort(prims.begin(), prims.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
+    const auto& prims = entry.second.prims;
+    std::vector<size_t>& order = orders[entry.first];
+    order.resize(prims.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return prims[a].id < prims[b].id; });
     auto& instances = entry.second.instances;
     std::stable_sort(instances.begin(), instances.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
     count += prims.size();
@@ -246,19 +261,23 @@ void VrGeometryRenderer::finishDescription() {
   for (auto& entry : faceData) {
     const std::string& patch = entry.first.first;
     const int face = entry.first.second;
-    for (VrGeometryFace::Prim& prim : entry.second.prims) {
+    VrGeometryFace& record = entry.second;
+    for (size_t i : orders[entry.first]) {
+      VrGeometryFace::Prim& prim = record.prims[i];
       const std::string name = primName(patch, face, prim.id);
       if (!combineFlag) meshList.push_back({name, VrMeshData()});
       VrMeshData& into = meshList.back().data;
       const size_t first = into.numPoints();
-      into.append(prim.mesh);
+      into.appendPart(record.mesh, prim.start, record.end(i));
       helper.layoutUVs(into, first, index++, count);
       if (!prim.joints.empty()) stripJointList.push_back({name, std::move(prim.joints)});
     }
-    for (const VrGeometryFace::Instance& instance : entry.second.instances) {
+    for (const VrGeometryFace::Instance& instance : record.instances) {
       instanceList.push_back({primName(patch, face, instance.id), {}});
       std::copy(instance.matrix, instance.matrix + 16, instanceList.back().matrix);
     }
+    // Each face's mesh goes as soon as it is copied, so that the memory does not double.
+    record = VrGeometryFace();
   }
   faceData.clear();
   makeGuideJoints();

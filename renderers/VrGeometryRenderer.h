@@ -23,19 +23,26 @@
 #include <utility>
 #include <vector>
 
-/// What one face gave: a mesh and a joint chain per primitive, and the instances.
+/// What one face gave: one mesh for all its primitives, where each primitive's part starts and
+/// its joint chain, and the instances.
 struct VrGeometryFace {
   struct Prim {
     unsigned id = 0;
-    VrMeshData mesh;
+    VrMeshData::Mark start;
     std::vector<SgVec3T<double>> joints;
   };
   struct Instance {
     unsigned id = 0;
     double matrix[16];
   };
+  VrMeshData mesh;
   std::vector<Prim> prims;
   std::vector<Instance> instances;
+
+  /// Where primitive `i`'s part of the mesh ends.
+  VrMeshData::Mark end(size_t i) const { return i + 1 < prims.size() ? prims[i + 1].start : mesh.end(); }
+  /// Appends another record of the same face, its primitives after these.
+  void append(VrGeometryFace&& other);
 };
 
 class VrGeometryRendererContext : public VrRendererContext {
@@ -116,12 +123,14 @@ class VrGeometryRenderer : public VrRenderer {
 
   void emitInto(std::map<std::pair<std::string, int>, VrGeometryFace>& faces, VrPrimitiveContext& context, double u,
                 double v, int face, const VrPatch& patch, SgBox3T<double>& box);
+  // Each adds the primitive's polygons to the face's mesh (or an instance) and answers whether
+  // it added polygons.
   bool handleSpline(VrPrimitiveContext& context, double u, double v, const std::vector<SgVec3T<double>>& cvs,
-                    VrGeometryFace::Prim& prim) const;
-  bool handleCard(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace::Prim& prim) const;
-  bool handleSphere(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace::Prim& prim) const;
+                    VrGeometryFace& face, VrGeometryFace::Prim& prim) const;
+  bool handleCard(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face) const;
+  bool handleSphere(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face) const;
   bool handleArchive(const VrPrimitiveContext& context, const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face,
-                     VrGeometryFace::Prim& prim) const;
+                     unsigned id) const;
   std::string primName(const std::string& patch, int face, unsigned id) const;
   void makeGuideJoints();
 

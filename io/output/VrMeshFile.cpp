@@ -5,13 +5,12 @@
 #include "io/alembic/VrAbcMotionSpools.h"
 #include "io/alembic/VrAbcXformWriter.h"
 
-void VrMeshData::append(const VrMeshData& other) {
-  const auto offset = static_cast<int32_t>(numPoints());
-  positions.insert(positions.end(), other.positions.begin(), other.positions.end());
-  uvs.insert(uvs.end(), other.uvs.begin(), other.uvs.end());
-  faceCounts.insert(faceCounts.end(), other.faceCounts.begin(), other.faceCounts.end());
-  faceIndices.reserve(faceIndices.size() + other.faceIndices.size());
-  for (int32_t index : other.faceIndices) faceIndices.push_back(index + offset);
+void VrMeshData::appendPart(const VrMeshData& other, const Mark& from, const Mark& to) {
+  const auto shift = static_cast<int32_t>(numPoints()) - static_cast<int32_t>(from.point);
+  positions.insert(positions.end(), other.positions.begin() + 3 * from.point, other.positions.begin() + 3 * to.point);
+  uvs.insert(uvs.end(), other.uvs.begin() + 2 * from.point, other.uvs.begin() + 2 * to.point);
+  faceCounts.insert(faceCounts.end(), other.faceCounts.begin() + from.face, other.faceCounts.begin() + to.face);
+  for (size_t c = from.corner; c < to.corner; ++c) faceIndices.push_back(other.faceIndices[c] + shift);
 }
 
 void VrMeshData::clear() {

@@ -28,8 +28,16 @@ struct VrMeshData {
   size_t numPoints() const { return positions.size() / 3; }
   size_t numFaces() const { return faceCounts.size(); }
   bool empty() const { return faceCounts.empty(); }
+  /// Where a part of a mesh starts: its first point, face and face corner.
+  struct Mark {
+    size_t point = 0, face = 0, corner = 0;
+  };
+  /// Where what is appended next will start.
+  Mark end() const { return {numPoints(), numFaces(), faceIndices.size()}; }
   /// Appends `other`, its face indices shifted past the points already here.
-  void append(const VrMeshData& other);
+  void append(const VrMeshData& other) { appendPart(other, Mark(), other.end()); }
+  /// Appends the part of `other` from `from` up to `to`, whose faces use only its points.
+  void appendPart(const VrMeshData& other, const Mark& from, const Mark& to);
   void clear();
 };
 
