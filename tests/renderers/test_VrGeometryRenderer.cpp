@@ -1,6 +1,7 @@
 // The geometry back end: hand-computed strips, the sizes of every shape, closed shapes facing
 // outwards, the uv layouts, and whole renders that give the same meshes on one and two threads.
 
+#include "renderers/BakeScene.h"
 #include "renderers/VrGeometryRenderer.h"
 #include "renderers/VrGeometryRendererDataHelper.h"
 #include "renderers/VrRenderDescription.h"
@@ -231,6 +232,37 @@ TEST(VrGeometryRenderer, OneMeshPerPrimitiveWithoutCombining) {
   for (const VrMeshData& mesh : split.meshes) EXPECT_EQ(mesh.numFaces(), 7u);  // one strip over eight CVs
   // Converting only a selection with nothing selected converts nothing.
   EXPECT_TRUE(convert(1, {{"convertSelected", "true"}}).meshes.empty());
+}
+
+TEST(VrGeometryRenderer, ArchivesAsBoxesOrInstancesInTheirFrame) {
+  // Each archive's frame is (U/2, 2N, 1.5V) at its root on the plane z = 0 (see BakeScene); with
+  // no file, its box is the unit cube standing on the root, so each box encloses 0.5 x 2 x 1.5.
+  for (bool instances : {false, true}) {
+    vrtest::BakeScene scene("NullRenderer");
+    auto& converter = *dynamic_cast<VrGeometryRenderer*>(scene.description->addObject("GeometryRenderer"));
+    converter.setAttr("outputInstances", instances ? "true" : "false", "bool");
+    ASSERT_TRUE(VrRenderDescription(converter, 2));
+    const size_t emitted = converter.totalEmitCount();
+    ASSERT_GT(emitted, 10u);
+    if (!instances) {
+      ASSERT_EQ(converter.meshes().size(), 1u);
+      EXPECT_TRUE(converter.instances().empty());
+      EXPECT_EQ(converter.meshes()[0].data.numFaces(), 6 * emitted);
+      EXPECT_NEAR(signedVolume(converter.meshes()[0].data), 1.5 * double(emitted), 1e-3 * double(emitted));
+      continue;
+    }
+    EXPECT_TRUE(converter.meshes().empty());
+    ASSERT_EQ(converter.instances().size(), emitted);
+    for (const VrGeometryRenderer::Instance& instance : converter.instances()) {
+      const double* m = instance.matrix;
+      EXPECT_EQ(std::string(instance.name).rfind("fur_skin_", 0), 0u);
+      EXPECT_NEAR(Vec(m[0], m[1], m[2]).length(), 0.5, 1e-6);
+      EXPECT_NEAR(Vec(m[4], m[5], m[6]).z, 2.0, 1e-6);  // up along the plane's normal
+      EXPECT_NEAR(Vec(m[8], m[9], m[10]).length(), 1.5, 1e-6);
+      EXPECT_NEAR(m[14], 0.0, 1e-6);  // rooted on the plane
+      EXPECT_EQ(m[15], 1.0);
+    }
+  }
 }
 
 }  // namespace
