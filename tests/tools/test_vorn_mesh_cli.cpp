@@ -6,6 +6,7 @@
 #include "io/alembic/VrAbcPolyMesh.h"
 #include "support/CliExpect.h"
 #include "support/Examples.h"
+#include "support/SmallHead.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -27,19 +28,9 @@ std::string meshArgs(const std::string& collection, const std::string& output, c
          shellWord(output) + " " + extra;
 }
 
-// The example at a low density: six CVs a hair, one strip each.
-std::string smallCollection(const vrtest::TempDir& dir) {
-  std::string text = readText(exampleDir + "/head.vorn");
-  const std::string from = "density\t\t\t50000.0";
-  const size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos);
-  if (at != std::string::npos) text.replace(at, from.size(), "density\t\t\t150.0");
-  return dir.write("small.vorn", text);
-}
-
 TEST(VornMeshCli, StripsComeBackThroughTheReaderTheSameOnAnyThreadCount) {
   vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
+  const std::string collection = vrtest::smallHeadCollection(dir);
   const std::string one = dir.file("one.abc"), two = dir.file("two.abc");
   ASSERT_TRUE(ranWith(vorn(meshArgs(collection, one, "--threads 1")), 0, "converted "));
   ASSERT_TRUE(ranWith(vorn(meshArgs(collection, two, "--threads 2")), 0, " meshes ("));
@@ -72,7 +63,7 @@ TEST(VornMeshCli, StripsComeBackThroughTheReaderTheSameOnAnyThreadCount) {
 
 TEST(VornMeshCli, BadUsageLeavesNoFile) {
   vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
+  const std::string collection = vrtest::smallHeadCollection(dir);
   const std::string out = dir.file("out.abc");
   EXPECT_TRUE(ranWith(vorn(meshArgs(collection, dir.file("out.jsonl"), "")), 2, "--mesh writes an .abc output"));
   EXPECT_TRUE(ranWith(vorn(meshArgs(collection, out, "--mesh-set noSuchThing=1")), 2,
