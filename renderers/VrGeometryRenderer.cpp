@@ -11,6 +11,7 @@
 #include "renderers/VrArchiveFrame.h"
 
 #include <algorithm>
+#include <climits>
 
 namespace {
 
@@ -265,10 +266,15 @@ void VrGeometryRenderer::finishDescription() {
     for (size_t i : orders[entry.first]) {
       VrGeometryFace::Prim& prim = record.prims[i];
       const std::string name = primName(patch, face, prim.id);
-      if (!combineFlag) meshList.push_back({name, VrMeshData()});
+      const VrMeshData::Mark end = record.end(i);
+      // Face indices are 32-bit: a combined mesh goes on in another one before it overflows.
+      if (!combineFlag)
+        meshList.push_back({name, VrMeshData()});
+      else if (meshList.back().data.numPoints() + (end.point - prim.start.point) > size_t(INT32_MAX))
+        meshList.push_back({desc->name() + "_" + std::to_string(meshList.size()), VrMeshData()});
       VrMeshData& into = meshList.back().data;
       const size_t first = into.numPoints();
-      into.appendPart(record.mesh, prim.start, record.end(i));
+      into.appendPart(record.mesh, prim.start, end);
       helper.layoutUVs(into, first, index++, count);
       if (!prim.joints.empty()) stripJointList.push_back({name, std::move(prim.joints)});
     }

@@ -3,7 +3,8 @@
 // (VrGeometryRendererDataHelper builds them): splines as strips, crossed strips or tubes, cards
 // as their bent sheets, spheres as UV spheres, archives as the box of their files or, with
 // `outputInstances`, as instance transforms. With `combineMesh` everything becomes one mesh named
-// after the description, otherwise one mesh per primitive ("<description>_<patch>_<face>_<id>").
+// after the description (continued in "<description>_1" and on past 2^31 points), otherwise one
+// mesh per primitive ("<description>_<patch>_<face>_<id>").
 // With `createStripJoints` each spline also gives a joint chain along it, with
 // `createGuideJoints` each guide of the primitive; `convertSelected` converts only the
 // primitives of `setSelection`.
