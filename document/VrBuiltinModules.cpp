@@ -26,6 +26,7 @@
 #include "primitives/VrSplinePrimitive.h"
 #include "renderers/VrFileRenderer.h"
 #include "renderers/VrGLRenderer.h"
+#include "renderers/VrGeometryRenderer.h"
 #include "renderers/VrGuideRenderer.h"
 #include "renderers/VrNullRenderer.h"
 #include "renderers/VrOrmRenderer.h"
@@ -69,7 +70,7 @@ struct Family {
   }
 };
 
-constexpr const char* renderers[] = {"GeometryRenderer", "SculptRenderer"};
+constexpr const char* renderers[] = {"SculptRenderer"};
 constexpr const char* fxModules[] = {
     "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
     "ControlWiresFXModule", "DebugFXModule",
@@ -102,6 +103,7 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("GuideRenderer", &createObject<VrGuideRenderer>) &&
                         VrRegisterModule("FileRenderer", &createObject<VrFileRenderer>) &&
                         VrRegisterModule("GLRenderer", &createObject<VrGLRenderer>) &&
+                        VrRegisterModule("GeometryRenderer", &createObject<VrGeometryRenderer>) &&
                         VrRegisterModule("PointRenderer", &createObject<VrPointRenderer>) &&
                         VrRegisterModule("OrmRenderer", &createObject<VrOrmRenderer>) &&
                         VrRegisterModule("ParticleRenderer", &createObject<VrParticleRenderer>) &&

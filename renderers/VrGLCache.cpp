@@ -47,8 +47,44 @@ void VrGLCache::append(VrGLCache&& other) {
     to.vertices.insert(to.vertices.end(), from.vertices.begin(), from.vertices.end());
     for (uint32_t i : from.indices) to.indices.push_back(i + shift);
   }
+  const size_t firstNew = prims.size();
   prims.insert(prims.end(), other.prims.begin(), other.prims.end());
+  for (size_t i = firstNew; i < prims.size(); ++i)
+    for (int k = 0; k < 5; ++k) {
+      prims[i].firstVertex[k] += static_cast<uint32_t>(meshes[k]->vertices.size() - other.meshes[k]->vertices.size());
+      prims[i].firstIndex[k] += static_cast<uint32_t>(meshes[k]->indices.size() - other.meshes[k]->indices.size());
+    }
   shaderParams.insert(shaderParams.end(), other.shaderParams.begin(), other.shaderParams.end());
+  dirty = true;
+}
+
+VrGLCache::Prim& VrGLCache::beginPrim() {
+  prims.emplace_back();
+  Prim& prim = prims.back();
+  for (int k = 0; k < 5; ++k) {
+    prim.firstVertex[k] = static_cast<uint32_t>(meshes[k]->vertices.size());
+    prim.firstIndex[k] = static_cast<uint32_t>(meshes[k]->indices.size());
+  }
+  return prim;
+}
+
+void VrGLCache::appendPrim(const VrGLCache& from, size_t index) {
+  const Prim& source = from.prims[index];
+  const bool last = index + 1 == from.prims.size();
+  Prim& prim = beginPrim();
+  const Prim kept = prim;
+  prim = source;
+  for (int k = 0; k < 5; ++k) {
+    const Mesh& in = *from.meshes[k];
+    Mesh& out = *meshes[k];
+    const uint32_t vertexEnd = last ? static_cast<uint32_t>(in.vertices.size()) : from.prims[index + 1].firstVertex[k];
+    const uint32_t indexEnd = last ? static_cast<uint32_t>(in.indices.size()) : from.prims[index + 1].firstIndex[k];
+    prim.firstVertex[k] = kept.firstVertex[k];
+    prim.firstIndex[k] = kept.firstIndex[k];
+    out.vertices.insert(out.vertices.end(), in.vertices.begin() + source.firstVertex[k], in.vertices.begin() + vertexEnd);
+    for (uint32_t i = source.firstIndex[k]; i < indexEnd; ++i)
+      out.indices.push_back(in.indices[i] - source.firstVertex[k] + kept.firstVertex[k]);
+  }
   dirty = true;
 }
 

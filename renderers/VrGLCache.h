@@ -52,6 +52,10 @@ class VrGLCache {
     SgVec3T<double> first;  ///< root
     SgVec3T<double> last;   ///< tip
     SgVec3T<double> label;  ///< where its id is drawn
+    /// Where its vertices and indices start in each of the five meshes; they run up to the
+    /// next primitive's start (the mesh's end for the last one).
+    uint32_t firstVertex[5] = {0, 0, 0, 0, 0};
+    uint32_t firstIndex[5] = {0, 0, 0, 0, 0};
   };
 
   std::string patch;
@@ -74,6 +78,10 @@ class VrGLCache {
   size_t vertexCount() const;
   /// Appends another cache's meshes and primitives (the indices shifted to follow).
   void append(VrGLCache&& other);
+  /// Starts the record of a primitive at the current ends of the meshes; its geometry follows.
+  Prim& beginPrim();
+  /// Appends primitive `index` of `from`: its record and its part of every mesh.
+  void appendPrim(const VrGLCache& from, size_t index);
   void clear();
 
   /// @name Building

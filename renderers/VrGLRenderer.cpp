@@ -9,6 +9,7 @@
 #include "primitives/VrCardPrimitive.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrSpherePrimitive.h"
+#include "renderers/VrArchiveFrame.h"
 #include "renderers/VrGLDraw.h"
 #include "renderers/VrGLLabels.h"
 #include "renderers/VrOpenGLThread.h"
@@ -140,6 +141,8 @@ void VrGLRenderer::initDescription() {
   // The selection names primitives, which outlive a render; its strokes are drawn again at the end.
   retired.push_back(std::move(selectionHighlight));
   selectionHighlight = VrGLCache();
+  retired.push_back(std::move(isolation));
+  isolation = VrGLCache();
   emitted = 0;
   limitReported = false;
   serialCulledPending = false;
@@ -164,6 +167,7 @@ void VrGLRenderer::initDescription() {
 void VrGLRenderer::finishDescription() {
   VrRenderer::finishDescription();
   if (!selected.empty()) highlightSelection();
+  if (!isolated.empty()) buildIsolation();
   VrDescription* desc = description();
   const VrPrimitive* primitive = desc ? desc->activePrimitive() : nullptr;
   if (!guidesFlag || !primitive) return;
@@ -265,7 +269,7 @@ void VrGLRenderer::emitInto(FaceMap& faces, VrPrimitiveContext& context, bool cu
   const SgVec3T<double> color =
       culled ? outlineColor() : colorOverridden ? overrideValue : colorExpression->eval(u, v, face, &patch.name());
 
-  VrGLCache::Prim prim;
+  VrGLCache::Prim& prim = cache.beginPrim();
   prim.id = context.id();
   prim.culled = culled;
   prim.first = cvs.front();
@@ -275,7 +279,6 @@ void VrGLRenderer::emitInto(FaceMap& faces, VrPrimitiveContext& context, bool cu
   const size_t below = std::min(static_cast<size_t>(along), cvs.size() - 1);
   const size_t above = std::min(below + 1, cvs.size() - 1);
   prim.label = cvs[below] + (cvs[above] - cvs[below]) * (along - double(below));
-  cache.prims.push_back(prim);
   emitShaderParams(context, u, v, face, patch.name(), cache);
 
   if (kind == "CardPrimitive" && cvs.size() == VrCardPrimitive::NumControlPoints) {
@@ -367,18 +370,11 @@ void VrGLRenderer::addSphere(VrGLCache& cache, const std::vector<SgVec3T<double>
 
 void VrGLRenderer::addArchive(VrGLCache& cache, const VrPrimitiveContext& context,
                               const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& color, bool culled) const {
-  if (cvs.size() < VrSpherePrimitive::NumControlPoints) return;
   const auto* archive = dynamic_cast<const VrArchivePrimitive*>(description()->activePrimitive());
-  const double size = archive && archive->archiveSize() > 0.0 ? archive->archiveSize() : 1.0;
-  // The archive's frame: its axes scaled from the file's units to the primitive's size.
-  const SgVec3T<double> mid = (cvs[0] + cvs[1]) * 0.5;
-  const SgVec3T<double> axes[3] = {(cvs[2] - mid) * (2.0 / size), (cvs[1] - cvs[0]) * (1.0 / size),
-                                   (cvs[3] - mid) * (2.0 / size)};
-  SgBox3T<double> box;
-  if (unitCubeFlag || !archive || !archive->archiveBox(context, box) || !box.valid)
-    box = SgBox3T<double>(SgVec3T<double>(-0.5 * size, 0.0, -0.5 * size), SgVec3T<double>(size, size, size));
-  const SgVec3T<double> corner = cvs[0] + axes[0] * box.min.x + axes[1] * box.min.y + axes[2] * box.min.z;
-  const SgVec3T<double> edges[3] = {axes[0] * box.size.x, axes[1] * box.size.y, axes[2] * box.size.z};
+  VrArchiveFrame frame;
+  if (!frame.set(archive, cvs)) return;
+  SgVec3T<double> corner, edges[3];
+  frame.box(archive, context, unitCubeFlag, corner, edges);
   if (culled)
     cache.addBoxEdges(cache.outlines, corner, edges, color);
   else
@@ -397,9 +393,10 @@ void VrGLRenderer::refresh(bool all, bool unused) {
     if (all) entry.second.dirty = true;
     VrGLUpload(entry.second);
   }
-  if (all) guides.dirty = selectionHighlight.dirty = true;
+  if (all) guides.dirty = selectionHighlight.dirty = isolation.dirty = true;
   VrGLUpload(guides);
   VrGLUpload(selectionHighlight);
+  VrGLUpload(isolation);
   setDirty(false);
 }
 
@@ -411,6 +408,7 @@ void VrGLRenderer::cleanRefresh() {
   for (auto& entry : faceCaches) VrGLRelease(entry.second);
   VrGLRelease(guides);
   VrGLRelease(selectionHighlight);
+  VrGLRelease(isolation);
 }
 
 void VrGLRenderer::overrideColor(const std::string& color) {
@@ -425,7 +423,10 @@ void VrGLRenderer::overrideColor(const std::string& color) {
 void VrGLRenderer::restoreColor() { colorOverridden = false; }
 
 void VrGLRenderer::draw(const VrGLProgram& program) const {
-  for (const auto& entry : faceCaches) program.draw(entry.second, culledFlag);
+  if (isolating())
+    program.draw(isolation, culledFlag);
+  else
+    for (const auto& entry : faceCaches) program.draw(entry.second, culledFlag);
   if (guidesFlag) program.draw(guides, false);
   program.draw(selectionHighlight, false);
 }

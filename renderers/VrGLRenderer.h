@@ -121,6 +121,14 @@ class VrGLRenderer : public VrRenderer {
   /// ".pmt" in the temporary folder), and culls them by hand; clears the selection. False when
   /// nothing was selected or the export failed (other kinds than archives are refused).
   bool promoteSelectedPrims();
+  /// Shows only the selected primitives (`on`), or every primitive again (off). A state of the
+  /// display: nothing in the patches changes, and the primitives shown stay the same over later
+  /// renders until isolation is turned off. False (nothing changes) when asked to isolate with
+  /// nothing selected.
+  bool isolateSelectedPrims(bool on);
+  bool isolating() const { return !isolated.empty(); }
+  /// The primitives drawn: the isolated ones while isolating, else every emitted one.
+  std::vector<SelectedPrim> shownPrims() const;
   /// The file the last `promoteSelectedPrims` wrote.
   const std::string& promotedFile() const { return promotePath; }
   /// @}
@@ -154,6 +162,8 @@ class VrGLRenderer : public VrRenderer {
   bool markSelectedPrims(const std::string& operation);
   // Rebuilds the highlight of the selection.
   void highlightSelection();
+  // Rebuilds the cache of the isolated primitives.
+  void buildIsolation();
 
   std::unique_ptr<VrExpression> colorExpression;
   std::unique_ptr<VrExpression> guideColorExpression;
@@ -180,5 +190,7 @@ class VrGLRenderer : public VrRenderer {
   std::vector<VrGLCache> retired;  ///< dropped caches whose GL buffers are still to be freed
   std::vector<SelectedPrim> selected;
   VrGLCache selectionHighlight;  ///< root-to-tip strokes of the selected primitives
+  std::vector<SelectedPrim> isolated;
+  VrGLCache isolation;  ///< the isolated primitives' part of the face caches
   std::string promotePath;
 };

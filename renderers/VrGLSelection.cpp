@@ -23,6 +23,14 @@ namespace {
 const char* const faceSeparator = "_XfaceidX_";
 const SgVec3T<double> selectionColor(1.0, 0.95, 0.1);
 
+using PrimKeys = std::set<std::tuple<std::string, int, unsigned>>;
+
+PrimKeys keysOf(const std::vector<VrGLRenderer::SelectedPrim>& prims) {
+  PrimKeys keys;
+  for (const VrGLRenderer::SelectedPrim& prim : prims) keys.insert(std::make_tuple(prim.patch, prim.face, prim.id));
+  return keys;
+}
+
 // Where `p` falls in the picture, in pixels from the top left; false behind the camera.
 bool toPixels(const float viewProjection[16], const SgVec3T<double>& p, unsigned width, unsigned height, double& x,
               double& y) {
@@ -57,9 +65,7 @@ bool crosses(double ax, double ay, double bx, double by, double x0, double y0, d
 class SelectionPromoter : public VrPromoteRenderer {
  public:
   SelectionPromoter(VrDescription* description, const std::vector<VrGLRenderer::SelectedPrim>& selection)
-      : VrPromoteRenderer(description) {
-    for (const VrGLRenderer::SelectedPrim& prim : selection) wanted.insert(std::make_tuple(prim.patch, prim.face, prim.id));
-  }
+      : VrPromoteRenderer(description), wanted(keysOf(selection)) {}
 
  protected:
   bool keeps(double, double, int face, const std::string* patchName) override {
@@ -68,7 +74,7 @@ class SelectionPromoter : public VrPromoteRenderer {
   }
 
  private:
-  std::set<std::tuple<std::string, int, unsigned>> wanted;
+  PrimKeys wanted;
 };
 
 }  // namespace
@@ -118,12 +124,40 @@ void VrGLRenderer::clearSelection() {
 void VrGLRenderer::highlightSelection() {
   retired.push_back(std::move(selectionHighlight));
   selectionHighlight = VrGLCache();
-  std::set<std::tuple<std::string, int, unsigned>> wanted;
-  for (const SelectedPrim& prim : selected) wanted.insert(std::make_tuple(prim.patch, prim.face, prim.id));
+  const PrimKeys wanted = keysOf(selected);
   for (const auto& entry : faceCaches)
     for (const VrGLCache::Prim& prim : entry.second.prims)
       if (!prim.culled && wanted.count(std::make_tuple(entry.first.first, entry.first.second, prim.id)))
         selectionHighlight.addCurve(selectionHighlight.polygons, {prim.first, prim.last}, selectionColor);
+}
+
+bool VrGLRenderer::isolateSelectedPrims(bool on) {
+  if (on && selected.empty()) return false;
+  isolated = on ? selected : std::vector<SelectedPrim>();
+  buildIsolation();
+  return true;
+}
+
+void VrGLRenderer::buildIsolation() {
+  retired.push_back(std::move(isolation));
+  isolation = VrGLCache();
+  const PrimKeys wanted = keysOf(isolated);
+  for (const auto& entry : faceCaches) {
+    const VrGLCache& cache = entry.second;
+    for (size_t i = 0; i < cache.prims.size(); ++i)
+      if (wanted.count(std::make_tuple(entry.first.first, entry.first.second, cache.prims[i].id)))
+        isolation.appendPrim(cache, i);
+  }
+}
+
+std::vector<VrGLRenderer::SelectedPrim> VrGLRenderer::shownPrims() const {
+  const PrimKeys wanted = keysOf(isolated);
+  std::vector<SelectedPrim> shown;
+  for (const auto& entry : faceCaches)
+    for (const VrGLCache::Prim& prim : entry.second.prims)
+      if (!isolating() || wanted.count(std::make_tuple(entry.first.first, entry.first.second, prim.id)))
+        shown.push_back({entry.first.first, entry.first.second, prim.id});
+  return shown;
 }
 
 bool VrGLRenderer::cullSelectedPrims() { return markSelectedPrims("cull"); }

@@ -41,8 +41,9 @@ const char* const ViewControls =
     "Shift+left drag selects the primitives whose root-to-tip line crosses the box.\n"
     "Keys: g guides, o culled primitives in outline, v vertices (CVs), p control polygons,\n"
     "i primitive ids, f frame everything, r render again from this view, c cull the selection\n"
-    "and save, m promote the selection (archives, as instances) and save, Esc clear the\n"
-    "selection, q quit. The collection is read again whenever its file changes.";
+    "and save, m promote the selection (archives, as instances) and save, x show only the\n"
+    "selection (again: show everything), Esc clear the selection, q quit. The collection is\n"
+    "read again whenever its file changes.";
 
 namespace {
 
@@ -361,6 +362,26 @@ class Viewer : public VrOpenGLThread::Provider {
     dirty = true;
   }
 
+  // Shows only the selection, or everything again when something is isolated already.
+  void toggleIsolation() {
+    if (!scene || rendering()) return;
+    bool anyIsolated = false;
+    for (VrGLRenderer* previewer : scene->previewers()) anyIsolated = anyIsolated || previewer->isolating();
+    size_t shown = 0;
+    bool isolatedSome = false;
+    for (VrGLRenderer* previewer : scene->previewers()) {
+      isolatedSome = previewer->isolateSelectedPrims(!anyIsolated) || isolatedSome;
+      shown += previewer->shownPrims().size();
+    }
+    if (!anyIsolated && !isolatedSome) {
+      warn("nothing is selected: Shift+drag a box first");
+      return;
+    }
+    scene->upload(false);
+    std::cout << "vorn: " << (anyIsolated ? "showing all " : "isolated ") << shown << " primitives\n" << std::flush;
+    dirty = true;
+  }
+
   // Culls or promotes the selection, saves the collection and reads it again.
   bool mark(const std::string& operation) {
     if (!scene || rendering()) return true;
@@ -389,6 +410,7 @@ class Viewer : public VrOpenGLThread::Provider {
       return false;
     }
     select(box[0], box[1], box[2], box[3]);
+    if (request.mark == "isolate") return toggleIsolation(), true;
     return request.mark.empty() || mark(request.mark);
   }
 
@@ -411,6 +433,7 @@ class Viewer : public VrOpenGLThread::Provider {
         break;
       case GLFW_KEY_C: mark("cull"); break;
       case GLFW_KEY_M: mark("promote"); break;
+      case GLFW_KEY_X: toggleIsolation(); break;
       case GLFW_KEY_ESCAPE:
         if (scene && !rendering()) {
           for (VrGLRenderer* previewer : scene->previewers()) previewer->clearSelection();

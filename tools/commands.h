@@ -102,6 +102,8 @@ struct RenderRequest {
   std::string space = "world";         ///< "world": hair where the scene places the mesh; "object": the mesh's own space
   std::string bakeDir;                 ///< --bake: one .vpd per patch under DIR/<description>/ instead of -o
   bool archivesInline = false;         ///< .abc: archives also as transforms over their files' meshes
+  bool mesh = false;                   ///< --mesh: polygon meshes through the geometry back end
+  std::vector<std::string> meshSettings;  ///< --mesh-set NAME=VALUE on the geometry back end
 };
 
 /// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every
@@ -115,6 +117,12 @@ int runRender(const RenderRequest& request);
 /// its file-writing back end, one `.vpd` per patch under DIR/<description>/; a summary line on
 /// standard output. 1 on any failure (the file being written is removed), 2 on bad usage.
 int runBake(const RenderRequest& request);
+
+/// `vorn render COLLECTION --geom GEOM.abc --frame F --mesh -o OUT.abc`: converts every
+/// description into polygon meshes with uvs through its geometry back end and writes them into
+/// one Alembic archive; a summary line on standard output. 1 on any failure (nothing is left
+/// at OUT), 2 on bad usage.
+int runMesh(const RenderRequest& request);
 
 /// What `vorn preview` draws (see docs/preview.md).
 struct PreviewRequest {
@@ -148,7 +156,8 @@ struct ViewRequest {
   double fps = 24.0;
   /// For scripts and tests: stop after drawing this many frames (0: run until closed), write
   /// the last one to `screenshot`, and after the first frame select the box `select`
-  /// ("X0,Y0,X1,Y1" in pixels from the top left) and apply `mark` ("cull" or "promote") to it.
+  /// ("X0,Y0,X1,Y1" in pixels from the top left) and apply `mark` to it: "cull" or "promote",
+  /// or "isolate" to show it alone.
   int exitAfter = 0;
   std::string screenshot;
   std::string select;

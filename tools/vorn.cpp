@@ -210,6 +210,10 @@ int main(int argc, char** argv) {
                      "output file: .abc (curves), .jsonl, .pmt, .pdb, .bgeo, .bgeo.gz or .geo; a run of '#' stands for the zero-padded frame number");
   render->add_option("--bake", renderRequest.bakeDir,
                      "instead of -o: bake one .vpd per patch under DIR/<description>/ through the file-writing back end");
+  render->add_flag("--mesh", renderRequest.mesh,
+                   "with -o OUT.abc: polygon meshes with uvs through the geometry back end, one per description");
+  render->add_option("--mesh-set", renderRequest.meshSettings,
+                     "NAME=VALUE: an attribute of the geometry back end for --mesh (repeatable)");
   render->add_option("--threads", renderRequest.threads,
                      "render faces on N threads (default: every core; 1: serially)");
   render->add_flag("--verbose", renderRequest.verbose, "print the library's version banner");
@@ -271,8 +275,9 @@ int main(int argc, char** argv) {
   view->add_option("--screenshot", viewRequest.screenshot, "scripts: write the last frame drawn to this .png");
   view->add_option("--select", viewRequest.select,
                    "scripts: after the first frame select the box \"X0,Y0,X1,Y1\" (pixels from the top left)");
-  view->add_option("--mark", viewRequest.mark, "scripts: cull or promote the selection of --select and save")
-      ->check(CLI::IsMember({"cull", "promote"}));
+  view->add_option("--mark", viewRequest.mark,
+                   "scripts: cull or promote the selection of --select and save, or isolate it (shown alone, not saved)")
+      ->check(CLI::IsMember({"cull", "promote", "isolate"}));
   view->footer(vorncli::ViewControls);
 
   try {
@@ -344,6 +349,7 @@ int main(int argc, char** argv) {
       }
       renderRequest.motionSamples.push_back(offset);
     }
+    if (renderRequest.mesh) return vorncli::runMesh(renderRequest);
     if (!renderRequest.bakeDir.empty()) return vorncli::runBake(renderRequest);
     if (renderRequest.output.empty()) {
       std::cerr << "vorn: render needs -o OUT or --bake DIR\n";

@@ -15,6 +15,7 @@
 #include "support/CliExpect.h"
 #include "support/Examples.h"
 #include "support/RenderLines.h"
+#include "support/SmallHead.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -39,16 +40,6 @@ using vrtest::vornIn;
 namespace {
 
 const std::string exampleDir = std::string(VORN_SOURCE_DIR) + "/examples/head";
-
-// The bundled example with a low density, so that a render takes a moment.
-std::string smallCollection(const vrtest::TempDir& dir) {
-  std::string text = readText(exampleDir + "/head.vorn");
-  const std::string from = "density\t\t\t50000.0";
-  const size_t at = text.find(from);
-  EXPECT_NE(at, std::string::npos);
-  if (at != std::string::npos) text.replace(at, from.size(), "density\t\t\t150.0");
-  return dir.write("small.vorn", text);
-}
 
 std::string renderArgs(const std::string& collection, const std::string& geometry, const std::string& output) {
   return "render " + shellWord(collection) + " --geom " + shellWord(geometry) + " --frame 1 -o " + shellWord(output);
@@ -100,7 +91,7 @@ std::vector<Line> parse(const std::string& text) { return vrtest::parseRenderLin
 
 TEST(VornRender, BadInputFailsClearlyAndLeavesNoOutput) {
   vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
+  const std::string collection = vrtest::smallHeadCollection(dir);
   const std::string geometry = exampleDir + "/head.abc";
   const std::string out = dir.file("out.jsonl");
 
@@ -152,7 +143,7 @@ TEST(VornRender, BadInputFailsClearlyAndLeavesNoOutput) {
 
 TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
   vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
+  const std::string collection = vrtest::smallHeadCollection(dir);
   const std::string geometry = exampleDir + "/head.abc";
   std::vector<std::string> outputs;
   for (const std::string& threads : {std::string(), std::string(" --threads 1"), std::string(" --threads 2")}) {
@@ -217,7 +208,7 @@ TEST(VornRender, SerialAndThreadedRendersWriteTheSameLines) {
 // root as its position, and is the same, byte for byte, on one and two threads.
 TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
   vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
+  const std::string collection = vrtest::smallHeadCollection(dir);
   const std::string geometry = exampleDir + "/head.abc";
   ASSERT_TRUE(ranWith(vorn(renderArgs(collection, geometry, dir.file("ref.jsonl"))), 0, "rendered "));
   const std::vector<Line> lines = parse(readText(dir.file("ref.jsonl")));
@@ -270,7 +261,7 @@ TEST(VornRender, InstanceOutputsListEveryPrimitiveOnOneAndTwoThreads) {
 // the same bytes on one and two threads.
 TEST(VornRender, ABakeHoldsWhatTheRenderWritesOnOneAndTwoThreads) {
   vrtest::TempDir dir;
-  const std::string collection = smallCollection(dir);
+  const std::string collection = vrtest::smallHeadCollection(dir);
   const std::string geometry = exampleDir + "/head.abc";
   ASSERT_TRUE(ranWith(vorn(renderArgs(collection, geometry, dir.file("ref.jsonl"))), 0, "rendered "));
   const std::vector<Line> lines = parse(readText(dir.file("ref.jsonl")));
@@ -752,7 +743,7 @@ TEST(VornRender, CardsAndSpheresWriteTheirControlPointsAndSizes) {
   for (const Row& row : {Row{"CardPrimitive", 5, false}, Row{"SpherePrimitive", 4, true}}) {
     SCOPED_TRACE(row.kind);
     vrtest::TempDir dir;
-    std::string text = readText(smallCollection(dir));
+    std::string text = readText(vrtest::smallHeadCollection(dir));
     for (size_t at = text.find("SplinePrimitive"); at != std::string::npos; at = text.find("SplinePrimitive", at))
       text.replace(at, 15, row.kind);
     const std::string collection = dir.write("kind.vorn", text);
@@ -818,7 +809,7 @@ TEST(VornRender, NonFiniteAttributesCullWithOneWarningAndHugeCVCountsAreRefused)
   for (const Row& row : rows) {
     SCOPED_TRACE(row.attribute);
     vrtest::TempDir dir;
-    const std::string collection = smallCollection(dir);
+    const std::string collection = vrtest::smallHeadCollection(dir);
     const auto set = vorn("set " + shellWord(collection) + " " + row.attribute + " " + shellWord(row.value) +
                           " hair SplinePrimitive");
     const bool refused = std::string(row.attribute).find("CVCount") != std::string::npos;

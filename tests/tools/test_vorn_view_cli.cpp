@@ -115,6 +115,20 @@ TEST(VornViewGL, ABoxSelectionCullsWhatItCrossesAndSaves) {
       << run.output;
 }
 
+TEST(VornViewGL, IsolatingTheSelectionShowsItAloneAndSavesNothing) {
+  vrtest::TempDir dir;
+  const std::string coll = collection(dir, "");
+  const std::string saved = readText(coll);
+  VIEW_OR_SKIP(run, viewArguments(coll, "--exit-after 2 --select 120.5,40.5,170.5,75.5 --mark isolate"));
+  ASSERT_EQ(run.exitCode, 0) << run.output;
+  const size_t at = run.output.find("selected ");
+  ASSERT_NE(at, std::string::npos) << run.output;
+  const std::string count = run.output.substr(at + 9, run.output.find(' ', at + 9) - at - 9);
+  EXPECT_GT(std::stoul(count), 5u);
+  EXPECT_NE(run.output.find("isolated " + count + " primitives"), std::string::npos) << run.output;
+  EXPECT_EQ(readText(coll), saved);
+}
+
 TEST(VornViewGL, AChangeOfTheFileIsDrawnAgain) {
   vrtest::TempDir dir;
   const std::string coll = collection(dir, "");

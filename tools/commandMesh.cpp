@@ -1,0 +1,141 @@
+// `vorn render ... --mesh -o OUT.abc`: converts every description of a collection at one frame
+// into polygon meshes through the geometry back end (VrGeometryRenderer), and writes them with
+// their uvs into one Alembic archive: one mesh per description (or per primitive with
+// `combineMesh` off), archives as instance transforms with `outputInstances`, and joint chains
+// as linear curves. The collection is read and bound here, as a bake does; the back end's
+// settings are those of the description's GeometryRenderer object, then those of --mesh-set.
+
+#include "document/VrDescription.h"
+#include "document/VrPalette.h"
+#include "io/output/VrMeshFile.h"
+#include "renderers/VrGeometryRenderer.h"
+#include "renderers/VrRenderDescription.h"
+#include "tools/cliLogger.h"
+#include "tools/collectionAccess.h"
+#include "tools/commands.h"
+#include "tools/renderThreads.h"
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <sstream>
+
+namespace vorncli {
+
+namespace {
+
+struct MeshTotals {
+  size_t meshes = 0, points = 0, faces = 0, instances = 0;
+  uint64_t primitives = 0;
+  unsigned descriptions = 0;
+};
+
+bool usable(const RenderRequest& request) {
+  if (!request.frames.empty() || !request.hasFrame) return fail("--mesh takes one --frame"), false;
+  if (!request.bakeDir.empty()) return fail("--mesh and --bake cannot both be given"), false;
+  const std::filesystem::path out(request.output);
+  if (out.extension() != ".abc") return fail("--mesh writes an .abc output: " + request.output), false;
+  if (request.threads < 0) return fail("--threads must be 1 or more"), false;
+  if (!(request.fps > 0.0)) return fail("--fps must be above 0"), false;
+  for (const std::string& entry : request.meshSettings)
+    if (entry.find('=') == std::string::npos || entry.front() == '=')
+      return fail("--mesh-set takes NAME=VALUE: " + entry), false;
+  return true;
+}
+
+// Writes what `converter` made for `description` into `file`.
+bool writeDescription(const VrGeometryRenderer& converter, const std::string& description, VrMeshFile& file,
+                      MeshTotals& totals) {
+  for (const VrGeometryRenderer::Mesh& mesh : converter.meshes()) {
+    if (!file.addMesh(mesh.name, mesh.data, converter.subdivisionMeshes())) return false;
+    ++totals.meshes;
+    totals.points += mesh.data.numPoints();
+    totals.faces += mesh.data.numFaces();
+  }
+  for (const VrGeometryRenderer::Instance& instance : converter.instances())
+    if (!file.addTransform(description + "_instances", instance.name, instance.matrix)) return false;
+  totals.instances += converter.instances().size();
+  const std::pair<const char*, const std::vector<VrGeometryRenderer::JointChain>*> chainSets[] = {
+      {"_stripJoints", &converter.stripJoints()}, {"_guideJoints", &converter.guideJoints()}};
+  for (const auto& set : chainSets) {
+    std::vector<std::vector<SgVec3T<double>>> chains;
+    for (const VrGeometryRenderer::JointChain& chain : *set.second) chains.push_back(chain.joints);
+    if (!file.addJointChains(description + set.first, chains)) return false;
+  }
+  return true;
+}
+
+int mesh(const RenderRequest& request, const CliLogger& logger) {
+  const auto start = std::chrono::steady_clock::now();
+  if (!usable(request)) return ExitUsage;
+  std::error_code ec;
+  if (request.geometry.empty() || !std::filesystem::is_regular_file(request.geometry, ec)) {
+    fail("no such geometry file: " + request.geometry);
+    return ExitFailed;
+  }
+  BoundCollection bound;
+  if (!bound.bind(request.collection, request.geometry, request.frame, request.fps, request.space == "object", logger,
+                  "nothing was written"))
+    return ExitFailed;
+  VrPalette* palette = bound.palette();
+  const unsigned workers = renderWorkers(request.threads);
+
+  VrMeshFile file;
+  if (!file.open(request.output, request.frame, request.fps)) {
+    fail("cannot write " + request.output);
+    return ExitFailed;
+  }
+  MeshTotals totals;
+  for (unsigned d = 0; d < palette->numDescriptions(); ++d) {
+    VrDescription* description = palette->description(d);
+    if (!description || description->patches().empty()) continue;
+    auto* converter = dynamic_cast<VrGeometryRenderer*>(description->addObject("GeometryRenderer"));
+    if (!converter) {
+      fail("description " + inQuotes(description->name()) + " has no geometry back end");
+      return ExitFailed;
+    }
+    for (const std::string& entry : request.meshSettings) {
+      const size_t eq = entry.find('=');
+      std::string type;
+      std::string old;
+      if (!converter->getAttr(entry.substr(0, eq), old, type)) {
+        fail("the geometry back end has no attribute " + inQuotes(entry.substr(0, eq)));
+        return ExitUsage;
+      }
+      converter->setAttr(entry.substr(0, eq), entry.substr(eq + 1), type);
+    }
+    if (!VrRenderDescription(*converter, workers)) {
+      fail("the conversion of description " + inQuotes(description->name()) + " failed; nothing was written");
+      return ExitFailed;
+    }
+    if (!writeDescription(*converter, description->name(), file, totals)) {
+      fail("cannot write the meshes of description " + inQuotes(description->name()) + " to " + request.output);
+      return ExitFailed;
+    }
+    totals.primitives += converter->totalEmitCount();
+    ++totals.descriptions;
+  }
+  if (!file.close()) {
+    fail("cannot write " + request.output);
+    return ExitFailed;
+  }
+
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  std::ostringstream summary;
+  startSummary(summary);
+  summary << "converted " << totals.primitives << " primitives of " << totals.descriptions << " descriptions into "
+          << totals.meshes << " meshes (" << totals.points << " points, " << totals.faces << " faces)";
+  if (totals.instances) summary << " and " << totals.instances << " instances";
+  summary << " in " << request.output << " in " << seconds << " s on " << workersText(workers) << "\n";
+  std::cout << summary.str();
+  return ExitOk;
+}
+
+}  // namespace
+
+int runMesh(const RenderRequest& request) {
+  CliLogger logger;
+  return guarded(ExitFailed, [&] { return mesh(request, logger); });
+}
+
+}  // namespace vorncli
