@@ -114,8 +114,12 @@ VrFXBakeFiles::Read VrFXBakeFiles::read(VrFXBakeCursor& cursor, unsigned id, std
   if (!cursor.positioned) return Read::Failed;  // reported, if at all, when the face began
   if (cursor.reader->findPrim(cursor.readPosition, id, record)) return Read::Found;
   if (cursor.readPosition.error().empty()) return Read::Missing;
-  VR_ERROR("Failed to read primitive on face " + std::to_string(cursor.face) + " from VPD file: " + cursor.readerPath);
+  reportUnreadable(cursor);
   return Read::Failed;
+}
+
+void VrFXBakeFiles::reportUnreadable(const VrFXBakeCursor& cursor) {
+  VR_ERROR("Failed to read primitive on face " + std::to_string(cursor.face) + " from VPD file: " + cursor.readerPath);
 }
 
 void VrFXBakeFiles::write(VrFXBakeCursor& cursor, unsigned id, const std::vector<float>& record) const {

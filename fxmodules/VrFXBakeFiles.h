@@ -57,6 +57,8 @@ class VrFXBakeFiles {
   /// The record of spline `id` on the cursor's face. Missing: the face holds no record of it;
   /// Failed: the face has no block (reported when it began) or the record is unreadable (an Error).
   Read read(VrFXBakeCursor& cursor, unsigned id, std::vector<float>& record) const;
+  /// Reports a record of the cursor's face that cannot be used as an Error naming the face and file.
+  static void reportUnreadable(const VrFXBakeCursor& cursor);
   /// Appends the record of spline `id` to the cursor's face; a failure is an Error.
   void write(VrFXBakeCursor& cursor, unsigned id, const std::vector<float>& record) const;
 

@@ -139,8 +139,7 @@ double VrMeshCutFXModule::bakedCut(VrPrimitiveContext& context, VrMeshCutFXModul
   if (state.bake.face != context.cFaceId() || state.bake.patch != context.cPatch()) return NoCut;
   if (bakeFiles.read(state.bake, context.id(), state.record) != VrFXBakeFiles::Read::Found) return NoCut;
   if (state.record.size() != 3) {
-    VR_ERROR("Failed to read primitive on face " + std::to_string(state.bake.face) +
-             " from VPD file: " + state.bake.readerPath);
+    VrFXBakeFiles::reportUnreadable(state.bake);
     return NoCut;
   }
   if (state.record[0] < 0.0f) return CullCut;

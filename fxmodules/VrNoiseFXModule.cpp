@@ -127,8 +127,7 @@ bool VrNoiseFXModule::readDisplacements(VrNoiseFXModuleContext& state, unsigned 
   }
   if (result != VrFXBakeFiles::Read::Found) return false;
   if (state.record.size() != 3 * (n - 1) + 1 || state.record[0] != static_cast<float>(n)) {
-    VR_ERROR("Failed to read primitive on face " + std::to_string(state.bake.face) +
-             " from VPD file: " + state.bake.readerPath);
+    VrFXBakeFiles::reportUnreadable(state.bake);
     return false;
   }
   return true;

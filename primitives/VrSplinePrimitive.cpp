@@ -60,12 +60,6 @@ bool turnsAnywhere(const std::vector<SgVec3T<double>>& cvs) {
   return false;
 }
 
-// The context a spline works on: every context a spline primitive makes is exactly this type.
-template <class Context>
-auto asSplineContext(Context& context) {
-  return vrExactCast<VrSplinePrimitiveContext>(&context);
-}
-
 }  // namespace
 
 /// One bend of the attribute shape: where along the length, and the lean there.
@@ -224,7 +218,7 @@ void VrSplinePrimitive::getExternalContext(ExternalContext& pairs, const std::st
 }
 
 bool VrSplinePrimitive::finiteGeometry(VrPrimitiveContext& context) const {
-  const auto* spline = asSplineContext(context);
+  const auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
   return VrPrimitive::finiteGeometry(context) &&
          (!spline || (std::isfinite(spline->taper) && std::isfinite(spline->taperStart)));
 }
@@ -269,7 +263,7 @@ bool VrSplinePrimitive::prepGuideCGeom(unsigned index) {
 
 void VrSplinePrimitive::packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const {
   VrPrimitive::packAttrs(context, floats);
-  const auto* spline = asSplineContext(context);
+  const auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
   const SgVec3T<double> w = spline ? spline->widthVec : SgVec3T<double>();
   floats.insert(floats.end(), {spline ? spline->taper : 0.0f, spline ? spline->taperStart : 0.0f,
                                static_cast<float>(w.x), static_cast<float>(w.y), static_cast<float>(w.z)});
@@ -282,7 +276,7 @@ bool VrSplinePrimitive::unpackAttrs(VrPrimitiveContext& context, const std::vect
     return false;
   }
   VrPrimitive::unpackAttrs(context, floats, offset);
-  if (auto* spline = asSplineContext(context)) {
+  if (auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context)) {
     spline->taper = floats[offset];
     spline->taperStart = floats[offset + 1];
     spline->widthVec = SgVec3T<double>(floats[offset + 2], floats[offset + 3], floats[offset + 4]);
@@ -322,7 +316,7 @@ void VrSplinePrimitive::completeGivenGeometryInParallel(VrPrimitiveContext& cont
 }
 
 void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double v, double widthFactor) const {
-  auto* spline = asSplineContext(context);
+  auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
   const double width = widthExpr().eval(u, v, face, patchName).x * widthFactor;
@@ -344,7 +338,7 @@ void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double
 }
 
 void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v) {
-  auto* spline = asSplineContext(context);
+  auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
   const double length = std::max(lengthExpr().eval(u, v, face, patchName).x, 1e-6);
@@ -401,7 +395,7 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
 }
 
 void VrSplinePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double u, double v) {
-  auto* spline = asSplineContext(context);
+  auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
   const bool breakActive = spline && spline->breakActive;
   std::vector<SgVec3T<double>>& geom = context.getGeom();
   if (numGuides() == 0 || context.activeGuides.empty() || context.weightN <= 0.0) {
