@@ -1,8 +1,9 @@
 #pragma once
 // VrArchiveFrame: where an archive primitive stands, from its four placement CVs: the origin
 // (the root) and the axes its file's own x, y and z go to, scaled from the file's units to the
-// primitive's size (`VrArchivePrimitive::archiveSize`). The previewer draws the file's box in
-// it; the geometry back end writes the box as a mesh or the frame as an instance transform.
+// primitive's size (`VrArchivePrimitive::archiveSize`). The previewer draws the files' proxy (or
+// their box) in it; the geometry back end writes the files' mesh (or their box) placed by it, or
+// the frame as an instance transform.
 
 #include "geometry/SgVec3T.h"
 

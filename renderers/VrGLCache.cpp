@@ -28,6 +28,7 @@ VrGLCache& VrGLCache::operator=(VrGLCache&& other) noexcept {
     from.glIndexCount = 0;
   }
   prims = std::move(other.prims);
+  archives = std::move(other.archives);
   shaderParams = std::move(other.shaderParams);
   dirty = other.dirty;
   return *this;
@@ -48,12 +49,16 @@ void VrGLCache::append(VrGLCache&& other) {
     for (uint32_t i : from.indices) to.indices.push_back(i + shift);
   }
   const size_t firstNew = prims.size();
+  const auto archiveShift = static_cast<uint32_t>(archives.size());
+  archives.insert(archives.end(), other.archives.begin(), other.archives.end());
   prims.insert(prims.end(), other.prims.begin(), other.prims.end());
-  for (size_t i = firstNew; i < prims.size(); ++i)
+  for (size_t i = firstNew; i < prims.size(); ++i) {
+    prims[i].firstArchive += archiveShift;
     for (int k = 0; k < 5; ++k) {
       prims[i].firstVertex[k] += static_cast<uint32_t>(meshes[k]->vertices.size() - other.meshes[k]->vertices.size());
       prims[i].firstIndex[k] += static_cast<uint32_t>(meshes[k]->indices.size() - other.meshes[k]->indices.size());
     }
+  }
   shaderParams.insert(shaderParams.end(), other.shaderParams.begin(), other.shaderParams.end());
   dirty = true;
 }
@@ -65,6 +70,7 @@ VrGLCache::Prim& VrGLCache::beginPrim() {
     prim.firstVertex[k] = static_cast<uint32_t>(meshes[k]->vertices.size());
     prim.firstIndex[k] = static_cast<uint32_t>(meshes[k]->indices.size());
   }
+  prim.firstArchive = static_cast<uint32_t>(archives.size());
   return prim;
 }
 
@@ -85,6 +91,9 @@ void VrGLCache::appendPrim(const VrGLCache& from, size_t index) {
     for (uint32_t i = source.firstIndex[k]; i < indexEnd; ++i)
       out.indices.push_back(in.indices[i] - source.firstVertex[k] + kept.firstVertex[k]);
   }
+  prim.firstArchive = kept.firstArchive;
+  const size_t archiveEnd = last ? from.archives.size() : from.prims[index + 1].firstArchive;
+  archives.insert(archives.end(), from.archives.begin() + source.firstArchive, from.archives.begin() + archiveEnd);
   dirty = true;
 }
 
@@ -94,6 +103,7 @@ void VrGLCache::clear() {
     mesh->indices.clear();
   }
   prims.clear();
+  archives.clear();
   shaderParams.clear();
   dirty = true;
 }
@@ -142,12 +152,4 @@ void VrGLCache::addBoxEdges(Mesh& mesh, const SgVec3T<double>& corner, const SgV
       std::vector<SgVec3T<double>> edge = {boxCorner(corner, edges, bits), boxCorner(corner, edges, bits | (1 << k))};
       addCurve(mesh, edge, color);
     }
-}
-
-void VrGLCache::addBox(const SgVec3T<double>& corner, const SgVec3T<double> edges[3], const SgVec3T<double>& color) {
-  // Each side: the fixed axis and its value, then the corners in a loop.
-  static const int sides[6][4] = {{0, 2, 6, 4}, {1, 5, 7, 3}, {0, 1, 3, 2}, {4, 6, 7, 5}, {0, 4, 5, 1}, {2, 3, 7, 6}};
-  for (const auto& side : sides)
-    addQuad(boxCorner(corner, edges, side[0]), boxCorner(corner, edges, side[1]), boxCorner(corner, edges, side[2]),
-            boxCorner(corner, edges, side[3]), color);
 }

@@ -4,7 +4,8 @@
 // hold hair splines and guides, with each vertex's normal slot carrying the curve's tangent so
 // that a line can be lit like a thin tube; triangles hold cards, spheres, archive proxies and
 // surfaces; outlines hold culled primitives and polygons hold control polygons, both drawn
-// unlit; points hold CVs. Each emitted primitive also keeps a
+// unlit; points hold CVs. Archives are not copied into the meshes: each is a placement of a
+// proxy (VrGLProxy) that the previewer keeps once per set of files. Each emitted primitive also keeps a
 // record (its id, whether it was culled, where it starts and ends) for selection and id labels.
 //
 // A cache is filled on one thread (a render worker or the calling thread) and handed to the GL
@@ -56,6 +57,17 @@ class VrGLCache {
     /// next primitive's start (the mesh's end for the last one).
     uint32_t firstVertex[5] = {0, 0, 0, 0, 0};
     uint32_t firstIndex[5] = {0, 0, 0, 0, 0};
+    uint32_t firstArchive = 0;  ///< where its archive placements start
+  };
+
+  /// An archive: the proxy of its files under its frame, or its box.
+  struct Archive {
+    int key = -1;          ///< the key of its files in the archive list; -1: drawn as its box
+    double frame = 0.0;    ///< its archive frame, at which the files are read
+    float place[16];       ///< its own space to the world, column by column (x, y, z axes, origin)
+    float box[16];         ///< the unit cube to its box, the same way
+    float color[3];
+    int proxy = -1;        ///< the previewer's proxy, once made; -1 draws the box
   };
 
   std::string patch;
@@ -66,6 +78,7 @@ class VrGLCache {
   Mesh polygons;
   Mesh points;
   std::vector<Prim> prims;
+  std::vector<Archive> archives;
   /// Parameters of the shader channels, one value per primitive and channel (TEXCOORD3 to 7).
   std::vector<float> shaderParams;
   /// Set when the meshes changed since the last upload.
@@ -94,7 +107,5 @@ class VrGLCache {
   /// The edges of a box given by its corner and three edge vectors into `mesh` (outline or lines).
   void addBoxEdges(Mesh& mesh, const SgVec3T<double>& corner, const SgVec3T<double> edges[3],
                    const SgVec3T<double>& color);
-  /// The six faces of that box as triangles.
-  void addBox(const SgVec3T<double>& corner, const SgVec3T<double> edges[3], const SgVec3T<double>& color);
   /// @}
 };

@@ -88,9 +88,14 @@ bool VrGLHeadlessContext::create(unsigned width, unsigned height, std::string& e
   EGLConfig config = nullptr;
   EGLint found = 0;
   if (!eglChooseConfig(g.display, configAttrs, &config, 1, &found) || found < 1) config = nullptr;
-  const EGLint contextAttrs[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_CONTEXT_MINOR_VERSION, 3,
-                                 EGL_CONTEXT_OPENGL_PROFILE_MASK, EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
-  g.context = eglCreateContext(g.display, config, EGL_NO_CONTEXT, contextAttrs);
+  // Display lists for the archive proxies need a compatibility profile; a driver without one
+  // gives a core context, and the proxies go into buffer objects.
+  const EGLint profiles[] = {EGL_CONTEXT_OPENGL_COMPATIBILITY_PROFILE_BIT, EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT};
+  for (size_t p = VrGLWantsDisplayLists() ? 0 : 1; p < 2 && g.context == EGL_NO_CONTEXT; ++p) {
+    const EGLint contextAttrs[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_CONTEXT_MINOR_VERSION, 3,
+                                   EGL_CONTEXT_OPENGL_PROFILE_MASK, profiles[p], EGL_NONE};
+    g.context = eglCreateContext(g.display, config, EGL_NO_CONTEXT, contextAttrs);
+  }
   if (g.context == EGL_NO_CONTEXT || !eglMakeCurrent(g.display, EGL_NO_SURFACE, EGL_NO_SURFACE, g.context)) {
     if (g.context != EGL_NO_CONTEXT) eglDestroyContext(g.display, g.context);
     g.context = EGL_NO_CONTEXT;

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -166,6 +167,7 @@ void VrGLRenderer::initDescription() {
 
 void VrGLRenderer::finishDescription() {
   VrRenderer::finishDescription();
+  makeArchiveProxyFromReduce();
   if (!selected.empty()) highlightSelection();
   if (!isolated.empty()) buildIsolation();
   VrDescription* desc = description();
@@ -375,10 +377,95 @@ void VrGLRenderer::addArchive(VrGLCache& cache, const VrPrimitiveContext& contex
   if (!frame.set(archive, cvs)) return;
   SgVec3T<double> corner, edges[3];
   frame.box(archive, context, unitCubeFlag, corner, edges);
-  if (culled)
-    cache.addBoxEdges(cache.outlines, corner, edges, color);
-  else
-    cache.addBox(corner, edges, color);
+  if (culled) return cache.addBoxEdges(cache.outlines, corner, edges, color);
+  VrGLCache::Archive placed;
+  placed.key = unitCubeFlag ? -1 : VrArchiveGeometry::chooseKey(archive, context, VrArchiveGeometry::Preference::Lightest);
+  const auto* own = dynamic_cast<const VrArchivePrimitiveContext*>(&context);
+  placed.frame = own ? own->archiveFrame : 0.0;
+  double place[16];
+  frame.matrix(place);
+  const SgVec3T<double> boxColumns[4] = {edges[0], edges[1], edges[2], corner};
+  for (int k = 0; k < 16; ++k) {
+    placed.place[k] = float(place[k]);
+    placed.box[k] = k % 4 == 3 ? (k == 15 ? 1.0f : 0.0f) : float(boxColumns[k / 4][k % 4]);
+  }
+  for (int k = 0; k < 3; ++k) placed.color[k] = float(color[k]);
+  cache.archives.push_back(placed);
+}
+
+int VrGLRenderer::makeArchiveProxy(const VrArchivePrimitive& archive, int key, double frame,
+                                   std::vector<VrGLProxy>& earlier, double limit, size_t& used, unsigned& over) {
+  const std::vector<VrArchiveSource> files = VrArchiveGeometry::sources(archive, key);
+  if (files.empty()) return -1;
+  const std::string source = VrArchiveMesh::keyOf(files);
+  auto same = [&](const VrGLProxy& p) { return p.source == source && p.frame == frame; };
+  // Keys that list the same files share one proxy.
+  const auto made = std::find_if(proxies.begin(), proxies.end(), same);
+  if (made != proxies.end()) return int(made - proxies.begin());
+  VrGLProxy proxy;
+  const auto kept = std::find_if(earlier.begin(), earlier.end(), same);
+  if (kept != earlier.end()) {
+    proxy = std::move(*kept);
+    earlier.erase(kept);
+  } else {
+    const VrArchiveMesh* mesh = archiveMeshes.mesh(archive, key, frame, "drawn as boxes");
+    if (!mesh) return -1;
+    proxy = VrGLProxy::fromMesh(*mesh);
+    proxy.source = source;
+    proxy.frame = frame;
+  }
+  if (proxy.indices.empty() || double(used + proxy.bytes()) > limit) {
+    over += proxy.indices.empty() ? 0 : 1;
+    if (proxy.uploaded()) retiredProxies.push_back(std::move(proxy));
+    return -1;
+  }
+  used += proxy.bytes();
+  proxies.push_back(std::move(proxy));
+  return int(proxies.size() - 1);
+}
+
+void VrGLRenderer::makeArchiveProxyFromReduce() {
+  VrDescription* desc = description();
+  const auto* archive = dynamic_cast<const VrArchivePrimitive*>(desc ? desc->activePrimitive() : nullptr);
+  // Every key and frame asked for, in order, so that which proxies fit does not depend on the
+  // workers.
+  std::map<std::pair<int, double>, int> wanted;
+  for (const auto& entry : faceCaches)
+    for (const VrGLCache::Archive& placed : entry.second.archives)
+      if (placed.key >= 0) wanted.emplace(std::make_pair(placed.key, placed.frame), -1);
+  std::vector<VrGLProxy> earlier = std::move(proxies);
+  proxies.clear();
+  const double limit = archiveCacheLimit();
+  size_t used = 0;
+  unsigned over = 0;
+  for (auto& entry : wanted)
+    entry.second = archive ? makeArchiveProxy(*archive, entry.first.first, entry.first.second, earlier, limit, used, over) : -1;
+  for (VrGLProxy& old : earlier)
+    if (old.uploaded()) retiredProxies.push_back(std::move(old));
+  archiveMeshes.clear();
+  for (auto& entry : faceCaches)
+    for (VrGLCache::Archive& placed : entry.second.archives)
+      placed.proxy = placed.key >= 0 ? wanted[std::make_pair(placed.key, placed.frame)] : -1;
+  if (over > 0) {
+    char megabytes[32];
+    std::snprintf(megabytes, sizeof megabytes, "%g", limit / bytesPerCacheUnit);
+    VR_WARNING(1, "The archive proxies of " + desc->name() + " would take more than " + megabytes +
+                      " MB (VORN_MAX_ARCHIVE_CACHE_SIZE): the archives of " + std::to_string(over) +
+                      " file sets are drawn as boxes.");
+  }
+}
+
+double VrGLRenderer::archiveCacheLimit() {
+  const char* text = std::getenv("VORN_MAX_ARCHIVE_CACHE_SIZE");
+  if (!text) return defaultCacheSize * bytesPerCacheUnit;
+  char* end = nullptr;
+  const double size = std::strtod(text, &end);
+  if (end == text || !(size >= 0.0)) {
+    VR_WARNING(1, std::string("VORN_MAX_ARCHIVE_CACHE_SIZE is not a size in megabytes: \"") + text + "\"; the bound is " +
+                      std::to_string(int(defaultCacheSize)) + " MB.");
+    return defaultCacheSize * bytesPerCacheUnit;
+  }
+  return size * bytesPerCacheUnit;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -387,12 +474,13 @@ void VrGLRenderer::addArchive(VrGLCache& cache, const VrPrimitiveContext& contex
 void VrGLRenderer::refresh(bool all, bool unused) {
   if (!VrOpenGLThread::instance().isMainThread())
     return VrOpenGLThread::instance().enqueueAndWait([&] { refresh(all, unused); });
-  for (VrGLCache& old : retired) VrGLRelease(old);
-  retired.clear();
+  releaseRetired();
   for (auto& entry : faceCaches) {
     if (all) entry.second.dirty = true;
     VrGLUpload(entry.second);
   }
+  VrGLUploadProxy(boxProxy);
+  for (VrGLProxy& proxy : proxies) VrGLUploadProxy(proxy);
   if (all) guides.dirty = selectionHighlight.dirty = isolation.dirty = true;
   VrGLUpload(guides);
   VrGLUpload(selectionHighlight);
@@ -403,12 +491,20 @@ void VrGLRenderer::refresh(bool all, bool unused) {
 void VrGLRenderer::cleanRefresh() {
   if (!VrOpenGLThread::instance().isMainThread())
     return VrOpenGLThread::instance().enqueueAndWait([&] { cleanRefresh(); });
-  for (VrGLCache& old : retired) VrGLRelease(old);
-  retired.clear();
+  releaseRetired();
   for (auto& entry : faceCaches) VrGLRelease(entry.second);
+  VrGLReleaseProxy(boxProxy);
+  for (VrGLProxy& proxy : proxies) VrGLReleaseProxy(proxy);
   VrGLRelease(guides);
   VrGLRelease(selectionHighlight);
   VrGLRelease(isolation);
+}
+
+void VrGLRenderer::releaseRetired() {
+  for (VrGLCache& old : retired) VrGLRelease(old);
+  retired.clear();
+  for (VrGLProxy& old : retiredProxies) VrGLReleaseProxy(old);
+  retiredProxies.clear();
 }
 
 void VrGLRenderer::overrideColor(const std::string& color) {
@@ -423,10 +519,14 @@ void VrGLRenderer::overrideColor(const std::string& color) {
 void VrGLRenderer::restoreColor() { colorOverridden = false; }
 
 void VrGLRenderer::draw(const VrGLProgram& program) const {
+  auto drawCache = [&](const VrGLCache& cache) {
+    program.draw(cache, culledFlag);
+    program.drawArchives(cache, proxies, boxProxy);
+  };
   if (isolating())
-    program.draw(isolation, culledFlag);
+    drawCache(isolation);
   else
-    for (const auto& entry : faceCaches) program.draw(entry.second, culledFlag);
+    for (const auto& entry : faceCaches) drawCache(entry.second);
   if (guidesFlag) program.draw(guides, false);
   program.draw(selectionHighlight, false);
 }
@@ -461,6 +561,20 @@ SgBox3T<double> VrGLRenderer::bounds() const {
     for (const VrGLCache::Mesh* mesh : cache.meshes)
       for (const VrGLCache::Vertex& v : mesh->vertices)
         box.extend(SgVec3T<double>(v.position[0], v.position[1], v.position[2]));
+    // An archive: the corners of its proxy's box (or of the unit cube) under its matrix.
+    for (const VrGLCache::Archive& placed : cache.archives) {
+      const bool own = placed.proxy >= 0 && size_t(placed.proxy) < proxies.size();
+      const SgBox3T<double>& local = own ? proxies[size_t(placed.proxy)].box : boxProxy.box;
+      const float* m = own ? placed.place : placed.box;
+      if (!local.valid) continue;
+      for (int bits = 0; bits < 8; ++bits) {
+        const SgVec3T<double> corner = local.min + SgVec3T<double>(bits & 1 ? local.size.x : 0.0,
+                                                                   bits & 2 ? local.size.y : 0.0,
+                                                                   bits & 4 ? local.size.z : 0.0);
+        box.extend(SgVec3T<double>(m[0], m[1], m[2]) * corner.x + SgVec3T<double>(m[4], m[5], m[6]) * corner.y +
+                   SgVec3T<double>(m[8], m[9], m[10]) * corner.z + SgVec3T<double>(m[12], m[13], m[14]));
+      }
+    }
   };
   for (const auto& entry : faceCaches) add(entry.second);
   if (guidesFlag) add(guides);

@@ -2,9 +2,18 @@
 // VrGLRenderer: the interactive previewer. Emitting a primitive turns it into preview geometry
 // in the cache of its face (VrGLCache): a spline into a lit polyline in its preview colour
 // (`color`, an expression per primitive), a card into a bent sheet, a sphere into an ellipsoid,
-// an archive into its box in the archive's frame (a unit cube with `unitCube` or when the files
-// give no box). Culled primitives come as outlines when `culled` is on; control polygons and CVs
-// with `poly` and `vertices`; guides in `guideColor` when `setDrawGuides` asked for them.
+// an archive into a proxy of its files' meshes in the archive's frame. Culled primitives come as
+// outlines when `culled` is on; control polygons and CVs with `poly` and `vertices`; guides in
+// `guideColor` when `setDrawGuides` asked for them.
+//
+// Archive proxies: an archive shows the files of its first slot with a file, in the order proxy,
+// low, medium, high, read at its archive frame. Emission only notes each archive's key, frame and
+// box; once the workers' caches are merged, `makeArchiveProxyFromReduce` makes one proxy
+// (`makeArchiveProxy`) per set of files and frame, in key order, and keeps them over renders
+// while they are asked for again. The proxies together stay within VORN_MAX_ARCHIVE_CACHE_SIZE
+// megabytes (`archiveCacheLimit`); an archive whose proxy would go past it, whose files cannot be
+// read or ask for their box, or any archive with `unitCube`, is drawn as its box (the files' box
+// in the archive's frame, or the unit cube standing on the root when they give none).
 //
 // Threads: emission runs on render workers; each keeps its faces in its own renderer context,
 // merged into the renderer's caches under `reduceMutex` when the worker ends, so the caches do
@@ -15,7 +24,9 @@
 // Older spellings accepted on read: drawPatchNames, drawPrimIDs, drawPrimIDsAt, drawCulled,
 // drawVertices, drawCPoly.
 
+#include "renderers/VrArchiveGeometry.h"
 #include "renderers/VrGLCache.h"
+#include "renderers/VrGLProxy.h"
 #include "renderers/VrRenderer.h"
 #include "renderers/VrRendererContext.h"
 
@@ -26,6 +37,7 @@
 #include <utility>
 #include <vector>
 
+class VrArchivePrimitive;
 class VrExpression;
 class VrGLProgram;
 
@@ -68,7 +80,8 @@ class VrGLRenderer : public VrRenderer {
   /// @{
   /// Drops the caches of an earlier render, checks the expressions and the shader channels.
   void initDescription() override;
-  /// Builds the guides' cache when guides are to be drawn, and the strokes of the selection.
+  /// Makes the archives' proxies, builds the guides' cache when guides are to be drawn, and the
+  /// strokes of the selection.
   void finishDescription() override;
   bool canRunInParallel() const override { return true; }
   std::unique_ptr<VrRendererContext> newRendererContext() const override;
@@ -79,8 +92,9 @@ class VrGLRenderer : public VrRenderer {
   /// @name Drawing, on the GL thread
   /// @{
   bool canRefresh() const override { return true; }
-  /// Uploads what changed since the last refresh (everything with `all`) and frees the buffers
-  /// of caches dropped since; `unused` is kept for callers that pass a second flag.
+  /// Uploads what changed since the last refresh (everything with `all`) and the proxies not yet
+  /// uploaded, and frees the buffers of caches and proxies dropped since; `unused` is kept for
+  /// callers that pass a second flag.
   void refresh(bool all, bool unused) override;
   /// Frees every buffer.
   void cleanRefresh() override;
@@ -137,6 +151,14 @@ class VrGLRenderer : public VrRenderer {
   /// @{
   const std::map<std::pair<std::string, int>, VrGLCache>& caches() const { return faceCaches; }
   const VrGLCache& guideCache() const { return guides; }
+  /// The archive proxies of the last render, as the archives' `proxy` numbers them.
+  const std::vector<VrGLProxy>& archiveProxies() const { return proxies; }
+  /// The bound of the proxies in bytes: VORN_MAX_ARCHIVE_CACHE_SIZE (read with strtod) times
+  /// `bytesPerCacheUnit`, or `defaultCacheSize` units when it is unset or not a number of 0 or
+  /// more (with a warning).
+  static double archiveCacheLimit();
+  static constexpr double bytesPerCacheUnit = 1024.0 * 1024.0;
+  static constexpr double defaultCacheSize = 512.0;
   /// The box of everything in the caches; invalid when they are empty.
   SgBox3T<double> bounds() const;
   bool drawCulled() const { return culledFlag; }
@@ -156,8 +178,17 @@ class VrGLRenderer : public VrRenderer {
   void addSphere(VrGLCache& cache, const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& color, bool culled) const;
   void addArchive(VrGLCache& cache, const VrPrimitiveContext& context, const std::vector<SgVec3T<double>>& cvs,
                   const SgVec3T<double>& color, bool culled) const;
+  // Gives every archive of the caches its proxy (or none, for its box).
+  void makeArchiveProxyFromReduce();
+  // The proxy of the files under `key` at `frame`: one made already in this pass, one of the last
+  // render (from `earlier`), or a new one; -1 when there is none or it would take `used` bytes
+  // past `limit` (counted in `over`).
+  int makeArchiveProxy(const VrArchivePrimitive& archive, int key, double frame, std::vector<VrGLProxy>& earlier,
+                       double limit, size_t& used, unsigned& over);
   // Whether the next primitive may still be emitted under `primNumLimit`; counts it if so.
   bool takeSlot();
+  // Frees the GL names of the caches and proxies dropped since the last refresh (GL thread).
+  void releaseRetired();
   // Applies "cull" or "promote" to the selection.
   bool markSelectedPrims(const std::string& operation);
   // Rebuilds the highlight of the selection.
@@ -188,6 +219,10 @@ class VrGLRenderer : public VrRenderer {
   std::map<std::pair<std::string, int>, VrGLCache> faceCaches;
   VrGLCache guides;
   std::vector<VrGLCache> retired;  ///< dropped caches whose GL buffers are still to be freed
+  std::vector<VrGLProxy> proxies;
+  std::vector<VrGLProxy> retiredProxies;  ///< dropped proxies whose GL names are still to be freed
+  VrGLProxy boxProxy = VrGLProxy::unitCube();
+  VrArchiveGeometry archiveMeshes;  ///< the files read for this render's new proxies
   std::vector<SelectedPrim> selected;
   VrGLCache selectionHighlight;  ///< root-to-tip strokes of the selected primitives
   std::vector<SelectedPrim> isolated;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <set>
 
 namespace {
 
@@ -105,7 +106,7 @@ void VrGeometryRenderer::emitPrimitive(int sample, double u, double v, int face,
   VrPrimitive* primitive = description() ? description()->activePrimitive() : nullptr;
   if (sample != 0 || !primitive || patches.empty() || !patches[0]) return;
   SgBox3T<double> box;
-  emitInto(faceData, primitive->context(), u, v, face, *patches[0], box);
+  if (!emitInto(faceData, primitive->context(), u, v, face, *patches[0], box)) return;
   mergeEmittedBox(box);
   incrEmitCount();
 }
@@ -115,14 +116,14 @@ void VrGeometryRenderer::emitPrimitiveInParallel(VrPrimitiveContext& context, in
   auto* record = dynamic_cast<VrGeometryRendererContext*>(context.rendererContext());
   if (sample != 0 || !record || patches.empty() || !patches[0]) return;
   SgBox3T<double> box;
-  emitInto(record->faces, context, u, v, face, *patches[0], box);
+  if (!emitInto(record->faces, context, u, v, face, *patches[0], box)) return;
   record->mergeEmittedBox(box);
   record->incrEmitCount();
 }
 
-void VrGeometryRenderer::emitInto(FaceMap& faces, VrPrimitiveContext& context, double u, double v, int face,
+bool VrGeometryRenderer::emitInto(FaceMap& faces, VrPrimitiveContext& context, double u, double v, int face,
                                   const VrPatch& patch, SgBox3T<double>& box) {
-  if (convertSelectedFlag && !selected.count(PrimKey(patch.name(), face, context.id()))) return;
+  if (convertSelectedFlag && !selected.count(PrimKey(patch.name(), face, context.id()))) return false;
   VrDescription* desc = description();
   const std::string kind = desc->activePrimitive()->typeName();
   const SgXform3T<double>& world = desc->palette() ? desc->palette()->world() : SgXform3T<double>();
@@ -143,8 +144,9 @@ void VrGeometryRenderer::emitInto(FaceMap& faces, VrPrimitiveContext& context, d
   else if (kind == "SpherePrimitive")
     made = handleSphere(cvs, faceRecord);
   else if (kind == "ArchivePrimitive")
-    made = handleArchive(context, cvs, faceRecord, prim.id);
+    made = handleArchive(context, cvs, faceRecord, prim);
   if (made) faceRecord.prims.push_back(std::move(prim));
+  return true;
 }
 
 void VrGeometryFace::append(VrGeometryFace&& other) {
@@ -185,21 +187,45 @@ bool VrGeometryRenderer::handleSphere(const std::vector<SgVec3T<double>>& cvs, V
 }
 
 bool VrGeometryRenderer::handleArchive(const VrPrimitiveContext& context, const std::vector<SgVec3T<double>>& cvs,
-                                       VrGeometryFace& face, unsigned id) const {
+                                       VrGeometryFace& face, VrGeometryFace::Prim& prim) const {
   const auto* archive = dynamic_cast<const VrArchivePrimitive*>(description()->activePrimitive());
   VrArchiveFrame frame;
   if (!frame.set(archive, cvs)) return false;
   if (instancesFlag) {
     VrGeometryFace::Instance instance;
-    instance.id = id;
+    instance.id = prim.id;
     frame.matrix(instance.matrix);
     face.instances.push_back(instance);
     return false;
   }
-  SgVec3T<double> corner, edges[3];
-  frame.box(archive, context, false, corner, edges);
-  helper.addDataForArchivePrim(corner, edges, face.mesh);
+  auto placed = std::make_unique<VrGeometryFace::Archive>();
+  placed->key = VrArchiveGeometry::chooseKey(archive, context, VrArchiveGeometry::Preference::Finest);
+  const auto* own = dynamic_cast<const VrArchivePrimitiveContext*>(&context);
+  placed->frame = own ? own->archiveFrame : 0.0;
+  placed->place = frame;
+  frame.box(archive, context, false, placed->corner, placed->edges);
+  prim.archive = std::move(placed);
   return true;
+}
+
+void VrGeometryRenderer::readArchiveMeshes() {
+  const auto* archive = dynamic_cast<const VrArchivePrimitive*>(description()->activePrimitive());
+  std::set<std::pair<int, double>> wanted;
+  for (const auto& entry : faceData)
+    for (const VrGeometryFace::Prim& prim : entry.second.prims)
+      if (prim.archive && prim.archive->key >= 0) wanted.emplace(prim.archive->key, prim.archive->frame);
+  for (const auto& keyFrame : wanted)
+    if (archive) archiveMeshes.mesh(*archive, keyFrame.first, keyFrame.second, "written as boxes");
+}
+
+void VrGeometryRenderer::archivePart(const VrGeometryFace::Archive& placed, VrMeshData& out) {
+  const auto* archive = dynamic_cast<const VrArchivePrimitive*>(description()->activePrimitive());
+  const VrArchiveMesh* mesh =
+      archive && placed.key >= 0 ? archiveMeshes.mesh(*archive, placed.key, placed.frame, "written as boxes") : nullptr;
+  if (mesh)
+    helper.addDataForArchiveMesh(*mesh, placed.place.origin, placed.place.axes, out);
+  else
+    helper.addDataForArchivePrim(placed.corner, placed.edges, out);
 }
 
 std::string VrGeometryRenderer::primName(const std::string& patch, int face, unsigned id) const {
@@ -257,6 +283,7 @@ void VrGeometryRenderer::finishDescription() {
     std::stable_sort(instances.begin(), instances.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
     count += prims.size();
   }
+  readArchiveMeshes();
   size_t index = 0;
   if (combineFlag && count > 0) meshList.push_back({desc->name(), VrMeshData()});
   for (auto& entry : faceData) {
@@ -266,15 +293,20 @@ void VrGeometryRenderer::finishDescription() {
     for (size_t i : orders[entry.first]) {
       VrGeometryFace::Prim& prim = record.prims[i];
       const std::string name = primName(patch, face, prim.id);
-      const VrMeshData::Mark end = record.end(i);
+      // The primitive's part: of the face's mesh, or made now for an archive.
+      VrMeshData archivePolygons;
+      if (prim.archive) archivePart(*prim.archive, archivePolygons);
+      const VrMeshData& from = prim.archive ? archivePolygons : record.mesh;
+      const VrMeshData::Mark start = prim.archive ? VrMeshData::Mark() : prim.start;
+      const VrMeshData::Mark end = prim.archive ? archivePolygons.end() : record.end(i);
       // Face indices are 32-bit: a combined mesh goes on in another one before it overflows.
       if (!combineFlag)
         meshList.push_back({name, VrMeshData()});
-      else if (meshList.back().data.numPoints() + (end.point - prim.start.point) > size_t(INT32_MAX))
+      else if (meshList.back().data.numPoints() + (end.point - start.point) > size_t(INT32_MAX))
         meshList.push_back({desc->name() + "_" + std::to_string(meshList.size()), VrMeshData()});
       VrMeshData& into = meshList.back().data;
       const size_t first = into.numPoints();
-      into.appendPart(record.mesh, prim.start, end);
+      into.appendPart(from, start, end);
       helper.layoutUVs(into, first, index++, count);
       if (!prim.joints.empty()) stripJointList.push_back({name, std::move(prim.joints)});
     }
@@ -286,5 +318,6 @@ void VrGeometryRenderer::finishDescription() {
     record = VrGeometryFace();
   }
   faceData.clear();
+  archiveMeshes.clear();
   makeGuideJoints();
 }

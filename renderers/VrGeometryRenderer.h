@@ -1,8 +1,10 @@
 #pragma once
 // VrGeometryRenderer: turns the primitives of a description into polygon meshes for a host
 // (VrGeometryRendererDataHelper builds them): splines as strips, crossed strips or tubes, cards
-// as their bent sheets, spheres as UV spheres, archives as the box of their files or, with
-// `outputInstances`, as instance transforms. With `combineMesh` everything becomes one mesh named
+// as their bent sheets, spheres as UV spheres, archives as the meshes of their files in the
+// archive's frame (the files of the most detailed slot with one: high, medium, low, proxy; read
+// at the archive frame, once per file set, after emission; the box of the files when they cannot
+// be read) or, with `outputInstances`, as instance transforms. With `combineMesh` everything becomes one mesh named
 // after the description (continued in "<description>_1" and on past 2^31 points), otherwise one
 // mesh per primitive ("<description>_<patch>_<face>_<id>").
 // With `createStripJoints` each spline also gives a joint chain along it, with
@@ -13,11 +15,14 @@
 // under `reduceMutex` and assembled at `finishDescription` in (patch, face, id) order, so the
 // meshes are the same on any number of threads. Emission reads sample 0 only.
 
+#include "renderers/VrArchiveFrame.h"
+#include "renderers/VrArchiveGeometry.h"
 #include "renderers/VrGeometryRendererDataHelper.h"
 #include "renderers/VrRenderer.h"
 #include "renderers/VrRendererContext.h"
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <tuple>
@@ -27,10 +32,18 @@
 /// What one face gave: one mesh for all its primitives, where each primitive's part starts and
 /// its joint chain, and the instances.
 struct VrGeometryFace {
+  /// Where an archive stands, kept until its files are read at the end of the pass.
+  struct Archive {
+    int key = -1;        ///< its files' key; -1: its box
+    double frame = 0.0;  ///< its archive frame
+    VrArchiveFrame place;
+    SgVec3T<double> corner, edges[3];  ///< its box
+  };
   struct Prim {
     unsigned id = 0;
     VrMeshData::Mark start;
     std::vector<SgVec3T<double>> joints;
+    std::unique_ptr<Archive> archive;  ///< set for an archive, whose part of the mesh comes later
   };
   struct Instance {
     unsigned id = 0;
@@ -122,7 +135,8 @@ class VrGeometryRenderer : public VrRenderer {
  private:
   enum JointPlacement { OneJointPerCV = 0, SpecifyJointNumber = 1 };
 
-  void emitInto(std::map<std::pair<std::string, int>, VrGeometryFace>& faces, VrPrimitiveContext& context, double u,
+  // False for a primitive that `convertSelected` leaves out, which is not counted as emitted.
+  bool emitInto(std::map<std::pair<std::string, int>, VrGeometryFace>& faces, VrPrimitiveContext& context, double u,
                 double v, int face, const VrPatch& patch, SgBox3T<double>& box);
   // Each adds the primitive's polygons to the face's mesh (or an instance) and answers whether
   // it added polygons.
@@ -131,7 +145,11 @@ class VrGeometryRenderer : public VrRenderer {
   bool handleCard(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face) const;
   bool handleSphere(const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face) const;
   bool handleArchive(const VrPrimitiveContext& context, const std::vector<SgVec3T<double>>& cvs, VrGeometryFace& face,
-                     unsigned id) const;
+                     VrGeometryFace::Prim& prim) const;
+  // Reads the files of every archive of the pass, in key order.
+  void readArchiveMeshes();
+  // The polygons of an archive: its files' mesh in its frame, or its box.
+  void archivePart(const VrGeometryFace::Archive& archive, VrMeshData& out);
   std::string primName(const std::string& patch, int face, unsigned id) const;
   void makeGuideJoints();
 
@@ -150,6 +168,7 @@ class VrGeometryRenderer : public VrRenderer {
   int jointsOnGuide = 5;
 
   std::set<PrimKey> selected;
+  VrArchiveGeometry archiveMeshes;
   std::map<std::pair<std::string, int>, VrGeometryFace> faceData;
   std::vector<Mesh> meshList;
   std::vector<Instance> instanceList;

@@ -1,5 +1,6 @@
 #include "renderers/VrGeometryRendererDataHelper.h"
 
+#include "io/VrArchiveMesh.h"
 #include "io/output/VrCardMeshSpool.h"
 
 #include <algorithm>
@@ -221,6 +222,26 @@ void VrGeometryRendererDataHelper::addDataForArchivePrim(const SgVec3T<double>& 
       putFace(out, {first, first + 1, first + 2, first + 3});
     else
       putFace(out, {first + 3, first + 2, first + 1, first});
+  }
+}
+
+void VrGeometryRendererDataHelper::addDataForArchiveMesh(const VrArchiveMesh& mesh, const SgVec3T<double>& origin,
+                                                         const SgVec3T<double> axes[3], VrMeshData& out) const {
+  const auto first = static_cast<int32_t>(out.numPoints());
+  const SgBox3T<double>& box = mesh.box;
+  auto across = [](double x, double low, double size) { return size > 0.0 ? (x - low) / size : 0.0; };
+  for (size_t i = 0; i < mesh.numPoints(); ++i) {
+    const double x = mesh.positions[3 * i], y = mesh.positions[3 * i + 1], z = mesh.positions[3 * i + 2];
+    putPoint(out, origin + axes[0] * x + axes[1] * y + axes[2] * z, across(x, box.min.x, box.size.x),
+             across(y, box.min.y, box.size.y));
+  }
+  const bool rightHanded = axes[0].cross(axes[1]).dot(axes[2]) >= 0.0;
+  size_t at = 0;
+  for (int32_t count : mesh.faceCounts) {
+    const size_t n = count > 0 ? size_t(count) : 0;
+    out.faceCounts.push_back(count);
+    for (size_t k = 0; k < n; ++k) out.faceIndices.push_back(first + mesh.faceIndices[at + (rightHanded ? k : n - 1 - k)]);
+    at += n;
   }
 }
 

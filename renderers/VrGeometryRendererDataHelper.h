@@ -10,8 +10,10 @@
 //   card      the 5 x 5 grid that follows the card's bend (VrCardMeshSpool::grid), 16 quads.
 //   sphere    a UV sphere of `sphereRings` x `sphereSectors`, triangles at the poles, quads
 //             between; u around the length axis, v from root to tip.
-//   archive   the box of its file, in the archive's frame: six quads of four points each, each
-//             face's uv over the whole square.
+//   archive   the merged mesh of its files (VrArchiveMesh) in the archive's frame, the files'
+//             points and faces as they are, uvs projected from the files' x and y across their
+//             box; or, without it, the box of its files in the archive's frame: six quads of
+//             four points each, each face's uv over the whole square.
 //
 // The uvs a builder writes are the primitive's own square; `layoutUVs` moves them into their
 // place once the order of all primitives is known. A helper is read-only once made; any number
@@ -22,6 +24,8 @@
 
 #include <cstdint>
 #include <vector>
+
+class VrArchiveMesh;
 
 /// The settings of a GeometryRenderer that shape the polygons.
 struct VrMeshSettings {
@@ -66,6 +70,10 @@ class VrGeometryRendererDataHelper {
   bool addDataForSpherePrim(const std::vector<SgVec3T<double>>& controlPoints, VrMeshData& out) const;
   /// Appends the box with corner `corner` and edges `edges`.
   void addDataForArchivePrim(const SgVec3T<double>& corner, const SgVec3T<double> edges[3], VrMeshData& out) const;
+  /// Appends `mesh`, each point p at `origin` + p.x `axes[0]` + p.y `axes[1]` + p.z `axes[2]`
+  /// (faces turned the other way in a left-handed frame, so that they still face out).
+  void addDataForArchiveMesh(const VrArchiveMesh& mesh, const SgVec3T<double>& origin, const SgVec3T<double> axes[3],
+                             VrMeshData& out) const;
 
   /// Moves the uvs of primitive `index` of `count` (its points from `firstPoint` on) from its own
   /// square into its place: with `uvInTiles` tile `index` (ten tiles a row, 1001 first), shrunk

@@ -4,6 +4,8 @@
 // `combineMesh` off), archives as instance transforms with `outputInstances`, and joint chains
 // as linear curves. The collection is read and bound here, as a bake does; the back end's
 // settings are those of the description's GeometryRenderer object, then those of --mesh-set.
+// `--select` and `--select-file` name primitives as PATCH:FACE:ID; given, they turn
+// `convertSelected` on with that selection in every description.
 
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
@@ -16,9 +18,14 @@
 #include "tools/renderThreads.h"
 
 #include <chrono>
+#include <climits>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <set>
 #include <sstream>
+#include <tuple>
 
 namespace vorncli {
 
@@ -29,6 +36,77 @@ struct MeshTotals {
   uint64_t primitives = 0;
   unsigned descriptions = 0;
 };
+
+using Selection = std::set<VrGeometryRenderer::PrimKey>;
+
+// A whole number from 0 to `most`, digits only.
+bool wholeNumber(const std::string& text, unsigned long most, unsigned long& value) {
+  if (text.empty() || text.size() > 10 || text.find_first_not_of("0123456789") != std::string::npos) return false;
+  value = std::stoul(text);
+  return value <= most;
+}
+
+// Adds the "PATCH:FACE:ID" entries of `text` (separated by commas or line breaks, '#' to the end
+// of a line a comment, blanks around an entry ignored) to `out`; false with `bad` the first entry
+// that is not one. The patch is everything before the last two colons, so it may hold colons.
+bool parseSelection(const std::string& text, Selection& out, std::string& bad) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream entries(line.substr(0, line.find('#')));
+    for (std::string entry; std::getline(entries, entry, ',');) {
+      const size_t first = entry.find_first_not_of(" \t\r");
+      if (first == std::string::npos) continue;
+      entry = entry.substr(first, entry.find_last_not_of(" \t\r") - first + 1);
+      const size_t idAt = entry.rfind(':');
+      const size_t faceAt = idAt == std::string::npos || idAt == 0 ? std::string::npos : entry.rfind(':', idAt - 1);
+      unsigned long face = 0, id = 0;
+      if (faceAt == std::string::npos || faceAt == 0 ||
+          !wholeNumber(entry.substr(faceAt + 1, idAt - faceAt - 1), INT32_MAX, face) ||
+          !wholeNumber(entry.substr(idAt + 1), UINT32_MAX, id)) {
+        bad = entry;
+        return false;
+      }
+      out.emplace(entry.substr(0, faceAt), int(face), unsigned(id));
+    }
+  }
+  return true;
+}
+
+// The selection of --select and --select-file; false after a line saying why, with `code` the
+// exit code (2 for bad usage, 1 for a file that cannot be read).
+bool readSelection(const RenderRequest& request, Selection& selection, int& code) {
+  std::string bad;
+  code = ExitUsage;
+  for (const std::string& text : request.meshSelect)
+    if (!parseSelection(text, selection, bad))
+      return fail("--select takes PATCH:FACE:ID entries separated by commas: " + inQuotes(bad)), false;
+  if (!request.meshSelectFile.empty()) {
+    std::ifstream in(request.meshSelectFile, std::ios::binary);
+    std::ostringstream text;
+    if (!in || !(text << in.rdbuf())) {
+      code = ExitFailed;
+      return fail("cannot read the selection file " + request.meshSelectFile), false;
+    }
+    if (!parseSelection(text.str(), selection, bad))
+      return fail("the selection file " + request.meshSelectFile + " holds an entry that is not PATCH:FACE:ID: " +
+                  inQuotes(bad)),
+             false;
+  }
+  if (selection.empty()) return fail("--select and --select-file name no primitive"), false;
+  return true;
+}
+
+// Whether every patch of the selection is a patch of a description; false after a line naming
+// the first that is not.
+bool selectionFound(const Selection& selection, VrPalette& palette) {
+  for (const VrGeometryRenderer::PrimKey& key : selection) {
+    bool found = false;
+    for (unsigned d = 0; d < palette.numDescriptions() && !found; ++d)
+      found = palette.description(d) && palette.description(d)->patch(std::get<0>(key));
+    if (!found) return fail("the selection names a patch that no description has: " + inQuotes(std::get<0>(key))), false;
+  }
+  return true;
+}
 
 bool usable(const RenderRequest& request) {
   if (!request.frames.empty() || !request.hasFrame) return fail("--mesh takes one --frame"), false;
@@ -68,6 +146,10 @@ bool writeDescription(const VrGeometryRenderer& converter, const std::string& de
 int mesh(const RenderRequest& request, const CliLogger& logger) {
   const auto start = std::chrono::steady_clock::now();
   if (!usable(request)) return ExitUsage;
+  Selection selection;
+  const bool selecting = !request.meshSelect.empty() || !request.meshSelectFile.empty();
+  int code = ExitOk;
+  if (selecting && !readSelection(request, selection, code)) return code;
   std::error_code ec;
   if (request.geometry.empty() || !std::filesystem::is_regular_file(request.geometry, ec)) {
     fail("no such geometry file: " + request.geometry);
@@ -78,6 +160,7 @@ int mesh(const RenderRequest& request, const CliLogger& logger) {
                   "nothing was written"))
     return ExitFailed;
   VrPalette* palette = bound.palette();
+  if (selecting && !selectionFound(selection, *palette)) return ExitUsage;
   const unsigned workers = renderWorkers(request.threads);
 
   VrMeshFile file;
@@ -103,6 +186,10 @@ int mesh(const RenderRequest& request, const CliLogger& logger) {
         return ExitUsage;
       }
       converter->setAttr(entry.substr(0, eq), entry.substr(eq + 1), type);
+    }
+    if (selecting) {
+      converter->setAttr("convertSelected", "true", "bool");
+      converter->setSelection(selection);
     }
     if (!VrRenderDescription(*converter, workers)) {
       fail("the conversion of description " + inQuotes(description->name()) + " failed; nothing was written");

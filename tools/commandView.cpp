@@ -111,12 +111,18 @@ class Viewer : public VrOpenGLThread::Provider {
   bool open(unsigned width, unsigned height) {
     glfwWindowHint(GLFW_CONTEXT_VERSION_MAJOR, 3);
     glfwWindowHint(GLFW_CONTEXT_VERSION_MINOR, 3);
-    glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
-    glfwWindowHint(GLFW_OPENGL_FORWARD_COMPAT, GLFW_TRUE);
     // No multisampling: on a software rasteriser it costs more than three times the frame time.
     glfwWindowHint(GLFW_SAMPLES, 0);
     const std::string title = "vorn view: " + request.collection;
-    window = glfwCreateWindow(int(width), int(height), title.c_str(), nullptr, nullptr);
+    // Display lists for the archive proxies need a compatibility profile; without one the
+    // proxies go into buffer objects in a core context.
+    if (VrGLWantsDisplayLists()) {
+      glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_COMPAT_PROFILE);
+      window = glfwCreateWindow(int(width), int(height), title.c_str(), nullptr, nullptr);
+    }
+    glfwWindowHint(GLFW_OPENGL_PROFILE, GLFW_OPENGL_CORE_PROFILE);
+    glfwWindowHint(GLFW_OPENGL_FORWARD_COMPAT, GLFW_TRUE);
+    if (!window) window = glfwCreateWindow(int(width), int(height), title.c_str(), nullptr, nullptr);
     if (!window) {
       fail("cannot open a window: " + glfwProblem);
       return false;

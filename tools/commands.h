@@ -104,6 +104,8 @@ struct RenderRequest {
   bool archivesInline = false;         ///< .abc: archives also as transforms over their files' meshes
   bool mesh = false;                   ///< --mesh: polygon meshes through the geometry back end
   std::vector<std::string> meshSettings;  ///< --mesh-set NAME=VALUE on the geometry back end
+  std::vector<std::string> meshSelect;    ///< --select "PATCH:FACE:ID[,...]": convert only these
+  std::string meshSelectFile;             ///< --select-file: the same entries in a file
 };
 
 /// `vorn render COLLECTION --geom GEOM.abc --frame F -o OUT`: renders every patch of every

@@ -214,6 +214,11 @@ int main(int argc, char** argv) {
                    "with -o OUT.abc: polygon meshes with uvs through the geometry back end, one per description");
   render->add_option("--mesh-set", renderRequest.meshSettings,
                      "NAME=VALUE: an attribute of the geometry back end for --mesh (repeatable)");
+  render->add_option("--select", renderRequest.meshSelect,
+                     "\"PATCH:FACE:ID[,...]\": with --mesh, convert only these primitives (repeatable)");
+  render->add_option("--select-file", renderRequest.meshSelectFile,
+                     "with --mesh, convert only the primitives listed in FILE: PATCH:FACE:ID entries separated by "
+                     "commas or line breaks, '#' starting a comment");
   render->add_option("--threads", renderRequest.threads,
                      "render faces on N threads (default: every core; 1: serially)");
   render->add_flag("--verbose", renderRequest.verbose, "print the library's version banner");
@@ -348,6 +353,10 @@ int main(int argc, char** argv) {
         return 2;
       }
       renderRequest.motionSamples.push_back(offset);
+    }
+    if (!renderRequest.mesh && (!renderRequest.meshSelect.empty() || !renderRequest.meshSelectFile.empty())) {
+      std::cerr << "vorn: --select and --select-file need --mesh\n";
+      return 2;
     }
     if (renderRequest.mesh) return vorncli::runMesh(renderRequest);
     if (!renderRequest.bakeDir.empty()) return vorncli::runBake(renderRequest);

@@ -2,7 +2,7 @@
 
 #include "base/VrMessage.h"
 #include "base/vrutilString.h"
-#include "io/VrImportGeometry.h"
+#include "io/VrArchiveMesh.h"
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcObjectWriter.h"
@@ -86,36 +86,23 @@ bool VrArchiveInstances::add(const std::string& groupName, const VrOutputPrimiti
 
 bool VrArchiveInstances::writeGeometry(VrAbcObjectWriter& parent, const std::string& name, const std::string& file,
                                        double frame) {
-  // One mesh of them all: the points one after the other, the faces' indices shifted to match.
   // Several files under one key come joined by ';'.
-  std::vector<float> points;
-  std::vector<int32_t> faceCounts, faceIndices;
-  const double time = framesPerSecond > 0.0 ? frame / framesPerSecond : 0.0;
-  std::vector<std::string> files;
-  vrutil::stoss(file, files, ";");
-  for (const std::string& one : files) {
-    AlembicUtil reader(one);
-    std::vector<std::string> names;
-    std::vector<std::vector<SgVec3T<double>>> positions;
-    std::vector<std::vector<int>> counts, indices;
-    if (!reader.meshNames(names) || names.empty() || !reader.readMeshes(time, names, positions, counts, indices)) {
-      VR_ERROR("The archive file " + one + " has no mesh that can be read; its archives are written without geometry.");
-      unreadable.insert(file);
-      return false;
-    }
-    for (size_t m = 0; m < positions.size(); ++m) {
-      const auto offset = static_cast<int32_t>(points.size() / 3);
-      for (const SgVec3T<double>& p : positions[m])
-        points.insert(points.end(), {static_cast<float>(p.x), static_cast<float>(p.y), static_cast<float>(p.z)});
-      faceCounts.insert(faceCounts.end(), counts[m].begin(), counts[m].end());
-      for (int index : indices[m]) faceIndices.push_back(index + offset);
-    }
+  std::vector<std::string> paths;
+  vrutil::stoss(file, paths, ";");
+  std::vector<VrArchiveSource> sources;
+  for (const std::string& path : paths) sources.push_back({path, {}});
+  VrArchiveMesh merged;
+  std::string failed;
+  if (!merged.read(sources, framesPerSecond > 0.0 ? frame / framesPerSecond : 0.0, failed)) {
+    VR_ERROR("The archive file " + failed + " has no mesh that can be read; its archives are written without geometry.");
+    unreadable.insert(file);
+    return false;
   }
   VrAbcMeshWriter mesh;
   VrAbcMeshWriter::Sample sample;
-  sample.positions = points;
-  sample.faceCounts = faceCounts;
-  sample.faceIndices = faceIndices;
+  sample.positions = merged.positions;
+  sample.faceCounts = merged.faceCounts;
+  sample.faceIndices = merged.faceIndices;
   return mesh.create(parent, name, VrAbcMeshWriter::Kind::PolyMesh, 0, VrAbcMeshWriter::Winding::Clockwise) &&
          mesh.write(sample);
 }

@@ -3,7 +3,8 @@
 // still work, and the shader channels stop at the first empty one. Its selection: boxes in the
 // picture pick primitives as their root-to-tip lines cross them, culling takes the picked ones out
 // of the next render, and promoting writes one instance for each picked archive and culls exactly
-// those.
+// those. Archives share one proxy of their file, kept within the cache's bound, and fall back to
+// their box when it is full, when unit cubes are asked for or when the file does not read.
 
 #include "geometry/VrPatch.h"
 #include "renderers/BakeScene.h"
@@ -11,6 +12,7 @@
 #include "renderers/VrGLLabels.h"
 #include "renderers/VrGLRenderer.h"
 #include "renderers/VrRenderDescription.h"
+#include "support/ArchiveScene.h"
 #include "support/CaptureLogger.h"
 #include "support/ScopedEnv.h"
 #include "support/ShapeScene.h"
@@ -294,5 +296,60 @@ TEST(VrGLRenderer, IsolatingShowsTheSelectionAloneUntilTurnedOff) {
       for (size_t v = 0; v < cache.meshes[k]->vertices.size(); ++v)
         ASSERT_EQ(std::memcmp(&copy.meshes[k]->vertices[v], &cache.meshes[k]->vertices[v], sizeof(VrGLCache::Vertex)), 0);
     }
+  }
+}
+
+TEST(VrGLRenderer, ArchivesShareOneProxyOfTheirFileOrFallBackToTheirBox) {
+  vrtest::TempDir dir;
+  const std::string tetra = vrtest::writeTetra(dir);
+  const std::string garbage = dir.write("garbage.abc", "not an archive");
+  const struct {
+    const char* what;
+    std::string file;
+    const char* cacheSize;  // VORN_MAX_ARCHIVE_CACHE_SIZE; null: unset
+    bool unitCube;
+    size_t proxies;
+    const char* warning;  // part of the one warning expected; "" for none
+  } rows[] = {
+      {"the file's proxy", tetra, nullptr, false, 1, ""},
+      {"a bound the proxy fits in (4 vertices, 12 indices: 144 bytes)", tetra, "0.0002", false, 1, ""},
+      {"a bound it does not fit in", tetra, "0.0001", false, 0, "would take more than 0.0001 MB"},
+      {"a size that is not a number", tetra, "lots", false, 1, "is not a size in megabytes: \"lots\""},
+      {"unit cubes asked for", tetra, nullptr, true, 0, ""},
+      {"a file that is no archive", garbage, nullptr, false, 0, "garbage.abc has no mesh that can be read; its archives are drawn as boxes."},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    vrtest::ScopedEnv size("VORN_MAX_ARCHIVE_CACHE_SIZE", row.cacheSize);
+    std::vector<std::vector<float>> places[2];
+    for (size_t threads : {1u, 2u}) {
+      vrtest::ArchiveScene scene(row.file);
+      auto& previewer = *static_cast<VrGLRenderer*>(scene.description->addObject("GLRenderer"));
+      previewer.setAttr("unitCube", row.unitCube ? "true" : "false", "bool");
+      vrtest::CaptureLogger log;
+      ASSERT_TRUE(VrRenderDescription(previewer, threads));
+      ASSERT_GT(previewer.totalEmitCount(), 10u);
+      ASSERT_EQ(previewer.archiveProxies().size(), row.proxies);
+      size_t archives = 0;
+      for (const auto& entry : previewer.caches())
+        for (const VrGLCache::Archive& placed : entry.second.archives) {
+          ++archives;
+          EXPECT_EQ(placed.proxy, row.proxies ? 0 : -1);
+          places[threads - 1].emplace_back(placed.place, placed.place + 16);
+        }
+      EXPECT_EQ(archives, previewer.totalEmitCount());
+      size_t told = 0;
+      for (const std::string& warning : log.warnings()) told += *row.warning && warning.find(row.warning) != std::string::npos;
+      EXPECT_EQ(told, *row.warning ? 1u : 0u);
+      if (row.proxies) {
+        // The file's points as they are, one triangle a face.
+        const VrGLProxy& proxy = previewer.archiveProxies()[0];
+        ASSERT_EQ(proxy.vertices.size(), 4u);
+        for (size_t i = 0; i < 12; ++i) EXPECT_EQ(proxy.vertices[i / 3].position[i % 3], vrtest::tetraPoints[i]);
+        EXPECT_EQ(std::vector<int32_t>(proxy.indices.begin(), proxy.indices.end()), vrtest::tetraFaces);
+        EXPECT_EQ(proxy.bytes(), 144u);
+      }
+    }
+    EXPECT_EQ(places[0], places[1]);
   }
 }

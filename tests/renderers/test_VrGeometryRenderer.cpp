@@ -1,15 +1,20 @@
 // The geometry back end: hand-computed strips, the sizes of every shape, closed shapes facing
-// outwards, the uv layouts, and whole renders that give the same meshes on one and two threads.
+// outwards, the uv layouts, and whole renders that give the same meshes on one and two threads;
+// archives as their file's mesh in the frame their instance transform gives, or as their box.
 
 #include "renderers/BakeScene.h"
 #include "renderers/VrGeometryRenderer.h"
 #include "renderers/VrGeometryRendererDataHelper.h"
 #include "renderers/VrRenderDescription.h"
+#include "support/ArchiveScene.h"
+#include "support/CaptureLogger.h"
 #include "support/ShapeScene.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
+#include <string>
 #include <vector>
 
 namespace {
@@ -266,3 +271,49 @@ TEST(VrGeometryRenderer, ArchivesAsBoxesOrInstancesInTheirFrame) {
 }
 
 }  // namespace
+
+TEST(VrGeometryRenderer, ArchivesCarryTheirFilesMeshInTheFrameOfTheirInstance) {
+  vrtest::TempDir dir;
+  const std::string tetra = vrtest::writeTetra(dir);
+  // The frames, from the instance transforms of a first conversion.
+  std::map<std::string, std::vector<double>> frames;
+  {
+    vrtest::ArchiveScene scene(tetra);
+    auto& converter = *static_cast<VrGeometryRenderer*>(scene.description->addObject("GeometryRenderer"));
+    converter.setAttr("outputInstances", "true", "bool");
+    ASSERT_TRUE(VrRenderDescription(converter, 2));
+    for (const VrGeometryRenderer::Instance& instance : converter.instances())
+      frames[instance.name].assign(instance.matrix, instance.matrix + 16);
+  }
+  ASSERT_GT(frames.size(), 10u);
+  for (const std::string& file : {tetra, dir.write("garbage.abc", "not an archive")}) {
+    SCOPED_TRACE(file);
+    const bool readable = file == tetra;
+    vrtest::ArchiveScene scene(file);
+    auto& converter = *static_cast<VrGeometryRenderer*>(scene.description->addObject("GeometryRenderer"));
+    converter.setAttr("combineMesh", "false", "bool");
+    vrtest::CaptureLogger log;
+    ASSERT_TRUE(VrRenderDescription(converter, 2));
+    ASSERT_EQ(converter.meshes().size(), frames.size());
+    for (const VrGeometryRenderer::Mesh& mesh : converter.meshes()) {
+      ASSERT_EQ(frames.count(mesh.name), 1u) << mesh.name;
+      const double* m = frames[mesh.name].data();
+      // Each point of the file at origin + x X + y Y + z Z; the faces still turn outwards.
+      EXPECT_GT(signedVolume(mesh.data), 0.0);
+      if (!readable) {
+        EXPECT_EQ(mesh.data.numFaces(), 6u);  // the box
+        continue;
+      }
+      ASSERT_EQ(mesh.data.numPoints(), 4u);
+      ASSERT_EQ(mesh.data.numFaces(), 4u);
+      for (size_t i = 0; i < 4; ++i) {
+        const float* p = &vrtest::tetraPoints[3 * i];
+        for (int k = 0; k < 3; ++k)
+          EXPECT_NEAR(mesh.data.positions[3 * i + size_t(k)], m[k] * p[0] + m[4 + k] * p[1] + m[8 + k] * p[2] + m[12 + k], 1e-5);
+      }
+    }
+    size_t told = 0;
+    for (const std::string& warning : log.warnings()) told += warning.find("its archives are written as boxes") != std::string::npos;
+    EXPECT_EQ(told, readable ? 0u : 1u);
+  }
+}

@@ -2,6 +2,8 @@
 // lines of `vorn render`) project through the same camera, the background stays where nothing
 // is drawn, the preview colour expression colours the hair, `--culled` adds outlines, a camera
 // looking away draws nothing, and the same preview gives the same bytes on 1 and 2 threads.
+// Archives draw their files' meshes within their boxes, the same through display lists, and their
+// boxes when the proxy cache is too small.
 // The tests of the suite VornPreviewGL need a GL driver (Mesa's software one serves); ctest runs
 // them without leak checks, since the driver leaks by itself.
 
@@ -16,6 +18,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <utility>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -104,6 +108,66 @@ TEST(VornPreviewGL, WithoutOpenGLItFailsWithASentence) {
       shellWord(coll) + " --geom " + shellWord(geometry) + " --frame 1 -o " + shellWord(dir.file("x.png")));
   EXPECT_TRUE(ranWith(run, 1, "vorn: cannot draw a preview: no OpenGL"));
   EXPECT_FALSE(std::ifstream(dir.file("x.png")).good());
+}
+
+// The rocks example, thinned out and with larger rocks, written with its archive files into `dir`
+// (its data path is "./").
+std::string rocksCollection(const vrtest::TempDir& dir) {
+  const std::string rocks = vrtest::examplePath("archives/");
+  for (const char* kind : {"pebble", "slab"})
+    for (const char* level : {"_hi.abc", "_med.abc", "_lo.abc"})
+      dir.write(std::string(kind) + level, readText(rocks + kind + level));
+  std::string text = readText(rocks + "rocks.vorn");
+  for (const auto& [from, to] : {std::make_pair("0.05 + 0.05 * rand()", "0.3"), std::make_pair("300.0", "5.0")})
+    for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at))
+      text.replace(at, std::strlen(from), to);
+  return dir.write("rocks.vorn", text);
+}
+
+TEST(VornPreviewGL, ArchivesDrawTheirFilesMeshesInsideTheirBoxesInBuffersOrDisplayLists) {
+  vrtest::TempDir dir;
+  const std::string coll = rocksCollection(dir);
+  auto shot = [&](const std::string& name, const std::string& environment) {
+    const vrtest::CommandResult run =
+        vrtest::runCommand("cd " + shellWord(dir.file("")) + " && " + environment + " " + vrtest::vornCli() +
+                           " preview rocks.vorn --geom " + shellWord(geometry) + " --frame 1 --size 640x360 --camera " +
+                           camera + " -o " + name);
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    VrRgbImage image;
+    EXPECT_TRUE(VrReadPng(dir.file(name), image));
+    return std::make_pair(image, run.output);
+  };
+  // The previewer's default colour is black, which nothing else in the picture is.
+  auto rockPixels = [](const VrRgbImage& image) {
+    std::vector<bool> rock(size_t(image.width) * image.height);
+    for (unsigned y = 0; y < image.height; ++y)
+      for (unsigned x = 0; x < image.width; ++x) {
+        const unsigned char* p = image.at(x, y);
+        rock[size_t(y) * image.width + x] = p[0] == 0 && p[1] == 0 && p[2] == 0;
+      }
+    return rock;
+  };
+  const auto proxies = shot("proxies.png", "");
+  const auto boxes = shot("boxes.png", "VORN_MAX_ARCHIVE_CACHE_SIZE=0.0001");
+  EXPECT_EQ(proxies.second.find("drawn as boxes"), std::string::npos) << proxies.second;
+  EXPECT_NE(boxes.second.find("(VORN_MAX_ARCHIVE_CACHE_SIZE): the archives of 2 file sets are drawn as boxes."),
+            std::string::npos)
+      << boxes.second;
+  const std::vector<bool> meshes = rockPixels(proxies.first), cubes = rockPixels(boxes.first);
+  size_t inMeshes = 0, inBoxes = 0, meshesInBoxes = 0;
+  for (size_t i = 0; i < meshes.size(); ++i) {
+    inMeshes += meshes[i];
+    inBoxes += cubes[i];
+    meshesInBoxes += meshes[i] && cubes[i];
+  }
+  // Each rock lies within its box, and fills clearly less of the picture than the box does.
+  EXPECT_GT(inMeshes, 2000u);
+  EXPECT_LT(double(inMeshes), 0.9 * double(inBoxes));
+  EXPECT_GT(double(meshesInBoxes), 0.98 * double(inMeshes));
+
+  // Display lists draw the same picture as buffer objects.
+  shot("lists.png", "VORN_DISABLE_VBO_PROXY_ARCHIVES=1");
+  EXPECT_EQ(readText(dir.file("lists.png")), readText(dir.file("proxies.png")));
 }
 
 TEST(VornPreviewCli, BadUsageIsRefusedBeforeAnyWork) {
