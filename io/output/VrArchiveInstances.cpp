@@ -103,6 +103,6 @@ bool VrArchiveInstances::writeGeometry(VrAbcObjectWriter& parent, const std::str
   sample.positions = merged.positions;
   sample.faceCounts = merged.faceCounts;
   sample.faceIndices = merged.faceIndices;
-  return mesh.create(parent, name, VrAbcMeshWriter::Kind::PolyMesh, 0, VrAbcMeshWriter::Winding::Clockwise) &&
-         mesh.write(sample);
+  // The merged mesh comes counter-clockwise, as the import turns it; the writer turns it back.
+  return mesh.create(parent, name, VrAbcMeshWriter::Kind::PolyMesh, 0) && mesh.write(sample);
 }

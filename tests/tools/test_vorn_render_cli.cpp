@@ -922,6 +922,19 @@ TEST(VornRender, ArchivesWritePlacementGroupFrameAndFilesOnOneAndTwoThreads) {
     EXPECT_EQ(mesh.name(), stem);
     EXPECT_EQ(mesh.header().metaData.get("schema"), "AbcGeom_PolyMesh_v1");
     instances += mesh.isInstanceRoot() ? 1 : 0;
+    if (k == 0) {
+      // The mesh is the file's own, faces in the file's winding.
+      VrAbcArchive source;
+      VrAbcObject sourceObject;
+      VrAbcPolyMesh written, original;
+      VrAbcPolyMesh::Sample w, o;
+      ASSERT_TRUE(source.open(rocks + "/" + stem + ".abc") &&
+                  source.findObject("/rockShape", sourceObject));
+      ASSERT_TRUE(original.open(sourceObject) && original.read(0, o));
+      ASSERT_TRUE(written.open(mesh) && written.read(0, w));
+      EXPECT_EQ(w.faceCounts, o.faceCounts);
+      EXPECT_EQ(w.faceIndices, o.faceIndices);
+    }
   }
   EXPECT_EQ(instances, groupValues.size() - 2);
 
