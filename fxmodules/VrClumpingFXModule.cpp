@@ -50,6 +50,20 @@ Vec unit(Vec v) {
 
 double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
 
+// A turn about a unit axis, its cosine and sine worked out once for the vectors it turns.
+struct Turn {
+  Turn() = default;
+  Turn(const Vec& axis, double radians) : axis(axis), c(std::cos(radians)), s(std::sin(radians)) {}
+  Vec operator()(const Vec& v) const { return vrFXRotated(v, axis, c, s); }
+  void frame(Vec& T, Vec& A, Vec& B) const {
+    T = (*this)(T);
+    A = (*this)(A);
+    B = (*this)(B);
+  }
+  Vec axis;
+  double c = 1.0, s = 0.0;
+};
+
 // Per-worker scratch of one clumping module.
 class ClumpState : public VrFXModuleContext {
  public:
@@ -465,23 +479,19 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
 
   Vec T = guide.T, A = guide.A, B = guide.B;
   const Vec D0 = unit(G[1] - G[0]);
-  if (T.dot(D0) < Straight) {
-    const Vec axis = unit(T.cross(D0));
-    const double angle = angleBetween(T, D0);
-    T = vrFXRotated(T, axis, angle);
-    A = vrFXRotated(A, axis, angle);
-    B = vrFXRotated(B, axis, angle);
-  }
+  if (T.dot(D0) < Straight) Turn(unit(T.cross(D0)), angleBetween(T, D0)).frame(T, A, B);
   const double twist = exprs[Twist]->at(guide.u, guide.v, guide.face, guidePatch);
   if (twist != 0.0) {
-    A = vrFXRotated(A, T, twist * DegreesToRadians);
-    B = vrFXRotated(B, T, twist * DegreesToRadians);
+    const Turn turn(T, twist * DegreesToRadians);
+    A = turn(A);
+    B = turn(B);
   }
 
   // 12-13: along the guide.
   Vec Dprev = D0;
-  Vec pendingAxis;
-  double pendingAngle = 0.0;
+  Turn pending;  // the second half of the last bend
+  bool bendPending = false;
+  bool shiftedBefore = false;  // the offset moved G[i - 1]
   for (size_t i = 1; i < n; ++i) {
     if (anyT) {
       VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
@@ -505,34 +515,36 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       d = around * (s * d.length()) + d * (1.0 - s);
     }
     d = d * (1.0 - c);
-    if (pendingAngle != 0.0) {
-      T = vrFXRotated(T, pendingAxis, pendingAngle);
-      A = vrFXRotated(A, pendingAxis, pendingAngle);
-      B = vrFXRotated(B, pendingAxis, pendingAngle);
-      pendingAngle = 0.0;
+    if (bendPending) {
+      pending.frame(T, A, B);
+      bendPending = false;
     }
     if (std::fabs(D.dot(Dprev)) < Straight) {
-      pendingAxis = unit(Dprev.cross(D));
-      pendingAngle = 0.5 * angleBetween(Dprev, D);
-      T = vrFXRotated(T, pendingAxis, pendingAngle);
-      A = vrFXRotated(A, pendingAxis, pendingAngle);
-      B = vrFXRotated(B, pendingAxis, pendingAngle);
+      pending = Turn(unit(Dprev.cross(D)), 0.5 * angleBetween(Dprev, D));
+      pending.frame(T, A, B);
+      bendPending = true;
     }
     T.normalize();
     A.normalize();
     B.normalize();
     Vec r = T * d.dot(T) + A * d.dot(A) + B * ((1.0 - f) * d.dot(B));
-    Vec w = B * o;
+    const bool shifted = o != 0.0;
     if (q != 0.0) {
-      r = vrFXRotated(r, T, q);
-      w = vrFXRotated(w, T, q);
+      const Turn curlTurn(T, q);
+      r = curlTurn(r);
+      if (shifted) G[i] += curlTurn(B * o);
+    } else if (shifted) {
+      G[i] += B * o;
     }
-    G[i] += w;
-    const Vec step = unit(G[i] - G[i - 1]);
-    if (std::fabs(step.dot(Dprev)) < Straight) {
-      const Vec axis = unit(Dprev.cross(step));
-      if (axis.length() > 0.0) r = vrFXRotated(r, axis, angleBetween(Dprev, step));
+    // The step to G[i] can only have turned from Dprev where an offset moved G[i] or G[i - 1].
+    if (shifted || shiftedBefore) {
+      const Vec step = unit(G[i] - G[i - 1]);
+      if (std::fabs(step.dot(Dprev)) < Straight) {
+        const Vec axis = unit(Dprev.cross(step));
+        if (axis.length() > 0.0) r = vrFXRotated(r, axis, angleBetween(Dprev, step));
+      }
     }
+    shiftedBefore = shifted;
     P[i] = G[i] + r;
     Dprev = D;
   }
