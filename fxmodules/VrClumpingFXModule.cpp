@@ -118,8 +118,9 @@ struct BreakWeights {
 BreakWeights breakWeights(const VrPrimitive* owner, const VrPrimitiveContext& context, const VrClumpGuide& guide,
                           double u, double v, int face, const std::string& patchName) {
   BreakWeights weights;
+  if (!owner || guide.region < 0) return weights;  // the usual case: no regions
   const auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
-  if (!owner || guide.region < 0 || !spline || !spline->breakActive) return weights;
+  if (!spline || !spline->breakActive) return weights;
   const unsigned region = owner->guideRegion(u, v, face, patchName);
   if (region == 0 || static_cast<int>(region) == guide.region) return weights;
   if (spline->dominantGuide >= 0 && static_cast<unsigned>(spline->dominantGuide) < owner->numGuides())
