@@ -4,6 +4,7 @@
 
 #include "fxmodules/VrClumpGuides.h"
 
+#include "base/VrExactCast.h"
 #include "base/VrMessage.h"
 #include "base/VrTaskManager.h"
 #include "expressions/VrExpression.h"
@@ -11,7 +12,7 @@
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
 #include "io/vpd/VpdFileCachedReader.h"
-#include "primitives/VrPrimitive.h"
+#include "primitives/VrSplinePrimitive.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,9 +26,23 @@ struct Record {
   unsigned id;
 };
 
-// Grows one guide in `context` and stores it in `guide`.
+// The region and the "break" values a guide just grown in `context` carries.
+void regionAndBreak(const VrPrimitive& primitive, const VrPrimitiveContext& context, const VrPatch* patch,
+                    const Record& record, VrClumpGuide& guide) {
+  const unsigned region = primitive.guideRegion(record.u, record.v, record.face, patch->name());
+  guide.region = region != 0 ? static_cast<int>(region) : -1;
+  guide.breakValues.clear();
+  const auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
+  if (!spline || !spline->breakActive || spline->dominantGuide < 0) return;
+  const unsigned dominant = static_cast<unsigned>(spline->dominantGuide);
+  if (dominant >= primitive.numGuides()) return;
+  if (const std::vector<float>* values = primitive.guide(dominant).guideCVAttrs().find("break"))
+    guide.breakValues = *values;
+}
+
+// Grows one guide in `context` and stores it in `guide`; `lengthScale` stretches it about its root.
 void grow(VrPrimitive& primitive, VrFXModule* module, VrPrimitiveContext& context, const VrPatch* patch,
-          const Record& record, const VrFXRamp* curlScale, VrClumpGuide& guide) {
+          const Record& record, const VrFXRamp* curlScale, double lengthScale, VrClumpGuide& guide) {
   guide.u = record.u;
   guide.v = record.v;
   guide.face = record.face;
@@ -39,6 +54,10 @@ void grow(VrPrimitive& primitive, VrFXModule* module, VrPrimitiveContext& contex
   guide.A = context.cU(record.u, record.v, false);
   guide.B = context.cV(record.u, record.v, false);
   guide.cvs = context.cGeom();
+  if (lengthScale != 1.0)
+    for (size_t i = 1; i < guide.cvs.size(); ++i)
+      guide.cvs[i] = guide.cvs[0] + (guide.cvs[i] - guide.cvs[0]) * lengthScale;
+  regionAndBreak(primitive, context, patch, record, guide);
   guide.length = guide.cvs.size() > 1 ? SgCurve::cpolyLength(guide.cvs, guide.segmentLengths) : 0.0;
   guide.valid = !context.cullPrim() && guide.length > 0.0;
   const size_t n = guide.cvs.size();
@@ -104,7 +123,7 @@ bool VrClumpGuides::read(VrPrimitive* primitive, VrFXModule* module, const VpdFi
   guides.resize(first + records.size());
   if (!parallel) {
     for (size_t i = 0; i < records.size(); ++i)
-      grow(*primitive, module, primitive->context(), patch, records[i], curlScale, guides[first + i]);
+      grow(*primitive, module, primitive->context(), patch, records[i], curlScale, lengthScale, guides[first + i]);
     return true;
   }
   VrTaskManager::parallelChunks(records.size(), [&](size_t begin, size_t end) {
@@ -112,7 +131,7 @@ bool VrClumpGuides::read(VrPrimitive* primitive, VrFXModule* module, const VpdFi
     primitive->initDescriptionInParallel(*worker);
     VrExpression::initTLS(worker.get());
     for (size_t i = begin; i != end; ++i)
-      grow(*primitive, module, *worker, patch, records[i], curlScale, guides[first + i]);
+      grow(*primitive, module, *worker, patch, records[i], curlScale, lengthScale, guides[first + i]);
     VrExpression::clearTLS();
     primitive->finishDescriptionInParallel(*worker);
   });

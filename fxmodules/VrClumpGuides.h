@@ -27,12 +27,15 @@ struct VrClumpGuide {
   int face = -1;
   std::string patchName;
   SgVec3T<double> T, A, B;  ///< root frame: normal, then the unit u and v directions
-  int region = -1;          ///< the guide region of its location, -1 without regions
+  int region = -1;          ///< the primitive's guide region at its location, -1 for none
   double length = 0.0;
   std::vector<SgVec3T<double>> cvs;
   std::vector<double> curlAngles;      ///< accumulated curl angle per CV (radians per unit curl)
   std::vector<double> segmentLengths;  ///< n - 1 control-polygon segments
   bool filled = false;                 ///< curlAngles is built
+  /// The "break" CV values of the interpolation guide that shaped it (the dominant one while
+  /// the spline's `breakActive`); empty without.
+  std::vector<float> breakValues;
 };
 
 class VrClumpGuides {
@@ -52,6 +55,8 @@ class VrClumpGuides {
                                  const VpdFileCachedReader& reader, const VrPatch* patch,
                                  const VrFXRamp* curlScale, const std::string& path);
   void clearGuides() { guides.clear(); }
+  /// Guides grown from now on are scaled about their root by `scale` (1: as grown).
+  void setGuideLengthScale(double scale) { lengthScale = scale; }
 
   const std::vector<VrClumpGuide>& clumpGuides() const { return guides; }
   size_t numClumpGuides() const { return guides.size(); }
@@ -61,4 +66,5 @@ class VrClumpGuides {
             const VrPatch* patch, const VrFXRamp* curlScale, const std::string& path, bool parallel);
 
   std::vector<VrClumpGuide> guides;
+  double lengthScale = 1.0;
 };

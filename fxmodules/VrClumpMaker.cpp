@@ -3,9 +3,10 @@
 // seeded from (seed, patch name, face), so a face's points do not depend on the other faces.
 //
 // Regions: a texel centre ((i + 0.5) / resU, (j + 0.5) / resV) of a face is evaluated on the
-// reference surface and takes the guide whose root is nearest in space. Roots are bucketed in a
-// uniform grid over their bounding box; the search widens ring by ring until no closer root can
-// lie outside the rings searched.
+// reference surface and takes the guide whose root is nearest in space, each distance divided by
+// the guide's radius 1 + clamp(`radiusVariance`, -1, 1) read at its root (a radius of 0 takes no
+// texel). Roots are bucketed in a uniform grid over their bounding box; the search widens ring by
+// ring until no closer root can lie outside the rings searched.
 
 #include "fxmodules/VrClumpMaker.h"
 
@@ -37,10 +38,12 @@ double attrNumber(const VrObject& object, const std::string& name, double fallba
   return end != value.c_str() ? number : fallback;
 }
 
-// Nearest root by straight-line distance, through a uniform grid of buckets.
+// Nearest root by straight-line distance over the root's radius, through a uniform grid of
+// buckets.
 class NearestRoot {
  public:
-  explicit NearestRoot(const std::vector<Vec>& points) : pts(points) {
+  NearestRoot(const std::vector<Vec>& points, const std::vector<double>& radii) : pts(points), radii(radii) {
+    for (double r : radii) widest = std::max(widest, r);
     if (pts.empty()) return;
     lo = hi = pts[0];
     for (const Vec& p : pts)
@@ -57,9 +60,10 @@ class NearestRoot {
     for (size_t i = 0; i < pts.size(); ++i) buckets[bucketOf(cell(pts[i]))].push_back(static_cast<unsigned>(i));
   }
 
-  /// Index of the nearest point (the lowest index among equals); -1 without points.
+  /// Index of the nearest point (the lowest index among equals); -1 without points of a
+  /// positive radius.
   int find(const Vec& q) const {
-    if (pts.empty()) return -1;
+    if (pts.empty() || widest <= 0.0) return -1;
     int c[3];
     for (int k = 0; k < 3; ++k)
       c[k] = std::clamp(static_cast<int>(std::floor((q[k] - lo[k]) / size)), 0, dims[k] - 1);
@@ -73,7 +77,8 @@ class NearestRoot {
             if (std::max({std::abs(x - c[0]), std::abs(y - c[1]), std::abs(z - c[2])}) != ring) continue;
             if (x < 0 || y < 0 || z < 0 || x >= dims[0] || y >= dims[1] || z >= dims[2]) continue;
             for (unsigned i : buckets[bucketOf({x, y, z})]) {
-              const double d = (pts[i] - q).dot(pts[i] - q);
+              if (radii[i] <= 0.0) continue;
+              const double d = (pts[i] - q).dot(pts[i] - q) / (radii[i] * radii[i]);
               if (d < bestD || (d == bestD && static_cast<int>(i) < best)) {
                 bestD = d;
                 best = static_cast<int>(i);
@@ -81,7 +86,7 @@ class NearestRoot {
             }
           }
       // Everything outside the searched rings lies at least `ring * size` away from q's cell.
-      const double reach = ring * size;
+      const double reach = ring * size / widest;
       if (best >= 0 && reach * reach >= bestD) break;
     }
     return best;
@@ -102,6 +107,8 @@ class NearestRoot {
   }
 
   const std::vector<Vec>& pts;
+  const std::vector<double>& radii;
+  double widest = 0.0;
   Vec lo, hi;
   double size = 1.0;
   int dims[3] = {1, 1, 1};
@@ -147,11 +154,16 @@ bool VrClumpMaker::make(VrClumpingFXModule& module, const Options& options) {
   if (!desc) return false;
   const std::vector<Root> roots = scatter(module, options);
   std::vector<Vec> points(roots.size());
-  for (size_t i = 0; i < roots.size(); ++i)
-    roots[i].patch->evalGeom(roots[i].u, roots[i].v, roots[i].face, points[i], true);
+  std::vector<double> radii(roots.size());
+  const VrExpression* variance = module.radiusVarianceExpr();
+  for (size_t i = 0; i < roots.size(); ++i) {
+    const Root& root = roots[i];
+    root.patch->evalGeom(root.u, root.v, root.face, points[i], true);
+    radii[i] = 1.0 + std::clamp(variance->eval(root.u, root.v, root.face, &root.patch->name())[0], -1.0, 1.0);
+  }
 
   const double texels = attrNumber(module, "texelsPerUnit", 10.0);
-  const NearestRoot nearest(points);
+  const NearestRoot nearest(points, radii);
   for (const auto& entry : desc->patches()) {
     const VrPatch* patch = entry.second;
     const std::string base = vrutil::stripNameSpace(patch->name());

@@ -1,19 +1,21 @@
 // The clumping module. `computeParallel` follows one primitive P against a copy G of its guide:
 //
 //   G = guide (cut from the tip)        P = primitive (cut to the same length)
-//   copy:   P[i] = lerp(P[i], G[i] - G[0] + P[0], copy)
+//   copy:   P[i] = lerp(P[i], G[i] - G[0] + P[0], a), a the copy amount weighted by "break"
 //   noise:  G[i] += clump noise along the guide's frame
 //   per CV: d = P[i] - G[i], shrunk by the clump amount, flattened along B, curled about T;
 //           G[i] += offset along B;  P[i] = G[i] + d
 //
-// The frame (T, A, B) starts as the guide's root frame turned onto its first segment and is
-// carried along G, each bend spread over two steps. Per-thread scratch lives in the module's
-// context (`ClumpState`), so a primitive allocates nothing once the buffers have grown.
+// The frame (T, A, B) starts as the guide's root frame turned onto its first segment, with A and
+// B turned about T by the guide's twist, and is carried along G, each bend spread over two
+// steps. Per-thread scratch lives in the module's context (`ClumpState`), so a primitive
+// allocates nothing once the buffers have grown.
 
 #include "fxmodules/VrClumpingFXModule.h"
 
 #include "fxmodules/VrClumpCurves.h"
 
+#include "base/VrExactCast.h"
 #include "base/VrMessage.h"
 #include "base/vrutilCodec.h"
 #include "base/vrutilName.h"
@@ -27,8 +29,8 @@
 #include "geometry/VrPatch.h"
 #include "geometry/vrutilMath.h"
 #include "io/vpd/VpdFileCachedReader.h"
-#include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
+#include "primitives/VrSplinePrimitive.h"
 
 #include <algorithm>
 #include <chrono>
@@ -39,6 +41,7 @@ namespace {
 using Vec = SgVec3T<double>;
 
 constexpr double Straight = 0.99999;
+constexpr double DegreesToRadians = 0.017453292519943295;
 
 Vec unit(Vec v) {
   v.normalize();
@@ -46,6 +49,20 @@ Vec unit(Vec v) {
 }
 
 double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
+
+// A turn about a unit axis, its cosine and sine worked out once for the vectors it turns.
+struct Turn {
+  Turn() = default;
+  Turn(const Vec& axis, double radians) : axis(axis), c(std::cos(radians)), s(std::sin(radians)) {}
+  Vec operator()(const Vec& v) const { return vrFXRotated(v, axis, c, s); }
+  void frame(Vec& T, Vec& A, Vec& B) const {
+    T = (*this)(T);
+    A = (*this)(A);
+    B = (*this)(B);
+  }
+  Vec axis;
+  double c = 1.0, s = 0.0;
+};
 
 // Per-worker scratch of one clumping module.
 class ClumpState : public VrFXModuleContext {
@@ -78,15 +95,46 @@ const ExprDefault exprDefaults[] = {
     {"clump", "1.0"},          {"clumpVariance", "0.0"},   {"cut", "1000.0"},   {"copy", "0.0"},
     {"copyVariance", "0.0"},   {"curl", "0.0"},            {"offset", "0.0"},   {"flatness", "0.0"},
     {"noise", "0.0"},          {"noiseFrequency", "1.0"},  {"noiseCorrelation", "0.0"},
-    {"radiusVariance", "0.0"}, {"ptMask", "1.0"},          {"controlMask", "1.0"}};
+    {"radiusVariance", "0.0"}, {"ptMask", "1.0"},          {"controlMask", "1.0"},
+    {"twist", "0.0"}};  // `twist` is no attribute of its own: only an older file's value sets it
 enum ExprIndex { Clump, ClumpVariance, Cut, Copy, CopyVariance, Curl, Offset, Flatness, Noise, NoiseFrequency,
-                 NoiseCorrelation };
+                 NoiseCorrelation, RadiusVariance, PtMask, ControlMask, Twist };
+
+// The "break" weights of a primitive and its clump guide: in use when the primitive's guides
+// carry "break" and it stands in a guide region other than the clump guide's. A value missing
+// at a CV counts as 1.
+struct BreakWeights {
+  const std::vector<float>* primitive = nullptr;
+  const std::vector<float>* guide = nullptr;
+  bool inUse() const { return primitive || guide; }
+  // sqrt(break(guide)[i] x break(primitive)[i]), limited to [0, 1].
+  double at(size_t i) const {
+    const double p = primitive && i < primitive->size() ? (*primitive)[i] : 1.0;
+    const double g = guide && i < guide->size() ? (*guide)[i] : 1.0;
+    return std::clamp(std::sqrt(std::max(0.0, p * g)), 0.0, 1.0);
+  }
+};
+
+BreakWeights breakWeights(const VrPrimitive* owner, const VrPrimitiveContext& context, const VrClumpGuide& guide,
+                          double u, double v, int face, const std::string& patchName) {
+  BreakWeights weights;
+  if (!owner || guide.region < 0) return weights;  // the usual case: no regions
+  const auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
+  if (!spline || !spline->breakActive) return weights;
+  const unsigned region = owner->guideRegion(u, v, face, patchName);
+  if (region == 0 || static_cast<int>(region) == guide.region) return weights;
+  if (spline->dominantGuide >= 0 && static_cast<unsigned>(spline->dominantGuide) < owner->numGuides())
+    weights.primitive = owner->guide(static_cast<unsigned>(spline->dominantGuide)).guideCVAttrs().find("break");
+  if (!guide.breakValues.empty()) weights.guide = &guide.breakValues;
+  return weights;
+}
 
 }  // namespace
 
 VrClumpingFXModule::VrClumpingFXModule(VrDescription* description)
     : VrFXModule(description),
       regionExpression("clumpRegionExprInternal", "ClumpingFXModule", description, "0", "color"),
+      controlExpression("clumpControlExprInternal", "ClumpingFXModule", description, "1", "color"),
       clumpScale("rampUI(0,0.5,3:1,0.0,3)"),
       copyScale("rampUI(0,0,3)"),
       curlScale("rampUI(0,0.5,3)"),
@@ -146,6 +194,10 @@ VrClumpingFXModule::Expr* VrClumpingFXModule::findExpr(const std::string& name) 
 bool VrClumpingFXModule::setAttr(const std::string& name, const std::string& value, const std::string& type,
                                  const std::string& enumStrings) {
   if (VrFXModule::setAttr(name, value, type, enumStrings)) return true;
+  if (name == "twist") {  // an older file's twist, in half turns
+    exprs[Twist]->set(convertedTwist(value), this->name() + "Id");
+    return true;
+  }
   if (Expr* e = findExpr(name)) {
     e->set(value, this->name() + "Id");  // the clump guide's id variable
     return true;
@@ -170,6 +222,16 @@ bool VrClumpingFXModule::setAttr(const std::string& name, const std::string& val
     mapDir = value;
     return true;
   }
+  if (name == "controlMapDir") {
+    controlMapDir = value;
+    return true;
+  }
+  if (name == "ptLength") {
+    const bool ok = floatAttr(name, value, guideLength);
+    guideLength = std::max(0.0, guideLength);
+    return ok;
+  }
+  if (name == "useControlMaps") return boolAttr(name, value, useControlMaps);
   if (name == "cvAttr") return boolAttr(name, value, cvAttrOn);
   if (name == "exportCurves") return boolAttr(name, value, exportCurves);
   if (name == "clumpVolumize") return boolAttr(name, value, volumize);
@@ -193,10 +255,37 @@ std::string VrClumpingFXModule::mapDirectory() const {
   return text;
 }
 
-const VrExpression* VrClumpingFXModule::ptMaskExpr() const {
-  for (const Expr* e : exprs)
-    if (e->name() == "ptMask") return &e->expr;
-  return nullptr;
+const VrExpression* VrClumpingFXModule::ptMaskExpr() const { return &exprs[PtMask]->expr; }
+
+const VrExpression* VrClumpingFXModule::radiusVarianceExpr() const { return &exprs[RadiusVariance]->expr; }
+
+std::string VrClumpingFXModule::convertedTwist(const std::string& text) {
+  // The last statement begins after the last ';' or block that closes outside comments and
+  // strings; assignments before it stay as they are.
+  size_t start = 0;
+  int depth = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '#') {
+      i = text.find('\n', i);
+      if (i == std::string::npos) break;
+    } else if (c == '"') {
+      while (++i < text.size() && text[i] != '"')
+        if (text[i] == '\\') ++i;
+    } else if (c == '{') {
+      ++depth;
+    } else if (c == '}' || (c == ';' && depth == 0)) {
+      if (c == '}' && depth > 0) --depth;
+      if (depth == 0) start = i + 1;
+    }
+  }
+  return text.substr(0, start) + "(" + text.substr(start) + "\n)*180.0 # auto converted";
+}
+
+double VrClumpingFXModule::controlAt(double u, double v, int face, const std::string* patchName) const {
+  const double mask = std::clamp(exprs[ControlMask]->at(u, v, face, patchName), 0.0, 1.0);
+  if (mask <= 0.0) return 0.0;
+  return mask * std::clamp(controlExpression.eval(u, v, face, patchName)[0], 0.0, 1.0);
 }
 
 std::unique_ptr<VrFXModuleContext> VrClumpingFXModule::createModuleContext() const {
@@ -217,6 +306,13 @@ void VrClumpingFXModule::initDescription(VrPrimitive* owner) {
   amountName = amountAttrName();
   guideName = guideAttrName();
   regionExpression.setExpression("255 * map(\"" + mapDirectory() + "\") + 0.5");
+  controlOn = useControlMaps;
+  if (controlOn) {
+    std::string controlDir = controlMapDir;
+    vrutil::replaceSubStrs(controlDir, "${FXMODULE}", name());
+    controlExpression.setExpression("map(\"" + controlDir + "\")");
+  }
+  setGuideLengthScale(guideLength);
   declareCVAttrs();
   VrDescription* desc = description();
   if (!desc) return;
@@ -297,6 +393,9 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     return true;
   }
 
+  // 4: "break" between guide regions.
+  const BreakWeights breaks = breakWeights(primitive(), context, guide, u, v, face, *patchName);
+
   // 5: cut the guide copy, and the primitive with it.
   const double m = maskValue(context);
   std::vector<Vec>& G = state->G;
@@ -328,7 +427,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   const Expr& copyVarE = *exprs[CopyVariance];
   double copy = copyE.usesT ? 0.0 : copyE.at(guide.u, guide.v, guide.face, guidePatch);
   double copyVar = copyVarE.usesT ? 0.0 : copyVarE.at(u, v, face, patchName);
-  if (copy != 0.0 || copyE.usesT) {
+  if (copy != 0.0 || copyE.usesT || breaks.inUse()) {
     for (size_t i = 1; i < n; ++i) {
       if (copyE.usesT || copyVarE.usesT) {
         VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
@@ -336,7 +435,11 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
         if (copyVarE.usesT) copyVar = copyVarE.at(u, v, face, patchName);
       }
       const double factor = 1.0 - std::clamp(-copyVar, -1.0, 1.0);
-      const double a = std::clamp(copy * state->copyScale[i] * factor * m, 0.0, 1.0);
+      double a = std::clamp(copy * state->copyScale[i] * factor * m, 0.0, 1.0);
+      if (breaks.inUse()) {
+        const double w = breaks.at(i);
+        a = w * a + (1.0 - w);
+      }
       P[i] = P[i] * (1.0 - a) + ((G[i] - G[0]) + P[0]) * a;
     }
     VrExpression::removeThreadVariable("t");
@@ -372,21 +475,24 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   double curl = atRoot(curlE) * 0.025;
   double offset = atRoot(offsetE);
   double flatness = atRoot(flatE);
+  // The control maps scale the clump amount of the whole primitive.
+  const double control = controlOn ? controlAt(u, v, face, patchName) : 1.0;
 
   Vec T = guide.T, A = guide.A, B = guide.B;
   const Vec D0 = unit(G[1] - G[0]);
-  if (T.dot(D0) < Straight) {
-    const Vec axis = unit(T.cross(D0));
-    const double angle = angleBetween(T, D0);
-    T = vrFXRotated(T, axis, angle);
-    A = vrFXRotated(A, axis, angle);
-    B = vrFXRotated(B, axis, angle);
+  if (T.dot(D0) < Straight) Turn(unit(T.cross(D0)), angleBetween(T, D0)).frame(T, A, B);
+  const double twist = exprs[Twist]->at(guide.u, guide.v, guide.face, guidePatch);
+  if (twist != 0.0) {
+    const Turn turn(T, twist * DegreesToRadians);
+    A = turn(A);
+    B = turn(B);
   }
 
   // 12-13: along the guide.
   Vec Dprev = D0;
-  Vec pendingAxis;
-  double pendingAngle = 0.0;
+  Turn pending;  // the second half of the last bend
+  bool bendPending = false;
+  bool shiftedBefore = false;  // the offset moved G[i - 1]
   for (size_t i = 1; i < n; ++i) {
     if (anyT) {
       VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
@@ -397,7 +503,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       if (flatE.usesT) flatness = flatE.at(u, v, face, patchName);
     }
     const double varianceFactor = 1.0 - std::clamp(-variance, -1.0, 1.0);
-    const double c = clump * state->clumpScale[i] * varianceFactor * m;
+    const double c = clump * state->clumpScale[i] * varianceFactor * m * control;
     const double q = i < guide.curlAngles.size() ? curl * guide.curlAngles[i] * m : 0.0;
     const double o = offset * state->offsetScale[i] * m;
     const double f = std::clamp(flatness * state->flatnessScale[i] * m, 0.0, 1.0);
@@ -410,34 +516,36 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       d = around * (s * d.length()) + d * (1.0 - s);
     }
     d = d * (1.0 - c);
-    if (pendingAngle != 0.0) {
-      T = vrFXRotated(T, pendingAxis, pendingAngle);
-      A = vrFXRotated(A, pendingAxis, pendingAngle);
-      B = vrFXRotated(B, pendingAxis, pendingAngle);
-      pendingAngle = 0.0;
+    if (bendPending) {
+      pending.frame(T, A, B);
+      bendPending = false;
     }
     if (std::fabs(D.dot(Dprev)) < Straight) {
-      pendingAxis = unit(Dprev.cross(D));
-      pendingAngle = 0.5 * angleBetween(Dprev, D);
-      T = vrFXRotated(T, pendingAxis, pendingAngle);
-      A = vrFXRotated(A, pendingAxis, pendingAngle);
-      B = vrFXRotated(B, pendingAxis, pendingAngle);
+      pending = Turn(unit(Dprev.cross(D)), 0.5 * angleBetween(Dprev, D));
+      pending.frame(T, A, B);
+      bendPending = true;
     }
     T.normalize();
     A.normalize();
     B.normalize();
     Vec r = T * d.dot(T) + A * d.dot(A) + B * ((1.0 - f) * d.dot(B));
-    Vec w = B * o;
+    const bool shifted = o != 0.0;
     if (q != 0.0) {
-      r = vrFXRotated(r, T, q);
-      w = vrFXRotated(w, T, q);
+      const Turn curlTurn(T, q);
+      r = curlTurn(r);
+      if (shifted) G[i] += curlTurn(B * o);
+    } else if (shifted) {
+      G[i] += B * o;
     }
-    G[i] += w;
-    const Vec step = unit(G[i] - G[i - 1]);
-    if (std::fabs(step.dot(Dprev)) < Straight) {
-      const Vec axis = unit(Dprev.cross(step));
-      if (axis.length() > 0.0) r = vrFXRotated(r, axis, angleBetween(Dprev, step));
+    // The step to G[i] can only have turned from Dprev where an offset moved G[i] or G[i - 1].
+    if (shifted || shiftedBefore) {
+      const Vec step = unit(G[i] - G[i - 1]);
+      if (std::fabs(step.dot(Dprev)) < Straight) {
+        const Vec axis = unit(Dprev.cross(step));
+        if (axis.length() > 0.0) r = vrFXRotated(r, axis, angleBetween(Dprev, step));
+      }
     }
+    shiftedBefore = shifted;
     P[i] = G[i] + r;
     Dprev = D;
   }

@@ -5,9 +5,11 @@
 // points of the `.vuv` files under `pointDir`, with the stack in front of the module applied, so
 // that several clumping modules in one stack clump the clumps of the earlier ones.
 //
-// Per primitive, in order: cut to the guide's `cut` length, copy of the guide's shape, clump
-// noise on the guide copy, then per CV clump, volumize, flatness, offset and curl in the guide's
-// frame carried along its bends. Owned by its primitive; guides are read in `initDescription`
+// Per primitive, in order: cut to the guide's `cut` length, copy of the guide's shape (weighted
+// by the "break" CV values where primitive and guide stand in different guide regions), clump
+// noise on the guide copy, then per CV clump (scaled by the control maps with `useControlMaps`),
+// volumize, flatness, offset and curl in the guide's frame, turned by its twist and carried along
+// its bends. Owned by its primitive; guides are read in `initDescription`
 // and read-only afterwards, so `computeParallel` runs on any number of workers.
 
 #include "fxmodules/VrClumpGuides.h"
@@ -42,8 +44,14 @@ class VrClumpingFXModule : public VrFXModule, public VrClumpGuides {
   /// the file search).
   std::string pointDirectory() const;
   std::string mapDirectory() const;
-  /// The point mask of guide scattering (`ptMask`).
+  /// The point mask of guide scattering (`ptMask`) and the spread of region sizes
+  /// (`radiusVariance`), both read at a guide root.
   const VrExpression* ptMaskExpr() const;
+  const VrExpression* radiusVarianceExpr() const;
+  /// The `twist` expression an older file's `twist` value becomes: the value's last statement
+  /// wrapped as "(" + statement + "\n)*180.0 # auto converted", so a value in half turns reads
+  /// in degrees.
+  static std::string convertedTwist(const std::string& text);
   /// The text of the internal region expression.
   const std::string& regionExpressionText() const { return regionExpression.expression(); }
   /// The guide id that the region map holds at a location: guide i + 1, or 0 for none. Valid
@@ -57,13 +65,19 @@ class VrClumpingFXModule : public VrFXModule, public VrClumpGuides {
   struct Expr;
   Expr* findExpr(const std::string& name);
   void readPatch(VrPrimitive* primitive, const VrPatch* patch);
+  /// The clump amount's factor of the control maps at a primitive, in [0, 1].
+  double controlAt(double u, double v, int face, const std::string* patchName) const;
 
   std::vector<Expr*> exprs;  // owned
   VrExpression regionExpression;
+  VrExpression controlExpression;  // the control map, read with `useControlMaps`
   VrFXRamp clumpScale, copyScale, curlScale, offsetScale, flatnessScale, noiseScale;
-  std::string pointDir, mapDir;
+  std::string pointDir, mapDir, controlMapDir;
+  double guideLength = 1.0;  // `ptLength`
   std::string idVariable, amountName, guideName;  // names fixed for a pass
   bool cvAttrOn = false;
   bool volumize = false;
   bool exportCurves = false;  // write the guides as curves when a pass begins
+  bool useControlMaps = false;
+  bool controlOn = false;  // `useControlMaps` for the pass under way
 };

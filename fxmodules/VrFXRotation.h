@@ -6,8 +6,13 @@
 
 #include <cmath>
 
+/// `v` turned about the unit `axis` by the angle whose cosine and sine are `c` and `s`: worked
+/// out once for several vectors turned alike.
+inline SgVec3T<double> vrFXRotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double c, double s) {
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
 /// `v` turned by `radians` about the unit `axis`, counter-clockwise looking down the axis.
 inline SgVec3T<double> vrFXRotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
-  const double c = std::cos(radians), s = std::sin(radians);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+  return vrFXRotated(v, axis, std::cos(radians), std::sin(radians));
 }

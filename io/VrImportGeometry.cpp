@@ -811,9 +811,11 @@ bool AlembicUtil::overrideGuides(VrBasePrimitive& primitive, double time, const 
       std::vector<std::string> names;
       for (auto it = guide.guideCVAttrs().begin(); it != guide.guideCVAttrs().end(); ++it) names.push_back(it.key());
       std::sort(names.begin(), names.end());
+      // A guide without names of its own takes the first value as its "break", the per-CV guide
+      // attribute that splines and clumping read.
       for (size_t n = 0; n < curve.cvValues.size(); ++n) {
         for (size_t k = 0; k < curve.cvValues[n].size(); ++k) {
-          if (k >= names.size()) names.push_back("vorn_cv" + std::to_string(k));
+          if (k >= names.size()) names.push_back(k == 0 ? std::string("break") : "vorn_cv" + std::to_string(k));
           std::vector<float>* values = guide.guideCVAttrs().find(names[k]);
           if (!values) values = guide.guideCVAttrs().insert(names[k].c_str(), std::vector<float>()).first;
           if (values->size() < curve.cvValues.size()) values->resize(curve.cvValues.size(), 0.0f);

@@ -12,6 +12,7 @@
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "document/vrutilFiles.h"
+#include "io/VrImportGeometry.h"
 #include "io/ptex/VrPtexWriter.h"
 #include "io/vpd/VpdFileCachedReader.h"
 #include "io/vpd/VpdWriter.h"
@@ -25,6 +26,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -62,20 +64,26 @@ void writePoints(const std::string& path, const std::vector<int>& faces, const s
   ASSERT_TRUE(writer->close()) << writer->error();
 }
 
-// Writes a region map with one constant colour per face: the encoded id `idOf(face)`.
-void writeRegions(const std::string& path, int faces, const std::function<unsigned(int)>& idOf) {
+// Writes a map with one constant texel per face, of `channels` bytes `texelOf(face)` fills.
+void writeFaceMap(const std::string& path, int faces, int channels,
+                  const std::function<void(int, unsigned char*)>& texelOf) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   VrPtexWriter::Options options;
-  options.numChannels = 3;
+  options.numChannels = channels;
   options.numFaces = faces;
   VrPtexWriter writer(path, options);
   for (int face = 0; face < faces; ++face) {
-    unsigned char rgb[3];
-    vrutil::encodeId2RGB(idOf(face), rgb);
+    unsigned char texel[3];
+    texelOf(face, texel);
     vrptex::FaceInfo info;
-    ASSERT_TRUE(writer.writeConstantFace(face, info, rgb));
+    ASSERT_TRUE(writer.writeConstantFace(face, info, texel));
   }
   ASSERT_TRUE(writer.close());
+}
+
+// Writes a region map with one constant colour per face: the encoded id `idOf(face)`.
+void writeRegions(const std::string& path, int faces, const std::function<unsigned(int)>& idOf) {
+  writeFaceMap(path, faces, 3, [&](int face, unsigned char* rgb) { vrutil::encodeId2RGB(idOf(face), rgb); });
 }
 
 // A 4 x 4 patch with a spline primitive and one clumping module reading from a temporary folder.
@@ -99,6 +107,14 @@ struct ClumpScene : vrtest::PatchScene {
   }
   void guides(const std::vector<Point>& points) { writePoints(dir.file("points/body.vuv"), faceIds(), points); }
   void regions(const std::function<unsigned(int)>& idOf) { writeRegions(dir.file("maps/body.ptx"), faces(), idOf); }
+  // Makes the guide points (3 per unit area) and region maps (4 texels per unit) of `seed`.
+  bool make(unsigned seed) {
+    clump->setAttr("texelsPerUnit", "4", "float");
+    VrClumpMaker::Options options;
+    options.density = 3.0;
+    options.seed = seed;
+    return VrClumpMaker::make(*clump, options);
+  }
   // The primitive at (u, v) of `face` before and after the module.
   std::pair<std::vector<Vec>, std::vector<Vec>> build(int face, double u, double v) {
     VrPrimitiveContext& context = spline->context();
@@ -114,24 +130,89 @@ struct ClumpScene : vrtest::PatchScene {
   VrClumpingFXModule* clump = nullptr;
 };
 
+struct Root {
+  double u;
+  Vec p;
+};
+
+// The guide roots of the scene's point file, in guide order.
+std::vector<Root> readRoots(ClumpScene& scene) {
+  std::vector<Root> roots;
+  std::unique_ptr<VpdReader> points = VpdReader::open(scene.dir.file("points/body.vuv"));
+  EXPECT_NE(points, nullptr);
+  if (!points) return roots;
+  std::vector<float> values;
+  for (int face = 0; face < scene.faces(); ++face) {
+    if (!points->findFace(face) || !points->findBlock(0)) continue;
+    std::uint32_t id = 0;
+    while (points->readPrim(id, values)) {
+      Root root{values[0], Vec()};
+      EXPECT_TRUE(scene.patch->evalGeom(values[0], values[1], face, root.p, true));
+      roots.push_back(root);
+    }
+  }
+  return roots;
+}
+
+// Every sampled texel of the region map names a guide whose root is nearest by distance over
+// `radius(root u)`; answers how many texels were checked.
+int expectNearestRegions(ClumpScene& scene, const std::vector<Root>& roots,
+                         const std::function<double(double)>& radius) {
+  std::string error;
+  std::shared_ptr<VrPtexTexture> map = VrPtexTexture::open(scene.dir.file("maps/body.ptx"), error);
+  EXPECT_NE(map, nullptr) << error;
+  if (!map) return 0;
+  auto score = [&](size_t g, const Vec& q) { return (roots[g].p - q).length() / radius(roots[g].u); };
+  int checked = 0;
+  for (int face = 0; face < scene.faces(); face += 2) {
+    const vrptex::FaceInfo& info = map->getFaceInfo(face);
+    for (int j = 0; j < info.res.v(); j += 2)
+      for (int i = 0; i < info.res.u(); i += 3) {
+        float rgb[3];
+        EXPECT_TRUE(map->getPixel(face, i, j, rgb, 0, 3));
+        const unsigned id = vrutil::decodeRGB2Id(255.0 * rgb[0] + 0.5, 255.0 * rgb[1] + 0.5, 255.0 * rgb[2] + 0.5);
+        Vec q;
+        scene.patch->evalGeom((i + 0.5) / info.res.u(), (j + 0.5) / info.res.v(), face, q, true);
+        size_t best = 0;
+        for (size_t g = 1; g < roots.size(); ++g)
+          if (score(g, q) < score(best, q)) best = g;
+        EXPECT_GE(id, 1u);
+        if (id < 1 || id > roots.size()) return checked;
+        EXPECT_NEAR(score(id - 1, q), score(best, q), 1e-6 * (1.0 + score(best, q)))
+            << face << " " << i << " " << j;
+        ++checked;
+      }
+  }
+  return checked;
+}
+
 }  // namespace
 
 TEST(VrClumpingFXModule, StagesAgainstHandValues) {
-  enum Expect { Unchanged, OnGuide, FlatAlongB };
+  enum Expect { Unchanged, OnGuide, FlatAlongB, FlatAlongA, PartWayToGuide };
   struct Case {
     const char* name;
     unsigned id;  // region id of every face
     const char* clump;
     const char* clumpScale;
     const char* flatness;
+    const char* twist;           // an older file's twist, in half turns; null: none
+    const char* controlMask;     // null: control maps off
+    unsigned char controlTexel;  // the control map of every face
     Expect expect;
     unsigned errors;
+    double kept;  // PartWayToGuide: the share of the offset from the guide that stays
   };
   const Case cases[] = {
-      {"id 0 leaves the primitive alone", 0, "1.0", "rampUI(0,1,1)", "0.0", Unchanged, 0},
-      {"a guide id beyond the file", 2, "1.0", "rampUI(0,1,1)", "0.0", Unchanged, 1},
-      {"clump 1 at scale 1", 1, "1.0", "rampUI(0,1,1)", "0.0", OnGuide, 0},
-      {"flatness 1", 1, "0.0", "rampUI(0,1,1)", "1.0", FlatAlongB, 0},
+      {"id 0 leaves the primitive alone", 0, "1.0", "rampUI(0,1,1)", "0.0", nullptr, nullptr, 0, Unchanged, 0, 0},
+      {"a guide id beyond the file", 2, "1.0", "rampUI(0,1,1)", "0.0", nullptr, nullptr, 0, Unchanged, 1, 0},
+      {"clump 1 at scale 1", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, nullptr, 0, OnGuide, 0, 0},
+      {"flatness 1", 1, "0.0", "rampUI(0,1,1)", "1.0", nullptr, nullptr, 0, FlatAlongB, 0, 0},
+      {"half a turn of twist flattens along A", 1, "0.0", "rampUI(0,1,1)", "1.0", "0.5", nullptr, 0, FlatAlongA, 0, 0},
+      {"a control map of 0.2 keeps 0.8", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, "1.0", 51, PartWayToGuide, 0, 0.8},
+      {"a control mask of 0.5 on a full map", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, "0.5", 255, PartWayToGuide, 0,
+       0.5},
+      {"a control mask of 0 keeps all", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, "0.0", 255, PartWayToGuide, 0, 1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -144,6 +225,14 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
     scene.clump->setAttr("flatness", c.flatness, "expr");
     scene.clump->setAttr("flatnessScale", "rampUI(0,1,1)", "rampUI");
     scene.clump->setAttr("cvAttr", "true", "bool");
+    if (c.twist) scene.clump->setAttr("twist", c.twist, "expr");
+    if (c.controlMask) {
+      scene.clump->setAttr("useControlMaps", "true", "bool");
+      scene.clump->setAttr("controlMask", c.controlMask, "expr");
+      scene.clump->setAttr("controlMapDir", "control/", "string");
+      writeFaceMap(scene.dir.file("control/body.ptx"), scene.faces(), 1,
+                   [&](int, unsigned char* texel) { texel[0] = c.controlTexel; });
+    }
     scene.spline->initDescription();
     ASSERT_EQ(scene.clump->numClumpGuides(), 1u);
     const VrClumpGuide& guide = scene.clump->clumpGuides()[0];
@@ -169,16 +258,22 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
           EXPECT_EQ((*copy)[i], guide.cvs[i]);
           break;
         }
-        case FlatAlongB: {
-          // Straight hairs on a flat patch: the frame stays (N, U, V); the offset from the
-          // guide keeps its U part and loses its V part.
+        case FlatAlongB:
+        case FlatAlongA: {
+          // Straight hairs on a flat patch: the frame stays (N, U, V), or (N, V, -U) turned a
+          // quarter turn; the offset from the guide loses its part along the frame's B.
           const Vec was = before[i] - guide.cvs[i], is = after[i] - guide.cvs[i];
-          EXPECT_NEAR(is.dot(guide.B), 0.0, 1e-12);
-          EXPECT_NEAR(is.dot(guide.A), was.dot(guide.A), 1e-12);
+          const Vec& lost = c.expect == FlatAlongB ? guide.B : guide.A;
+          const Vec& kept = c.expect == FlatAlongB ? guide.A : guide.B;
+          EXPECT_NEAR(is.dot(lost), 0.0, 1e-12);
+          EXPECT_NEAR(is.dot(kept), was.dot(kept), 1e-12);
           EXPECT_NEAR(is.dot(guide.T), was.dot(guide.T), 1e-12);
-          EXPECT_GT(std::fabs(was.dot(guide.B)), 0.1);
+          EXPECT_GT(std::fabs(was.dot(lost)), 0.1);
           break;
         }
+        case PartWayToGuide:
+          EXPECT_NEAR((after[i] - guide.cvs[i] - (before[i] - guide.cvs[i]) * c.kept).length(), 0.0, 1e-6);
+          break;
       }
     }
     ASSERT_EQ(log.errors().size(), c.errors);
@@ -235,7 +330,8 @@ TEST(VrClumpingFXModule, GuidesReadSeriallyAndInParallelAreIdentical) {
 }
 
 TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
-  // Texts read the per-CV "t", the clump length and the guide id: each worker sees its own.
+  // Texts read the per-CV "t", the clump length and the guide id: each worker sees its own. The
+  // twist and the control maps are read per primitive too.
   auto render = [](const char* offset) {
     ClumpScene scene;
     std::vector<Point> points;
@@ -248,6 +344,12 @@ TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
     scene.clump->setAttr("curl", "0.5 + 0.1 * $clumpLength + 0.01 * $ClumpingId", "expr");
     scene.clump->setAttr("curlScale", "rampUI(0,0.5,1:1,1,1)", "rampUI");
     scene.clump->setAttr("offset", offset, "expr");
+    scene.clump->setAttr("twist", "0.02 * $ClumpingId", "expr");
+    scene.clump->setAttr("useControlMaps", "true", "bool");
+    scene.clump->setAttr("controlMask", "0.5 + 0.5 * $u", "expr");
+    scene.clump->setAttr("controlMapDir", "control/", "string");
+    writeFaceMap(scene.dir.file("control/body.ptx"), scene.faces(), 1,
+                 [](int face, unsigned char* texel) { texel[0] = static_cast<unsigned char>(100 + 9 * face); });
     scene.clump->setAttr("noise", "0.1", "expr");
     scene.clump->setAttr("noiseScale", "rampUI(0,0,1:1,1,1)", "rampUI");
     return vrtest::sameThreeWays(scene.description, "body", scene.faces());
@@ -266,62 +368,23 @@ TEST(VrClumpingFXModule, RendersOnOneAndTwoThreadsAreIdentical) {
 
 TEST(VrClumpMaker, RegionsAreTheNearestGuideAndTheSameSeedGivesTheSameFiles) {
   ClumpScene scene;
-  VrClumpMaker::Options options;
-  options.density = 3.0;
-  options.seed = 7;
-  scene.clump->setAttr("texelsPerUnit", "4", "float");
-  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  ASSERT_TRUE(scene.make(7));
   std::string value, type;
   ASSERT_TRUE(scene.clump->getAttr("mapInitialized", value, type));
   EXPECT_EQ(value, "true");
   const std::string vuv = vrtest::readText(scene.dir.file("points/body.vuv"));
   const std::string ptx = vrtest::readText(scene.dir.file("maps/body.ptx"));
-  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  ASSERT_TRUE(scene.make(7));
   EXPECT_EQ(vrtest::readText(scene.dir.file("points/body.vuv")), vuv);
   EXPECT_EQ(vrtest::readText(scene.dir.file("maps/body.ptx")), ptx);
-  options.seed = 8;
-  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
+  ASSERT_TRUE(scene.make(8));
   EXPECT_NE(vrtest::readText(scene.dir.file("points/body.vuv")), vuv);
 
   // Guide roots as the file holds them, in guide order.
-  options.seed = 7;
-  ASSERT_TRUE(VrClumpMaker::make(*scene.clump, options));
-  std::unique_ptr<VpdReader> points = VpdReader::open(scene.dir.file("points/body.vuv"));
-  ASSERT_NE(points, nullptr);
-  std::vector<Vec> roots;
-  std::vector<float> values;
-  for (int face = 0; face < scene.faces(); ++face) {
-    if (!points->findFace(face) || !points->findBlock(0)) continue;
-    std::uint32_t id = 0;
-    while (points->readPrim(id, values)) {
-      Vec p;
-      ASSERT_TRUE(scene.patch->evalGeom(values[0], values[1], face, p, true));
-      roots.push_back(p);
-    }
-  }
+  ASSERT_TRUE(scene.make(7));
+  const std::vector<Root> roots = readRoots(scene);
   ASSERT_GT(roots.size(), 5u);
-  std::string error;
-  std::shared_ptr<VrPtexTexture> map = VrPtexTexture::open(scene.dir.file("maps/body.ptx"), error);
-  ASSERT_NE(map, nullptr) << error;
-  int checked = 0;
-  for (int face = 0; face < scene.faces(); face += 2) {
-    const vrptex::FaceInfo& info = map->getFaceInfo(face);
-    for (int j = 0; j < info.res.v(); j += 2)
-      for (int i = 0; i < info.res.u(); i += 3) {
-        float rgb[3];
-        ASSERT_TRUE(map->getPixel(face, i, j, rgb, 0, 3));
-        const unsigned id = vrutil::decodeRGB2Id(255.0 * rgb[0] + 0.5, 255.0 * rgb[1] + 0.5, 255.0 * rgb[2] + 0.5);
-        Vec q;
-        scene.patch->evalGeom((i + 0.5) / info.res.u(), (j + 0.5) / info.res.v(), face, q, true);
-        size_t best = 0;
-        for (size_t g = 1; g < roots.size(); ++g)
-          if ((roots[g] - q).length() < (roots[best] - q).length()) best = g;
-        ASSERT_GE(id, 1u);
-        EXPECT_NEAR((roots[id - 1] - q).length(), (roots[best] - q).length(), 1e-6) << face << " " << i << " " << j;
-        ++checked;
-      }
-  }
-  EXPECT_GT(checked, 20);
+  EXPECT_GT(expectNearestRegions(scene, roots, [](double) { return 1.0; }), 20);
 
   // Clumped, hairs end much closer to their guide's tip than unclumped.
   scene.clump->setAttr("clumpScale", "rampUI(0,0.2,1:1,0.9,1)", "rampUI");
@@ -340,7 +403,7 @@ TEST(VrClumpMaker, RegionsAreTheNearestGuideAndTheSameSeedGivesTheSameFiles) {
           scene.patch->evalGeom(u, v, face, q, true);
           size_t best = 0;
           for (size_t g = 1; g < roots.size(); ++g)
-            if ((roots[g] - q).length() < (roots[best] - q).length()) best = g;
+            if ((roots[g].p - q).length() < (roots[best].p - q).length()) best = g;
           mean[on] += (built.second.back() - scene.clump->clumpGuides()[best].cvs.back()).length();
           ++count;
         }
@@ -379,5 +442,126 @@ TEST(VrClumpingFXModule, AWindOfTheClumpTypeBlowsTheSplinesOfAClumpTogether) {
     }
     EXPECT_EQ(apart < 1e-9, std::string(clumpType) == "1") << apart;
     EXPECT_GT(blown, 0.01);
+  }
+}
+
+// Point placement: `radiusVariance` read at each root widens or narrows its guide's region, and
+// `ptLength` scales the guides grown at the points.
+TEST(VrClumpMaker, RadiusVarianceWeighsRegionsAndPtLengthScalesGuides) {
+  ClumpScene scene;
+  ASSERT_TRUE(scene.make(7));
+  const std::string even = vrtest::readText(scene.dir.file("maps/body.ptx"));
+  const std::string points = vrtest::readText(scene.dir.file("points/body.vuv"));
+  scene.clump->setAttr("radiusVariance", "2 * $u - 1.2", "expr");  // radii 0 (clamped) to 1.8
+  ASSERT_TRUE(scene.make(7));
+  EXPECT_EQ(vrtest::readText(scene.dir.file("points/body.vuv")), points);
+  EXPECT_NE(vrtest::readText(scene.dir.file("maps/body.ptx")), even);
+  const std::vector<Root> roots = readRoots(scene);
+  ASSERT_GT(roots.size(), 5u);
+  const int checked = expectNearestRegions(scene, roots, [](double u) {
+    const double r = 1.0 + std::clamp(2.0 * u - 1.2, -1.0, 1.0);
+    return r > 0.0 ? r : 1e-30;  // a radius of 0 takes no texel
+  });
+  EXPECT_GT(checked, 20);
+
+  // A guide twice as long at ptLength 2, about the same root.
+  scene.clump->setAttr("clump", "0.0", "expr");
+  std::vector<Vec> tips;
+  for (const char* length : {"1.0", "2.0"}) {
+    scene.clump->setAttr("ptLength", length, "float");
+    scene.spline->initDescription();
+    ASSERT_GT(scene.clump->numClumpGuides(), 0u);
+    const VrClumpGuide& guide = scene.clump->clumpGuides()[0];
+    tips.push_back(guide.cvs.back() - guide.cvs.front());
+  }
+  EXPECT_NEAR((tips[1] - tips[0] * 2.0).length(), 0.0, 1e-12);
+}
+
+TEST(VrClumpingFXModule, AnOlderFilesTwistReadsInDegrees) {
+  struct Case {
+    const char* text;
+    const char* converted;
+    double degrees;
+  };
+  const Case cases[] = {
+      {"0.5", "(0.5\n)*180.0 # auto converted", 90.0},
+      {"$a=0.25;#-1.0,1.0\n$a", "$a=0.25;(#-1.0,1.0\n$a\n)*180.0 # auto converted", 45.0},
+      {"0.5 # was ; once", "(0.5 # was ; once\n)*180.0 # auto converted", 90.0},
+      {"if ($u > 2) { $a = 1; } else { $a = -0.5; }\n$a",
+       "if ($u > 2) { $a = 1; } else { $a = -0.5; }(\n$a\n)*180.0 # auto converted", -90.0},
+  };
+  ClumpScene scene;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    const std::string converted = VrClumpingFXModule::convertedTwist(c.text);
+    EXPECT_EQ(converted, c.converted);
+    VrExpression expression("probe", "ClumpingFXModule", scene.description, converted, "float");
+    ASSERT_TRUE(expression.isValid());
+    EXPECT_DOUBLE_EQ(expression.eval(0.5, 0.5, 0)[0], c.degrees);
+    // The file keeps the value as it was written.
+    scene.clump->setAttr("twist", c.text, "expr");
+    std::string kept;
+    ASSERT_TRUE(scene.clump->getAttr("twist", kept));
+    EXPECT_EQ(kept, c.text);
+  }
+}
+
+// "break" weighs the copy of the guide's shape where a spline and its clump guide stand in
+// different guide regions: a = w a + (1 - w), w = sqrt(break(clump guide) x break(spline)), each
+// the value of its dominant interpolation guide, here read from a guide cache.
+TEST(VrClumpingFXModule, BreakBetweenRegionsCopiesTheGuideShape) {
+  struct Case {
+    const char* name;
+    const char* regionMask;  // the spline's; "0.0" turns regions off
+    int face;                // the spline at (u, v) of it
+    double u, v;
+    double w1, w2;  // at CVs 1 and 2
+  };
+  const Case cases[] = {
+      {"another region", "1.0", 10, 0.5, 0.5, 0.4, 0.5},
+      {"the clump guide's region", "1.0", 5, 0.2, 0.5, 1.0, 1.0},
+      {"regions off", "0.0", 10, 0.5, 0.5, 1.0, 1.0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    vrtest::CaptureLogger log;
+    ClumpScene scene;
+    VrSplinePrimitive& spline = *scene.spline;
+    spline.setAttr("iMethod", "1");
+    for (int face : {5, 10}) {
+      VrGuide& g = spline.addGuide();
+      g.setId(std::to_string(face));
+      g.setPatch(scene.patch);
+      g.setFaceId(face);
+      g.setU(0.5);
+      g.setV(0.5);
+      g.setOrigIGeom({Vec(0, 0, 0), Vec(0, 1, 0), Vec(0, 2, 0)});
+    }
+    // Guide 0 (face 5, region 1) leans along U, guide 1 (face 10, region 2) stands straight.
+    std::vector<VrCacheCurve> rig(2);
+    rig[0] = {0, {Vec(0, 0, 0), Vec(0.5, 1, 0), Vec(1, 2, 0)}, "local", {{1.0f}, {0.64f}, {0.25f}}};
+    rig[1] = {1, {Vec(0, 0, 0), Vec(0, 1, 0), Vec(0, 2, 0)}, "local", {{1.0f}, {0.25f}, {1.0f}}};
+    ASSERT_TRUE(AlembicUtil(scene.dir.file("guides.abc")).writeCurves(rig));
+    spline.setAttr("useCache", "true", "bool");
+    spline.setAttr("cacheFileName", scene.dir.file("guides.abc"), "string");
+    spline.setAttr("regionMask", c.regionMask, "expr");
+    spline.setAttr("regionMap", "regions/", "string");
+    writeRegions(scene.dir.file("regions/body.ptx"), scene.faces(), [](int face) { return face % 4 < 2 ? 1u : 2u; });
+    scene.guides({{5, 0.5, 0.5}});
+    scene.regions([](int) { return 1u; });
+    scene.clump->setAttr("clump", "0.0", "expr");
+    spline.initDescription();
+    ASSERT_EQ(scene.clump->numClumpGuides(), 1u);
+    const std::vector<Vec>& G = scene.clump->clumpGuides()[0].cvs;
+    const auto [before, after] = scene.build(c.face, c.u, c.v);
+    ASSERT_EQ(after.size(), 3u);
+    ASSERT_EQ(G.size(), 3u);
+    const double w[] = {1.0, c.w1, c.w2};
+    for (size_t i = 1; i < 3; ++i) {
+      const Vec expected = before[i] * w[i] + (G[i] - G[0] + before[0]) * (1.0 - w[i]);
+      EXPECT_NEAR((after[i] - expected).length(), 0.0, 1e-6) << i;
+    }
+    EXPECT_EQ((after[2] - before[2]).length() > 0.1, c.w2 < 1.0);
+    EXPECT_TRUE(log.errors().empty()) << log.errors()[0];
   }
 }
