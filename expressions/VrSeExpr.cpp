@@ -184,8 +184,35 @@ class ColorVar : public ExprVarRef {
 };
 
 // Custom variables set on the calling thread. A worker that sets "t" per CV must not see
-// another worker's value, so a thread's own value wins over the process-wide one.
-thread_local std::unordered_map<std::string, SgVec3T<double>> threadCustomValues;
+// another worker's value, so a thread's own value wins over the process-wide one. A thread
+// holds a handful of them ("t", "clumpLength", an archive's few) and sets and reads them per
+// CV, so a short list searched in order serves them without hashing a name each time.
+class ThreadCustomValues {
+ public:
+  SgVec3T<double>* find(const std::string& name) {
+    for (auto& entry : entries)
+      if (entry.first == name) return &entry.second;
+    return nullptr;
+  }
+  void set(const std::string& name, const SgVec3T<double>& value) {
+    if (SgVec3T<double>* own = find(name))
+      *own = value;
+    else
+      entries.emplace_back(name, value);
+  }
+  void erase(const std::string& name) {
+    for (auto it = entries.begin(); it != entries.end(); ++it)
+      if (it->first == name) {
+        entries.erase(it);
+        return;
+      }
+  }
+  void clear() { entries.clear(); }
+
+ private:
+  std::vector<std::pair<std::string, SgVec3T<double>>> entries;
+};
+thread_local ThreadCustomValues threadCustomValues;
 
 // A custom variable, read by value at each evaluation: the calling thread's value, else the
 // process-wide one (set by any thread, typically the main thread before parallel work).
@@ -194,8 +221,8 @@ class CustomVar : public ExprVarRef {
   CustomVar(std::string name, std::shared_ptr<SgVec3T<double>> value)
       : ExprVarRef(vectorType()), name(std::move(name)), value(std::move(value)) {}
   void eval(double* result) override {
-    auto own = threadCustomValues.find(name);
-    const SgVec3T<double>& v = own != threadCustomValues.end() ? own->second : *value;
+    const SgVec3T<double>* own = threadCustomValues.find(name);
+    const SgVec3T<double>& v = own ? *own : *value;
     result[0] = v.x;
     result[1] = v.y;
     result[2] = v.z;
@@ -352,7 +379,7 @@ KSeExpr::ExprVarRef* VrSeExpr::resolveVar(const std::string& name) const {
   if (found != table.end()) return found->second;
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
-  if (!custom.active.count(name) && !threadCustomValues.count(name)) return nullptr;
+  if (!custom.active.count(name) && !threadCustomValues.find(name)) return nullptr;
   auto& slot = custom.values[name];
   if (!slot) slot = std::make_shared<SgVec3T<double>>();
   auto& ref = custom.refs[name];
@@ -412,7 +439,7 @@ std::string VrSeExpr::errorText() const {
 namespace vrexpr {
 
 void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
-  threadCustomValues[name] = value;
+  threadCustomValues.set(name, value);
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   auto& slot = custom.values[name];
@@ -424,15 +451,14 @@ void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
 }
 
 void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& value) {
-  threadCustomValues[name] = value;
+  threadCustomValues.set(name, value);
 }
 
 void removeThreadCustomVariable(const std::string& name) { threadCustomValues.erase(name); }
 
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
-  auto own = threadCustomValues.find(name);
-  if (own != threadCustomValues.end()) {
-    value = own->second;
+  if (const SgVec3T<double>* own = threadCustomValues.find(name)) {
+    value = *own;
     return true;
   }
   CustomVariables& custom = customVariables();
