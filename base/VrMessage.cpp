@@ -25,6 +25,9 @@ struct LoggerTable {
   VrDict<vrutil::VrMessage*> loggers;
   std::unique_ptr<vrutil::VrMessage> shell;
   std::mutex firstLoggerLock;
+  // Workers of a parallel render report at the same time; loggers get one message at a time.
+  // Recursive, so that a logger may itself report.
+  std::recursive_mutex deliveryLock;
 };
 
 LoggerTable& table() {
@@ -54,6 +57,7 @@ std::string localTimeText() {
 
 int vrmessage(unsigned flags, const char* file, int line, const std::string& text) {
   ensureShellLogger();
+  std::lock_guard<std::recursive_mutex> lock(table().deliveryLock);
   const auto& loggers = table().loggers;
   const bool several = loggers.size() > 1;
   for (auto it = loggers.begin(); it != loggers.end(); ++it) {

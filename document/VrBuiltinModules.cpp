@@ -4,6 +4,7 @@
 
 #include "base/VrDataObject.h"
 #include "base/VrModules.h"
+#include "fxmodules/VrAnimWiresFXModule.h"
 #include "fxmodules/VrClumpingFXModule.h"
 #include "fxmodules/VrCoilFXModule.h"
 #include "fxmodules/VrCollisionFXModule.h"
@@ -72,7 +73,7 @@ struct Family {
 
 constexpr const char* renderers[] = {"SculptRenderer"};
 constexpr const char* fxModules[] = {
-    "AnimWiresFXModule", "BakedGroomManagerFXModule", "BlockAnimFXModule",
+    "BakedGroomManagerFXModule", "BlockAnimFXModule",
     "ControlWiresFXModule", "DebugFXModule",
     "ParticleFXModule", "PlaneAnimFXModule",
     "PreserveClumpsFXModule", "SnapshotFXModule", "ApplyNetForceFXModule",
@@ -120,6 +121,7 @@ const bool registered = VrRegisterModule("RandomGenerator", &createObject<VrRand
                         VrRegisterModule("WindFXModule", &createObject<VrWindFXModule>) &&
                         VrRegisterModule("CollisionFXModule", &createObject<VrCollisionFXModule>) &&
                         VrRegisterModule("MeshCutFXModule", &createObject<VrMeshCutFXModule>) &&
+                        VrRegisterModule("AnimWiresFXModule", &createObject<VrAnimWiresFXModule>) &&
                         registerFamily<VrObject, renderers>(renderers) &&
                         VrRegisterModule("NurbsPatch", &createPatch<VrNurbsPatch>) &&
                         VrRegisterModule("SubdPatch", &createPatch<VrSubdPatch>) &&

@@ -4,6 +4,10 @@
 #include "support/TextPattern.h"
 
 #include <gtest/gtest.h>
+#include <tbb/parallel_for.h>
+
+#include <set>
+#include <string>
 
 
 using vrutil::VrMessage;
@@ -45,6 +49,15 @@ TEST(VrMessage, HostLoggerGetsEachMessageOnceAndSilencesShell) {
   ASSERT_EQ(host.messages.size(), 1u);
   EXPECT_EQ(host.messages[0].text, "one");
   EXPECT_EQ(duplicate.messages.size(), 0u);
+}
+
+TEST(VrMessage, MessagesFromManyThreadsReachTheLoggerOneAtATime) {
+  vrtest::CaptureLogger host("host");
+  tbb::parallel_for(0, 2000, [](int i) { vrmessage(vrmsg::Warning, "", 0, std::to_string(i)); });
+  std::set<std::string> texts;
+  for (const auto& m : host.messages) texts.insert(m.text);
+  EXPECT_EQ(host.messages.size(), 2000u);
+  EXPECT_EQ(texts.size(), 2000u);
 }
 
 TEST(VrMessage, QtLoggerIsReplaced) {

@@ -2,6 +2,7 @@
 // straight splines of length 2 along +z stand on a flat 4 x 4 grid, the one at the middle of
 // face 5 rooted at (1.5, 1.5, 0) with CV k at height 2k/7.
 
+#include "fxmodules/VrAnimWiresFXModule.h"
 #include "fxmodules/VrCollisionFXModule.h"
 #include "fxmodules/VrMeshCutFXModule.h"
 
@@ -62,6 +63,20 @@ struct MeshScene : vrtest::PatchScene {
     description->activeGenerator()->setAttr("density", "40");
     spline->setAttr("length", "1.0 + $u", "expr");
     spline->setAttr("offU", "0.6 * $v", "expr");
+  }
+  // Splines shaped by two guides, at faces 5 and 10, leaning towards -x and +x.
+  void leaningGuides() {
+    spline->setAttr("iMethod", "1");
+    for (int face : {5, 10}) {
+      VrGuide& g = spline->addGuide();
+      g.setId(std::to_string(face));
+      g.setPatch(patch);
+      g.setFaceId(face);
+      g.setU(0.5);
+      g.setV(0.5);
+      const double lean = face == 5 ? -0.8 : 0.8;
+      g.setOrigIGeom({Vec(0, 0, 0), Vec(lean, 1, 0), Vec(2 * lean, 2, 0)});
+    }
   }
   vrtest::TempDir dir;
   std::string meshPath;
@@ -138,6 +153,10 @@ TEST(VrCollisionFXModule, WireGuidedTypesNeedAServingAnimWiresModuleAndFollowThe
     std::vector<std::string> errors;
   };
   const std::string dependency = "Dependency check fails. Deactivating the module. " + tag("Collision");
+  const std::string above =
+      "The collision module is dependent on an AnimWires module above it for wire guided method. Either AnimWires "
+      "module is inactive or deactivated from errors, or does not have the \"affectCollision\" option checked. " +
+      tag("Collision");
   const Case cases[] = {
       {"no wires",
        "",
@@ -146,22 +165,22 @@ TEST(VrCollisionFXModule, WireGuidedTypesNeedAServingAnimWiresModuleAndFollowThe
         "found in the fx chain. " +
             tag("Collision"),
         dependency}},
-      {"wires not affecting collision",
-       "AnimWiresFXModule",
-       "false",
-       {"The collision module is dependent on an AnimWires module above it for wire guided method. Either AnimWires "
-        "module is inactive or deactivated from errors, or does not have the \"affectCollision\" option checked. " +
-            tag("Collision"),
-        dependency}},
+      {"wires not affecting collision", "AnimWiresFXModule", "false", {above, dependency}},
       {"serving wires", "AnimWiresFXModule", "true", {}},
+      {"inactive wires", "AnimWiresFXModule", "inactive", {above, dependency}},
+      {"wires below", "AnimWiresFXModule", "below", {above, dependency}},
   };
   for (const char* type : {"2", "3"})
     for (const Case& c : cases) {
       SCOPED_TRACE(std::string(c.name) + " " + type);
       vrtest::CaptureLogger log;
       MeshScene scene({besideBox()});
-      if (*c.wires) scene.add(c.wires, {})->setAttr("affectCollision", c.affectCollision, "bool");
+      const std::string how = c.affectCollision;
+      VrFXModule* wires = *c.wires && how != "below" ? scene.add(c.wires, {}) : nullptr;
+      if (wires && how == "inactive") wires->setAttr("active", "false", "bool");
+      if (wires && how != "inactive") wires->setAttr("affectCollision", c.affectCollision, "bool");
       VrFXModule* collision = scene.add("CollisionFXModule", {{"resolveType", type}});
+      if (how == "below") scene.add(c.wires, {});
       scene.spline->initDescription();
       EXPECT_EQ(log.errors(), c.errors);
       EXPECT_EQ(collision->isActive(), c.errors.empty());
@@ -182,6 +201,65 @@ TEST(VrCollisionFXModule, WireGuidedTypesNeedAServingAnimWiresModuleAndFollowThe
       for (const Vec& p : after) EXPECT_FALSE(insideBesideBox(p));
       EXPECT_GT(after[7].x, wire[7].x + 0.1);  // it stopped well short of the wire
     }
+}
+
+// The AnimWires module hands the collision module the CVs of the guide weighing most at the
+// location, resampled to the spline's CV count; the spline itself is left to the collision.
+TEST(VrAnimWiresFXModule, HandsTheDominantGuideToWireGuidedCollision) {
+  struct Case {
+    const char* resolveType;
+    size_t guideCVs;  // the dominant guide's CV count; 0: no guide reaches the spline
+  };
+  const Case cases[] = {{"2", 8}, {"3", 8}, {"2", 5}, {"3", 5}, {"2", 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.resolveType) + " " + std::to_string(c.guideCVs));
+    vrtest::CaptureLogger log;
+    MeshScene scene({besideBox()});
+    VrFXModule* wires = scene.add("AnimWiresFXModule", {});
+    VrFXModule* collision = scene.add("CollisionFXModule", {{"resolveType", c.resolveType}});
+    // Guide 1 leans 1 radian towards -x, out of the box; guide 0 leans into it but weighs less.
+    const Vec lean(-std::sin(1.0), 0, std::cos(1.0)), into(std::sin(1.0), 0, std::cos(1.0));
+    for (const Vec& dir : {into, lean}) {
+      std::vector<Vec>& cvs = scene.spline->addGuide().cGuideGeom();
+      for (size_t i = 0; i < c.guideCVs; ++i) cvs.push_back(Vec(3, 3, 0) + dir * (2.0 * i / (c.guideCVs - 1)));
+    }
+    scene.spline->initDescription();
+    ASSERT_TRUE(collision->isActive());
+    const std::vector<Vec> before = scene.build(5);  // no guide weights yet: "No wire is found"
+    log.clear();
+    VrPrimitiveContext& context = scene.spline->context();
+    context.setPipeData(VrCollisionFXModule::wirePipeName(), before);  // a stale wire goes
+    context.activeGuides = {0, 1};
+    context.weight = c.guideCVs ? std::vector<double>{0.4, 0.6} : std::vector<double>{};
+    context.getGeom() = before;
+    ASSERT_TRUE(wires->computeParallel(context));
+    EXPECT_EQ(context.cGeom(), before);
+    const std::vector<Vec>* wire = context.getPipeData(VrCollisionFXModule::wirePipeName());
+    if (!c.guideCVs) {
+      EXPECT_EQ(wire, nullptr);
+      continue;
+    }
+    ASSERT_NE(wire, nullptr);
+    ASSERT_EQ(wire->size(), 8u);
+    for (size_t i = 0; i < 8; ++i) {  // a straight guide resamples onto itself
+      EXPECT_NEAR(((*wire)[i] - Vec(3, 3, 0)).cross(lean).length(), 0.0, 1e-9) << i;
+    }
+    EXPECT_NEAR(((*wire)[7] - (*wire)[0]).length(), 2.0, 1e-9);
+    ASSERT_TRUE(collision->computeParallel(context));
+    const std::vector<Vec>& after = context.cGeom();
+    EXPECT_EQ(after[0], before[0]);
+    for (const Vec& p : after) EXPECT_FALSE(insideBesideBox(p));
+    EXPECT_TRUE(log.warnings().empty());
+  }
+}
+
+TEST(VrAnimWiresFXModule, ClumpGuideSourceNeedsAClumpingModuleInFront) {
+  vrtest::CaptureLogger log;
+  MeshScene scene({});
+  VrFXModule* wires = scene.add("AnimWiresFXModule", {{"wireSource", "1"}});
+  scene.spline->initDescription();
+  EXPECT_FALSE(wires->isActive());
+  EXPECT_EQ(log.errors(), std::vector<std::string>{"Dependency check fails. Deactivating the module. " + tag("AnimWires")});
 }
 
 TEST(VrMeshCutFXModule, CutsWhereTheSplineFirstMeetsTheMesh) {
@@ -278,13 +356,17 @@ TEST(VrMeshFXModules, AMissingOrBrokenMeshFileDeactivatesTheModuleAndTheRenderGo
 }
 
 TEST(VrMeshFXModules, RendersOnOneAndTwoThreadsAreIdentical) {
-  for (const char* resolveType : {"0", "1"}) {
+  for (const char* resolveType : {"0", "1", "2", "3"}) {
     SCOPED_TRACE(resolveType);
     vrtest::CaptureLogger quiet;
     MeshScene scene({vrtest::boxMesh(Vec(1.9, -1, 0.3), Vec(4.5, 5, 3)), vrtest::boxMesh(Vec(-1, -1, 1.6), Vec(1.5, 5, 2))});
     scene.spread();
+    scene.leaningGuides();
+    scene.add("AnimWiresFXModule", {});
     scene.add("CollisionFXModule", {{"resolveType", resolveType}});
     scene.add("MeshCutFXModule", {{"cutType", "1"}, {"offset", "0.05"}});
     vrtest::sameThreeWays(scene.description, "body", 16);
+    for (const std::string& warning : quiet.warnings())  // every spline had its guide's wire
+      EXPECT_EQ(warning.find("No wire is found"), std::string::npos) << warning;
   }
 }
