@@ -7,6 +7,7 @@
 // `--select` and `--select-file` name primitives as PATCH:FACE:ID; given, they turn
 // `convertSelected` on with that selection in every description.
 
+#include "base/vrutilString.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "io/output/VrMeshFile.h"
@@ -53,10 +54,9 @@ bool parseSelection(const std::string& text, Selection& out, std::string& bad) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     std::istringstream entries(line.substr(0, line.find('#')));
-    for (std::string entry; std::getline(entries, entry, ',');) {
-      const size_t first = entry.find_first_not_of(" \t\r");
-      if (first == std::string::npos) continue;
-      entry = entry.substr(first, entry.find_last_not_of(" \t\r") - first + 1);
+    for (std::string piece; std::getline(entries, piece, ',');) {
+      const std::string entry = vrutil::stripWhitespace(piece);
+      if (entry.empty()) continue;
       const size_t idAt = entry.rfind(':');
       const size_t faceAt = idAt == std::string::npos || idAt == 0 ? std::string::npos : entry.rfind(':', idAt - 1);
       unsigned long face = 0, id = 0;
