@@ -31,9 +31,22 @@ VrAtomicFile::VrAtomicFile(const std::string& path)
 }
 
 VrAtomicFile::~VrAtomicFile() {
+  if (syncHandle >= 0) ::close(syncHandle);
   if (committed) return;
   if (stream.is_open()) stream.close();
   std::remove(temporary.c_str());
+}
+
+void VrAtomicFile::writeBehind() {
+  constexpr std::streamoff step = 2 << 20;
+  if (!stream.is_open()) return;
+  const std::streamoff written = stream.tellp();
+  if (written < handedOver + step) return;
+  if (syncHandle < 0) syncHandle = ::open(temporary.c_str(), O_RDONLY | O_CLOEXEC);
+  if (syncHandle < 0) return;
+  stream.flush();
+  ::sync_file_range(syncHandle, handedOver, written - handedOver, SYNC_FILE_RANGE_WRITE);
+  handedOver = written;
 }
 
 bool VrAtomicFile::commit() {

@@ -19,10 +19,15 @@ class VrAtomicFile {
   /// Flushes, closes, syncs the file to the disk and renames it into place (then syncs the
   /// folder, so the rename survives a crash too); false (target untouched) on any failure.
   bool commit();
+  /// Hands what was written so far to the disk in the background, so that `commit` has little
+  /// left to wait for; cheap to call often, it acts once every few megabytes.
+  void writeBehind();
 
  private:
   std::string target;
   std::string temporary;
   std::ofstream stream;
   bool committed = false;
+  int syncHandle = -1;              // a second handle on the temporary file for write-behind
+  std::streamoff handedOver = 0;    // bytes already handed to the disk
 };

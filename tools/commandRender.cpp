@@ -42,7 +42,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
+#include <locale>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -447,7 +449,14 @@ bool writableOutput(const std::string& path) {
 struct RunTotals {
   uint64_t primitives = 0;
   uint64_t cvs = 0;
+  // Wall seconds of the phases of every frame: setting the patches up, rendering them while the
+  // output takes the runs, and completing the output after the last face.
+  double setupSeconds = 0.0, renderSeconds = 0.0, finishSeconds = 0.0;
 };
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
 
 // What a render covers: the collection's name and its (description, patch) pairs, read once for
 // every frame from a read of our own that is deleted again.
@@ -484,6 +493,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
   const std::vector<PatchJob>& jobs = plan.jobs;
 
   const unsigned errorsBefore = logger.errors();
+  auto phaseStart = std::chrono::steady_clock::now();
   VrOutputSettings settings;
   settings.frame = request.frame;
   settings.framesPerSecond = request.fps;
@@ -496,9 +506,9 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
     return ExitUsage;
   }
   const bool instance = output->wantsInstanceChannels();
-  VrOrderedRuns runs([&](VrOutputRun& run) {
-    return VrWriteRun(*output, jobs[run.job].patch, jobs[run.job].description, run);
-  });
+  VrOrderedRuns runs(
+      [&](VrOutputRun& run) { return VrWriteRun(*output, jobs[run.job].patch, jobs[run.job].description, run); },
+      [&](VrOutputRun& run) { VrEncodeRun(*output, jobs[run.job].patch, jobs[run.job].description, run); });
   RenderCallbacks callbacks(request, runs, instance);
 
   std::string common = " -file " + argWord(request.collection) + " -geom " + argWord(request.geometry) +
@@ -568,6 +578,8 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
   const unsigned setupErrors = logger.errors();
   // The back end takes runs from now on; nothing appears at the path before it ends.
   if (!output->begin()) return ExitFailed;
+  totals.setupSeconds += secondsSince(phaseStart);
+  phaseStart = std::chrono::steady_clock::now();
 
   progress.startFrame("frame " + number(request.frame), totalFaces);
   for (size_t j = 0; j < jobs.size(); ++j) {
@@ -613,7 +625,10 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
 
   if (logger.errors() != setupErrors)
     warn("the render reported " + std::to_string(logger.errors() - setupErrors) + " errors");
+  totals.renderSeconds += secondsSince(phaseStart);
+  phaseStart = std::chrono::steady_clock::now();
   if (runs.failed() || !output->end()) return ExitFailed;
+  totals.finishSeconds += secondsSince(phaseStart);
   totals.primitives += callbacks.primitives();
   totals.cvs += callbacks.cvs();
   return ExitOk;
@@ -717,6 +732,13 @@ int render(const RenderRequest& request, const CliLogger& logger) {
   summary.precision(0);
   summary << (seconds > 0.0 ? static_cast<double>(totals.primitives) / seconds : 0.0) << " primitives/s) on " << workersText(workers) << "\n";
   std::cout << summary.str();
+  if (request.verbose) {
+    std::ostringstream phases;
+    phases.imbue(std::locale::classic());
+    phases << std::fixed << std::setprecision(3) << "vorn render: setup " << totals.setupSeconds << " s, render "
+           << totals.renderSeconds << " s, finishing the output " << totals.finishSeconds << " s\n";
+    std::cerr << phases.str();
+  }
   return ExitOk;
 }
 

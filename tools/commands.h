@@ -87,7 +87,7 @@ struct RenderRequest {
   std::string frames;                 ///< --frames "FIRST-LAST[:STEP]"; empty: the one frame
   std::string output;                 ///< .abc (curves) or .jsonl; '#'s stand for the frame number
   int threads = 0;                    ///< 0: every core (VORN_THREAD_LIMIT caps it); 1: serial
-  bool verbose = false;               ///< let the render API's version banner through
+  bool verbose = false;               ///< let the render API's version banner through; time the phases
   std::string extraArgs;              ///< appended to the render API argument string
   std::string camera, fov, cameraXform, ratio;
   std::vector<float> shutter;

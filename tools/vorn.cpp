@@ -221,7 +221,7 @@ int main(int argc, char** argv) {
                      "commas or line breaks, '#' starting a comment");
   render->add_option("--threads", renderRequest.threads,
                      "render faces on N threads (default: every core; 1: serially)");
-  render->add_flag("--verbose", renderRequest.verbose, "print the library's version banner");
+  render->add_flag("--verbose", renderRequest.verbose, "print the library's version banner and the time of each phase (setup, render, finishing the output)");
   render->add_option("--args", renderRequest.extraArgs, "raw text appended to the render API argument string");
   render->add_option("--camera", renderRequest.camera, "\"name,x,y,z\": camera name and view direction");
   render->add_option("--fov", renderRequest.fov, "\"h,v\": field of view in degrees");

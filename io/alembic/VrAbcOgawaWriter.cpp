@@ -30,6 +30,7 @@ bool VrAbcOgawaWriter::put(const void* data, uint64_t size) {
     return false;
   }
   position += size;
+  file->writeBehind();
   return true;
 }
 

@@ -119,12 +119,14 @@ void putArchive(std::string& out, const VrOutputPrimitive& prim) {
 
 }  // namespace
 
-void VrJsonLinesOutput::beginRun(const std::string& patch) {
-  patchText.clear();
+std::string VrJsonLinesOutput::runText(const std::string& patch) const {
+  std::string patchText;
   putJsonString(patchText, patch);
+  return patchText;
 }
 
-void VrJsonLinesOutput::appendText(const VrOutputPrimitive& prim, std::string& line) const {
+void VrJsonLinesOutput::appendText(const std::string& patchText, const VrOutputPrimitive& prim,
+                                   std::string& line) const {
   const size_t n = prim.numCVs;
   line += "{\"patch\":";
   line += patchText;

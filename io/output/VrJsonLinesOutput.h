@@ -15,9 +15,7 @@ class VrJsonLinesOutput : public VrTextOutput {
   VrJsonLinesOutput(const std::string& path, const VrOutputSettings& settings) : VrTextOutput(path, settings) {}
 
  protected:
-  void beginRun(const std::string& patch) override;
-  void appendText(const VrOutputPrimitive& primitive, std::string& line) const override;
-
- private:
-  std::string patchText;  // the run's patch as a JSON string
+  /// The run's patch as a JSON string.
+  std::string runText(const std::string& patch) const override;
+  void appendText(const std::string& patchText, const VrOutputPrimitive& primitive, std::string& line) const override;
 };

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
-bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
-                VrOutputRun& run) {
+namespace {
+
+// Points the primitives at the strings of the run where it lies now.
+void pointIntoRun(const std::string& description, VrOutputRun& run) {
   const bool archive = run.kind == "ArchivePrimitive";
   for (size_t p = 0; p < run.prims.size(); ++p) {
     VrOutputPrimitive& out = run.prims[p];
@@ -11,7 +13,24 @@ bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::
     out.description = description.c_str();
     for (size_t slot = 0; archive && slot < 4; ++slot) out.archiveFiles[slot] = run.files[4 * p + slot].c_str();
   }
+}
+
+}  // namespace
+
+bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
+                VrOutputRun& run) {
+  pointIntoRun(description, run);
+  if (run.isEncoded) return output.writeEncoded(patch, run.prims.data(), run.prims.size(), run.encoded);
   return output.write(patch, run.prims.data(), run.prims.size());
+}
+
+void VrEncodeRun(const VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
+                 VrOutputRun& run) {
+  if (!output.encodesRuns()) return;
+  pointIntoRun(description, run);
+  run.encoded.clear();
+  output.encode(patch, run.prims.data(), run.prims.size(), run.encoded);
+  run.isEncoded = true;
 }
 
 void VrOrderedRuns::startJob(size_t newJob, const std::vector<unsigned>& faces) {
@@ -28,6 +47,7 @@ void VrOrderedRuns::startJob(size_t newJob, const std::vector<unsigned>& faces) 
 }
 
 void VrOrderedRuns::add(VrOutputRun run) {
+  if (prepare) prepare(run);
   std::lock_guard<std::mutex> hold(lock);
   heldBytes += run.bytes();
   mostBytes = std::max(mostBytes, heldBytes);

@@ -30,25 +30,36 @@ struct VrOutputRun {
   std::vector<VrOutputPrimitive> prims;
   std::vector<float> floats;       ///< per primitive its CVs (sample after sample), then its widths
   std::vector<std::string> files;  ///< archives: the four slot files of each primitive
-  size_t bytes() const { return floats.size() * sizeof(float) + prims.size() * sizeof(VrOutputPrimitive); }
+  bool isEncoded = false;          ///< `encoded` holds the output's bytes of the run
+  std::string encoded;
+  size_t bytes() const {
+    return floats.size() * sizeof(float) + prims.size() * sizeof(VrOutputPrimitive) + encoded.size();
+  }
 };
 
 /// Hands `run` to `output` as primitives of `description` on `patch`, pointing each primitive's
 /// kind, description and archive files at the strings that hold them; the output's answer.
 bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
                 VrOutputRun& run);
+/// Has `output` encode `run` ahead of writing, when it encodes runs; for any thread, each with a
+/// run of its own.
+void VrEncodeRun(const VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
+                 VrOutputRun& run);
 
 class VrOrderedRuns {
  public:
   /// Writes one run; false when writing failed (it has said why), after which nothing more is
   /// delivered.
   using Deliver = std::function<bool(VrOutputRun&)>;
-  explicit VrOrderedRuns(Deliver deliver) : deliver(std::move(deliver)) {}
+  /// Readies a run on the thread that adds it, before it waits for its turn.
+  using Prepare = std::function<void(VrOutputRun&)>;
+  explicit VrOrderedRuns(Deliver deliver, Prepare prepare = Prepare())
+      : deliver(std::move(deliver)), prepare(std::move(prepare)) {}
 
   /// Starts job `job`, whose faces are rendered from `faces`; they are delivered by ascending
   /// face number.
   void startJob(size_t job, const std::vector<unsigned>& faces);
-  /// Adds a run of the current job.
+  /// Adds a run of the current job, readied first outside the lock.
   void add(VrOutputRun run);
   /// Face `face` of the current job is complete.
   void faceDone(int face);
@@ -68,6 +79,7 @@ class VrOrderedRuns {
   void drain(std::unique_lock<std::mutex>& hold, bool everything);
 
   Deliver deliver;
+  Prepare prepare;
   mutable std::mutex lock;
   size_t job = 0;
   std::unordered_map<int, size_t> ordinal;  // face -> slot

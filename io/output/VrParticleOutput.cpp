@@ -1,5 +1,7 @@
 #include "io/output/VrParticleOutput.h"
 
+#include <tbb/task_arena.h>
+
 namespace {
 
 enum Channel { Position, Aim, Up, Scale, Id, DescId, RandomInt, RandomFloat, Index, U, V, FaceId, GeomId };
@@ -63,6 +65,10 @@ bool VrParticleOutput::write(const std::string&, const VrOutputPrimitive* primit
 
 bool VrParticleOutput::end() {
   std::string error;
-  if (!VrWriteParticles(path, set, &error)) return fail(error.empty() ? "cannot be written" : error);
+  // The writers make the file's bytes on as many threads as the render had.
+  tbb::task_arena arena(settings.threads > 0 ? settings.threads : static_cast<int>(tbb::task_arena::automatic));
+  bool written = false;
+  arena.execute([&] { written = VrWriteParticles(path, set, &error); });
+  if (!written) return fail(error.empty() ? "cannot be written" : error);
   return true;
 }

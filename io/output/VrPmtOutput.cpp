@@ -8,6 +8,6 @@ std::string VrPmtOutput::header() const {
   return text.str();
 }
 
-void VrPmtOutput::appendText(const VrOutputPrimitive& primitive, std::string& text) const {
+void VrPmtOutput::appendText(const std::string&, const VrOutputPrimitive& primitive, std::string& text) const {
   VrAppendInstanceRecord(text, instanceRecord(primitive));
 }

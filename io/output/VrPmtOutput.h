@@ -10,5 +10,5 @@ class VrPmtOutput : public VrTextOutput {
 
  protected:
   std::string header() const override;
-  void appendText(const VrOutputPrimitive& primitive, std::string& text) const override;
+  void appendText(const std::string& run, const VrOutputPrimitive& primitive, std::string& text) const override;
 };

@@ -90,6 +90,19 @@ class VrPrimitiveOutput {
   /// Whether the primitives must carry u, v, ids and random values (dearer to gather).
   virtual bool wantsInstanceChannels() const { return false; }
 
+  /// Whether `encode` turns runs into the file's bytes ahead of `writeEncoded`: a render then
+  /// encodes each run on the thread that made it, and only stores bytes in order.
+  virtual bool encodesRuns() const { return false; }
+  /// Appends to `bytes` what `writeEncoded` stores for these primitives of `patch`. Called from
+  /// several threads at once, each with primitives of its own; nothing unless overridden.
+  virtual void encode(const std::string& /*patch*/, const VrOutputPrimitive* /*primitives*/, size_t /*count*/,
+                      std::string& /*bytes*/) const {}
+  /// As `write`, for primitives whose bytes `encode` made; false with an Error.
+  virtual bool writeEncoded(const std::string& patch, const VrOutputPrimitive* primitives, size_t count,
+                            const std::string& /*bytes*/) {
+    return write(patch, primitives, count);
+  }
+
  protected:
   VrPrimitiveOutput(const std::string& path, const VrOutputSettings& settings) : path(path), settings(settings) {}
   /// Reports "<path>: <what>" as an Error and answers false.

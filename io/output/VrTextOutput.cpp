@@ -13,16 +13,29 @@ bool VrTextOutput::begin() {
   return true;
 }
 
+void VrTextOutput::encode(const std::string& patch, const VrOutputPrimitive* primitives, size_t count,
+                          std::string& bytes) const {
+  const std::string run = runText(patch);
+  for (size_t i = 0; i < count; ++i) appendText(run, primitives[i], bytes);
+}
+
+bool VrTextOutput::writeEncoded(const std::string&, const VrOutputPrimitive*, size_t, const std::string& bytes) {
+  if (!file) return false;
+  file->out().write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  file->writeBehind();
+  return file->ok() || fail("cannot be written");
+}
+
 bool VrTextOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
   if (!file) return false;
-  beginRun(patch);
+  const std::string run = runText(patch);
   constexpr size_t chunk = 64;
   const size_t chunks = (count + chunk - 1) / chunk;
   chunkTexts.resize(std::max(chunkTexts.size(), chunks));
   auto makeChunk = [&](size_t c) {
     std::string& text = chunkTexts[c];
     text.clear();
-    for (size_t i = c * chunk; i < count && i < (c + 1) * chunk; ++i) appendText(primitives[i], text);
+    for (size_t i = c * chunk; i < count && i < (c + 1) * chunk; ++i) appendText(run, primitives[i], text);
   };
   if (settings.threads == 1 || chunks < 2) {
     for (size_t c = 0; c < chunks; ++c) makeChunk(c);
@@ -36,6 +49,7 @@ bool VrTextOutput::write(const std::string& patch, const VrOutputPrimitive* prim
   }
   for (size_t c = 0; c < chunks; ++c)
     file->out().write(chunkTexts[c].data(), static_cast<std::streamsize>(chunkTexts[c].size()));
+  file->writeBehind();
   return file->ok() || fail("cannot be written");
 }
 

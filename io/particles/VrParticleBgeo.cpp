@@ -307,23 +307,25 @@ bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error
   uint32_t one;
   const float w = 1.0f;
   std::memcpy(&one, &w, 4);
-  for (size_t i = 0; i < set.numParticles(); ++i) {
-    unsigned char* record = out.space(recordBytes);
-    unsigned char* at = record;
-    for (size_t s = 0; s < sources.size(); ++s) {
-      const Source& src = sources[s];
-      const unsigned char* from = src.values + i * 4 * size_t(src.count);
-      for (int k = 0; k < src.count; ++k, at += 4) {
-        uint32_t v;
-        std::memcpy(&v, from + 4 * k, 4);
-        storeBE32(at, v);
-      }
-      if (s == 0) {
-        storeBE32(at, one);
-        at += 4;
+  out.putInPieces(set.numParticles(), 16384, [&](size_t first, size_t last, std::string& bytes) {
+    bytes.resize((last - first) * recordBytes);
+    unsigned char* at = reinterpret_cast<unsigned char*>(&bytes[0]);
+    for (size_t i = first; i < last; ++i) {
+      for (size_t s = 0; s < sources.size(); ++s) {
+        const Source& src = sources[s];
+        const unsigned char* from = src.values + i * 4 * size_t(src.count);
+        for (int k = 0; k < src.count; ++k, at += 4) {
+          uint32_t v;
+          std::memcpy(&v, from + 4 * k, 4);
+          storeBE32(at, v);
+        }
+        if (s == 0) {
+          storeBE32(at, one);
+          at += 4;
+        }
       }
     }
-  }
+  });
   size_t detailWords = 0;
   for (size_t a = 0; a < set.numFixedAttributes(); ++a) {
     putDefinition(out, set.fixedAttribute(a));

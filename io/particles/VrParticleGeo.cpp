@@ -167,10 +167,28 @@ bool addDefinitions(VrParticleSet& set, const std::vector<Definition>& defs, boo
   return true;
 }
 
+// Room in a string, as a sink gives it, for text made apart from the sink.
+class TextPiece {
+ public:
+  explicit TextPiece(std::string& text) : text(text) {}
+  unsigned char* space(size_t n) {
+    const size_t at = text.size();
+    text.resize(at + n);
+    return reinterpret_cast<unsigned char*>(&text[at]);
+  }
+  void giveBack(size_t n) { text.resize(text.size() - n); }
+  void put(const char* data, size_t n) { text.append(data, n); }
+  void put(const std::string& more) { text += more; }
+
+ private:
+  std::string& text;
+};
+
 // Text output: numbers as the shortest text that reads back to the same value.
+template <class Out>
 class Writer {
  public:
-  explicit Writer(VrParticleSink& out) : out(out) {}
+  explicit Writer(Out& out) : out(out) {}
   Writer& operator<<(const std::string& text) {
     out.put(text);
     return *this;
@@ -196,10 +214,11 @@ class Writer {
   }
 
  private:
-  VrParticleSink& out;
+  Out& out;
 };
 
-void writeDefinitions(Writer& w, const VrParticleSet& set, bool fixed, int skip) {
+template <class Out>
+void writeDefinitions(Writer<Out>& w, const VrParticleSet& set, bool fixed, int skip) {
   const size_t n = fixed ? set.numFixedAttributes() : set.numAttributes();
   for (size_t i = 0; i < n; ++i) {
     if (static_cast<int>(i) == skip) continue;
@@ -218,7 +237,8 @@ void writeDefinitions(Writer& w, const VrParticleSet& set, bool fixed, int skip)
   }
 }
 
-void writeValues(Writer& w, const VrParticleAttribute& a, size_t particle) {
+template <class Out>
+void writeValues(Writer<Out>& w, const VrParticleAttribute& a, size_t particle) {
   for (int k = 0; k < a.count; ++k) {
     if (k) w << " ";
     if (a.isInt())
@@ -319,7 +339,7 @@ bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error)
     if (!storable(set.attribute(a), error)) return false;
   for (size_t a = 0; a < set.numFixedAttributes(); ++a)
     if (!storable(set.fixedAttribute(a), error)) return false;
-  Writer w(out);
+  Writer<VrParticleSink> w(out);
   const size_t n = set.numParticles();
   w << "PGEOMETRY V5\nNPoints ";
   w.number(n) << " NPrims 1\nNPointGroups 0 NPrimGroups 0\nNPointAttrib ";
@@ -328,22 +348,30 @@ bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error)
   if (set.numAttributes() > 1) w << "PointAttrib\n";
   writeDefinitions(w, set, false, position);
   const VrParticleAttribute& p = set.attribute(static_cast<size_t>(position));
-  for (size_t i = 0; i < n; ++i) {
-    writeValues(w, p, i);
-    w << " 1";
-    const char* open = " (";
-    for (size_t a = 0; a < set.numAttributes(); ++a) {
-      if (static_cast<int>(a) == position) continue;
-      w << open;
-      open = "\t";
-      writeValues(w, set.attribute(a), i);
+  out.putInPieces(n, 4096, [&](size_t from, size_t to, std::string& text) {
+    TextPiece piece(text);
+    Writer<TextPiece> pw(piece);
+    for (size_t i = from; i < to; ++i) {
+      writeValues(pw, p, i);
+      pw << " 1";
+      const char* open = " (";
+      for (size_t a = 0; a < set.numAttributes(); ++a) {
+        if (static_cast<int>(a) == position) continue;
+        pw << open;
+        open = "\t";
+        writeValues(pw, set.attribute(a), i);
+      }
+      pw << (set.numAttributes() > 1 ? ")\n" : "\n");
     }
-    w << (set.numAttributes() > 1 ? ")\n" : "\n");
-  }
+  });
   // One particle system holding every point, as particle tools expect.
   w << "PrimitiveAttrib\ngenerator 1 index 1 papi\nPart ";
   w.number(n);
-  for (size_t i = 0; i < n; ++i) w << " ", w.number(i);
+  out.putInPieces(n, 65536, [](size_t from, size_t to, std::string& text) {
+    TextPiece piece(text);
+    Writer<TextPiece> pw(piece);
+    for (size_t i = from; i < to; ++i) pw << " ", pw.number(i);
+  });
   w << " [0]\n";
   if (set.numFixedAttributes()) {
     w << "DetailAttrib\n";

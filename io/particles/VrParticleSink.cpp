@@ -2,6 +2,10 @@
 
 #include "io/particles/VrParticleSink.h"
 
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
 #include <zlib.h>
 
 namespace vrparticles {
@@ -35,6 +39,7 @@ void VrParticleSink::drain(int flush) {
   if (!deflate) {
     if (good && used) good = static_cast<bool>(file.out().write(reinterpret_cast<const char*>(buffer.data()), static_cast<std::streamsize>(used)));
     used = 0;
+    file.writeBehind();
     return;
   }
   z_stream& z = deflate->z;
@@ -50,6 +55,24 @@ void VrParticleSink::drain(int flush) {
   } while (good && (z.avail_out == 0 || (flush == Z_FINISH && status != Z_STREAM_END)));
   if (status == Z_STREAM_ERROR) good = false;
   used = 0;
+  file.writeBehind();
+}
+
+void VrParticleSink::putInPieces(size_t count, size_t perPiece,
+                                 const std::function<void(size_t, size_t, std::string&)>& make) {
+  perPiece = std::max<size_t>(perPiece, 1);
+  const size_t pieces = (count + perPiece - 1) / perPiece;
+  const size_t window = 4 * static_cast<size_t>(std::max(1, tbb::this_task_arena::max_concurrency()));
+  std::vector<std::string> bytes(std::min(pieces, window));
+  for (size_t first = 0; first < pieces; first += window) {
+    const size_t last = std::min(pieces, first + window);
+    tbb::parallel_for(first, last, [&](size_t piece) {
+      std::string& text = bytes[piece - first];
+      text.clear();
+      make(piece * perPiece, std::min(count, (piece + 1) * perPiece), text);
+    });
+    for (size_t piece = first; piece < last; ++piece) put(bytes[piece - first]);
+  }
 }
 
 void VrParticleSink::makeRoom(size_t n) {

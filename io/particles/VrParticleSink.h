@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,6 +35,11 @@ class VrParticleSink {
   void giveBack(size_t n) { used -= n; }
   void put(const void* data, size_t n) { std::memcpy(space(n), data, n); }
   void put(const std::string& text) { put(text.data(), text.size()); }
+  /// Puts the bytes of `count` items made piece by piece on the threads of the calling arena:
+  /// `make(from, to, bytes)` appends the bytes of items [from, to) to `bytes`. Pieces hold
+  /// `perPiece` items and go out in order, so the bytes do not depend on the thread count; a
+  /// few pieces per thread are held at once.
+  void putInPieces(size_t count, size_t perPiece, const std::function<void(size_t, size_t, std::string&)>& make);
   /// Writes what is buffered, ends the gzip stream and renames the file into place. False, with
   /// the reason in `error`, when anything failed on the way; nothing is left at the path then.
   bool finish(std::string& error);

@@ -46,6 +46,21 @@ TEST(VrAtomicFile, CommitReplacesTheOldFileAndLeavesNoTemporary) {
   }
   EXPECT_EQ(vrtest::readText(dir.file("out.txt")), "new");
   EXPECT_EQ(entries(dir.path()), 2u);
+  // Handing a large save to the disk on the way changes nothing of what is committed or dropped.
+  const std::string block(1 << 20, 'x');
+  for (bool keep : {false, true}) {
+    VrAtomicFile big(dir.file("out.txt"));
+    for (int i = 0; i < 12; ++i) {
+      big.out() << block;
+      big.writeBehind();
+    }
+    EXPECT_EQ(vrtest::readText(dir.file("out.txt")), "new");
+    if (keep) {
+      EXPECT_TRUE(big.commit());
+    }
+  }
+  EXPECT_EQ(std::filesystem::file_size(dir.file("out.txt")), 12u << 20);
+  EXPECT_EQ(entries(dir.path()), 2u);
   // A folder that does not exist: nothing opens, nothing commits.
   VrAtomicFile missing(dir.file("no/such/folder.txt"));
   EXPECT_FALSE(missing.ok());

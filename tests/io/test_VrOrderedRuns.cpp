@@ -1,8 +1,12 @@
 #include "io/output/VrOrderedRuns.h"
+#include "support/Examples.h"
+#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -92,4 +96,48 @@ TEST(VrOrderedRuns, WorkersOnTwoThreadsStillWriteInOrder) {
     EXPECT_EQ(got[2 * f + 1], Key(f, 1));
   }
   EXPECT_FALSE(overlapped);
+}
+
+// A render encodes runs on its workers and stores the bytes later: the file is the one that
+// plain writes of the same runs make.
+TEST(VrOrderedRuns, EncodedRunsMakeTheFileThatPlainWritesMake) {
+  vrtest::TempDir dir;
+  std::vector<VrOutputRun> made;
+  made.reserve(3);
+  for (int face = 0; face < 3; ++face) {
+    made.push_back(runOf(face, 0));
+    VrOutputRun& run = made.back();  // the copies below point into these floats
+    run.kind = "SplinePrimitive";
+    run.prims.resize(2);
+    run.floats.resize(run.prims.size() * 16);
+    for (size_t i = 0; i < run.floats.size(); ++i) run.floats[i] = 0.25f * static_cast<float>(i % 13) - 1.0f;
+    for (size_t p = 0; p < run.prims.size(); ++p) {
+      VrOutputPrimitive& prim = run.prims[p];
+      prim.face = face;
+      prim.id = static_cast<int>(p);
+      prim.numCVs = 4;
+      prim.cvs = &run.floats[16 * p];
+      prim.widths = &run.floats[16 * p + 12];
+      prim.randomFloat = 0.5f;
+    }
+  }
+  for (const char* extension : {".jsonl", ".pmt"}) {
+    SCOPED_TRACE(extension);
+    std::string text[2];
+    for (int encoded : {0, 1}) {
+      const std::string path = dir.file(std::to_string(encoded) + extension);
+      std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(path, VrOutputSettings());
+      ASSERT_TRUE(output && output->begin());
+      EXPECT_TRUE(output->encodesRuns());
+      for (VrOutputRun run : made) {
+        if (encoded) VrEncodeRun(*output, "a \"patch\"", "hair", run);
+        EXPECT_EQ(run.isEncoded, encoded == 1);
+        ASSERT_TRUE(VrWriteRun(*output, "a \"patch\"", "hair", run));
+      }
+      ASSERT_TRUE(output->end());
+      text[encoded] = vrtest::readText(path);
+    }
+    EXPECT_FALSE(text[0].empty());
+    EXPECT_EQ(text[0], text[1]);
+  }
 }
