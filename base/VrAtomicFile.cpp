@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -37,13 +38,44 @@ VrAtomicFile::~VrAtomicFile() {
   std::remove(temporary.c_str());
 }
 
+bool VrAtomicFile::openSyncHandle() {
+  if (syncHandle < 0 && stream.is_open()) syncHandle = ::open(temporary.c_str(), O_WRONLY | O_CLOEXEC);
+  return syncHandle >= 0;
+}
+
+bool VrAtomicFile::appendFrom(int fd, uint64_t offset, uint64_t bytes) {
+  if (!ok() || !stream.flush()) return false;
+  const std::streamoff start = stream.tellp();
+  if (start < 0 || !openSyncHandle()) return false;
+  auto from = static_cast<off_t>(offset);
+  auto to = static_cast<off_t>(start);
+  uint64_t left = bytes;
+  // The kernel copies page to page; where it cannot (another file system, an old kernel), the
+  // bytes go through a buffer.
+  while (left > 0) {
+    const ssize_t copied = ::copy_file_range(fd, &from, syncHandle, &to, static_cast<size_t>(left), 0);
+    if (copied <= 0) break;
+    left -= static_cast<uint64_t>(copied);
+  }
+  std::vector<char> piece(left ? size_t(1) << 20 : 0);
+  while (left > 0) {
+    const size_t want = left < piece.size() ? static_cast<size_t>(left) : piece.size();
+    const ssize_t got = ::pread(fd, piece.data(), want, from);
+    if (got <= 0 || ::pwrite(syncHandle, piece.data(), static_cast<size_t>(got), to) != got) return false;
+    from += got;
+    to += got;
+    left -= static_cast<uint64_t>(got);
+  }
+  stream.seekp(to);
+  return ok();
+}
+
 void VrAtomicFile::writeBehind() {
   constexpr std::streamoff step = 2 << 20;
   if (!stream.is_open()) return;
   const std::streamoff written = stream.tellp();
   if (written < handedOver + step) return;
-  if (syncHandle < 0) syncHandle = ::open(temporary.c_str(), O_RDONLY | O_CLOEXEC);
-  if (syncHandle < 0) return;
+  if (!openSyncHandle()) return;
   stream.flush();
   ::sync_file_range(syncHandle, handedOver, written - handedOver, SYNC_FILE_RANGE_WRITE);
   handedOver = written;

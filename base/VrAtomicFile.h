@@ -2,6 +2,7 @@
 // Writes a file under a temporary name beside its target and renames it into place on commit,
 // so that a failed or interrupted save never leaves a half-written file where the old one was.
 
+#include <cstdint>
 #include <fstream>
 #include <string>
 
@@ -22,12 +23,17 @@ class VrAtomicFile {
   /// Hands what was written so far to the disk in the background, so that `commit` has little
   /// left to wait for; cheap to call often, it acts once every few megabytes.
   void writeBehind();
+  /// Appends `bytes` bytes of the open file `fd` from `offset`, copied inside the kernel where
+  /// the system allows (no trip through memory); false when they could not all be copied.
+  bool appendFrom(int fd, uint64_t offset, uint64_t bytes);
 
  private:
+  bool openSyncHandle();
+
   std::string target;
   std::string temporary;
   std::ofstream stream;
   bool committed = false;
-  int syncHandle = -1;              // a second handle on the temporary file for write-behind
+  int syncHandle = -1;              // a second handle on the temporary file: write-behind, copies
   std::streamoff handedOver = 0;    // bytes already handed to the disk
 };

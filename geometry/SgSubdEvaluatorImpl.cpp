@@ -27,6 +27,8 @@
 #include <opensubdiv/far/ptexIndices.h>
 #include <opensubdiv/far/topologyDescriptor.h>
 #include <opensubdiv/far/topologyRefinerFactory.h>
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <climits>
@@ -197,29 +199,34 @@ std::unique_ptr<SgSubdEvaluatorImpl> SgSubdEvaluatorImpl::build(const Cage& cage
 
 SgSubdEvaluatorImpl::~SgSubdEvaluatorImpl() = default;
 
+// Faces and vertices are independent of one another: both passes run on every thread, each
+// value computed as on one.
 void SgSubdEvaluatorImpl::preparePatchPoints() {
   const PointDescriptor desc(3);
-  for (size_t f = 0; f < surfaces.size(); ++f) {
-    const Surface& surface = surfaces[f];
-    if (!surface.IsValid()) continue;
-    double* pts = patchPoints.data() + patchOffsets[f] * 3;
-    surface.GatherControlPoints(positions.data(), desc, pts, desc);
-    surface.ComputePatchPoints(pts, desc);
-  }
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, surfaces.size(), 256), [&](const tbb::blocked_range<size_t>& faces) {
+    for (size_t f = faces.begin(); f < faces.end(); ++f) {
+      const Surface& surface = surfaces[f];
+      if (!surface.IsValid()) continue;
+      double* pts = patchPoints.data() + patchOffsets[f] * 3;
+      surface.GatherControlPoints(positions.data(), desc, pts, desc);
+      surface.ComputePatchPoints(pts, desc);
+    }
+  });
 }
 
 void SgSubdEvaluatorImpl::computeLimitVerts() {
   limitVerts = positions;
-  for (size_t v = 0; v < vertexFace.size(); ++v) {
-    const int f = vertexFace[v];
-    if (f < 0) continue;
-    double uv[2];
-    surfaces[size_t(f)].GetParameterization().GetVertexCoord(vertexCorner[v], uv);
-    double P[3];
-    surfaces[size_t(f)].Evaluate(uv, patchPoints.data() + patchOffsets[size_t(f)] * 3,
-                                 PointDescriptor(3), P);
-    for (int d = 0; d < 3; ++d) limitVerts[v * 3 + size_t(d)] = static_cast<float>(P[d]);
-  }
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, vertexFace.size(), 512), [&](const tbb::blocked_range<size_t>& verts) {
+    for (size_t v = verts.begin(); v < verts.end(); ++v) {
+      const int f = vertexFace[v];
+      if (f < 0) continue;
+      double uv[2];
+      surfaces[size_t(f)].GetParameterization().GetVertexCoord(vertexCorner[v], uv);
+      double P[3];
+      surfaces[size_t(f)].Evaluate(uv, patchPoints.data() + patchOffsets[size_t(f)] * 3, PointDescriptor(3), P);
+      for (int d = 0; d < 3; ++d) limitVerts[v * 3 + size_t(d)] = static_cast<float>(P[d]);
+    }
+  });
 }
 
 // ---------------------------------------------------------------------------------------------

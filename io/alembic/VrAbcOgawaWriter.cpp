@@ -57,6 +57,21 @@ bool VrAbcOgawaWriter::appendData(const void* data, uint64_t size) {
   return true;
 }
 
+bool VrAbcOgawaWriter::appendDataFrom(int fd, uint64_t offset, uint64_t size) {
+  if (!file || failed || size > pendingData) {
+    failed = true;
+    return false;
+  }
+  if (!file->appendFrom(fd, offset, size)) {
+    failed = true;
+    return false;
+  }
+  position += size;
+  pendingData -= size;
+  file->writeBehind();
+  return true;
+}
+
 bool VrAbcOgawaWriter::writeData(const void* const* parts, const uint64_t* sizes, size_t count,
                                  uint64_t& pointer) {
   if (pendingData) failed = true;

@@ -29,6 +29,8 @@ class VrAbcOgawaWriter {
   /// complete before anything else is written. `total` 0 gives the empty-data pointer.
   bool beginData(uint64_t total, uint64_t& pointer);
   bool appendData(const void* data, uint64_t size);
+  /// As `appendData`, with `size` bytes of the open file `fd` from `offset`.
+  bool appendDataFrom(int fd, uint64_t offset, uint64_t size);
   /// Appends a group of these children; its position comes back (0, the empty group, for none).
   bool writeGroup(const std::vector<uint64_t>& children, uint64_t& position);
 

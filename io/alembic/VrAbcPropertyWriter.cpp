@@ -77,7 +77,8 @@ bool VrAbcPropertyWriter::setSample(const VrAbcSpool& spool) {
   if (spool.failed() || valueBytes == 0 || spool.size() % valueBytes != 0)
     return core.fail(where + ": the spooled sample is not a whole number of values");
   return store(spool.digest(), spool.size(), std::vector<uint64_t>(1, spool.size() / valueBytes), [&] {
-    return spool.readBack([&](const void* data, uint64_t size) { return core.file.appendData(data, size); });
+    const int fd = spool.descriptor();
+    return fd >= 0 && core.file.appendDataFrom(fd, 0, spool.size());
   });
 }
 

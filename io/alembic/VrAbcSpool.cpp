@@ -2,7 +2,6 @@
 
 #include "base/vrutilScratchFile.h"
 
-#include <vector>
 
 VrAbcSpool::~VrAbcSpool() {
   if (file) std::fclose(file);
@@ -28,22 +27,7 @@ bool VrAbcSpool::append(const void* data, uint64_t bytes) {
   return true;
 }
 
-bool VrAbcSpool::readBack(const std::function<bool(const void*, uint64_t)>& sink) const {
-  if (!file || broken) return false;
-  if (std::fflush(file) != 0 || std::fseek(file, 0, SEEK_SET) != 0) return false;
-  std::vector<char> piece(1 << 20);
-  uint64_t left = size();
-  bool ok = true;
-  while (ok && left > 0) {
-    const size_t want = left < piece.size() ? static_cast<size_t>(left) : piece.size();
-    if (std::fread(piece.data(), 1, want, file) != want) {
-      ok = false;
-      break;
-    }
-    ok = sink(piece.data(), want);
-    left -= want;
-  }
-  // Further appends go to the end again.
-  if (std::fseek(file, 0, SEEK_END) != 0) return false;
-  return ok;
+int VrAbcSpool::descriptor() const {
+  if (!file || broken || std::fflush(file) != 0) return -1;
+  return fileno(file);
 }

@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <string>
 
 class VrAbcSpool {
@@ -30,9 +29,9 @@ class VrAbcSpool {
   /// The digest of the bytes appended so far (as VrAbcMurmur3::hash of them all).
   VrAbcDigest digest() const { return hash.digest(); }
   bool failed() const { return broken; }
-  /// Hands every byte back in order, in pieces of at most 1 MiB; false when reading fails or
-  /// `sink` answers false. The spool can still be appended to afterwards.
-  bool readBack(const std::function<bool(const void*, uint64_t)>& sink) const;
+  /// The spool's file, every appended byte in it from offset 0, for a copy by descriptor; -1
+  /// once anything failed.
+  int descriptor() const;
 
  private:
   std::FILE* file = nullptr;

@@ -167,7 +167,9 @@ TEST(AbcCurvesStreamWriter, MisuseIsRefusedWithItsReasonAndLeavesNoFile) {
     EXPECT_FALSE(out.close());
     EXPECT_FALSE(std::filesystem::exists(path));
     ASSERT_EQ(log.errors().size(), 1u);
-    if (!c.reason.empty()) EXPECT_EQ(log.errors()[0], "VrAbcCurvesStreamWriter: " + path + ": " + c.reason);
+    if (!c.reason.empty()) {
+      EXPECT_EQ(log.errors()[0], "VrAbcCurvesStreamWriter: " + path + ": " + c.reason);
+    }
   }
   {
     Writer aborted, dropped;
