@@ -3,6 +3,10 @@
 // one context that started it: `startBlock` and `writePrim` touch only that face's buffers and
 // take no lock. Contexts hold a plain pointer to their face plus the writer's serial number, so a
 // context left over from an earlier writer is recognised and refused rather than followed.
+// Faces go to the file early, in ascending order: a face is complete once the context that
+// wrote it starts another, and whichever thread completes the lowest face not yet written writes
+// every complete face from there on, outside the mutex (one writing thread at a time), while the
+// others go on caching. Faces still cached at the end are written by `commitAndClose`.
 // `commitAndClose` and `close` take the mutex, mark the writer closed and then free the faces;
 // callers must have finished their parallel writes before either (the closed flag is atomic, so
 // a late call is refused, but one already inside `writePrim` would race with the freeing).
@@ -10,6 +14,7 @@
 
 #include "io/vpd/VpdFileCachedWriter.h"
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <unordered_set>
@@ -25,6 +30,8 @@ struct CachedFace {
   std::vector<std::vector<unsigned char>> records;  // encoded records, per block
   std::vector<std::uint64_t> counts;
   std::vector<bool> started;
+  bool complete = false;  // its context has moved on
+  bool written = false;   // its records are in the file and released
 };
 
 }  // namespace detail
@@ -38,6 +45,11 @@ struct VpdFileCachedWriter::State {
   std::mutex mutex;
   std::unique_ptr<Vpd::detail::FileSink> sink;
   std::unordered_set<int> allowedFaces;
+  std::vector<int> order;  // the allowed faces, ascending: the order of the file
+  std::size_t nextToWrite = 0;
+  bool writing = false;
+  bool writeFailed = false;
+  Vpd::detail::IndexMap index;
   std::map<int, std::unique_ptr<Vpd::detail::CachedFace>> faces;
   std::atomic<bool> closed{false};
   std::uint64_t serial = 0;
@@ -83,6 +95,8 @@ std::unique_ptr<VpdFileCachedWriter> VpdFileCachedWriter::openWrite(const std::s
   State& s = *writer->state;
   s.sink = std::move(sink);
   s.allowedFaces.insert(header.faceIds.begin(), header.faceIds.end());
+  s.order.assign(s.allowedFaces.begin(), s.allowedFaces.end());
+  std::sort(s.order.begin(), s.order.end());
   s.serial = nextWriterSerial.fetch_add(1);
   return writer;
 }
@@ -103,8 +117,45 @@ bool refuse(std::string& err, const std::string& why) {
 
 }  // namespace
 
+bool VpdFileCachedWriter::writeFace(int face, Vpd::detail::CachedFace& cached) {
+  State& s = *state;
+  std::vector<Vpd::detail::Extent>& extents = s.index[face];
+  extents.resize(head.blockNames.size());
+  bool ok = true;
+  for (std::size_t b = 0; ok && b < extents.size(); ++b) {
+    if (!cached.started[b]) continue;
+    std::vector<unsigned char>& records = cached.records[b];
+    extents[b].offset = s.sink->position();
+    extents[b].size = records.size();
+    extents[b].count = cached.counts[b];
+    ok = s.sink->append(records.data(), records.size());
+    std::vector<unsigned char>().swap(records);  // release as we go
+  }
+  cached.written = true;
+  return ok;
+}
+
+void VpdFileCachedWriter::writeCompleteFaces(std::unique_lock<std::mutex>& hold) {
+  State& s = *state;
+  s.writing = true;
+  while (!s.writeFailed && s.nextToWrite < s.order.size()) {
+    const int face = s.order[s.nextToWrite];
+    const auto found = s.faces.find(face);
+    if (found == s.faces.end() || !found->second->complete) break;
+    ++s.nextToWrite;
+    Vpd::detail::CachedFace& cached = *found->second;
+    hold.unlock();
+    const bool ok = writeFace(face, cached);
+    hold.lock();
+    if (!ok) s.writeFailed = true;
+  }
+  s.writing = false;
+}
+
 bool VpdFileCachedWriter::startFace(VpdFileCachedWriterContext& context, int face) {
   State& s = *state;
+  // The face this context wrote before, for this writer, is complete.
+  Vpd::detail::CachedFace* previous = context.writerSerial == s.serial ? context.cached : nullptr;
   context.reset();
   context.err.clear();
   if (s.closed) return refuse(context.err, "Closed Vorn point/primitive file: " + target);
@@ -113,13 +164,15 @@ bool VpdFileCachedWriter::startFace(VpdFileCachedWriterContext& context, int fac
                                    " is not a face of Vorn point/primitive file: " + target);
   Vpd::detail::CachedFace* cached = nullptr;
   {
-    std::lock_guard<std::mutex> lock(s.mutex);
+    std::unique_lock<std::mutex> lock(s.mutex);
     if (s.closed) return refuse(context.err, "Closed Vorn point/primitive file: " + target);
+    if (previous) previous->complete = true;
     auto& slot = s.faces[face];
     if (!slot) {
       slot.reset(new Vpd::detail::CachedFace(head.blockNames.size()));
       cached = slot.get();
     }
+    if (previous && !s.writing) writeCompleteFaces(lock);
   }
   if (!cached)
     return refuse(context.err, "Face " + std::to_string(face) +
@@ -180,24 +233,14 @@ bool VpdFileCachedWriter::commitAndClose() {
     if (err.empty()) err = "Closed Vorn point/primitive file: " + target;
     return false;
   }
-  Vpd::detail::IndexMap index;
-  bool ok = true;
+  // The faces written early are the lowest ones; the rest follow in ascending face id.
+  bool ok = !s.writeFailed;
   for (auto& [face, cached] : s.faces) {  // std::map: ascending face id
-    std::vector<Vpd::detail::Extent>& extents = index[face];
-    extents.resize(head.blockNames.size());
-    for (std::size_t b = 0; ok && b < extents.size(); ++b) {
-      if (!cached->started[b]) continue;
-      std::vector<unsigned char>& records = cached->records[b];
-      extents[b].offset = s.sink->position();
-      extents[b].size = records.size();
-      extents[b].count = cached->counts[b];
-      ok = s.sink->append(records.data(), records.size());
-      std::vector<unsigned char>().swap(records);  // release as we go
-    }
     if (!ok) break;
+    if (!cached->written) ok = writeFace(face, *cached);
   }
   s.faces.clear();
-  if (!ok || !s.sink->commit(index)) {
+  if (!ok || !s.sink->commit(s.index)) {
     err = s.sink->error();
     s.sink->discard();
     return false;

@@ -1,9 +1,11 @@
 #pragma once
 // Writing one point/primitive file from many threads. Each thread writes whole faces through
 // its own VpdFileCachedWriterContext; the records are cached in memory per face and block, and
-// `commitAndClose` writes the faces in ascending face id and the blocks in block order, so the
-// file is the same, byte for byte, whatever the number of threads and the order they ran in.
-// It is also the file a VpdWriter makes when given the faces in that order.
+// go to the file in ascending face id and block order: early, as soon as the lowest faces are
+// complete (a face is complete when its context starts another), the rest at `commitAndClose`.
+// So the file is the same, byte for byte, whatever the number of threads and the order they
+// ran in, and memory holds only the faces that finished out of order. It is also the file a
+// VpdWriter makes when given the faces in that order.
 //
 //   auto writer = VpdFileCachedWriter::openWrite(path, faces, ...);      // one thread
 //   parallel over faces: writer->startFace(ctx, face); writer->startBlock(ctx, 0);
@@ -12,6 +14,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -109,6 +112,10 @@ class VpdFileCachedWriter {
  private:
   struct State;
   VpdFileCachedWriter();
+  /// Appends the face's records and notes their extents; false when the file refused them.
+  bool writeFace(int face, Vpd::detail::CachedFace& cached);
+  /// Writes the complete faces at the head of the file's order; `hold` is released meanwhile.
+  void writeCompleteFaces(std::unique_lock<std::mutex>& hold);
 
   std::string target;
   Vpd::Header head;
