@@ -181,18 +181,26 @@ void SgCurve::normalize(Points& pts) {
   }
 }
 
-void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
-  if (pts.empty()) return;
-  // Working copies are kept per thread, so that a steady stream of rebuilds allocates nothing.
-  thread_local Points source;
-  source.assign(pts.begin(), pts.end());
-  rebuild(pts, source, count, uniform, widths);
+namespace {
+
+// Working arrays of rebuild, kept per thread so that a steady stream of rebuilds allocates
+// nothing; one structure, so that a rebuild looks its thread's storage up once.
+struct RebuildScratch {
+  SgCurve::Points source;
+  std::vector<double> seg;
+};
+
+RebuildScratch& rebuildScratch() {
+  thread_local RebuildScratch scratch;
+  return scratch;
 }
 
-void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform, std::vector<float>* widths) {
+// rebuild writing straight into `out`, which must not be `source`.
+void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vector<double>& seg, int count,
+                 bool uniform, std::vector<float>* widths) {
   const size_t n = source.size();
   if (n == 0) {
-    pts.clear();
+    out.clear();
     return;
   }
   const size_t m = static_cast<size_t>(std::max(count, 3));
@@ -205,10 +213,8 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     return static_cast<float>(w[j] + f * (static_cast<double>(w[j1]) - w[j]));
   };
 
-  thread_local Points out;
-  thread_local std::vector<double> seg;
   out.resize(m);
-  const double total = cpolyLength(source, seg);
+  const double total = SgCurve::cpolyLength(source, seg);
   if (uniform && total >= 1e-5) {
     const double step = total / static_cast<double>(m - 1);
     double acc = 0.0;
@@ -220,7 +226,7 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
         ++j;
       }
       const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
-      eval(source, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
+      SgCurve::eval(source.data(), n, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
       if (withWidths) newWidths[k] = blendWidth(j, f);
     }
   } else {
@@ -228,7 +234,7 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     double t = 0.0;
     for (size_t k = 1; k + 1 < m; ++k) {
       t += dt;
-      eval(source, t, out[k]);
+      SgCurve::eval(source.data(), n, t, out[k]);
       if (withWidths) {
         const double x = t * static_cast<double>(n - 1);
         size_t j = static_cast<size_t>(std::max(0.0, x));
@@ -245,7 +251,25 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     newWidths[m - 1] = (*widths)[n - 1];
     *widths = std::move(newWidths);
   }
-  pts.assign(out.begin(), out.end());
+}
+
+}  // namespace
+
+void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
+  if (pts.empty()) return;
+  // The points become the source by a swap of buffers, and the result is written into the
+  // scratch buffer that was swapped in: no copy either way.
+  RebuildScratch& scratch = rebuildScratch();
+  scratch.source.swap(pts);
+  rebuildInto(pts, scratch.source, scratch.seg, count, uniform, widths);
+}
+
+void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform, std::vector<float>* widths) {
+  if (&pts == &source) {
+    rebuild(pts, count, uniform, widths);
+    return;
+  }
+  rebuildInto(pts, source, rebuildScratch().seg, count, uniform, widths);
 }
 
 void SgCurve::subdivide(Points& pts, int levels) {
