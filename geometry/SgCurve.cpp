@@ -30,19 +30,8 @@ bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent
   return true;
 }
 
-template <size_t N>
-void cutResampleFixed(std::vector<Vec>& pts, double t) {
-  std::array<Vec, N> work;
-  std::copy(pts.begin(), pts.end(), work.begin());
-  const size_t n = pts.size();
-  for (size_t k = 1; k < n; ++k) SgCurve::eval(work.data(), n, static_cast<double>(k) * t / (n - 1), pts[k]);
-}
-
-}  // namespace
-
-void SgCurve::eval(const Points& pts, double t, Vec& out) { eval(pts.data(), pts.size(), t, out); }
-
-void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) {
+// The body of SgCurve::eval, for the loops of this file to inline.
+inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   if (n == 0) {
     out = Vec();
     return;
@@ -70,6 +59,20 @@ void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) {
   const double w3 = s3;
   out = (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
 }
+
+template <size_t N>
+void cutResampleFixed(std::vector<Vec>& pts, double t) {
+  std::array<Vec, N> work;
+  std::copy(pts.begin(), pts.end(), work.begin());
+  const size_t n = pts.size();
+  for (size_t k = 1; k < n; ++k) SgCurve::eval(work.data(), n, static_cast<double>(k) * t / (n - 1), pts[k]);
+}
+
+}  // namespace
+
+void SgCurve::eval(const Points& pts, double t, Vec& out) { eval(pts.data(), pts.size(), t, out); }
+
+void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) { evalSpline(pts, n, t, out); }
 
 double SgCurve::length(const Points& pts) {
   const size_t n = pts.size();
@@ -226,7 +229,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
         ++j;
       }
       const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
-      SgCurve::eval(source.data(), n, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
+      evalSpline(source.data(), n, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
       if (withWidths) newWidths[k] = blendWidth(j, f);
     }
   } else {
@@ -234,7 +237,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
     double t = 0.0;
     for (size_t k = 1; k + 1 < m; ++k) {
       t += dt;
-      SgCurve::eval(source.data(), n, t, out[k]);
+      evalSpline(source.data(), n, t, out[k]);
       if (withWidths) {
         const double x = t * static_cast<double>(n - 1);
         size_t j = static_cast<size_t>(std::max(0.0, x));

@@ -569,9 +569,12 @@ void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3
   SgVec3T<double> dir = U * a + V * b + N * h;
   dir.normalize();
 
-  SgVec3T<double> axis = N.cross(dir);
+  // Without lean dir is N scaled, so N × dir is rounding, far below 1e-5 for any N shorter than
+  // 1e10: no root to take to know that.
+  const bool alongN = a == 0.0 && b == 0.0 && N.lengthSquared() < 1e18;
+  SgVec3T<double> axis = alongN ? SgVec3T<double>() : N.cross(dir);
   SgVec3T<double> newU;
-  if (axis.length() > 1e-5) {
+  if (!alongN && axis.length() > 1e-5) {
     axis.normalize();
     newU = rotated(U, axis, std::acos(std::clamp(dir.dot(N), -1.0, 1.0)));
   } else {
