@@ -30,6 +30,11 @@ bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent
   return true;
 }
 
+// Counts and indices as doubles, and back, through signed integers: the same values for any
+// curve that fits in memory, in one instruction each where the unsigned conversions take several.
+inline double toDouble(size_t k) { return static_cast<double>(static_cast<long long>(k)); }
+inline size_t toIndex(double x) { return static_cast<size_t>(static_cast<long long>(x)); }
+
 // The body of SgCurve::eval, for the loops of this file to inline.
 inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   if (n == 0) {
@@ -44,10 +49,10 @@ inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
     out = pts[n - 1];
     return;
   }
-  const double x = t * static_cast<double>(n - 1);
-  size_t i = static_cast<size_t>(x);
+  const double x = t * toDouble(n - 1);
+  size_t i = toIndex(x);
   if (i > n - 2) i = n - 2;
-  const double s = x - static_cast<double>(i);
+  const double s = x - toDouble(i);
   const Vec p0 = i == 0 ? pts[0] * 2.0 - pts[1] : pts[i - 1];
   const Vec& p1 = pts[i];
   const Vec& p2 = pts[i + 1];
@@ -219,7 +224,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
   out.resize(m);
   const double total = SgCurve::cpolyLength(source, seg);
   if (uniform && total >= 1e-5) {
-    const double step = total / static_cast<double>(m - 1);
+    const double step = total / toDouble(m - 1);
     double acc = 0.0;
     size_t j = 0;
     for (size_t k = 1; k + 1 < m; ++k) {
@@ -229,7 +234,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
         ++j;
       }
       const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
-      evalSpline(source.data(), n, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
+      evalSpline(source.data(), n, (toDouble(j) + f) / toDouble(n - 1), out[k]);
       if (withWidths) newWidths[k] = blendWidth(j, f);
     }
   } else {
