@@ -30,19 +30,13 @@ bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent
   return true;
 }
 
-template <size_t N>
-void cutResampleFixed(std::vector<Vec>& pts, double t) {
-  std::array<Vec, N> work;
-  std::copy(pts.begin(), pts.end(), work.begin());
-  const size_t n = pts.size();
-  for (size_t k = 1; k < n; ++k) SgCurve::eval(work.data(), n, static_cast<double>(k) * t / (n - 1), pts[k]);
-}
+// Counts and indices as doubles, and back, through signed integers: the same values for any
+// curve that fits in memory, in one instruction each where the unsigned conversions take several.
+inline double toDouble(size_t k) { return static_cast<double>(static_cast<long long>(k)); }
+inline size_t toIndex(double x) { return static_cast<size_t>(static_cast<long long>(x)); }
 
-}  // namespace
-
-void SgCurve::eval(const Points& pts, double t, Vec& out) { eval(pts.data(), pts.size(), t, out); }
-
-void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) {
+// The body of SgCurve::eval, for the loops of this file to inline.
+inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   if (n == 0) {
     out = Vec();
     return;
@@ -55,10 +49,10 @@ void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) {
     out = pts[n - 1];
     return;
   }
-  const double x = t * static_cast<double>(n - 1);
-  size_t i = static_cast<size_t>(x);
+  const double x = t * toDouble(n - 1);
+  size_t i = toIndex(x);
   if (i > n - 2) i = n - 2;
-  const double s = x - static_cast<double>(i);
+  const double s = x - toDouble(i);
   const Vec p0 = i == 0 ? pts[0] * 2.0 - pts[1] : pts[i - 1];
   const Vec& p1 = pts[i];
   const Vec& p2 = pts[i + 1];
@@ -70,6 +64,20 @@ void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) {
   const double w3 = s3;
   out = (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
 }
+
+template <size_t N>
+void cutResampleFixed(std::vector<Vec>& pts, double t) {
+  std::array<Vec, N> work;
+  std::copy(pts.begin(), pts.end(), work.begin());
+  const size_t n = pts.size();
+  for (size_t k = 1; k < n; ++k) SgCurve::eval(work.data(), n, static_cast<double>(k) * t / (n - 1), pts[k]);
+}
+
+}  // namespace
+
+void SgCurve::eval(const Points& pts, double t, Vec& out) { eval(pts.data(), pts.size(), t, out); }
+
+void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) { evalSpline(pts, n, t, out); }
 
 double SgCurve::length(const Points& pts) {
   const size_t n = pts.size();
@@ -181,18 +189,26 @@ void SgCurve::normalize(Points& pts) {
   }
 }
 
-void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
-  if (pts.empty()) return;
-  // Working copies are kept per thread, so that a steady stream of rebuilds allocates nothing.
-  thread_local Points source;
-  source.assign(pts.begin(), pts.end());
-  rebuild(pts, source, count, uniform, widths);
+namespace {
+
+// Working arrays of rebuild, kept per thread so that a steady stream of rebuilds allocates
+// nothing; one structure, so that a rebuild looks its thread's storage up once.
+struct RebuildScratch {
+  SgCurve::Points source;
+  std::vector<double> seg;
+};
+
+RebuildScratch& rebuildScratch() {
+  thread_local RebuildScratch scratch;
+  return scratch;
 }
 
-void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform, std::vector<float>* widths) {
+// rebuild writing straight into `out`, which must not be `source`.
+void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vector<double>& seg, int count,
+                 bool uniform, std::vector<float>* widths) {
   const size_t n = source.size();
   if (n == 0) {
-    pts.clear();
+    out.clear();
     return;
   }
   const size_t m = static_cast<size_t>(std::max(count, 3));
@@ -205,12 +221,10 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     return static_cast<float>(w[j] + f * (static_cast<double>(w[j1]) - w[j]));
   };
 
-  thread_local Points out;
-  thread_local std::vector<double> seg;
   out.resize(m);
-  const double total = cpolyLength(source, seg);
+  const double total = SgCurve::cpolyLength(source, seg);
   if (uniform && total >= 1e-5) {
-    const double step = total / static_cast<double>(m - 1);
+    const double step = total / toDouble(m - 1);
     double acc = 0.0;
     size_t j = 0;
     for (size_t k = 1; k + 1 < m; ++k) {
@@ -220,7 +234,7 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
         ++j;
       }
       const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
-      eval(source, (static_cast<double>(j) + f) / static_cast<double>(n - 1), out[k]);
+      evalSpline(source.data(), n, (toDouble(j) + f) / toDouble(n - 1), out[k]);
       if (withWidths) newWidths[k] = blendWidth(j, f);
     }
   } else {
@@ -228,7 +242,7 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     double t = 0.0;
     for (size_t k = 1; k + 1 < m; ++k) {
       t += dt;
-      eval(source, t, out[k]);
+      evalSpline(source.data(), n, t, out[k]);
       if (withWidths) {
         const double x = t * static_cast<double>(n - 1);
         size_t j = static_cast<size_t>(std::max(0.0, x));
@@ -245,7 +259,25 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
     newWidths[m - 1] = (*widths)[n - 1];
     *widths = std::move(newWidths);
   }
-  pts.assign(out.begin(), out.end());
+}
+
+}  // namespace
+
+void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
+  if (pts.empty()) return;
+  // The points become the source by a swap of buffers, and the result is written into the
+  // scratch buffer that was swapped in: no copy either way.
+  RebuildScratch& scratch = rebuildScratch();
+  scratch.source.swap(pts);
+  rebuildInto(pts, scratch.source, scratch.seg, count, uniform, widths);
+}
+
+void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform, std::vector<float>* widths) {
+  if (&pts == &source) {
+    rebuild(pts, count, uniform, widths);
+    return;
+  }
+  rebuildInto(pts, source, rebuildScratch().seg, count, uniform, widths);
 }
 
 void SgCurve::subdivide(Points& pts, int levels) {

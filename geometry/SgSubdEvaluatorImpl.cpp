@@ -161,6 +161,10 @@ std::unique_ptr<SgSubdEvaluatorImpl> SgSubdEvaluatorImpl::build(const Cage& cage
   impl->origBase.resize(size_t(cage.nFaces) + 1);
   for (int f = 0; f < cage.nFaces; ++f) impl->origBase[size_t(f)] = ptex.GetFaceId(f);
   impl->origBase[size_t(cage.nFaces)] = ptex.GetNumFaces();
+  impl->logicalOfOrig.resize(size_t(ptex.GetNumFaces()));
+  for (int f = 0; f < cage.nFaces; ++f)
+    std::fill(impl->logicalOfOrig.begin() + impl->origBase[size_t(f)],
+              impl->logicalOfOrig.begin() + impl->origBase[size_t(f) + 1], f);
 
   // Vertices of the mesh of original faces: a centre per n-sided face and a midpoint per edge
   // that touches one.
@@ -234,8 +238,7 @@ void SgSubdEvaluatorImpl::computeLimitVerts() {
 
 int SgSubdEvaluatorImpl::logicalOf(int orig, int* subFace) const {
   if (orig < 0 || orig >= numOrigFaces()) return -1;
-  const auto it = std::upper_bound(origBase.begin(), origBase.end(), orig);
-  const int face = static_cast<int>(it - origBase.begin()) - 1;
+  const int face = logicalOfOrig[size_t(orig)];
   if (subFace) *subFace = faceSizes[size_t(face)] == 4 ? -1 : orig - origBase[size_t(face)];
   return face;
 }

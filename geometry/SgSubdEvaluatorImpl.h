@@ -136,6 +136,7 @@ class SgSubdEvaluatorImpl {
   std::vector<int> faceOffsets;      // per logical face + 1, into faceVertIndices
   std::vector<int> faceVertIndices;  // per face-vertex
   std::vector<int> origBase;         // per logical face + 1, first original id
+  std::vector<int> logicalOfOrig;    // per original face, its logical face
   std::vector<float> faceVertUVs;    // 2 per face-vertex, empty without UVs
   std::vector<Surface> surfaces;     // per logical face; invalid where no limit surface exists
   std::vector<size_t> patchOffsets;  // per logical face + 1, in points, into patchPoints

@@ -121,20 +121,24 @@ bool SgSubdSurface::evalCurvature(int face, double u, double v, double& k1, doub
 // ---------------------------------------------------------------------------------------------
 // Areas and lengths
 
-bool SgSubdSurface::expand(int face, std::vector<int>& origs) const {
-  origs.clear();
+bool SgSubdSurface::origRange(int face, int& first, int& count) const {
   if (!impl || face < 0 || face >= nFaces()) return false;
-  if (impl->useLogicalIds())
-    return logicalToOrig(face, origs, true);
-  origs.push_back(face);
+  if (!impl->useLogicalIds()) {
+    first = face;
+    count = 1;
+    return true;
+  }
+  if (face >= impl->numLogicalFaces()) return false;
+  first = impl->firstOrig(face);
+  count = impl->origCount(face);
   return true;
 }
 
 double SgSubdSurface::area(int face) const {
-  std::vector<int> origs;
-  if (!expand(face, origs)) return 0.0;
+  int first = 0, count = 0;
+  if (!origRange(face, first, count)) return 0.0;
   double total = 0.0;
-  for (int orig : origs) {
+  for (int orig = first; orig < first + count; ++orig) {
     double c[4][3];
     if (impl->origCorners(orig, c)) total += cornerArea(c);
   }
@@ -142,10 +146,10 @@ double SgSubdSurface::area(int face) const {
 }
 
 double SgSubdSurface::lengthU(int face, double t) const {
-  std::vector<int> origs;
-  if (!inUnitRange(t) || !expand(face, origs)) return 0.0;
+  int first = 0, count = 0;
+  if (!inUnitRange(t) || !origRange(face, first, count)) return 0.0;
   double total = 0.0;
-  for (int orig : origs) {
+  for (int orig = first; orig < first + count; ++orig) {
     double c[4][3];
     if (!impl->origCorners(orig, c)) continue;
     total += (lerp(toVec(c[3]), toVec(c[2]), t) - lerp(toVec(c[0]), toVec(c[1]), t)).length();
@@ -154,10 +158,10 @@ double SgSubdSurface::lengthU(int face, double t) const {
 }
 
 double SgSubdSurface::lengthV(int face, double t) const {
-  std::vector<int> origs;
-  if (!inUnitRange(t) || !expand(face, origs)) return 0.0;
+  int first = 0, count = 0;
+  if (!inUnitRange(t) || !origRange(face, first, count)) return 0.0;
   double total = 0.0;
-  for (int orig : origs) {
+  for (int orig = first; orig < first + count; ++orig) {
     double c[4][3];
     if (!impl->origCorners(orig, c)) continue;
     total += (lerp(toVec(c[1]), toVec(c[2]), t) - lerp(toVec(c[0]), toVec(c[3]), t)).length();

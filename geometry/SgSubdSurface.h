@@ -151,8 +151,8 @@ class SgSubdSurface : public SgSurface {
   /// @}
 
  private:
-  /// The original faces a face argument stands for; false for a bad face.
-  bool expand(int face, std::vector<int>& origs) const;
+  /// The original faces a face argument stands for, [first, first + count); false for a bad face.
+  bool origRange(int face, int& first, int& count) const;
 
   std::unique_ptr<SgSubdEvaluatorImpl> impl;
 };

@@ -199,10 +199,13 @@ bool VrPatch::hasOrigFaceId(int face) const {
 
 namespace {
 
-// Rotates v about the unit axis by angle (Rodrigues).
-SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double angle) {
-  const double c = std::cos(angle), s = std::sin(angle);
+// Rotates v about the unit axis by the angle of cosine c and sine s (Rodrigues).
+SgVec3T<double> rotatedBy(const SgVec3T<double>& v, const SgVec3T<double>& axis, double c, double s) {
   return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double angle) {
+  return rotatedBy(v, axis, std::cos(angle), std::sin(angle));
 }
 
 // The angle by which each tangent turns to make them perpendicular about N: half of the
@@ -215,10 +218,13 @@ double halfCorrection(const SgVec3T<double>& dPdu, const SgVec3T<double>& dPdv) 
   return (M_PI / 2.0 - a) / 2.0;
 }
 
+// Turns dPdv by h and dPdu by -h about N. The two turns share one sine and cosine: cos(-h) is
+// cos(h) and sin(-h) is -sin(h), bit for bit.
 void orthogonalise(const SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv) {
   const double h = halfCorrection(dPdu, dPdv);
-  dPdv = rotated(dPdv, N, h);
-  dPdu = rotated(dPdu, N, -h);
+  const double c = std::cos(h), s = std::sin(h);
+  dPdv = rotatedBy(dPdv, N, c, s);
+  dPdu = rotatedBy(dPdu, N, c, -s);
 }
 
 // The step of the finite differences: the float constant 0.01, held as a double.

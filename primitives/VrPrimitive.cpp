@@ -553,12 +553,15 @@ void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3
                          double tiltU, double tiltV, double tiltN, double aboutN, double length,
                          std::vector<SgVec3T<double>>& cvs, bool isFirst, double twist) {
   double a = tiltU, b = tiltV, h = 1.0;
-  if (isFirst) {
-    const double a0 = a, b0 = b;
-    a = a0 * std::sqrt(std::max(0.0, 1.0 - b0 * b0 / 2.0));
-    b = b0 * std::sqrt(std::max(0.0, 1.0 - a0 * a0 / 2.0));
+  // No lean (the usual hair) keeps a and b as they are and h at 1: nothing to take roots of.
+  if (a != 0.0 || b != 0.0) {
+    if (isFirst) {
+      const double a0 = a, b0 = b;
+      a = a0 * std::sqrt(std::max(0.0, 1.0 - b0 * b0 / 2.0));
+      b = b0 * std::sqrt(std::max(0.0, 1.0 - a0 * a0 / 2.0));
+    }
+    leanToDirection(a, b, h);
   }
-  leanToDirection(a, b, h);
   if (aboutN != 0.0) {
     U = rotated(U, N, aboutN * degreesToRadians);
     V = rotated(V, N, aboutN * degreesToRadians);
@@ -566,9 +569,12 @@ void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3
   SgVec3T<double> dir = U * a + V * b + N * h;
   dir.normalize();
 
-  SgVec3T<double> axis = N.cross(dir);
+  // Without lean dir is N scaled, so N × dir is rounding, far below 1e-5 for any N shorter than
+  // 1e10: no root to take to know that.
+  const bool alongN = a == 0.0 && b == 0.0 && N.lengthSquared() < 1e18;
+  SgVec3T<double> axis = alongN ? SgVec3T<double>() : N.cross(dir);
   SgVec3T<double> newU;
-  if (axis.length() > 1e-5) {
+  if (!alongN && axis.length() > 1e-5) {
     axis.normalize();
     newU = rotated(U, axis, std::acos(std::clamp(dir.dot(N), -1.0, 1.0)));
   } else {

@@ -7,6 +7,28 @@
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
 
+#include <typeinfo>
+
+namespace {
+
+// The active generator as a VrGenerator. The answer of a dynamic_cast depends only on the object
+// and its dynamic type, so each thread keeps its last answer for that pair and casts again only
+// when either changes: the cast compares type names across libraries, too slow once per primitive.
+const VrGenerator* asGenerator(const VrObject* object) {
+  if (!object) return nullptr;
+  struct Last {
+    const VrObject* object = nullptr;
+    const std::type_info* type = nullptr;
+    const VrGenerator* generator = nullptr;
+  };
+  thread_local Last last;
+  const std::type_info* type = &typeid(*object);
+  if (object != last.object || type != last.type) last = {object, type, dynamic_cast<const VrGenerator*>(object)};
+  return last.generator;
+}
+
+}  // namespace
+
 VrPrimitiveContext::VrPrimitiveContext(VrDescription* description) : VrBasePrimitiveContext(description) {}
 
 VrPrimitiveContext::~VrPrimitiveContext() = default;
@@ -54,7 +76,7 @@ double VrPrimitiveContext::computeLength() { return SgCurve::length(cGeom()); }
 bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
   // The displaced surface: the active generator says how the surface is moved.
   VrDescription* desc = description();
-  const auto* generator = desc ? dynamic_cast<const VrGenerator*>(desc->activeGenerator()) : nullptr;
+  const VrGenerator* generator = desc ? asGenerator(desc->activeGenerator()) : nullptr;
   Slot& s = slot(index);
   const bool ref = index == 2;
   if (!generator)

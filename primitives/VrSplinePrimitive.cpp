@@ -490,11 +490,17 @@ void VrSplinePrimitive::calcCVWidths(const VrSplinePrimitiveContext& context, st
   // A flat ramp (the default) needs no look-up per CV.
   float flatValue = 0.0f;
   const bool flat = widthRamp.isFlat(flatValue);
+  const double width = context.cWidth();
+  // Without taper every factor f below is exactly 1, so a flat ramp gives one width for all CVs.
+  if (taper == 0.0 && flat) {
+    std::fill(widths.begin(), widths.end(), static_cast<float>(width * flatValue));
+    return;
+  }
   for (size_t i = 0; i < n; ++i) {
     const double s = n > 1 ? static_cast<double>(i) / static_cast<double>(n - 1) : 0.0;
     double f = 1.0;
     if (s > start) f = 1.0 - ((s - start) / (1.0 - start)) * taper;
     const float ramp = flat ? flatValue : widthRamp.getValue(static_cast<float>(s));
-    widths[i] = static_cast<float>(f * context.cWidth() * ramp);
+    widths[i] = static_cast<float>(f * width * ramp);
   }
 }

@@ -82,6 +82,21 @@ void push(std::vector<float>& out, const SgVec3T<double>& p) {
   out.push_back(static_cast<float>(p.z));
 }
 
+// Appends `count` entries to the row and answers the first of them.
+float* grow(std::vector<float>& row, size_t count) {
+  const size_t at = row.size();
+  row.resize(at + count);
+  return row.data() + at;
+}
+
+// Writes p as three floats at `out` and answers the place after them.
+float* put(float* out, const SgVec3T<double>& p) {
+  out[0] = static_cast<float>(p.x);
+  out[1] = static_cast<float>(p.y);
+  out[2] = static_cast<float>(p.z);
+  return out + 3;
+}
+
 std::vector<float>& vec3(Batch& batch, V3 key) { return batch.vec3s[static_cast<int>(key)]; }
 std::vector<float>& floats(Batch& batch, F1 key) { return batch.floats[static_cast<int>(key)]; }
 std::vector<int>& ints(Batch& batch, I1 key) { return batch.ints[static_cast<int>(key)]; }
@@ -486,7 +501,9 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
   const std::vector<SgVec3T<double>>& cvs = context.cGeom();
   if (state.kind == BatchState::Kind::Spline) {
     const SgVec3T<double> root = cvs.empty() ? SgVec3T<double>() : cvs[0];
-    for (const SgVec3T<double>& cv : cvs) push(points, root + (cv - root) * hammer.length);
+    // Rows grow by a whole primitive at a time and are written through a pointer.
+    float* point = grow(points, 3 * cvs.size());
+    for (const SgVec3T<double>& cv : cvs) point = put(point, root + (cv - root) * hammer.length);
     std::vector<float>& widths = batch.scratch;
     widths.resize(cvs.size());
     auto* spline = vrExactCast<VrSplinePrimitive>(primitive);
@@ -496,8 +513,8 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
     } else {
       for (float& w : widths) w = static_cast<float>(context.cWidth());
     }
-    std::vector<float>& out = batch.widths[static_cast<size_t>(sample)];
-    for (float w : widths) out.push_back(static_cast<float>(w * hammer.width));
+    float* width = grow(batch.widths[static_cast<size_t>(sample)], widths.size());
+    for (float w : widths) *width++ = static_cast<float>(w * hammer.width);
     if (splineContext && !flag(Flag::FaceCamera)) {
       // Ribbons: the normal of each CV is square to its segment and to the sideways direction.
       std::vector<float>& normals = batch.normals[static_cast<size_t>(sample)];

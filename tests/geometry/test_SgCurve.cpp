@@ -50,6 +50,25 @@ TEST(SgCurve, RebuildCountsEndsAndWidths) {
   expectNear(q[2], Vec(9.5, 0, 0));
 }
 
+TEST(SgCurve, RebuildInPlaceAgreesWithRebuildFromASource) {
+  // Evenly spaced points on a line stay on it evenly spaced, whichever form is called and
+  // however often in a row (the in-place form trades buffers with its working copy).
+  const Points bent = {Vec(0, 0, 0), Vec(1, 2, 0), Vec(3, 1, 0), Vec(4, 4, 1)};
+  for (int round = 0; round < 3; ++round) {
+    Points p = {Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 0, 2)};
+    SgCurve::rebuild(p, 8, true);
+    ASSERT_EQ(p.size(), 8u);
+    for (size_t k = 0; k < p.size(); ++k) expectNear(p[k], Vec(0, 0, 2.0 * k / 7.0));
+    Points inPlace = bent, fromSource;
+    SgCurve::rebuild(inPlace, 6 + round, round != 1);
+    SgCurve::rebuild(fromSource, bent, 6 + round, round != 1);
+    EXPECT_EQ(inPlace, fromSource);
+    Points aliased = bent;
+    SgCurve::rebuild(aliased, aliased, 6 + round, round != 1);
+    EXPECT_EQ(aliased, fromSource);
+  }
+}
+
 TEST(SgCurve, Cut) {
   // t = 0 gives m = 3: everything collapses onto the start.
   Points p = {Vec(0, 0, 0), Vec(1, 2, 0), Vec(3, 1, 0), Vec(4, 4, 1), Vec(5, 5, 5)};

@@ -300,6 +300,28 @@ TEST(VrPrimitive, OrientDiscMappingAndRotations) {
   EXPECT_NEAR(tilted.y, 0.0, 1e-9);
 }
 
+TEST(VrPrimitive, OrientWithoutLeanMatchesTheGeneralPath) {
+  // A lean of 1e-300 takes the general path yet moves nothing a double can hold beside a
+  // normal with no zero component: frames and tips must agree bit for bit with a lean of 0.
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> unit(0.1, 1.0);
+  for (int i = 0; i < 200; ++i) {
+    Vec N(unit(random), -unit(random), unit(random));
+    N *= i % 2 ? 1.0 : 1.0 / N.length();  // unit and not quite unit normals
+    Vec U = N.cross(Vec(unit(random), unit(random), -unit(random)));
+    U.normalize();
+    const Vec V = N.cross(U);
+    for (bool isFirst : {false, true}) {
+      Vec n0 = N, u0 = U, v0 = V, n1 = N, u1 = U, v1 = V;
+      std::vector<Vec> plain, general;
+      VrPrimitive::orient(Vec(), n0, u0, v0, 0.0, -0.0, 0.0, 0.0, 0.3, plain, isFirst);
+      VrPrimitive::orient(Vec(), n1, u1, v1, 1e-300, 0.0, 0.0, 0.0, 0.3, general, isFirst);
+      ASSERT_EQ(plain, general) << i;
+      ASSERT_TRUE(n0 == n1 && u0 == u1 && v0 == v1) << i;
+    }
+  }
+}
+
 TEST(VrPrimitive, FindOrientInvertsOrient) {
   std::mt19937 random(11);
   std::uniform_real_distribution<double> unit(-1.0, 1.0);
