@@ -299,16 +299,21 @@ void encodeId2RGB(unsigned id, unsigned char rgb[3]) {
 }
 
 unsigned decodeRGB2Id(double r, double g, double b) {
-  uint32_t channel[3] = {channelBits(r), channelBits(g), channelBits(b)};
+  const uint32_t channel[3] = {channelBits(r), channelBits(g), channelBits(b)};
   if (channel[0] == 0 && channel[1] == 0 && channel[2] == 0) return 0;
-  unsigned id = 0;
-  for (int i = 23; i >= 0; --i) {
-    uint32_t& c = channel[i % 3];
-    const unsigned bit = c & 1u;
-    c >>= 1;
-    id = (id << 1) | (bit ^ 1u);
-  }
-  return id;
+  // Bit k of channel c, inverted, is bit 21 + c - 3k of the id (encodeId2RGB's interleave read
+  // back); a table spreads a channel's low byte onto its id bits, so a lookup reads per spline
+  // without a loop.
+  struct Spread {
+    constexpr Spread() : bits() {
+      for (uint32_t byte = 0; byte < 256; ++byte)
+        for (uint32_t k = 0; k < 8; ++k) bits[byte] |= ((byte >> k) & 1u) << (21 - 3 * k);
+    }
+    uint32_t bits[256];
+  };
+  static constexpr Spread spread;
+  return spread.bits[~channel[0] & 0xFFu] | (spread.bits[~channel[1] & 0xFFu] << 1) |
+         (spread.bits[~channel[2] & 0xFFu] << 2);
 }
 
 unsigned decodeRGB2Id(const SgVec3T<double>& rgb) { return decodeRGB2Id(rgb.x, rgb.y, rgb.z); }

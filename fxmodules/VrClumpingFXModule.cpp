@@ -43,10 +43,7 @@ using Vec = SgVec3T<double>;
 constexpr double Straight = 0.99999;
 constexpr double DegreesToRadians = 0.017453292519943295;
 
-Vec unit(Vec v) {
-  v.normalize();
-  return v;
-}
+using vrutil::unit;
 
 double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
 
@@ -525,9 +522,9 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       pending.frame(T, A, B);
       bendPending = true;
     }
-    T.normalize();
-    A.normalize();
-    B.normalize();
+    T = unit(T);
+    A = unit(A);
+    B = unit(B);
     Vec r = T * d.dot(T) + A * d.dot(A) + B * ((1.0 - f) * d.dot(B));
     const bool shifted = o != 0.0;
     if (q != 0.0) {

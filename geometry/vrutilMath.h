@@ -3,6 +3,7 @@
 // for plain numbers, a seamlessly tiling noise, and small geometric helpers (point distances, 2D
 // coordinates in a pair of axes, quad lists). All functions are pure and thread-safe.
 
+#include <cmath>
 #include <vector>
 
 #include "geometry/SgVec3T.h"
@@ -36,6 +37,15 @@ double smoothstep(double x, double a, double b);
 /// (1 − g^50)·g with g the library's gaussstep: the top of the curve falls back to 0 as g reaches 1.
 double gaussstep(double x, double a, double b);
 /// @}
+
+/// `v` scaled to unit length, (0,0,0) below 1e-6: the same arithmetic as `SgVec3T::normalize`,
+/// written to stay in registers where a loop normalizes per CV.
+inline SgVec3T<double> unit(const SgVec3T<double>& v) {
+  const double len = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
+  if (len < 1e-6) return SgVec3T<double>(0.0, 0.0, 0.0);
+  const double inv = 1.0 / len;
+  return SgVec3T<double>(v.x * inv, v.y * inv, v.z * inv);
+}
 
 /// |direction × (p − origin)| / |direction|; a zero direction gives the distance to origin.
 double pointToLineDistance(const SgVec3T<double>& p, const SgVec3T<double>& origin,
