@@ -116,6 +116,29 @@ int texelIndex(double t, int size) {
   return scaled >= size - 1 ? size - 1 : static_cast<int>(scaled);
 }
 
+// The texel of `texture` nearest to (u, v) on `face`, spread over xyz by the channel rule; false
+// where the face has none.
+bool readNearestTexel(const VrPtexTexture& texture, int face, double u, double v, int channel, double* xyz) {
+  const vrptex::Res res = texture.getFaceInfo(face).res;
+  const int channels = std::min(texture.numChannels(), 3 + std::max(channel, 0));
+  float texel[64];
+  if (!texture.getPixel(face, texelIndex(u, res.u()), texelIndex(v, res.v()), texel, 0, channels)) return false;
+  spread(texel, channels, channel, xyz);
+  return true;
+}
+
+// The file name `map("written")` looks for: a name without ".ptx" is a folder holding one file
+// per patch.
+std::string mapFileName(const std::string& written, MapKind kind) {
+  std::string name = vrutil::stripWhitespace(written);
+  if (kind != MapKind::TriPlanar && name.find(".ptx") == std::string::npos)
+    name = vrutil::validPath(name) + "$g.ptx";  // a folder: the patch's own file
+  return name;
+}
+
+// A name with a collection macro resolves anew at every call.
+bool isDynamicMapName(const std::string& name) { return name.find("${PAL,") != std::string::npos; }
+
 class MapFuncBase : public ExprFuncSimple {
  public:
   explicit MapFuncBase(MapKind kind) : ExprFuncSimple(true), kind(kind) {}
@@ -126,10 +149,8 @@ class MapFuncBase : public ExprFuncSimple {
       return ExprType().Error();
     }
     MapData* data = new MapData;
-    data->name = vrutil::stripWhitespace(node->getStrArg(0));
-    if (kind != MapKind::TriPlanar && data->name.find(".ptx") == std::string::npos)
-      data->name = vrutil::validPath(data->name) + "$g.ptx";  // a folder: the patch's own file
-    data->dynamic = data->name.find("${PAL,") != std::string::npos;
+    data->name = mapFileName(node->getStrArg(0), kind);
+    data->dynamic = isDynamicMapName(data->name);
     node->setData(data);
     bool ok = node->checkArg(0, ExprType().String().Constant(), env);
     for (int i = 1; i < node->numChildren(); ++i) {
@@ -165,16 +186,14 @@ class FaceMapFunc : public MapFuncBase {
     if (file.flipV) v = 1.0 - v;
 
     const int face = context.faceId;
-    const vrptex::Res res = texture->getFaceInfo(face).res;
-    const int channels = std::min(texture->numChannels(), 3 + std::max(channel, 0));
-    float texel[64];
     double xyz[3];
     if (kind == MapKind::Map) {
-      if (!texture->getPixel(face, texelIndex(u, res.u()), texelIndex(v, res.v()), texel, 0, channels))
-        return failure(args);
-      spread(texel, channels, channel, xyz);
+      if (!readNearestTexel(*texture, face, u, v, channel, xyz)) return failure(args);
     } else {
       // Vertex values: the four corners of a 2 by 2 face, blended bilinearly at (u, v).
+      const vrptex::Res res = texture->getFaceInfo(face).res;
+      const int channels = std::min(texture->numChannels(), 3 + std::max(channel, 0));
+      float texel[64];
       if (res.ulog2 != 1 || res.vlog2 != 1) return failure(args);
       float corners[4][64];
       for (int k = 0; k < 4; ++k)
@@ -264,6 +283,32 @@ class TriPlanarFunc : public MapFuncBase {
 }  // namespace
 
 namespace vrexpr {
+
+MapReader::MapReader(const std::string& written)
+    : name(mapFileName(written, MapKind::Map)), dynamic(isDynamicMapName(name)) {}
+
+MapReader::~MapReader() = default;
+
+SgVec3T<double> MapReader::at(VrDescription* description, const std::string* patchName, int face, double u,
+                              double v) {
+  const SgVec3T<double> failed(failureValue, failureValue, failureValue);
+  const VrPalette* palette = description ? description->palette() : nullptr;
+  if (!palette || !patchName) return failed;
+  if (patchName != lastPatch || description != lastDescription || dynamic) {
+    // As the expression's map resolves it: the file along the data path, the thread's texture.
+    std::string path;
+    texture.reset();
+    if (vrutil::findFileInVrDataPath(path, name, *patchName, description, "", false, 0, 0, 0))
+      texture = VrExpression::getPtex(path);
+    const VrPatch* patch = description->patch(*patchName);
+    flipV = patch && patch->typeName() == "NurbsPatch";
+    lastPatch = patchName;
+    lastDescription = description;
+  }
+  double xyz[3];
+  if (!texture || !readNearestTexel(*texture, face, u, flipV ? 1.0 - v : v, -1, xyz)) return failed;
+  return SgVec3T<double>(xyz[0], xyz[1], xyz[2]);
+}
 
 KSeExpr::ExprFuncSimple& mapFunction(MapKind kind) {
   static FaceMapFunc* map = new FaceMapFunc(MapKind::Map);

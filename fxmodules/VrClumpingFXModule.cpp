@@ -22,6 +22,7 @@
 #include "base/vrutilString.h"
 #include "document/VrDescription.h"
 #include "document/vrutilFiles.h"
+#include "expressions/VrMapFunctions.h"
 #include "expressions/VrSeExprMath.h"
 #include "fxmodules/VrFXExprAttr.h"
 #include "fxmodules/VrFXRotation.h"
@@ -35,6 +36,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <optional>
 
 namespace {
 
@@ -65,8 +67,15 @@ struct Turn {
 class ClumpState : public VrFXModuleContext {
  public:
   std::string type() const override { return "ClumpingFXModule"; }
-  std::unique_ptr<VrFXModuleContext> clone() const override { return std::make_unique<ClumpState>(*this); }
+  /// A copy reads the region map afresh: the reader holds the texture of its own thread.
+  std::unique_ptr<VrFXModuleContext> clone() const override {
+    auto copy = std::make_unique<ClumpState>(*this);
+    copy->regionMap.reset();
+    return copy;
+  }
   std::vector<Vec> G;
+  std::optional<vrexpr::MapReader> regionMap;  // made for the pass `regionPass`
+  unsigned regionPass = 0;
   std::vector<double> clumpScale, copyScale, offsetScale, flatnessScale, noiseScale;
   unsigned sampledFor = 0;
 };
@@ -302,7 +311,13 @@ void VrClumpingFXModule::initDescription(VrPrimitive* owner) {
   idVariable = name() + "Id";
   amountName = amountAttrName();
   guideName = guideAttrName();
-  regionExpression.setExpression("255 * map(\"" + mapDirectory() + "\") + 0.5");
+  regionMapName = mapDirectory();
+  regionExpression.setExpression("255 * map(\"" + regionMapName + "\") + 0.5");
+  // The region map is read straight from its file unless its name needs the expression's own
+  // handling (quotes or escapes in the text, a name resolved anew at every read).
+  ++regionPass;
+  directRegionMap = regionExpression.isValid() && regionMapName.find_first_of("\"\\") == std::string::npos &&
+                    vrexpr::MapReader(regionMapName).keepsItsFile();
   controlOn = useControlMaps;
   if (controlOn) {
     std::string controlDir = controlMapDir;
@@ -373,8 +388,19 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     amount->assign(P.size(), Vec(0, 0, 0));
   }
 
-  // 1-3: the guide named by the region map.
-  const unsigned id = regionIdAt(u, v, face, patchName);
+  // 1-3: the guide named by the region map: the value of the region expression read from the
+  // worker's reader, as 255 * map + 0.5.
+  unsigned id = 0;
+  if (directRegionMap) {
+    if (!state->regionMap || state->regionPass != regionPass) {
+      state->regionMap.emplace(regionMapName);
+      state->regionPass = regionPass;
+    }
+    const Vec rgb = state->regionMap->at(description(), patchName, face, u, v);
+    id = vrutil::decodeRGB2Id(255.0 * rgb.x + 0.5, 255.0 * rgb.y + 0.5, 255.0 * rgb.z + 0.5);
+  } else {
+    id = regionIdAt(u, v, face, patchName);
+  }
   if (id == 0) return true;
   const unsigned g = id - 1;
   // Per thread: workers place different primitives at once.

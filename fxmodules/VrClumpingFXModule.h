@@ -75,6 +75,9 @@ class VrClumpingFXModule : public VrFXModule, public VrClumpGuides {
   std::string pointDir, mapDir, controlMapDir;
   double guideLength = 1.0;  // `ptLength`
   std::string idVariable, amountName, guideName;  // names fixed for a pass
+  std::string regionMapName;     // the map the region expression reads, fixed for a pass
+  bool directRegionMap = false;  // workers read it without the expression
+  unsigned regionPass = 0;       // counts passes, so a worker's reader is made anew for each
   bool cvAttrOn = false;
   bool volumize = false;
   bool exportCurves = false;  // write the guides as curves when a pass begins

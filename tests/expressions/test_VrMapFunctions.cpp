@@ -4,6 +4,7 @@
 // threads.
 
 #include "expressions/VrExpression.h"
+#include "expressions/VrMapFunctions.h"
 
 #include "base/VrTaskManager.h"
 #include "document/vrutilFiles.h"
@@ -161,6 +162,26 @@ TEST(VrMapFunctions, EdgeCasesOfTheLookup) {
   // A scalar attribute takes x.
   EXPECT_EQ(scene.eval("map(\"maps/\")", "body", 3, 0.6, 0.7, "float").x, 312.0);
   EXPECT_TRUE(log.has("Error in triplanar(): scale cannot be zero or negative. Evaluation aborted."));
+}
+
+// A reader gives what map("name") gives, bit for bit, while it moves between patches (the NURBS
+// flip included), faces and a missing face or file.
+TEST(VrMapFunctions, AReaderGivesTheExpressionsValues) {
+  vrtest::CaptureLogger log;
+  MapScene scene;
+  for (const std::string name : {"maps/", " maps", "maps/body.ptx", "nomaps/"}) {
+    vrexpr::MapReader reader(name);
+    ASSERT_TRUE(reader.keepsItsFile());
+    const std::string patches[] = {"body", "sheet"};
+    for (int i = 0; i < 40; ++i) {
+      const std::string& patch = patches[(i / 3) % 2];
+      const int face = i == 17 ? 99 : i % 16;
+      const double u = (i * 0.37) - std::floor(i * 0.37), v = (i * 0.71) - std::floor(i * 0.71);
+      EXPECT_EQ(reader.at(scene.description, &patch, face, u, v), scene.eval("map(\"" + name + "\")", patch, face, u, v))
+          << name << " " << patch << " face " << face;
+    }
+  }
+  EXPECT_FALSE(vrexpr::MapReader("${PAL,maps}/").keepsItsFile());
 }
 
 TEST(VrMapFunctions, AMapNameStandsForEachPatchsFile) {
