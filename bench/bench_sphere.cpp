@@ -123,6 +123,7 @@ void renderSphere(benchmark::State& state, bool expressions) {
     const std::string name = "benchSphere" + std::to_string(++serial);
     const std::string collection = dir.write(name + ".vorn", collectionText(name, expressions));
     VrOutputSettings settings;
+    settings.splinesOnly = true;  // as `vorn render` says for a collection of splines
     std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(dir.file("hair.abc"), settings);
     WritingCallbacks callbacks(*output);
     const std::string args = "-file " + collection + " -geom " + geom + " -palette " + name +

@@ -29,6 +29,7 @@
 #include "io/alembic/VrAbcArchive.h"
 #include "io/output/VrOrderedRuns.h"
 #include "io/output/VrPrimitiveOutput.h"
+#include "primitives/VrPrimitive.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 #include "tools/cliLogger.h"
 #include "tools/collectionAccess.h"
@@ -463,6 +464,7 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 struct RenderPlan {
   std::string collectionName;
   std::vector<PatchJob> jobs;
+  bool splinesOnly = true;  // every description to render makes splines
 };
 
 bool readPlan(const RenderRequest& request, RenderPlan& plan) {
@@ -480,6 +482,8 @@ bool readPlan(const RenderRequest& request, RenderPlan& plan) {
       continue;
     }
     for (const auto& entry : description->patches()) plan.jobs.push_back({description->name(), entry.first});
+    const VrObject* primitive = description->activePrimitive();
+    if (!primitive || primitive->typeName() != "SplinePrimitive") plan.splinesOnly = false;
   }
   if (plan.jobs.empty()) warn("nothing to render in " + request.collection);
   return true;
@@ -500,6 +504,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
   settings.sampleOffsets = request.motionSamples;
   settings.threads = static_cast<int>(workers);
   settings.archivesInline = request.archivesInline;
+  settings.splinesOnly = plan.splinesOnly;
   std::unique_ptr<VrPrimitiveOutput> output = VrPrimitiveOutput::create(request.output, settings);
   if (!output) {
     fail("the output must end in " + VrPrimitiveOutput::extensionList() + ": " + request.output);

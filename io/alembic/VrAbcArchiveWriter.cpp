@@ -108,6 +108,34 @@ bool VrAbcArchiveWriter::open(const std::string& path, const Options& options) {
   return true;
 }
 
+bool VrAbcArchiveWriter::beginStreamedSample() {
+  if (!core || streaming) return false;
+  const VrAbcDigest reserved;  // the digest's place, filled in at the end
+  streamedHash = VrAbcMurmur3::Stream();
+  if (!core->file.beginOpenData(streamedPointer) || !core->file.appendData(reserved.bytes, 16))
+    return core->fail("the file could not be written");
+  streaming = true;
+  return true;
+}
+
+bool VrAbcArchiveWriter::appendStreamedSample(const void* data, uint64_t size) {
+  if (!core || !streaming) return false;
+  if (size == 0) return true;
+  if (!core->file.appendData(data, size)) return core->fail("the file could not be written");
+  streamedHash.update(data, static_cast<size_t>(size));
+  return true;
+}
+
+bool VrAbcArchiveWriter::endStreamedSample(VrAbcWrittenSample& sample) {
+  if (!core || !streaming) return false;
+  streaming = false;
+  sample.key = streamedHash.digest();
+  sample.bytes = streamedHash.length();
+  sample.pointer = streamedPointer;
+  if (!core->file.endOpenData(sample.key.bytes, 16)) return core->fail("the file could not be written");
+  return true;
+}
+
 uint32_t VrAbcArchiveWriter::addTimeSampling(const VrAbcTimeSampling& sampling) {
   for (size_t i = 0; i < core->timeSamplings.size(); ++i)
     if (core->timeSamplings[i] == sampling) return static_cast<uint32_t>(i);

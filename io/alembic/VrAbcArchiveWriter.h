@@ -14,6 +14,7 @@
 // One writer is used from one thread at a time.
 
 #include "io/alembic/VrAbcMetaData.h"
+#include "io/alembic/VrAbcMurmur3.h"
 #include "io/alembic/VrAbcObjectWriter.h"
 #include "io/alembic/VrAbcTimeSampling.h"
 
@@ -56,6 +57,14 @@ class VrAbcArchiveWriter {
   /// anything failed since `open`.
   bool close();
 
+  /// Starts an array sample whose bytes go straight into the file as they come, before the
+  /// property that takes it is made: nothing else may be written to the archive until
+  /// `endStreamedSample`, which gives what VrAbcPropertyWriter::setSample takes.
+  bool beginStreamedSample();
+  bool appendStreamedSample(const void* data, uint64_t size);
+  bool endStreamedSample(VrAbcWrittenSample& sample);
+  bool isStreaming() const { return streaming; }
+
   /// The value of _ai_AlembicVersion in archives this writer makes.
   static const char* libraryVersionText();
 
@@ -65,4 +74,7 @@ class VrAbcArchiveWriter {
   VrAbcMetaData archiveMeta;
   int32_t archiveVersion = 10812;
   uint64_t versionBlocks[2] = {0, 0};  // the layout and library version blocks
+  VrAbcMurmur3::Stream streamedHash;
+  uint64_t streamedPointer = 0;
+  bool streaming = false;
 };

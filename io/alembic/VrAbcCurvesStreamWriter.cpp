@@ -101,9 +101,33 @@ bool VrAbcCurvesStreamWriter::close() {
   return true;
 }
 
+bool VrAbcCurvesStreamWriter::streamInto(VrAbcArchiveWriter& archive) {
+  if (!opened) return fail("stream before open");
+  if (failed) return false;
+  if (streamed || curves || numPoints()) return fail("points can be streamed only from the first batch on");
+  if (!archive.beginStreamedSample()) return fail("the archive does not take streamed points");
+  streamed = &archive;
+  streamEnded = false;
+  motion.sendSampleZeroTo(
+      [this](const void* data, uint64_t bytes) { return streamed->appendStreamedSample(data, bytes); });
+  return true;
+}
+
+bool VrAbcCurvesStreamWriter::endStream() {
+  if (!streamed || streamEnded) return true;
+  streamEnded = true;
+  if (!streamed->endStreamedSample(streamedPoints)) return fail("the streamed points could not be completed");
+  return true;
+}
+
 bool VrAbcCurvesStreamWriter::writeInto(VrAbcArchiveWriter& archive) {
   if (!opened) return fail("write before open");
   if (failed) {
+    abort();
+    return false;
+  }
+  if (streamed && (streamed != &archive || !endStream())) {
+    if (streamed != &archive) fail("the points were streamed into another archive");
     abort();
     return false;
   }
@@ -115,7 +139,9 @@ bool VrAbcCurvesStreamWriter::writeInto(VrAbcArchiveWriter& archive) {
   bool ok = shape.create(archive.top(), settings.objectName, sampling);
   for (unsigned s = 0; ok && s < samples; ++s) {
     VrAbcCurvesWriter::SpooledSample sample;
-    sample.positions = &motion.positions(s);
+    const bool pointsInArchive = s == 0 && streamed;
+    sample.positions = pointsInArchive ? nullptr : &motion.positions(s);
+    sample.writtenPositions = pointsInArchive ? &streamedPoints : nullptr;
     // The counts are the same on every sample: the format stores a repeat only once, and
     // widths not given on later samples repeat those of the first.
     sample.numVertices = countSpool.get();
@@ -134,6 +160,8 @@ bool VrAbcCurvesStreamWriter::writeInto(VrAbcArchiveWriter& archive) {
 
 void VrAbcCurvesStreamWriter::release() {
   motion.release();
+  streamed = nullptr;
+  streamEnded = false;
   countSpool.reset();
   widthSpool.reset();
   opened = false;

@@ -75,6 +75,13 @@ class VrAbcCurvesStreamWriter {
   /// archive of its own; the writer is spent afterwards. False with an Error when anything
   /// failed since `open`.
   bool writeInto(VrAbcArchiveWriter& archive);
+  /// Sends the points of sample 0 straight into `archive` (open, owned by the caller, and the
+  /// one `writeInto` will be given) instead of a spool, so that the largest array is not copied
+  /// at the end: nothing else may be written to the archive until `endStream` or `writeInto`.
+  /// Before the first batch; false with an Error when the archive refuses.
+  bool streamInto(VrAbcArchiveWriter& archive);
+  /// Completes the points streamed into the archive, which takes other writes again.
+  bool endStream();
   /// Drops everything; no file is left at the path.
   void abort();
 
@@ -93,6 +100,9 @@ class VrAbcCurvesStreamWriter {
   void release();
 
   VrAbcMotionSpools motion;
+  VrAbcArchiveWriter* streamed = nullptr;  // takes the points of sample 0 as they come
+  bool streamEnded = false;
+  VrAbcWrittenSample streamedPoints;
   std::unique_ptr<VrAbcSpool> countSpool, widthSpool;
   uint64_t curves = 0;
   int hasWidths = -1;  // unknown until the first batch with points

@@ -84,7 +84,8 @@ bool VrAbcCurvesWriter::write(const Sample& s) {
 bool VrAbcCurvesWriter::write(const SpooledSample& s) {
   VrAbcCompoundWriter* schema = base.schema();
   if (!schema) return false;
-  if (!s.positions || !s.numVertices) return schema->fail("a spooled sample needs points and vertex counts");
+  if ((!s.positions && !s.writtenPositions) || !s.numVertices)
+    return schema->fail("a spooled sample needs points and vertex counts");
   const uint32_t done = base.numSamples();
   if (s.widths && !lateParam(widths, *schema, "width", VrAbcDataType{VrAbcPod::Float32, 1}, "", VrAbcScope::Vertex,
                              base.timeSampling(), done))
@@ -93,7 +94,8 @@ bool VrAbcCurvesWriter::write(const SpooledSample& s) {
       !(velocities = lateArray(*schema, ".velocities", VrAbcPod::Float32, base.timeSampling(), done, 3, "vector")))
     return false;
   const uint8_t basisAndTypeValue[4] = {s.type, s.wrap, s.basis, s.basis};
-  if (!base.writePositions(*s.positions) || !numVertices->setSample(*s.numVertices) ||
+  const bool positionsWritten = s.positions ? base.writePositions(*s.positions) : base.writePositions(*s.writtenPositions);
+  if (!positionsWritten || !numVertices->setSample(*s.numVertices) ||
       !basisAndType->setSample(basisAndTypeValue, 1) || !base.writeBounds(s.bounds))
     return false;
   if (widths.valid() && !(s.widths ? widths.write(*s.widths) : widths.write(nullptr, 0, false))) return false;

@@ -42,6 +42,8 @@ class VrAbcCurvesWriter {
   /// may be null.
   struct SpooledSample {
     const VrAbcSpool* positions = nullptr;    ///< x, y, z floats per point
+    /// Instead of `positions`: the points streamed into the archive already.
+    const VrAbcWrittenSample* writtenPositions = nullptr;
     const VrAbcSpool* numVertices = nullptr;  ///< int32 points per curve
     const VrAbcSpool* widths = nullptr;       ///< floats, one per point (vertex scope)
     const VrAbcSpool* velocities = nullptr;   ///< x, y, z floats per point, units per second

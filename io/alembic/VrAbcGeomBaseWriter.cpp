@@ -56,6 +56,10 @@ bool VrAbcGeomBaseWriter::writeBounds(const double box[6]) { return bounds && bo
 
 bool VrAbcGeomBaseWriter::writePositions(const VrAbcSpool& spool) { return points && points->setSample(spool); }
 
+bool VrAbcGeomBaseWriter::writePositions(const VrAbcWrittenSample& sample) {
+  return points && points->setSample(sample);
+}
+
 VrAbcCompoundWriter* VrAbcGeomBaseWriter::arbGeomParams() {
   if (!arbitrary && compound) arbitrary = compound->createCompound(".arbGeomParams");
   return arbitrary;

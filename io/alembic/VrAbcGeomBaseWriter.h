@@ -31,6 +31,8 @@ class VrAbcGeomBaseWriter {
   bool writeBounds(const VrAbcView<float>& positions);
   /// The next positions sample gathered in `spool` (x, y, z as floats per point).
   bool writePositions(const VrAbcSpool& spool);
+  /// The next positions sample, streamed into the archive already.
+  bool writePositions(const VrAbcWrittenSample& sample);
   /// The next bounds sample as given: x, y, z of the lower corner, then of the upper one.
   bool writeBounds(const double box[6]);
 

@@ -34,6 +34,10 @@ bool VrAbcMotionSpools::open(const std::vector<double>& sampleTimes, const std::
   return true;
 }
 
+void VrAbcMotionSpools::sendSampleZeroTo(std::function<bool(const void*, uint64_t)> sink) {
+  sampleZeroSink = std::move(sink);
+}
+
 bool VrAbcMotionSpools::append(const float* const* samplePoints, uint64_t numPoints) {
   if (numPoints == 0) return true;
   const unsigned samples = numSamples();
@@ -46,7 +50,8 @@ bool VrAbcMotionSpools::append(const float* const* samplePoints, uint64_t numPoi
         if (v < box[k]) box[k] = v;
         if (v > box[3 + k]) box[3 + k] = v;
       }
-    if (!positionSpools[s]->append(p, numPoints * 3 * sizeof(float))) return false;
+    const uint64_t bytes = numPoints * 3 * sizeof(float);
+    if (!(s == 0 && sampleZeroSink ? sampleZeroSink(p, bytes) : positionSpools[s]->append(p, bytes))) return false;
   }
   for (unsigned s = 0; s < velocitySpools.size(); ++s) {
     // Forward steps; the last sample takes the step that ends at it.
@@ -68,6 +73,7 @@ void VrAbcMotionSpools::release() {
   velocitySpools.clear();
   boxes.clear();
   velocityRow = std::vector<float>();
+  sampleZeroSink = nullptr;
   times.clear();
   points = 0;
 }

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -27,6 +28,9 @@ class VrAbcMotionSpools {
   /// Makes the spools for samples at `times` (at least one) in `directory` (TMPDIR or /tmp when
   /// empty); false with the reason in `error`.
   bool open(const std::vector<double>& times, const std::string& directory, std::string& error);
+  /// Sends the points of sample 0 to `sink` instead of its spool from now on (before any
+  /// point); `positions(0)` is then not to be used.
+  void sendSampleZeroTo(std::function<bool(const void*, uint64_t)> sink);
   /// Adds `numPoints` points to every sample: `samplePoints[s]` holds x, y, z per point of
   /// sample s. False when a spool could not be written.
   bool append(const float* const* samplePoints, uint64_t numPoints);
@@ -49,5 +53,6 @@ class VrAbcMotionSpools {
   std::vector<std::unique_ptr<VrAbcSpool>> velocitySpools;
   std::vector<std::array<double, 6>> boxes;
   std::vector<float> velocityRow;  // scratch for one batch
+  std::function<bool(const void*, uint64_t)> sampleZeroSink;
   uint64_t points = 0;
 };

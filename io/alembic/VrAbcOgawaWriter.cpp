@@ -35,7 +35,7 @@ bool VrAbcOgawaWriter::put(const void* data, uint64_t size) {
 }
 
 bool VrAbcOgawaWriter::beginData(uint64_t total, uint64_t& pointer) {
-  if (pendingData) failed = true;
+  if (pendingData || openData) failed = true;
   if (total == 0) {
     pointer = emptyData;
     return !failed && file;
@@ -48,6 +48,7 @@ bool VrAbcOgawaWriter::beginData(uint64_t total, uint64_t& pointer) {
 }
 
 bool VrAbcOgawaWriter::appendData(const void* data, uint64_t size) {
+  if (openData) return put(data, size);
   if (size > pendingData) {
     failed = true;
     return false;
@@ -57,8 +58,35 @@ bool VrAbcOgawaWriter::appendData(const void* data, uint64_t size) {
   return true;
 }
 
+bool VrAbcOgawaWriter::beginOpenData(uint64_t& pointer) {
+  if (pendingData || openData) failed = true;
+  const uint64_t at = position;
+  const uint64_t unknown = 0;
+  if (!put(&unknown, 8)) return false;
+  openData = true;
+  openStart = at;
+  pointer = at | emptyData;
+  return true;
+}
+
+bool VrAbcOgawaWriter::endOpenData(const void* head, uint64_t headSize) {
+  if (!file || failed || !openData || position < openStart + 8 + headSize) {
+    failed = true;
+    return false;
+  }
+  openData = false;
+  const uint64_t total = position - openStart - 8;
+  std::ostream& out = file->out();
+  out.seekp(static_cast<std::streamoff>(openStart));
+  out.write(reinterpret_cast<const char*>(&total), 8);
+  out.write(static_cast<const char*>(head), static_cast<std::streamsize>(headSize));
+  out.seekp(static_cast<std::streamoff>(position));
+  if (!out) failed = true;
+  return !failed;
+}
+
 bool VrAbcOgawaWriter::appendDataFrom(int fd, uint64_t offset, uint64_t size) {
-  if (!file || failed || size > pendingData) {
+  if (!file || failed || openData || size > pendingData) {
     failed = true;
     return false;
   }
@@ -74,7 +102,7 @@ bool VrAbcOgawaWriter::appendDataFrom(int fd, uint64_t offset, uint64_t size) {
 
 bool VrAbcOgawaWriter::writeData(const void* const* parts, const uint64_t* sizes, size_t count,
                                  uint64_t& pointer) {
-  if (pendingData) failed = true;
+  if (pendingData || openData) failed = true;
   uint64_t total = 0;
   for (size_t i = 0; i < count; ++i) total += sizes[i];
   if (total == 0) {
@@ -94,7 +122,7 @@ bool VrAbcOgawaWriter::writeData(const void* data, uint64_t size, uint64_t& poin
 }
 
 bool VrAbcOgawaWriter::writeGroup(const std::vector<uint64_t>& children, uint64_t& out) {
-  if (pendingData) failed = true;
+  if (pendingData || openData) failed = true;
   if (children.empty()) {
     out = emptyGroup;
     return !failed && file;
@@ -107,7 +135,7 @@ bool VrAbcOgawaWriter::writeGroup(const std::vector<uint64_t>& children, uint64_
 }
 
 bool VrAbcOgawaWriter::close(uint64_t rootGroup, std::string& error) {
-  if (!file || failed || pendingData) {
+  if (!file || failed || pendingData || openData) {
     error = "the file could not be written";
     file.reset();
     return false;

@@ -31,6 +31,12 @@ class VrAbcOgawaWriter {
   bool appendData(const void* data, uint64_t size);
   /// As `appendData`, with `size` bytes of the open file `fd` from `offset`.
   bool appendDataFrom(int fd, uint64_t offset, uint64_t size);
+  /// Starts a data block whose size is not known yet: its bytes arrive through `appendData`
+  /// (any number) until `endOpenData`, and nothing else may be written meanwhile.
+  bool beginOpenData(uint64_t& pointer);
+  /// Completes the open block: its size is written at its start and `head` (`headSize` bytes,
+  /// reserved by the caller's first append) over its first bytes.
+  bool endOpenData(const void* head, uint64_t headSize);
   /// Appends a group of these children; its position comes back (0, the empty group, for none).
   bool writeGroup(const std::vector<uint64_t>& children, uint64_t& position);
 
@@ -45,5 +51,7 @@ class VrAbcOgawaWriter {
   std::unique_ptr<VrAtomicFile> file;
   uint64_t position = 0;
   uint64_t pendingData = 0;  // bytes still owed to a block begun by beginData
+  uint64_t openStart = 0;    // where a block begun by beginOpenData starts
+  bool openData = false;
   bool failed = false;
 };

@@ -70,20 +70,33 @@ bool VrAbcPropertyWriter::store(const uint8_t* payload, uint64_t bytes, const st
   return store(key, bytes, dims, [&] { return core.file.appendData(payload, bytes); });
 }
 
-bool VrAbcPropertyWriter::setSample(const VrAbcSpool& spool) {
+bool VrAbcPropertyWriter::wholeValues(uint64_t bytes, bool failed, std::vector<uint64_t>& dims) {
   if (!head.isArray() || vrabc::isStringPod(head.dataType.pod))
-    return core.fail(where + ": only arrays of numbers take a spooled sample");
+    return core.fail(where + ": only arrays of numbers take a spooled or streamed sample");
   const uint64_t valueBytes = head.dataType.valueBytes();
-  if (spool.failed() || valueBytes == 0 || spool.size() % valueBytes != 0)
-    return core.fail(where + ": the spooled sample is not a whole number of values");
-  return store(spool.digest(), spool.size(), std::vector<uint64_t>(1, spool.size() / valueBytes), [&] {
+  if (failed || valueBytes == 0 || bytes % valueBytes != 0)
+    return core.fail(where + ": the spooled or streamed sample is not a whole number of values");
+  dims.assign(1, bytes / valueBytes);
+  return true;
+}
+
+bool VrAbcPropertyWriter::setSample(const VrAbcSpool& spool) {
+  std::vector<uint64_t> dims;
+  if (!wholeValues(spool.size(), spool.failed(), dims)) return false;
+  return store(spool.digest(), spool.size(), dims, [&] {
     const int fd = spool.descriptor();
     return fd >= 0 && core.file.appendDataFrom(fd, 0, spool.size());
   });
 }
 
+bool VrAbcPropertyWriter::setSample(const VrAbcWrittenSample& sample) {
+  std::vector<uint64_t> dims;
+  if (!wholeValues(sample.bytes, false, dims)) return false;
+  return store(sample.key, sample.bytes, dims, nullptr, sample.pointer);
+}
+
 bool VrAbcPropertyWriter::store(const VrAbcDigest& key, uint64_t bytes, const std::vector<uint64_t>& dims,
-                                const std::function<bool()>& writePayload) {
+                                const std::function<bool()>& writePayload, uint64_t writtenPointer) {
   if (core.failed || !roomForSample()) return false;
   const bool repeat = hasPrevious && key == previousKey && bytes == previousBytes;
   if (!repeat) {
@@ -106,6 +119,8 @@ bool VrAbcPropertyWriter::store(const VrAbcDigest& key, uint64_t bytes, const st
       entry.numElements = bytes == 0 ? 0 : numPoints * head.dataType.extent;
       if (bytes == 0) {
         entry.pointer = VrAbcOgawaWriter::emptyData;
+      } else if (!writePayload) {
+        entry.pointer = writtenPointer;
       } else if (!core.file.beginData(16 + bytes, entry.pointer) || !core.file.appendData(key.bytes, 16) ||
                  !writePayload()) {
         return core.fail(where + ": the sample could not be written");

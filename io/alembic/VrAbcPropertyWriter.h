@@ -34,6 +34,9 @@ class VrAbcPropertyWriter {
   /// A one-dimensional array sample whose bytes were gathered in `spool` (a whole number of
   /// values of the property's type); they are copied into the archive from there.
   bool setSample(const VrAbcSpool& spool);
+  /// A one-dimensional array sample whose bytes the archive took already (see
+  /// VrAbcArchiveWriter::beginStreamedSample).
+  bool setSample(const VrAbcWrittenSample& sample);
 
  private:
   friend class VrAbcCompoundWriter;
@@ -41,9 +44,13 @@ class VrAbcPropertyWriter {
 
   bool store(const uint8_t* payload, uint64_t bytes, const std::vector<uint64_t>& dims);
   /// Stores a sample of `bytes` bytes with digest `key`; `writePayload` appends them as the
-  /// data block after the key, and is called only when no equal sample is stored yet.
+  /// data block after the key, and is called only when no equal sample is stored yet. Without
+  /// `writePayload` the block is at `writtenPointer` already.
   bool store(const VrAbcDigest& key, uint64_t bytes, const std::vector<uint64_t>& dims,
-             const std::function<bool()>& writePayload);
+             const std::function<bool()>& writePayload, uint64_t writtenPointer = 0);
+  /// A one-dimensional sample of `bytes` bytes: its dimensions, or false when the bytes are not
+  /// a whole number of the property's values.
+  bool wholeValues(uint64_t bytes, bool failed, std::vector<uint64_t>& dims);
   bool roomForSample();
   void foldDigest(const VrAbcDigest& key, const std::vector<uint64_t>& dims);
   /// Writes the property's group and gives the digest its parent folds in.

@@ -96,6 +96,14 @@ struct VrAbcDigest {
   bool operator!=(const VrAbcDigest& o) const { return !(*this == o); }
 };
 
+/// An array sample's bytes already in the archive being written: their digest, their size and
+/// the data block (the digest, then the bytes) that holds them.
+struct VrAbcWrittenSample {
+  VrAbcDigest key;
+  uint64_t bytes = 0;
+  uint64_t pointer = 0;
+};
+
 enum class VrAbcPropertyKind : uint8_t { Compound = 0, Scalar = 1, Array = 2 };
 
 /// What a compound property stores about each of its children.

@@ -94,6 +94,10 @@ bool VrAlembicOutput::write(const std::string& patch, const VrOutputPrimitive* p
 
 bool VrAlembicOutput::writeCurves(const VrOutputPrimitive* primitives, size_t count) {
   const size_t samples = points.size();
+  if (settings.splinesOnly && !inlined && !anySplines && !streamingPoints && count > 0) {
+    if (!curves.streamInto(archive)) return abort("the points could not be streamed into the archive");
+    streamingPoints = true;
+  }
   for (std::vector<float>& row : points) row.clear();
   widths.clear();
   counts.clear();
@@ -111,19 +115,32 @@ bool VrAlembicOutput::writeCurves(const VrOutputPrimitive* primitives, size_t co
 
 bool VrAlembicOutput::flushShape() {
   if (!shape) return true;
+  if (streamingPoints) {
+    waitingShapes.push_back({std::move(shape), shapeName});
+    return true;
+  }
+  const bool ok = writeShape(*shape, shapeName);
+  shape.reset();
+  return ok;
+}
+
+bool VrAlembicOutput::writeShape(VrShapeSpool& spool, const std::string& name) {
   const uint32_t sampling =
       archive.addTimeSampling(VrAbcMotionSpools::timeSampling(sampleTimes, settings.framesPerSecond));
-  const bool ok = shape->writeInto(archive.top(), shapeName, sampling);
-  shape.reset();
-  if (!ok) {
-    curves.abort();
-    return false;
-  }
-  return true;
+  if (spool.writeInto(archive.top(), name, sampling)) return true;
+  curves.abort();
+  return false;
 }
 
 bool VrAlembicOutput::end() {
   if (!flushShape()) return false;
+  if (streamingPoints) {
+    if (!curves.endStream()) return false;
+    streamingPoints = false;
+    for (FinishedShape& waiting : waitingShapes)
+      if (!writeShape(*waiting.spool, waiting.name)) return false;
+    waitingShapes.clear();
+  }
   // An archive with shapes only leaves the empty curves out; an empty render keeps them.
   const bool withCurves = anySplines || objectNames.size() == 1;
   if (withCurves) {

@@ -6,6 +6,11 @@
 // does not grow with the number of primitives. The Curves object is left out when the render
 // has primitives of other kinds only. With `archivesInline`, archives are also written as
 // transforms over their files' meshes (see VrArchiveInstances).
+//
+// With `splinesOnly` the points of the first sample go straight into the archive as the runs
+// come, so that the largest array is written while the render goes on rather than copied after
+// it; the archive takes nothing else meanwhile, so a shape object that turns up all the same
+// waits, spooled, until the end.
 
 #include "io/alembic/VrAbcArchiveWriter.h"
 #include "io/alembic/VrAbcCurvesStreamWriter.h"
@@ -40,6 +45,15 @@ class VrAlembicOutput : public VrPrimitiveOutput {
   std::vector<float> widths;
   std::vector<int32_t> counts;
 
+  struct FinishedShape {
+    std::unique_ptr<VrShapeSpool> spool;
+    std::string name;
+  };
+  /// Writes a complete shape object into the archive.
+  bool writeShape(VrShapeSpool& spool, const std::string& name);
+
+  bool streamingPoints = false;                // the curves' points go straight into the archive
+  std::vector<FinishedShape> waitingShapes;    // complete while the points streamed
   std::unique_ptr<VrShapeSpool> shape;  // the shape object being gathered, if any
   std::string shapeKey;                 // kind, description and patch of `shape`
   std::string shapeName;

@@ -69,6 +69,9 @@ struct VrOutputSettings {
   std::string applicationName = "vorn render";
   int threads = 0;  ///< workers that make the text of text outputs; 0: every core, 1: the calling thread
   bool archivesInline = false;  ///< Alembic: archives also as transforms over their files' meshes
+  /// Every description makes splines: Alembic streams the points straight into the archive
+  /// instead of copying them there from a spool at the end.
+  bool splinesOnly = false;
 };
 
 class VrPrimitiveOutput {

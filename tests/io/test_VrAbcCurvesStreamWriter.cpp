@@ -57,13 +57,17 @@ bool writeWhole(const std::string& path, const Groom& groom, bool withWidths, do
   return curves.write(sample) && writer.close();
 }
 
-// Streams the groom in batches of `batch` curves.
-bool writeStreamed(const std::string& path, const Groom& groom, bool withWidths, double frame, size_t batch) {
+// Streams the groom in batches of `batch` curves; `intoArchive`: its points straight into an
+// archive of the caller's.
+bool writeStreamed(const std::string& path, const Groom& groom, bool withWidths, double frame, size_t batch,
+                   bool intoArchive = false) {
   VrAbcCurvesStreamWriter out;
   VrAbcCurvesStreamWriter::Options options;
   options.objectName = "hair";
   options.frame = frame;
   if (!out.open(path, options)) return false;
+  VrAbcArchiveWriter archive;
+  if (intoArchive && !(archive.open(path, options.archive) && out.streamInto(archive))) return false;
   size_t point = 0;
   for (size_t first = 0; first < groom.counts.size(); first += batch) {
     const size_t n = std::min(batch, groom.counts.size() - first);
@@ -75,7 +79,7 @@ bool writeStreamed(const std::string& path, const Groom& groom, bool withWidths,
     point += numPoints;
   }
   if (out.numCurves() != groom.counts.size() || out.numPoints() != groom.widths.size()) return false;
-  return out.close();
+  return intoArchive ? out.writeInto(archive) && archive.close() : out.close();
 }
 
 }  // namespace
@@ -103,9 +107,21 @@ TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
   ASSERT_TRUE(writeWhole(bigWhole, big, true, 3.0));
   ASSERT_TRUE(writeStreamed(bigStreamed, big, true, 3.0, 4999));
   EXPECT_TRUE(readText(bigStreamed) == readText(bigWhole));
+  // Points streamed straight into the archive lie elsewhere in the file and read the same.
+  const std::string intoArchive = dir.file("intoArchive.abc");
+  ASSERT_TRUE(writeStreamed(intoArchive, big, true, 3.0, 4999, true));
+  EXPECT_EQ(std::filesystem::file_size(intoArchive), std::filesystem::file_size(bigWhole));
+  EXPECT_EQ(vrtest::dumpWithoutFileLine(intoArchive), vrtest::dumpWithoutFileLine(bigWhole));
+  VrAbcArchive archive;
+  VrAbcObject object;
+  VrAbcCurves curves;
+  VrAbcCurves::Sample sample;
+  ASSERT_TRUE(archive.open(intoArchive) && archive.findObject("/hair", object) && curves.open(object) &&
+              curves.read(0, sample));
+  EXPECT_TRUE(sample.points.positions == big.points);
   // Nothing but the outputs is left in the folder (spools are unlinked at once).
   const auto entries = std::filesystem::directory_iterator(dir.path());
-  EXPECT_EQ(std::distance(begin(entries), end(entries)), 10);
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 11);
   EXPECT_TRUE(log.errors().empty());
 }
 
@@ -155,6 +171,13 @@ TEST(AbcCurvesStreamWriter, MisuseIsRefusedWithItsReasonAndLeavesNoFile) {
       {"a missing row", {0.0, 1.0},
        [&](Writer& w) { return w.appendSamples(oneRowOfTwo, 9, groom.counts.data(), 3, nullptr); },
        "a batch without its arrays"},
+      {"streaming after the first batch", {},
+       [&](Writer& w) {
+         VrAbcArchiveWriter other;
+         return other.open(dir.file("other.abc"), VrAbcArchiveWriter::Options()) &&
+                w.append(groom.points.data(), 2, groom.counts.data(), 1, nullptr) && w.streamInto(other);
+       },
+       "points can be streamed only from the first batch on"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
