@@ -86,9 +86,15 @@ void VrTaskManager::parallelChunks(size_t n, const std::function<void(size_t, si
   setSeExprMultithreading(true);
   const int threads = static_cast<int>(threadCount());
   tbb::task_arena arena(threads > 0 ? threads : tbb::task_arena::automatic);
+  const size_t grain = taskGrainSize(n);
+  const size_t ranges = (n + grain - 1) / grain;
+  std::atomic<size_t> next{0};
   arena.execute([&] {
-    tbb::parallel_for(tbb::blocked_range<size_t>(0, n, taskGrainSize(n)),
-                      [&](const tbb::blocked_range<size_t>& range) { chunk(range.begin(), range.end()); });
+    const int workers = std::max(1, tbb::this_task_arena::max_concurrency());
+    tbb::parallel_for(0, workers, [&](int) {
+      for (size_t r = next.fetch_add(1); r < ranges; r = next.fetch_add(1))
+        chunk(r * grain, std::min(n, (r + 1) * grain));
+    });
   });
   setSeExprMultithreading(wasMultithreaded);
 }

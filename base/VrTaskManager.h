@@ -36,7 +36,9 @@ class VrTaskManager {
   /// Runs `chunk(begin, end)` over the ranges of [0, n) in an arena of threadCount() workers
   /// (every core when it is 0), with the grain of taskGrainSize(n) and expression evaluation
   /// switched to per-thread state for the duration. Each call of `chunk` gets a range of its own,
-  /// so per-worker state made at its start serves the whole range.
+  /// so per-worker state made at its start serves the whole range. Workers take the ranges in
+  /// ascending order as they become free, so the low end of [0, n) is done first (writers that
+  /// store results in order can store them early) and no worker idles while ranges are left.
   static void parallelChunks(size_t n, const std::function<void(size_t begin, size_t end)>& chunk);
 
   /// One plain (non-recursive) mutex for the whole process.

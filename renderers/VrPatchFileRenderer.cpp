@@ -146,6 +146,14 @@ bool VrPatchFileRenderer::beginPatchFaceInParallel(VrPrimitiveContext& context, 
   return startFace(record->writer, face);
 }
 
+void VrPatchFileRenderer::endPatchFaceInParallel(VrPrimitiveContext& context, const std::vector<VrPatch*>& patches,
+                                                 int face) {
+  VrRenderer::endPatchFaceInParallel(context, patches, face);
+  auto* record = dynamic_cast<VrFileRendererContext*>(context.rendererContext());
+  std::lock_guard<std::recursive_mutex> lock(reduceMutex());
+  if (record && cachedWriter) cachedWriter->finishFace(record->writer);
+}
+
 // ---------------------------------------------------------------------------------------------
 // Records
 

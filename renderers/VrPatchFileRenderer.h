@@ -52,6 +52,8 @@ class VrPatchFileRenderer : public VrRenderer {
   bool beginPatchFace(const std::vector<VrPatch*>& patches, int face) override;
   bool beginPatchFaceInParallel(VrPrimitiveContext& context, const std::vector<VrPatch*>& patches,
                                 int face) override;
+  /// The face is complete: the cached writer may write it while the render goes on.
+  void endPatchFaceInParallel(VrPrimitiveContext& context, const std::vector<VrPatch*>& patches, int face) override;
   /// Writes one record of sample 0.
   void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override;
   void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,

@@ -183,6 +183,15 @@ bool VpdFileCachedWriter::startFace(VpdFileCachedWriterContext& context, int fac
   return true;
 }
 
+void VpdFileCachedWriter::finishFace(VpdFileCachedWriterContext& context) {
+  State& s = *state;
+  if (context.writerSerial != s.serial || !context.cached) return;
+  std::unique_lock<std::mutex> lock(s.mutex);
+  if (s.closed) return;
+  context.cached->complete = true;
+  if (!s.writing) writeCompleteFaces(lock);
+}
+
 bool VpdFileCachedWriter::startBlock(VpdFileCachedWriterContext& context, int block) {
   State& s = *state;
   context.blockIdx = -1;

@@ -2,7 +2,7 @@
 // Writing one point/primitive file from many threads. Each thread writes whole faces through
 // its own VpdFileCachedWriterContext; the records are cached in memory per face and block, and
 // go to the file in ascending face id and block order: early, as soon as the lowest faces are
-// complete (a face is complete when its context starts another), the rest at `commitAndClose`.
+// complete (`finishFace`, or its context starts another), the rest at `commitAndClose`.
 // So the file is the same, byte for byte, whatever the number of threads and the order they
 // ran in, and memory holds only the faces that finished out of order. It is also the file a
 // VpdWriter makes when given the faces in that order.
@@ -83,6 +83,9 @@ class VpdFileCachedWriter {
   /// the block is out of range or was started on the face before.
   bool startBlock(VpdFileCachedWriterContext& context, int block);
   bool startBlock(VpdFileCachedWriterContext& context, const std::string& name);
+  /// The context's face is complete: it goes to the file as soon as every lower face is (a
+  /// face is also complete once its context starts another). Safe from any number of threads.
+  void finishFace(VpdFileCachedWriterContext& context);
   /// Caches one record in the context's block; false when no block is current or there are
   /// more than Vpd::MaxRecordValues values.
   bool writePrim(VpdFileCachedWriterContext& context, std::uint32_t id, const float* values,
