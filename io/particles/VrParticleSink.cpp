@@ -6,34 +6,56 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <zlib.h>
 
 namespace vrparticles {
 
 namespace {
 constexpr size_t BufferSize = 4u << 20;
+constexpr size_t GzipPiece = 256u << 10;
+
+void putLE32(unsigned char* p, uint32_t v) {
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
 }
 
-// Particle caches are rewritten every frame: the fastest level keeps most of the gain on
-// float data at a fraction of the time.
-struct VrParticleSink::Deflate {
+// One piece of the input as a raw deflate stream of its own, at the fastest level (particle
+// caches are rewritten every frame: it keeps most of the gain on float data at a fraction of
+// the time). A piece that is not the last ends on a byte boundary (a sync flush), so that the
+// next piece's stream can follow it; the last one ends the whole stream.
+bool deflatePiece(const unsigned char* data, size_t size, bool last, std::string& out) {
   z_stream z{};
-  std::vector<unsigned char> out = std::vector<unsigned char>(BufferSize / 2);
-  bool started = false;
+  if (deflateInit2(&z, Z_BEST_SPEED, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK) return false;
+  out.resize(deflateBound(&z, static_cast<uLong>(size)) + 64);
+  z.next_in = const_cast<unsigned char*>(data);
+  z.avail_in = static_cast<uInt>(size);
+  z.next_out = reinterpret_cast<unsigned char*>(&out[0]);
+  z.avail_out = static_cast<uInt>(out.size());
+  const int status = ::deflate(&z, last ? Z_FINISH : Z_SYNC_FLUSH);
+  const bool done = z.avail_in == 0 && (last ? status == Z_STREAM_END : status == Z_OK && z.avail_out > 0);
+  out.resize(out.size() - z.avail_out);
+  deflateEnd(&z);
+  return done;
+}
+
+}  // namespace
+
+// Gzip output made in pieces compressed on every thread of the calling arena: the pieces' raw
+// streams join into the one member, and their checksums combine into the member's.
+struct VrParticleSink::Deflate {
+  uLong crc = crc32(0L, Z_NULL, 0);
+  uint64_t size = 0;  // input bytes so far
+  bool headerWritten = false;
+  std::vector<std::string> pieces;
+  std::vector<uLong> pieceCrcs;
 };
 
 VrParticleSink::VrParticleSink(const std::string& path, bool gzip) : file(path), buffer(BufferSize) {
   opened = good = file.ok();
-  if (gzip) {
-    deflate.reset(new Deflate);
-    deflate->started = deflateInit2(&deflate->z, Z_BEST_SPEED, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) == Z_OK;
-    good = good && deflate->started;
-  }
+  if (gzip) deflate.reset(new Deflate);
 }
 
-VrParticleSink::~VrParticleSink() {
-  if (deflate && deflate->started) deflateEnd(&deflate->z);
-}
+VrParticleSink::~VrParticleSink() = default;
 
 void VrParticleSink::drain(int flush) {
   if (!deflate) {
@@ -42,18 +64,40 @@ void VrParticleSink::drain(int flush) {
     file.writeBehind();
     return;
   }
-  z_stream& z = deflate->z;
-  z.next_in = buffer.data();
-  z.avail_in = static_cast<uInt>(used);
-  int status;
-  do {
-    z.next_out = deflate->out.data();
-    z.avail_out = static_cast<uInt>(deflate->out.size());
-    status = ::deflate(&z, flush);
-    const size_t made = deflate->out.size() - z.avail_out;
-    if (good && made) good = static_cast<bool>(file.out().write(reinterpret_cast<const char*>(deflate->out.data()), static_cast<std::streamsize>(made)));
-  } while (good && (z.avail_out == 0 || (flush == Z_FINISH && status != Z_STREAM_END)));
-  if (status == Z_STREAM_ERROR) good = false;
+  Deflate& d = *deflate;
+  const bool finishing = flush == Z_FINISH;
+  if (!good || (used == 0 && !finishing)) return;
+  auto write = [&](const void* bytes, size_t n) {
+    if (good && n) good = static_cast<bool>(file.out().write(static_cast<const char*>(bytes), static_cast<std::streamsize>(n)));
+  };
+  if (!d.headerWritten) {
+    // No name, no time, the fastest level, made on Unix: as zlib's own gzip header reads.
+    const unsigned char header[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 4, 3};
+    write(header, sizeof header);
+    d.headerWritten = true;
+  }
+  const size_t pieces = std::max<size_t>(1, (used + GzipPiece - 1) / GzipPiece);
+  d.pieces.resize(pieces);
+  d.pieceCrcs.assign(pieces, 0);
+  std::vector<char> ok(pieces, 1);
+  tbb::parallel_for(size_t(0), pieces, [&](size_t k) {
+    const size_t from = k * GzipPiece, size = std::min(used, from + GzipPiece) - std::min(used, from);
+    d.pieceCrcs[k] = crc32(0L, buffer.data() + from, static_cast<uInt>(size));
+    ok[k] = deflatePiece(buffer.data() + from, size, finishing && k + 1 == pieces, d.pieces[k]);
+  });
+  for (size_t k = 0; k < pieces; ++k) {
+    const size_t size = std::min(used, (k + 1) * GzipPiece) - std::min(used, k * GzipPiece);
+    good = good && ok[k];
+    write(d.pieces[k].data(), d.pieces[k].size());
+    d.crc = crc32_combine(d.crc, d.pieceCrcs[k], static_cast<z_off_t>(size));
+    d.size += size;
+  }
+  if (finishing) {
+    unsigned char trailer[8];
+    putLE32(trailer, static_cast<uint32_t>(d.crc));
+    putLE32(trailer + 4, static_cast<uint32_t>(d.size));  // the size modulo 2^32, as the format keeps it
+    write(trailer, sizeof trailer);
+  }
   used = 0;
   file.writeBehind();
 }

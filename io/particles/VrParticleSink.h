@@ -1,7 +1,8 @@
 #pragma once
 // Internal to io/particles: the output of a particle writer. Bytes gather in a buffer of a few
-// megabytes that goes, when full, to a temporary file beside the target (through deflate for
-// gzip output); `finish` renames the file into place. A sink destroyed unfinished removes its
+// megabytes that goes, when full, to a temporary file beside the target (for gzip output,
+// deflated in pieces on the threads of the calling arena; the bytes do not depend on their
+// number); `finish` renames the file into place. A sink destroyed unfinished removes its
 // temporary file, so a failed write leaves nothing at the target.
 
 #include "base/VrAtomicFile.h"

@@ -104,7 +104,7 @@ TEST(ParticleRoundTrip, AMillionParticlesInBinaryGeometry) {
 TEST(ParticleRoundTrip, TheBytesDoNotDependOnTheThreadCount) {
   vrtest::TempDir dir;
   const VrParticleSet set = sampleSet(300000);
-  for (const char* format : {"geo", "bgeo"}) {
+  for (const char* format : {"geo", "bgeo", "bgeo.gz"}) {
     SCOPED_TRACE(format);
     std::string bytes[2];
     for (int threads : {1, 2}) {
