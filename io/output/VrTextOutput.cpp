@@ -26,16 +26,16 @@ bool VrTextOutput::writeEncoded(const std::string&, const VrOutputPrimitive*, si
   return file->ok() || fail("cannot be written");
 }
 
+// Without a render's workers: the run is encoded here, in chunks on `settings.threads` workers,
+// and stored chunk after chunk.
 bool VrTextOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
   if (!file) return false;
-  const std::string run = runText(patch);
   constexpr size_t chunk = 64;
   const size_t chunks = (count + chunk - 1) / chunk;
   chunkTexts.resize(std::max(chunkTexts.size(), chunks));
   auto makeChunk = [&](size_t c) {
-    std::string& text = chunkTexts[c];
-    text.clear();
-    for (size_t i = c * chunk; i < count && i < (c + 1) * chunk; ++i) appendText(run, primitives[i], text);
+    chunkTexts[c].clear();
+    encode(patch, primitives + c * chunk, std::min(chunk, count - c * chunk), chunkTexts[c]);
   };
   if (settings.threads == 1 || chunks < 2) {
     for (size_t c = 0; c < chunks; ++c) makeChunk(c);
@@ -48,9 +48,8 @@ bool VrTextOutput::write(const std::string& patch, const VrOutputPrimitive* prim
     arena->execute([&] { tbb::parallel_for(size_t(0), chunks, makeChunk); });
   }
   for (size_t c = 0; c < chunks; ++c)
-    file->out().write(chunkTexts[c].data(), static_cast<std::streamsize>(chunkTexts[c].size()));
-  file->writeBehind();
-  return file->ok() || fail("cannot be written");
+    if (!writeEncoded(patch, primitives + c * chunk, std::min(chunk, count - c * chunk), chunkTexts[c])) return false;
+  return true;
 }
 
 bool VrTextOutput::end() {
