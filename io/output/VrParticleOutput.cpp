@@ -29,14 +29,8 @@ void putVector(VrParticleSet& set, Channel channel, size_t particle, const SgVec
   out[2] = static_cast<float>(value.z);
 }
 
-}  // namespace
-
-void VrParticleOutput::addInstanceChannels(VrParticleSet& set) {
-  for (const ChannelDefinition& channel : channels) set.addAttribute(channel.name, channel.type, channel.count);
-}
-
-void VrParticleOutput::addInstance(VrParticleSet& set, const VrInstanceRecord& record) {
-  const size_t p = set.addParticle();
+// Fills particle `p` of a set made by `addInstanceChannels`.
+void putInstance(VrParticleSet& set, size_t p, const VrInstanceRecord& record) {
   putVector(set, Position, p, record.position);
   putVector(set, Aim, p, record.aim);
   putVector(set, Up, p, record.up);
@@ -52,18 +46,60 @@ void VrParticleOutput::addInstance(VrParticleSet& set, const VrInstanceRecord& r
   *set.ints(GeomId, p) = static_cast<int32_t>(record.geomId);
 }
 
-bool VrParticleOutput::begin() {
-  set = VrParticleSet();
-  addInstanceChannels(set);
-  return true;
+}  // namespace
+
+void VrParticleOutput::addInstanceChannels(VrParticleSet& set) {
+  for (const ChannelDefinition& channel : channels) set.addAttribute(channel.name, channel.type, channel.count);
 }
 
-bool VrParticleOutput::write(const std::string&, const VrOutputPrimitive* primitives, size_t count) {
+VrParticleOutput::VrParticleOutput(const std::string& path, const VrOutputSettings& settings)
+    : VrPrimitiveOutput(path, settings) {
+  addInstanceChannels(set);
+  streamed = VrParticleStream::streams(VrParticleFormatOf(path), set);
+}
+
+void VrParticleOutput::addInstance(VrParticleSet& set, const VrInstanceRecord& record) {
+  putInstance(set, set.addParticle(), record);
+}
+
+bool VrParticleOutput::begin() {
+  set.resize(0);
+  if (!streamed) return true;
+  stream = std::make_unique<VrParticleStream>(path, VrParticleFormatOf(path), set);
+  return stream->ok() || fail(stream->error());
+}
+
+bool VrParticleOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
+  if (streamed) {
+    std::string bytes;
+    encode(patch, primitives, count, bytes);
+    return writeEncoded(patch, primitives, count, bytes);
+  }
   for (size_t i = 0; i < count; ++i) addInstance(set, instanceRecord(primitives[i]));
   return true;
 }
 
+void VrParticleOutput::encode(const std::string&, const VrOutputPrimitive* primitives, size_t count,
+                              std::string& bytes) const {
+  thread_local VrParticleSet batch;
+  if (batch.numAttributes() == 0) addInstanceChannels(batch);
+  batch.resize(count);
+  for (size_t i = 0; i < count; ++i) putInstance(batch, i, instanceRecord(primitives[i]));
+  stream->encode(batch, bytes);
+}
+
+bool VrParticleOutput::writeEncoded(const std::string&, const VrOutputPrimitive*, size_t count,
+                                    const std::string& bytes) {
+  if (!stream || !stream->append(bytes, count)) return fail(stream ? stream->error() : "was not begun");
+  return true;
+}
+
 bool VrParticleOutput::end() {
+  if (streamed) {
+    const bool written = stream && stream->finish();
+    if (!written) return fail(stream ? stream->error() : "was not begun");
+    return true;
+  }
   std::string error;
   // The writers make the file's bytes on as many threads as the render had.
   tbb::task_arena arena(settings.threads > 0 ? settings.threads : static_cast<int>(tbb::task_arena::automatic));

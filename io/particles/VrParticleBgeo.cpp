@@ -126,33 +126,37 @@ bool skipPrimitives(ByteCursor& in, int32_t nPoints, int32_t nPrims, int32_t nPr
   return false;
 }
 
-void putDefinition(VrParticleSink& out, const VrParticleAttribute& a) {
-  unsigned char* length = out.space(2);
-  length[0] = static_cast<unsigned char>(a.name.size() >> 8);
-  length[1] = static_cast<unsigned char>(a.name.size());
-  out.put(a.name);
-  unsigned char* size = out.space(2);
-  size[0] = static_cast<unsigned char>(a.count >> 8);
-  size[1] = static_cast<unsigned char>(a.count);
+void putBE16(std::string& bytes, size_t value) {
+  bytes.push_back(static_cast<char>(value >> 8));
+  bytes.push_back(static_cast<char>(value));
+}
+
+void putBE32(std::string& bytes, uint32_t value) {
+  unsigned char word[4];
+  storeBE32(word, value);
+  bytes.append(reinterpret_cast<const char*>(word), 4);
+}
+
+void putDefinition(std::string& bytes, const VrParticleAttribute& a) {
+  putBE16(bytes, a.name.size());
+  bytes += a.name;
+  putBE16(bytes, static_cast<size_t>(a.count));
   const int32_t type = a.type == VrParticleType::Float ? HoudiniFloat
                        : a.type == VrParticleType::Int ? HoudiniInt
                        : a.type == VrParticleType::Vector ? HoudiniVector
                                                           : HoudiniIndex;
-  storeBE32(out.space(4), static_cast<uint32_t>(type));
+  putBE32(bytes, static_cast<uint32_t>(type));
   if (a.type != VrParticleType::IndexedString) {
-    std::memset(out.space(4 * static_cast<size_t>(a.count)), 0, 4 * static_cast<size_t>(a.count));
+    bytes.append(4 * static_cast<size_t>(a.count), '\0');
     return;
   }
-  storeBE32(out.space(4), static_cast<uint32_t>(a.strings.size()));
+  putBE32(bytes, static_cast<uint32_t>(a.strings.size()));
   for (const std::string& s : a.strings) {
-    unsigned char* l = out.space(2);
-    l[0] = static_cast<unsigned char>(s.size() >> 8);
-    l[1] = static_cast<unsigned char>(s.size());
-    out.put(s);
+    putBE16(bytes, s.size());
+    bytes += s;
   }
 }
 
-// The limits of the layout's 16-bit lengths and 32-bit counts.
 bool fitsLayout(const VrParticleAttribute& a, std::string& error) {
   if (a.name.size() > 0xffff || a.count > 0xffff || a.strings.size() > 0x7fffffff) {
     error = "attribute '" + a.name.substr(0, 64) + "' is too large for the format";
@@ -270,10 +274,9 @@ bool readBgeo(const FileBytes& bytes, VrParticleSet& set, std::string& error) {
   return true;
 }
 
-bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error) {
-  const int position = positionAttribute(set, error);
-  if (position < 0) return false;
-  if (set.numParticles() > 0x7fffffff) {
+bool checkBgeo(const VrParticleSet& set, std::string& error) {
+  if (positionAttribute(set, error) < 0) return false;
+  if (set.numParticles() > MostBgeoParticles) {
     error = "more particles than the format can count";
     return false;
   }
@@ -281,69 +284,87 @@ bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error
     if (!fitsLayout(set.attribute(a), error)) return false;
   for (size_t a = 0; a < set.numFixedAttributes(); ++a)
     if (!fitsLayout(set.fixedAttribute(a), error)) return false;
+  return true;
+}
 
-  unsigned char* header = out.space(41);
-  std::memcpy(header, "BgeoV", 5);
-  const int32_t counts[9] = {5, static_cast<int32_t>(set.numParticles()), 0, 0, 0,
+void putBgeoHeader(const VrParticleSet& set, size_t particles, std::string& bytes) {
+  std::string unused;
+  const int position = positionAttribute(set, unused);
+  bytes += "BgeoV";
+  const int32_t counts[9] = {5, static_cast<int32_t>(particles), 0, 0, 0,
                              static_cast<int32_t>(set.numAttributes() - 1), 0, 0,
                              static_cast<int32_t>(set.numFixedAttributes())};
-  for (int i = 0; i < 9; ++i) storeBE32(header + 5 + 4 * i, static_cast<uint32_t>(counts[i]));
+  for (int32_t count : counts) putBE32(bytes, static_cast<uint32_t>(count));
+  for (size_t a = 0; a < set.numAttributes(); ++a)
+    if (static_cast<int>(a) != position) putDefinition(bytes, set.attribute(a));
+}
 
+void putBgeoRecords(const VrParticleSet& set, size_t first, size_t last, std::string& bytes) {
+  // P first, as four floats with w = 1, then the other attributes in the set's order.
   struct Source {
     const unsigned char* values;
     int count;
   };
+  std::string unused;
+  const int position = positionAttribute(set, unused);
   const VrParticleAttribute& p = set.attribute(static_cast<size_t>(position));
   std::vector<Source> sources = {{reinterpret_cast<const unsigned char*>(p.floats.data()), 3}};
   size_t words = 4;
   for (size_t a = 0; a < set.numAttributes(); ++a) {
     if (static_cast<int>(a) == position) continue;
     const VrParticleAttribute& attr = set.attribute(a);
-    putDefinition(out, attr);
     sources.push_back({static_cast<const unsigned char*>(valuesOf(attr)), attr.count});
     words += static_cast<size_t>(attr.count);
   }
-  const size_t recordBytes = words * 4;
+  const size_t before = bytes.size();
+  bytes.resize(before + (last - first) * words * 4);
+  unsigned char* at = reinterpret_cast<unsigned char*>(&bytes[before]);
   uint32_t one;
   const float w = 1.0f;
   std::memcpy(&one, &w, 4);
-  out.putInPieces(set.numParticles(), 16384, [&](size_t first, size_t last, std::string& bytes) {
-    bytes.resize((last - first) * recordBytes);
-    unsigned char* at = reinterpret_cast<unsigned char*>(&bytes[0]);
-    for (size_t i = first; i < last; ++i) {
-      for (size_t s = 0; s < sources.size(); ++s) {
-        const Source& src = sources[s];
-        const unsigned char* from = src.values + i * 4 * size_t(src.count);
-        for (int k = 0; k < src.count; ++k, at += 4) {
-          uint32_t v;
-          std::memcpy(&v, from + 4 * k, 4);
-          storeBE32(at, v);
-        }
-        if (s == 0) {
-          storeBE32(at, one);
-          at += 4;
-        }
+  for (size_t i = first; i < last; ++i) {
+    for (size_t s = 0; s < sources.size(); ++s) {
+      const Source& src = sources[s];
+      const unsigned char* from = src.values + i * 4 * size_t(src.count);
+      for (int k = 0; k < src.count; ++k, at += 4) {
+        uint32_t v;
+        std::memcpy(&v, from + 4 * k, 4);
+        storeBE32(at, v);
+      }
+      if (s == 0) {
+        storeBE32(at, one);
+        at += 4;
       }
     }
-  });
-  size_t detailWords = 0;
-  for (size_t a = 0; a < set.numFixedAttributes(); ++a) {
-    putDefinition(out, set.fixedAttribute(a));
-    detailWords += static_cast<size_t>(set.fixedAttribute(a).count);
   }
-  unsigned char* values = out.space(detailWords * 4);
+}
+
+void putBgeoTail(const VrParticleSet& set, std::string& bytes) {
+  for (size_t a = 0; a < set.numFixedAttributes(); ++a) putDefinition(bytes, set.fixedAttribute(a));
   for (size_t a = 0; a < set.numFixedAttributes(); ++a) {
     const VrParticleAttribute& attr = set.fixedAttribute(a);
     const unsigned char* from = static_cast<const unsigned char*>(valuesOf(attr));
-    for (int k = 0; k < attr.count; ++k, values += 4) {
+    for (int k = 0; k < attr.count; ++k) {
       uint32_t v;
       std::memcpy(&v, from + 4 * k, 4);
-      storeBE32(values, v);
+      putBE32(bytes, v);
     }
   }
-  unsigned char* extra = out.space(2);
-  extra[0] = 0x00;
-  extra[1] = 0xff;
+  bytes.push_back(0x00);
+  bytes.push_back(static_cast<char>(0xff));
+}
+
+bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error) {
+  if (!checkBgeo(set, error)) return false;
+  std::string bytes;
+  putBgeoHeader(set, set.numParticles(), bytes);
+  out.put(bytes);
+  out.putInPieces(set.numParticles(), 16384, [&](size_t first, size_t last, std::string& records) {
+    putBgeoRecords(set, first, last, records);
+  });
+  bytes.clear();
+  putBgeoTail(set, bytes);
+  out.put(bytes);
   return true;
 }
 

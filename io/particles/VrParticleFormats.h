@@ -15,6 +15,16 @@ namespace vrparticles {
 bool readBgeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
+/// The parts of a `.bgeo` file, for writers that make them apart. `checkBgeo` first: false, with
+/// the reason, when the set cannot be written in the format. Then the header with the point
+/// attributes' definitions for `particles` points (its length does not depend on the count), the
+/// records of points [first, last), and the detail attributes with the end mark; each appends.
+constexpr size_t MostBgeoParticles = 0x7fffffff;
+bool checkBgeo(const VrParticleSet& set, std::string& error);
+void putBgeoHeader(const VrParticleSet& set, size_t particles, std::string& bytes);
+void putBgeoRecords(const VrParticleSet& set, size_t first, size_t last, std::string& bytes);
+void putBgeoTail(const VrParticleSet& set, std::string& bytes);
+
 bool readGeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 

@@ -2,6 +2,8 @@
 
 #include "io/particles/VrParticleSink.h"
 
+#include "io/particles/VrParticleGzip.h"
+
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
@@ -14,30 +16,6 @@ namespace vrparticles {
 namespace {
 constexpr size_t BufferSize = 4u << 20;
 constexpr size_t GzipPiece = 256u << 10;
-
-void putLE32(unsigned char* p, uint32_t v) {
-  for (int i = 0; i < 4; ++i) p[i] = static_cast<unsigned char>(v >> (8 * i));
-}
-
-// One piece of the input as a raw deflate stream of its own, at the fastest level (particle
-// caches are rewritten every frame: it keeps most of the gain on float data at a fraction of
-// the time). A piece that is not the last ends on a byte boundary (a sync flush), so that the
-// next piece's stream can follow it; the last one ends the whole stream.
-bool deflatePiece(const unsigned char* data, size_t size, bool last, std::string& out) {
-  z_stream z{};
-  if (deflateInit2(&z, Z_BEST_SPEED, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK) return false;
-  out.resize(deflateBound(&z, static_cast<uLong>(size)) + 64);
-  z.next_in = const_cast<unsigned char*>(data);
-  z.avail_in = static_cast<uInt>(size);
-  z.next_out = reinterpret_cast<unsigned char*>(&out[0]);
-  z.avail_out = static_cast<uInt>(out.size());
-  const int status = ::deflate(&z, last ? Z_FINISH : Z_SYNC_FLUSH);
-  const bool done = z.avail_in == 0 && (last ? status == Z_STREAM_END : status == Z_OK && z.avail_out > 0);
-  out.resize(out.size() - z.avail_out);
-  deflateEnd(&z);
-  return done;
-}
-
 }  // namespace
 
 // Gzip output made in pieces compressed on every thread of the calling arena: the pieces' raw
@@ -71,9 +49,7 @@ void VrParticleSink::drain(int flush) {
     if (good && n) good = static_cast<bool>(file.out().write(static_cast<const char*>(bytes), static_cast<std::streamsize>(n)));
   };
   if (!d.headerWritten) {
-    // No name, no time, the fastest level, made on Unix: as zlib's own gzip header reads.
-    const unsigned char header[10] = {0x1f, 0x8b, 8, 0, 0, 0, 0, 0, 4, 3};
-    write(header, sizeof header);
+    write(GzipHeader, sizeof GzipHeader);
     d.headerWritten = true;
   }
   const size_t pieces = std::max<size_t>(1, (used + GzipPiece - 1) / GzipPiece);
@@ -83,6 +59,7 @@ void VrParticleSink::drain(int flush) {
   tbb::parallel_for(size_t(0), pieces, [&](size_t k) {
     const size_t from = k * GzipPiece, size = std::min(used, from + GzipPiece) - std::min(used, from);
     d.pieceCrcs[k] = crc32(0L, buffer.data() + from, static_cast<uInt>(size));
+    d.pieces[k].clear();
     ok[k] = deflatePiece(buffer.data() + from, size, finishing && k + 1 == pieces, d.pieces[k]);
   });
   for (size_t k = 0; k < pieces; ++k) {
@@ -94,8 +71,7 @@ void VrParticleSink::drain(int flush) {
   }
   if (finishing) {
     unsigned char trailer[8];
-    putLE32(trailer, static_cast<uint32_t>(d.crc));
-    putLE32(trailer + 4, static_cast<uint32_t>(d.size));  // the size modulo 2^32, as the format keeps it
+    putGzipTrailer(static_cast<uint32_t>(d.crc), d.size, trailer);
     write(trailer, sizeof trailer);
   }
   used = 0;

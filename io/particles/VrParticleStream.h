@@ -1,0 +1,55 @@
+#pragma once
+// VrParticleStream: a `.bgeo` or `.bgeo.gz` file whose particles arrive in order, a batch at a
+// time, so that it is written while they are made and never held whole in memory. A batch is
+// encoded on any thread (`encode`; for gzip, deflated there as a piece of its own), and the
+// encoded batches are stored in order (`append`); `finish` writes the particle count into the
+// header and renames the file into place. The file's bytes depend only on the particles and on
+// where the batches begin, never on the threads that encoded them.
+//
+// The header goes first with a count of zero and keeps its length: for gzip it is a stored
+// (uncompressed) block that `finish` rewrites, its checksum combined with the rest's.
+
+#include "base/VrAtomicFile.h"
+#include "io/particles/VrParticles.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+class VrParticleStream {
+ public:
+  /// Whether particles of `layout`'s attributes can be streamed to a file of `format`: `.bgeo`
+  /// and `.bgeo.gz`, with no indexed strings (their tables stand in the header, before any
+  /// particle is known).
+  static bool streams(VrParticleFormat format, const VrParticleSet& layout);
+
+  /// Opens the temporary file for `path` and writes the header of `layout`'s attributes (its
+  /// particles are not written; its fixed attributes end the file). `ok()` tells whether it
+  /// worked, and `error()` why not.
+  VrParticleStream(const std::string& path, VrParticleFormat format, const VrParticleSet& layout);
+
+  bool ok() const { return reason.empty(); }
+  const std::string& error() const { return reason; }
+
+  /// Appends to `bytes` what `append` stores for `batch`, a set with the layout's attributes.
+  /// Any thread, each with a batch of its own.
+  void encode(const VrParticleSet& batch, std::string& bytes) const;
+  /// Stores an encoded batch of `particles` particles after the ones before; false once anything
+  /// failed.
+  bool append(const std::string& encoded, size_t particles);
+  /// Completes the file and renames it into place; false, with `error()`, when anything failed
+  /// on the way, and then nothing is left at the path.
+  bool finish();
+
+ private:
+  std::string prefix(size_t particles) const;
+  bool failWith(const std::string& why);
+
+  VrAtomicFile file;
+  VrParticleSet layout;
+  bool gzip;
+  std::string reason;
+  size_t particles = 0;
+  uint32_t bodyCrc = 0;   // of the bytes after the header, for gzip
+  uint64_t bodySize = 0;  // input bytes after the header
+};
