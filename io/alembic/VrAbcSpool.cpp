@@ -2,6 +2,9 @@
 
 #include "base/vrutilScratchFile.h"
 
+// Spools take a run's values a few kilobytes at a time; a buffer this size keeps that from
+// costing a system call each.
+constexpr size_t SpoolBufferBytes = 256u << 10;
 
 VrAbcSpool::~VrAbcSpool() {
   if (file) std::fclose(file);
@@ -13,7 +16,10 @@ bool VrAbcSpool::open(const std::string& directory, std::string& error) {
   hash = VrAbcMurmur3::Stream();
   broken = false;
   file = vrutil::openScratchFile(directory, error);
-  return file != nullptr;
+  if (!file) return false;
+  if (!buffer) buffer.reset(new char[SpoolBufferBytes]);
+  std::setvbuf(file, buffer.get(), _IOFBF, SpoolBufferBytes);
+  return true;
 }
 
 bool VrAbcSpool::append(const void* data, uint64_t bytes) {

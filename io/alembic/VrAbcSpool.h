@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 class VrAbcSpool {
@@ -35,6 +36,7 @@ class VrAbcSpool {
 
  private:
   std::FILE* file = nullptr;
+  std::unique_ptr<char[]> buffer;  // the file's, outlives it
   VrAbcMurmur3::Stream hash;
   bool broken = false;
 };
