@@ -195,7 +195,7 @@ std::unique_ptr<SgSubdEvaluatorImpl> SgSubdEvaluatorImpl::build(const Cage& cage
     }
   }
   impl->patchOffsets[size_t(cage.nFaces)] = points;
-  impl->patchPoints.resize(points * 3);
+  impl->patchPoints.reset(new double[points * 3]);
   impl->preparePatchPoints();
   impl->computeLimitVerts();
   return impl;
@@ -207,11 +207,13 @@ SgSubdEvaluatorImpl::~SgSubdEvaluatorImpl() = default;
 // value computed as on one.
 void SgSubdEvaluatorImpl::preparePatchPoints() {
   const PointDescriptor desc(3);
-  tbb::parallel_for(tbb::blocked_range<size_t>(0, surfaces.size(), 256), [&](const tbb::blocked_range<size_t>& faces) {
+  // Small grains: irregular faces (about a pole of high valence) cost hundreds of times a regular
+  // one, and lie together.
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, surfaces.size(), 8), [&](const tbb::blocked_range<size_t>& faces) {
     for (size_t f = faces.begin(); f < faces.end(); ++f) {
       const Surface& surface = surfaces[f];
       if (!surface.IsValid()) continue;
-      double* pts = patchPoints.data() + patchOffsets[f] * 3;
+      double* pts = patchPoints.get() + patchOffsets[f] * 3;
       surface.GatherControlPoints(positions.data(), desc, pts, desc);
       surface.ComputePatchPoints(pts, desc);
     }
@@ -227,7 +229,7 @@ void SgSubdEvaluatorImpl::computeLimitVerts() {
       double uv[2];
       surfaces[size_t(f)].GetParameterization().GetVertexCoord(vertexCorner[v], uv);
       double P[3];
-      surfaces[size_t(f)].Evaluate(uv, patchPoints.data() + patchOffsets[size_t(f)] * 3, PointDescriptor(3), P);
+      surfaces[size_t(f)].Evaluate(uv, patchPoints.get() + patchOffsets[size_t(f)] * 3, PointDescriptor(3), P);
       for (int d = 0; d < 3; ++d) limitVerts[v * 3 + size_t(d)] = static_cast<float>(P[d]);
     }
   });
@@ -291,7 +293,7 @@ bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3],
                                       double Dv[3], double Duu[3], double Duv[3],
                                       double Dvv[3]) const {
   const Surface& surface = surfaces[size_t(face)];
-  const double* pts = patchPoints.data() + patchOffsets[size_t(face)] * 3;
+  const double* pts = patchPoints.get() + patchOffsets[size_t(face)] * 3;
   if (Duu)
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv, Duu, Duv, Dvv);
   else

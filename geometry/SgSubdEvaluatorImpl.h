@@ -140,7 +140,9 @@ class SgSubdEvaluatorImpl {
   std::vector<float> faceVertUVs;    // 2 per face-vertex, empty without UVs
   std::vector<Surface> surfaces;     // per logical face; invalid where no limit surface exists
   std::vector<size_t> patchOffsets;  // per logical face + 1, in points, into patchPoints
-  std::vector<double> patchPoints;   // 3 per patch point
+  // 3 per patch point; not zeroed first, so that its pages are first touched on the threads that
+  // fill them
+  std::unique_ptr<double[]> patchPoints;
   std::vector<int> vertexFace;       // per cage vertex: an incident face with a limit, or -1
   std::vector<int> vertexCorner;     // per cage vertex: its corner in that face
   int origVertCount = 0;
