@@ -95,14 +95,15 @@ bool VrParticleOutput::writeEncoded(const std::string&, const VrOutputPrimitive*
 }
 
 bool VrParticleOutput::end() {
+  // The writers finish the file's bytes on as many threads as the render had.
+  tbb::task_arena arena(settings.threads > 0 ? settings.threads : static_cast<int>(tbb::task_arena::automatic));
   if (streamed) {
-    const bool written = stream && stream->finish();
+    bool written = false;
+    arena.execute([&] { written = stream && stream->finish(); });
     if (!written) return fail(stream ? stream->error() : "was not begun");
     return true;
   }
   std::string error;
-  // The writers make the file's bytes on as many threads as the render had.
-  tbb::task_arena arena(settings.threads > 0 ? settings.threads : static_cast<int>(tbb::task_arena::automatic));
   bool written = false;
   arena.execute([&] { written = VrWriteParticles(path, set, &error); });
   if (!written) return fail(error.empty() ? "cannot be written" : error);

@@ -5,27 +5,24 @@
 #include "io/particles/VrParticleFormats.h"
 #include "io/particles/VrParticleGzip.h"
 
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
 #include <zlib.h>
 
 namespace {
-
-// A deflated batch ends with the checksum and the size of its input, for `append`; a size of all
-// ones marks a batch that could not be compressed.
-constexpr size_t FooterBytes = 12;
-constexpr uint64_t FailedBatch = ~uint64_t(0);
-
-void putFooter(uint32_t crc, uint64_t size, std::string& bytes) {
-  for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<char>(crc >> (8 * i)));
-  for (int i = 0; i < 8; ++i) bytes.push_back(static_cast<char>(size >> (8 * i)));
-}
-
-uint64_t loadLE(const std::string& bytes, size_t at, int count) {
-  uint64_t value = 0;
-  for (int i = count - 1; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
-  return value;
-}
-
+// Large enough that a piece's Huffman tables and flush cost little, small enough that pieces
+// come often and several threads share the work.
+constexpr size_t PieceBytes = 64u << 10;
 }  // namespace
+
+struct VrParticleStream::Piece {
+  enum State { Waiting, Taken, Deflated, Failed };
+  std::string raw, packed;
+  uLong crc = 0;
+  bool last = false;
+  State state = Waiting;  // under the stream's lock
+};
 
 bool VrParticleStream::streams(VrParticleFormat format, const VrParticleSet& layout) {
   if (format != VrParticleFormat::Bgeo && format != VrParticleFormat::BgeoGz) return false;
@@ -60,53 +57,110 @@ std::string VrParticleStream::prefix(size_t count) const {
 }
 
 void VrParticleStream::encode(const VrParticleSet& batch, std::string& bytes) const {
-  if (!gzip) {
-    vrparticles::putBgeoRecords(batch, 0, batch.numParticles(), bytes);
-    return;
+  const size_t before = bytes.size();
+  vrparticles::putBgeoRecords(batch, 0, batch.numParticles(), bytes);
+  if (!gzip) return;
+  // Each batch pays for its own bytes: as many waiting bytes are deflated as it encoded, so the
+  // pieces keep pace with the batches.
+  for (size_t owed = bytes.size() - before, paid = 0; paid < owed;) {
+    const size_t deflated = deflateWaitingPiece();
+    if (deflated == 0) break;
+    paid += deflated;
   }
-  thread_local std::string records;
-  records.clear();
-  vrparticles::putBgeoRecords(batch, 0, batch.numParticles(), records);
-  const auto* data = reinterpret_cast<const unsigned char*>(records.data());
-  const bool deflated = vrparticles::deflatePiece(data, records.size(), false, bytes);
-  putFooter(static_cast<uint32_t>(crc32(0L, data, static_cast<uInt>(records.size()))),
-            deflated ? records.size() : FailedBatch, bytes);
+}
+
+size_t VrParticleStream::deflateWaitingPiece() const {
+  std::shared_ptr<Piece> piece;
+  {
+    std::lock_guard<std::mutex> hold(lock);
+    for (const std::shared_ptr<Piece>& p : pieces)
+      if (p->state == Piece::Waiting) {
+        p->state = Piece::Taken;
+        piece = p;
+        break;
+      }
+  }
+  if (!piece) return 0;
+  const auto* data = reinterpret_cast<const unsigned char*>(piece->raw.data());
+  piece->crc = crc32(0L, data, static_cast<uInt>(piece->raw.size()));
+  const bool deflated = vrparticles::deflatePiece(data, piece->raw.size(), piece->last, piece->packed);
+  std::lock_guard<std::mutex> hold(lock);
+  piece->state = deflated ? Piece::Deflated : Piece::Failed;
+  return std::max<size_t>(piece->raw.size(), 1);
+}
+
+void VrParticleStream::cutPieces(bool last) {
+  size_t from = 0;
+  std::deque<std::shared_ptr<Piece>> cut;
+  while (pending.size() - from >= PieceBytes || (last && (from < pending.size() || cut.empty()))) {
+    auto piece = std::make_shared<Piece>();
+    const size_t size = std::min(PieceBytes, pending.size() - from);
+    piece->raw.assign(pending, from, size);
+    from += size;
+    piece->last = last && from == pending.size();
+    cut.push_back(std::move(piece));
+    if (cut.back()->last) break;
+  }
+  pending.erase(0, from);
+  if (cut.empty()) return;
+  std::lock_guard<std::mutex> hold(lock);
+  for (std::shared_ptr<Piece>& piece : cut) pieces.push_back(std::move(piece));
+}
+
+bool VrParticleStream::writeDeflatedPieces() {
+  for (;;) {
+    std::shared_ptr<Piece> piece;
+    {
+      std::lock_guard<std::mutex> hold(lock);
+      if (pieces.empty() || pieces.front()->state == Piece::Waiting || pieces.front()->state == Piece::Taken) break;
+      piece = std::move(pieces.front());
+      pieces.pop_front();
+    }
+    if (piece->state == Piece::Failed) return failWith("cannot compress the particles");
+    if (!file.out().write(piece->packed.data(), static_cast<std::streamsize>(piece->packed.size())))
+      return failWith("cannot write the file");
+    bodyCrc = static_cast<uint32_t>(crc32_combine(bodyCrc, piece->crc, static_cast<z_off_t>(piece->raw.size())));
+    bodySize += piece->raw.size();
+  }
+  file.writeBehind();
+  return true;
 }
 
 bool VrParticleStream::append(const std::string& encoded, size_t count) {
   if (!ok()) return false;
-  size_t stored = encoded.size();
-  if (gzip) {
-    if (encoded.size() < FooterBytes) return failWith("a batch of particles came damaged");
-    stored -= FooterBytes;
-    const uint64_t size = loadLE(encoded, stored + 4, 8);
-    if (size == FailedBatch) return failWith("cannot compress the particles");
-    bodyCrc = static_cast<uint32_t>(
-        crc32_combine(bodyCrc, static_cast<uLong>(loadLE(encoded, stored, 4)), static_cast<z_off_t>(size)));
-    bodySize += size;
-  }
-  if (!file.out().write(encoded.data(), static_cast<std::streamsize>(stored))) return failWith("cannot write the file");
   particles += count;
-  file.writeBehind();
-  return true;
+  if (!gzip) {
+    if (!file.out().write(encoded.data(), static_cast<std::streamsize>(encoded.size())))
+      return failWith("cannot write the file");
+    bodySize += encoded.size();
+    file.writeBehind();
+    return true;
+  }
+  pending += encoded;
+  cutPieces(false);
+  return writeDeflatedPieces();
 }
 
 bool VrParticleStream::finish() {
   if (!ok()) return false;
   if (particles > vrparticles::MostBgeoParticles) return failWith("more particles than the format can count");
-  std::string tail;
-  vrparticles::putBgeoTail(layout, tail);
   std::ostream& out = file.out();
   if (!gzip) {
+    std::string tail;
+    vrparticles::putBgeoTail(layout, tail);
     out.write(tail.data(), static_cast<std::streamsize>(tail.size()));
   } else {
-    std::string piece;
-    const auto* data = reinterpret_cast<const unsigned char*>(tail.data());
-    if (!vrparticles::deflatePiece(data, tail.size(), true, piece)) return failWith("cannot compress the particles");
-    out.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-    bodyCrc = static_cast<uint32_t>(
-        crc32_combine(bodyCrc, crc32(0L, data, static_cast<uInt>(tail.size())), static_cast<z_off_t>(tail.size())));
-    bodySize += tail.size();
+    // Nothing encodes any more: what still waits is deflated here, on the calling arena's threads.
+    vrparticles::putBgeoTail(layout, pending);
+    cutPieces(true);
+    size_t waiting = 0;
+    {
+      std::lock_guard<std::mutex> hold(lock);
+      waiting = pieces.size();
+    }
+    tbb::parallel_for(size_t(0), waiting, [this](size_t) { deflateWaitingPiece(); });
+    if (!writeDeflatedPieces()) return false;
+    if (!pieces.empty()) return failWith("a piece of the particles was never compressed");
     std::string header;
     vrparticles::putBgeoHeader(layout, particles, header);
     const uLong headerCrc = crc32(0L, reinterpret_cast<const unsigned char*>(header.data()), static_cast<uInt>(header.size()));

@@ -14,6 +14,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
 #include <string>
 
 class VrParticleStream {
@@ -31,8 +34,8 @@ class VrParticleStream {
   bool ok() const { return reason.empty(); }
   const std::string& error() const { return reason; }
 
-  /// Appends to `bytes` what `append` stores for `batch`, a set with the layout's attributes.
-  /// Any thread, each with a batch of its own.
+  /// Appends to `bytes` what `append` stores for `batch`, a set with the layout's attributes,
+  /// and deflates waiting pieces of the file. Any thread, each with a batch of its own.
   void encode(const VrParticleSet& batch, std::string& bytes) const;
   /// Stores an encoded batch of `particles` particles after the ones before; false once anything
   /// failed.
@@ -42,8 +45,15 @@ class VrParticleStream {
   bool finish();
 
  private:
+  struct Piece;
   std::string prefix(size_t particles) const;
   bool failWith(const std::string& why);
+  /// Cuts `pending` into pieces to deflate: whole ones, or everything when `last`.
+  void cutPieces(bool last);
+  /// Deflates the first waiting piece and answers its size (at least 1); 0 when none waits.
+  size_t deflateWaitingPiece() const;
+  /// Writes the deflated pieces at the head, in order.
+  bool writeDeflatedPieces();
 
   VrAtomicFile file;
   VrParticleSet layout;
@@ -52,4 +62,7 @@ class VrParticleStream {
   size_t particles = 0;
   uint32_t bodyCrc = 0;   // of the bytes after the header, for gzip
   uint64_t bodySize = 0;  // input bytes after the header
+  std::string pending;    // stored bytes not yet in a piece
+  mutable std::mutex lock;
+  mutable std::deque<std::shared_ptr<Piece>> pieces;  // cut and not yet written, in file order
 };
