@@ -81,6 +81,7 @@ bool VrParticleOutput::write(const std::string& patch, const VrOutputPrimitive* 
 
 void VrParticleOutput::encode(const std::string&, const VrOutputPrimitive* primitives, size_t count,
                               std::string& bytes) const {
+  if (!stream) return;  // not begun: writeEncoded says so
   thread_local VrParticleSet batch;
   if (batch.numAttributes() == 0) addInstanceChannels(batch);
   batch.resize(count);
