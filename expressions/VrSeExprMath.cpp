@@ -1,6 +1,7 @@
 #include "expressions/VrSeExprMath.h"
 
 #include <KSeExpr/ExprBuiltins.h>
+#include <KSeExpr/Noise.h>
 #include <KSeExpr/Vec.h>
 
 double vrSeNoise(int n, const double* args) {
@@ -9,6 +10,15 @@ double vrSeNoise(int n, const double* args) {
   KSeExpr::Vec3d v[4];
   for (int i = 0; i < n; ++i) v[i] = KSeExpr::Vec3d(args[3 * i], args[3 * i + 1], args[3 * i + 2]);
   return KSeExpr::noise(n, v);
+}
+
+// The library's 3D noise template, which its `noise` calls for one argument or three, taken to
+// [0, 1] as `noise` takes it.
+double vrSeNoise3(double x, double y, double z) {
+  const double p[3] = {x, y, z};
+  double result = 0.0;
+  KSeExpr::Noise<3, 1>(p, &result);
+  return result * 0.5 + 0.5;
 }
 
 double vrSeSnoise(const double xyz[3]) { return KSeExpr::snoise(KSeExpr::Vec3d(xyz[0], xyz[1], xyz[2])); }

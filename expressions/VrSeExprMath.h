@@ -7,6 +7,9 @@
 /// `args` (3·n values). One argument: 3D noise of that vector. Two to four: noise of that
 /// dimension over the first component of each argument. Result in [0, 1]; 0 for n < 1.
 double vrSeNoise(int n, const double* args);
+/// vrSeNoise of the point (x, y, z), bit for bit, without the packing of arguments: the entry
+/// for loops that sample the noise several times per CV.
+double vrSeNoise3(double x, double y, double z);
 /// Signed 3D noise of (x, y, z), in [-1, 1].
 double vrSeSnoise(const double xyz[3]);
 /// Signed 3D noise of (x, y, z), periodic with the integer part of each period component (at least

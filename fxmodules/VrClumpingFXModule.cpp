@@ -6,14 +6,14 @@
 //   per CV: d = P[i] - G[i], shrunk by the clump amount, flattened along B, curled about T;
 //           G[i] += offset along B;  P[i] = G[i] + d
 //
-// The frame (T, A, B) starts as the guide's root frame turned onto its first segment, with A and
-// B turned about T by the guide's twist, and is carried along G, each bend spread over two
-// steps. Per-thread scratch lives in the module's context (`ClumpState`), so a primitive
-// allocates nothing once the buffers have grown.
+// The frame (T, A, B) is `VrClumpFrame`'s walk along G; a guide left as grown is walked once per
+// worker and twist (`VrClumpFrameCache`). Per-thread scratch lives in the module's context
+// (`ClumpState`), so a primitive allocates nothing once the buffers have grown.
 
 #include "fxmodules/VrClumpingFXModule.h"
 
 #include "fxmodules/VrClumpCurves.h"
+#include "fxmodules/VrClumpFrame.h"
 
 #include "base/VrExactCast.h"
 #include "base/VrMessage.h"
@@ -42,26 +42,11 @@ namespace {
 
 using Vec = SgVec3T<double>;
 
-constexpr double Straight = 0.99999;
-constexpr double DegreesToRadians = 0.017453292519943295;
+constexpr double Straight = VrClumpFrame::Straight;
 
 using vrutil::unit;
 
 double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
-
-// A turn about a unit axis, its cosine and sine worked out once for the vectors it turns.
-struct Turn {
-  Turn() = default;
-  Turn(const Vec& axis, double radians) : axis(axis), c(std::cos(radians)), s(std::sin(radians)) {}
-  Vec operator()(const Vec& v) const { return vrFXRotated(v, axis, c, s); }
-  void frame(Vec& T, Vec& A, Vec& B) const {
-    T = (*this)(T);
-    A = (*this)(A);
-    B = (*this)(B);
-  }
-  Vec axis;
-  double c = 1.0, s = 0.0;
-};
 
 // Per-worker scratch of one clumping module.
 class ClumpState : public VrFXModuleContext {
@@ -71,11 +56,15 @@ class ClumpState : public VrFXModuleContext {
   std::unique_ptr<VrFXModuleContext> clone() const override {
     auto copy = std::make_unique<ClumpState>(*this);
     copy->regionMap.reset();
+    copy->frames.clear();
     return copy;
   }
   std::vector<Vec> G;
   std::optional<vrexpr::MapReader> regionMap;  // made for the pass `regionPass`
   unsigned regionPass = 0;
+  VrClumpFrame reshapedFrame;  // the walk along a guide cut, resampled or noised
+  VrClumpFrameCache frames;    // walks along guides as grown, of the pass `framesPass`
+  unsigned framesPass = 0;
   std::vector<double> clumpScale, copyScale, offsetScale, flatnessScale, noiseScale;
   unsigned sampledFor = 0;
 };
@@ -426,14 +415,19 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   const std::string* guidePatch = &guide.patchName;
   const double c = exprs[Cut]->at(guide.u, guide.v, guide.face, guidePatch);
   double clumpLength = guide.length;
+  bool asGrown = true;  // G holds the guide's own CVs
   if (c * m < guide.length) {
     SgCurve::cutFromTip(G, guide.length - c * m, true);
     if (m >= MaskEpsilon) SgCurve::cutToLength(P, c * m, true);
     clumpLength = c * m;
+    asGrown = false;
   }
   VrExpression::setThreadVariable("clumpLength", clumpLength);
   const size_t n = P.size();
-  if (G.size() != n) SgCurve::rebuild(G, static_cast<int>(n), true);
+  if (G.size() != n) {
+    SgCurve::rebuild(G, static_cast<int>(n), true);
+    asGrown = false;
+  }
   if (n < 2 || G.size() != n) return true;
   if (state->sampledFor != n) {
     clumpScale.sample(static_cast<unsigned>(n), state->clumpScale);
@@ -472,6 +466,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   // 9: clump noise on the guide copy.
   const double noise = std::max(0.0, exprs[Noise]->at(u, v, face, patchName));
   if (noise >= 1e-5) {
+    asGrown = false;
     const double frequency = std::max(0.0, exprs[NoiseFrequency]->at(u, v, face, patchName));
     const double correlation = std::clamp(exprs[NoiseCorrelation]->at(u, v, face, patchName) / 100.0, 0.0, 1.0);
     const double spread = (1.0 - correlation) * (1.0 - correlation) * 100.0;
@@ -484,7 +479,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     }
   }
 
-  // 10-11: base values and the frame turned onto the first segment.
+  // 10-11: base values and the frame along G.
   const Expr& clumpE = *exprs[Clump];
   const Expr& varE = *exprs[ClumpVariance];
   const Expr& curlE = *exprs[Curl];
@@ -501,20 +496,15 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   // The control maps scale the clump amount of the whole primitive.
   const double control = controlOn ? controlAt(u, v, face, patchName) : 1.0;
 
-  Vec T = guide.T, A = guide.A, B = guide.B;
-  const Vec D0 = unit(G[1] - G[0]);
-  if (T.dot(D0) < Straight) Turn(unit(T.cross(D0)), angleBetween(T, D0)).frame(T, A, B);
   const double twist = exprs[Twist]->at(guide.u, guide.v, guide.face, guidePatch);
-  if (twist != 0.0) {
-    const Turn turn(T, twist * DegreesToRadians);
-    A = turn(A);
-    B = turn(B);
+  if (state->framesPass != regionPass) {
+    state->frames.clear();
+    state->framesPass = regionPass;
   }
+  VrClumpFrame& frame = asGrown ? state->frames.walk(g, guide, twist) : state->reshapedFrame;
+  if (!asGrown) frame.walk(G, guide.T, guide.A, guide.B, twist);
 
   // 12-13: along the guide.
-  Vec Dprev = D0;
-  Turn pending;  // the second half of the last bend
-  bool bendPending = false;
   bool shiftedBefore = false;  // the offset moved G[i - 1]
   for (size_t i = 1; i < n; ++i) {
     if (anyT) {
@@ -531,7 +521,6 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     const double o = offset * state->offsetScale[i] * m;
     const double f = std::clamp(flatness * state->flatnessScale[i] * m, 0.0, 1.0);
     if (amount) (*amount)[i] = Vec(c, c, c);
-    const Vec D = i + 1 < n ? unit(G[i + 1] - G[i]) : Dprev;
     Vec d = P[i] - G[i];
     if (volumize) {
       const double s = vrutil::linearstep(c, 0.0, 1.0);
@@ -539,22 +528,11 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       d = around * (s * d.length()) + d * (1.0 - s);
     }
     d = d * (1.0 - c);
-    if (bendPending) {
-      pending.frame(T, A, B);
-      bendPending = false;
-    }
-    if (std::fabs(D.dot(Dprev)) < Straight) {
-      pending = Turn(unit(Dprev.cross(D)), 0.5 * angleBetween(Dprev, D));
-      pending.frame(T, A, B);
-      bendPending = true;
-    }
-    T = unit(T);
-    A = unit(A);
-    B = unit(B);
+    const Vec &T = frame.T[i], &A = frame.A[i], &B = frame.B[i], &Dprev = frame.before[i];
     Vec r = T * d.dot(T) + A * d.dot(A) + B * ((1.0 - f) * d.dot(B));
     const bool shifted = o != 0.0;
     if (q != 0.0) {
-      const Turn curlTurn(T, q);
+      const VrFXTurn curlTurn = frame.turnAboutT(i, q);
       r = curlTurn(r);
       if (shifted) G[i] += curlTurn(B * o);
     } else if (shifted) {
@@ -570,7 +548,6 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     }
     shiftedBefore = shifted;
     P[i] = G[i] + r;
-    Dprev = D;
   }
   if (anyT) VrExpression::removeThreadVariable("t");
   if (guideCopy) guideCopy->assign(G.begin(), G.end());

@@ -20,8 +20,8 @@
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "document/vrutilFiles.h"
+#include "expressions/VrSeExprMath.h"
 #include "geometry/VrPatch.h"
-#include "geometry/vrutilMath.h"
 #include "primitives/VrPrimitive.h"
 #include "primitives/VrPrimitiveContext.h"
 
@@ -189,9 +189,9 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
       }
       const double w = m * state->magnitudeScale[i] * a;
       const double e = d * g;
-      const double d1 = (vrutil::noise(X, Y, Z + e) - 0.5) * w;
-      const double d2 = (vrutil::noise(X, Y + e, Z) - 0.5) * w;
-      const double d3 = (vrutil::noise(X + e, Y, Z) - 0.5) * w;
+      const double d1 = (vrSeNoise3(X, Y, Z + e) - 0.5) * w;
+      const double d2 = (vrSeNoise3(X, Y + e, Z) - 0.5) * w;
+      const double d3 = (vrSeNoise3(X + e, Y, Z) - 0.5) * w;
       if (writing) state->record.insert(state->record.end(), {static_cast<float>(d3), static_cast<float>(d2),
                                                               static_cast<float>(d1)});
       P[i] += frame.side[i] * d3 + frame.across[i] * d2 + frame.along(i) * d1;

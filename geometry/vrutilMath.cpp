@@ -17,10 +17,7 @@ double noise(double x, double y) {
   return vrSeNoise(2, args);
 }
 
-double noise(double x, double y, double z) {
-  const double args[9] = {x, x, x, y, y, y, z, z, z};
-  return vrSeNoise(3, args);
-}
+double noise(double x, double y, double z) { return vrSeNoise3(x, y, z); }
 
 double snoise(double x, double y, double z) {
   const double p[3] = {x, y, z};

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "base/vrutilCodec.h"
+#include "expressions/VrSeExprMath.h"
 #include "geometry/vrutilMath.h"
 
 using Vec = SgVec3T<double>;
@@ -23,6 +24,21 @@ TEST(VrutilMath, NoiseWiringAndRanges) {
   // Periodic noise is signed like snoise and repeats with the (integer) period.
   EXPECT_NEAR(vrutil::pnoise(0.3, 0.7, 1.1, 3.0), vrutil::snoise(0.3, 0.7, 1.1), 1e-12);
   EXPECT_NEAR(vrutil::pnoise(0.3 + 3.0, 0.7, 1.1 - 6.0, 3.0), vrutil::pnoise(0.3, 0.7, 1.1, 3.0), 1e-9);
+}
+
+TEST(VrutilMath, DirectNoiseIsTheLibraryNoiseBitForBit) {
+  // The unpacked entry against the library's own `noise` of one point and of three scalars,
+  // across lattice points, negative and large coordinates.
+  const double coords[] = {0.0, -0.0, 0.5, 1.0, -1.0, 0.419276, -7.25, 12.999999, 1e-9, 123456.789, -98765.4321};
+  for (double x : coords)
+    for (double y : coords)
+      for (double z : coords) {
+        const double one[3] = {x, y, z};
+        const double three[9] = {x, x, x, y, y, y, z, z, z};
+        const double direct = vrSeNoise3(x, y, z);
+        ASSERT_EQ(direct, vrSeNoise(1, one)) << x << " " << y << " " << z;
+        ASSERT_EQ(direct, vrSeNoise(3, three)) << x << " " << y << " " << z;
+      }
 }
 
 TEST(VrutilMath, LoopingNoisePeriodic) {
