@@ -1,10 +1,10 @@
 #pragma once
 // VrParticleOutput: one particle per primitive in a particle file (`.pdb`, `.bgeo`, `.bgeo.gz`,
 // `.geo`), with the thirteen instance channels: position, aim_VP, up_VP and scale (vectors),
-// id_VP, descid_VP, ri_VP, rf_VP, index_VP, u_VS, v_VS, faceid_VS and geomid_VS. `.bgeo` and
-// `.bgeo.gz` are written while the render runs, each run encoded (and deflated) by the thread
-// that made it; `.geo` and `.pdb`, whose layouts need the count or every particle first, gather
-// the set in memory and write it when the render ends.
+// id_VP, descid_VP, ri_VP, rf_VP, index_VP, u_VS, v_VS, faceid_VS and geomid_VS. `.bgeo`,
+// `.bgeo.gz` and `.geo` are written while the render runs, each run encoded by the thread that
+// made it; `.pdb`, which stores each channel of every particle in turn, gathers the set in memory
+// and writes it when the render ends.
 
 #include "io/output/VrPrimitiveOutput.h"
 #include "io/particles/VrParticleStream.h"

@@ -28,6 +28,17 @@ void putBgeoTail(const VrParticleSet& set, std::string& bytes);
 bool readGeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
+/// The parts of a `.geo` file, as those of `.bgeo` above: the header (whose count keeps a width
+/// of `MostGeoCountDigits` digits), the point lines, then the particle system: its opening with
+/// the count, the numbers of points [first, last), and the detail attributes with the end.
+constexpr size_t MostGeoCountDigits = 10;
+bool checkGeo(const VrParticleSet& set, std::string& error);
+void putGeoHeader(const VrParticleSet& set, size_t particles, std::string& bytes);
+void putGeoRecords(const VrParticleSet& set, size_t first, size_t last, std::string& bytes);
+void putGeoPrimitive(size_t particles, std::string& bytes);
+void putGeoPointNumbers(size_t first, size_t last, std::string& bytes);
+void putGeoTail(const VrParticleSet& set, std::string& bytes);
+
 bool readPdb32(const FileBytes& bytes, VrParticleSet& set, std::string& error);
 bool writePdb32(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 

@@ -18,6 +18,7 @@
 #include "io/particles/VrParticleBytes.h"
 #include "io/particles/VrParticleFormats.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -332,46 +333,69 @@ bool readGeo(const FileBytes& bytes, VrParticleSet& set, std::string& error) {
   return true;
 }
 
-bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error) {
-  const int position = positionAttribute(set, error);
-  if (position < 0) return false;
+bool checkGeo(const VrParticleSet& set, std::string& error) {
+  if (positionAttribute(set, error) < 0) return false;
   for (size_t a = 0; a < set.numAttributes(); ++a)
     if (!storable(set.attribute(a), error)) return false;
   for (size_t a = 0; a < set.numFixedAttributes(); ++a)
     if (!storable(set.fixedAttribute(a), error)) return false;
-  Writer<VrParticleSink> w(out);
-  const size_t n = set.numParticles();
+  return true;
+}
+
+void putGeoHeader(const VrParticleSet& set, size_t particles, std::string& bytes) {
+  TextPiece piece(bytes);
+  Writer<TextPiece> w(piece);
+  std::string unused;
+  const int position = positionAttribute(set, unused);
   w << "PGEOMETRY V5\nNPoints ";
-  w.number(n) << " NPrims 1\nNPointGroups 0 NPrimGroups 0\nNPointAttrib ";
+  // The count keeps its width whatever its value, so that a file written as its points come can
+  // have it filled in at the end; readers take any white space between words.
+  const size_t before = bytes.size();
+  w.number(particles);
+  bytes.append(MostGeoCountDigits - std::min(MostGeoCountDigits, bytes.size() - before), ' ');
+  w << " NPrims 1\nNPointGroups 0 NPrimGroups 0\nNPointAttrib ";
   w.number(set.numAttributes() - 1) << " NVertexAttrib 0 NPrimAttrib 1 NAttrib ";
   w.number(set.numFixedAttributes()) << "\n";
   if (set.numAttributes() > 1) w << "PointAttrib\n";
   writeDefinitions(w, set, false, position);
+}
+
+void putGeoRecords(const VrParticleSet& set, size_t first, size_t last, std::string& bytes) {
+  TextPiece piece(bytes);
+  Writer<TextPiece> w(piece);
+  std::string unused;
+  const int position = positionAttribute(set, unused);
   const VrParticleAttribute& p = set.attribute(static_cast<size_t>(position));
-  out.putInPieces(n, 4096, [&](size_t from, size_t to, std::string& text) {
-    TextPiece piece(text);
-    Writer<TextPiece> pw(piece);
-    for (size_t i = from; i < to; ++i) {
-      writeValues(pw, p, i);
-      pw << " 1";
-      const char* open = " (";
-      for (size_t a = 0; a < set.numAttributes(); ++a) {
-        if (static_cast<int>(a) == position) continue;
-        pw << open;
-        open = "\t";
-        writeValues(pw, set.attribute(a), i);
-      }
-      pw << (set.numAttributes() > 1 ? ")\n" : "\n");
+  for (size_t i = first; i < last; ++i) {
+    writeValues(w, p, i);
+    w << " 1";
+    const char* open = " (";
+    for (size_t a = 0; a < set.numAttributes(); ++a) {
+      if (static_cast<int>(a) == position) continue;
+      w << open;
+      open = "\t";
+      writeValues(w, set.attribute(a), i);
     }
-  });
-  // One particle system holding every point, as particle tools expect.
+    w << (set.numAttributes() > 1 ? ")\n" : "\n");
+  }
+}
+
+void putGeoPrimitive(size_t particles, std::string& bytes) {
+  TextPiece piece(bytes);
+  Writer<TextPiece> w(piece);
   w << "PrimitiveAttrib\ngenerator 1 index 1 papi\nPart ";
-  w.number(n);
-  out.putInPieces(n, 65536, [](size_t from, size_t to, std::string& text) {
-    TextPiece piece(text);
-    Writer<TextPiece> pw(piece);
-    for (size_t i = from; i < to; ++i) pw << " ", pw.number(i);
-  });
+  w.number(particles);
+}
+
+void putGeoPointNumbers(size_t first, size_t last, std::string& bytes) {
+  TextPiece piece(bytes);
+  Writer<TextPiece> w(piece);
+  for (size_t i = first; i < last; ++i) w << " ", w.number(i);
+}
+
+void putGeoTail(const VrParticleSet& set, std::string& bytes) {
+  TextPiece piece(bytes);
+  Writer<TextPiece> w(piece);
   w << " [0]\n";
   if (set.numFixedAttributes()) {
     w << "DetailAttrib\n";
@@ -385,6 +409,23 @@ bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error)
     w << ")\n";
   }
   w << "beginExtra\nendExtra\n";
+}
+
+bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error) {
+  if (!checkGeo(set, error)) return false;
+  const size_t n = set.numParticles();
+  std::string bytes;
+  putGeoHeader(set, n, bytes);
+  out.put(bytes);
+  out.putInPieces(n, 4096, [&](size_t from, size_t to, std::string& text) { putGeoRecords(set, from, to, text); });
+  // One particle system holding every point, as particle tools expect.
+  bytes.clear();
+  putGeoPrimitive(n, bytes);
+  out.put(bytes);
+  out.putInPieces(n, 65536, [](size_t from, size_t to, std::string& text) { putGeoPointNumbers(from, to, text); });
+  bytes.clear();
+  putGeoTail(set, bytes);
+  out.put(bytes);
   return true;
 }
 

@@ -1,4 +1,4 @@
-// A .bgeo or .bgeo.gz file written batch by batch.
+// A .bgeo, .bgeo.gz or .geo file written batch by batch.
 
 #include "io/particles/VrParticleStream.h"
 
@@ -8,12 +8,15 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <vector>
 #include <zlib.h>
 
 namespace {
 // Large enough that a piece's Huffman tables and flush cost little, small enough that pieces
 // come often and several threads share the work.
 constexpr size_t PieceBytes = 64u << 10;
+// The most points a `.geo` header's count field holds.
+constexpr size_t MostGeoParticles = 9999999999u;
 }  // namespace
 
 struct VrParticleStream::Piece {
@@ -25,14 +28,15 @@ struct VrParticleStream::Piece {
 };
 
 bool VrParticleStream::streams(VrParticleFormat format, const VrParticleSet& layout) {
-  if (format != VrParticleFormat::Bgeo && format != VrParticleFormat::BgeoGz) return false;
+  if (format != VrParticleFormat::Bgeo && format != VrParticleFormat::BgeoGz && format != VrParticleFormat::Geo)
+    return false;
   for (size_t a = 0; a < layout.numAttributes(); ++a)
     if (layout.attribute(a).type == VrParticleType::IndexedString) return false;
   return true;
 }
 
 VrParticleStream::VrParticleStream(const std::string& path, VrParticleFormat format, const VrParticleSet& attributes)
-    : file(path), layout(attributes), gzip(format == VrParticleFormat::BgeoGz) {
+    : file(path), layout(attributes), format(format), gzip(format == VrParticleFormat::BgeoGz) {
   layout.resize(0);
   if (!streams(format, layout)) {
     reason = "the particles cannot be written as they are made";
@@ -42,13 +46,18 @@ VrParticleStream::VrParticleStream(const std::string& path, VrParticleFormat for
     reason = "cannot create the file";
     return;
   }
-  if (!vrparticles::checkBgeo(layout, reason)) return;
+  if (!(format == VrParticleFormat::Geo ? vrparticles::checkGeo(layout, reason) : vrparticles::checkBgeo(layout, reason)))
+    return;
   const std::string head = prefix(0);
   if (!file.out().write(head.data(), static_cast<std::streamsize>(head.size()))) reason = "cannot write the file";
 }
 
 std::string VrParticleStream::prefix(size_t count) const {
   std::string header;
+  if (format == VrParticleFormat::Geo) {
+    vrparticles::putGeoHeader(layout, count, header);
+    return header;
+  }
   vrparticles::putBgeoHeader(layout, count, header);
   if (!gzip) return header;
   std::string bytes(reinterpret_cast<const char*>(vrparticles::GzipHeader), sizeof vrparticles::GzipHeader);
@@ -58,7 +67,8 @@ std::string VrParticleStream::prefix(size_t count) const {
 
 void VrParticleStream::encode(const VrParticleSet& batch, std::string& bytes) const {
   const size_t before = bytes.size();
-  vrparticles::putBgeoRecords(batch, 0, batch.numParticles(), bytes);
+  if (format == VrParticleFormat::Geo) vrparticles::putGeoRecords(batch, 0, batch.numParticles(), bytes);
+  else vrparticles::putBgeoRecords(batch, 0, batch.numParticles(), bytes);
   if (!gzip) return;
   // Each batch pays for its own bytes: as many waiting bytes are deflated as it encoded, so the
   // pieces keep pace with the batches.
@@ -143,9 +153,25 @@ bool VrParticleStream::append(const std::string& encoded, size_t count) {
 
 bool VrParticleStream::finish() {
   if (!ok()) return false;
-  if (particles > vrparticles::MostBgeoParticles) return failWith("more particles than the format can count");
+  const bool geo = format == VrParticleFormat::Geo;
+  if (particles > (geo ? MostGeoParticles : vrparticles::MostBgeoParticles))
+    return failWith("more particles than the format can count");
   std::ostream& out = file.out();
-  if (!gzip) {
+  if (geo) {
+    // One particle system holding every point, its numbers made in pieces on the arena's threads.
+    std::string tail;
+    vrparticles::putGeoPrimitive(particles, tail);
+    out.write(tail.data(), static_cast<std::streamsize>(tail.size()));
+    constexpr size_t perPiece = 65536;
+    std::vector<std::string> numbers((particles + perPiece - 1) / perPiece);
+    tbb::parallel_for(size_t(0), numbers.size(), [&](size_t k) {
+      vrparticles::putGeoPointNumbers(k * perPiece, std::min(particles, (k + 1) * perPiece), numbers[k]);
+    });
+    for (const std::string& piece : numbers) out.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+    tail.clear();
+    vrparticles::putGeoTail(layout, tail);
+    out.write(tail.data(), static_cast<std::streamsize>(tail.size()));
+  } else if (!gzip) {
     std::string tail;
     vrparticles::putBgeoTail(layout, tail);
     out.write(tail.data(), static_cast<std::streamsize>(tail.size()));

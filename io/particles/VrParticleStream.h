@@ -1,13 +1,20 @@
 #pragma once
-// VrParticleStream: a `.bgeo` or `.bgeo.gz` file whose particles arrive in order, a batch at a
-// time, so that it is written while they are made and never held whole in memory. A batch is
-// encoded on any thread (`encode`; for gzip, deflated there as a piece of its own), and the
-// encoded batches are stored in order (`append`); `finish` writes the particle count into the
-// header and renames the file into place. The file's bytes depend only on the particles and on
-// where the batches begin, never on the threads that encoded them.
+// VrParticleStream: a `.bgeo`, `.bgeo.gz` or `.geo` file whose particles arrive in order, a
+// batch at a time, so that it is written while they are made and never held whole in memory. A
+// batch is encoded on any thread (`encode`), and the encoded batches are stored in order
+// (`append`); `finish` writes the particle count into the header and renames the file into
+// place. The file's bytes depend only on the particles, never on the threads or on where the
+// batches begin.
 //
-// The header goes first with a count of zero and keeps its length: for gzip it is a stored
-// (uncompressed) block that `finish` rewrites, its checksum combined with the rest's.
+// Gzip: the stored bytes are cut into pieces of a fixed size, each deflated as a stream of its
+// own that the next one follows, and the pieces' checksums combine into the member's. The
+// threads that encode batches deflate the waiting pieces too, as many bytes as they encoded, so
+// compression keeps pace with the render on every thread without a thread of its own; `finish`
+// deflates what is left on the calling arena's threads.
+//
+// The header goes first with a count of zero and keeps its length (`.geo` gives the count a
+// fixed width): for gzip it is a stored (uncompressed) block that `finish` rewrites, its
+// checksum combined with the rest's.
 
 #include "base/VrAtomicFile.h"
 #include "io/particles/VrParticles.h"
@@ -21,9 +28,9 @@
 
 class VrParticleStream {
  public:
-  /// Whether particles of `layout`'s attributes can be streamed to a file of `format`: `.bgeo`
-  /// and `.bgeo.gz`, with no indexed strings (their tables stand in the header, before any
-  /// particle is known).
+  /// Whether particles of `layout`'s attributes can be streamed to a file of `format`: `.bgeo`,
+  /// `.bgeo.gz` and `.geo`, with no indexed strings (their tables stand in the header, before
+  /// any particle is known). `.pdb` stores each attribute of every particle in turn.
   static bool streams(VrParticleFormat format, const VrParticleSet& layout);
 
   /// Opens the temporary file for `path` and writes the header of `layout`'s attributes (its
@@ -57,6 +64,7 @@ class VrParticleStream {
 
   VrAtomicFile file;
   VrParticleSet layout;
+  VrParticleFormat format;
   bool gzip;
   std::string reason;
   size_t particles = 0;
