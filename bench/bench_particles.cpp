@@ -128,6 +128,7 @@ void BM_ParticlesStream(benchmark::State& state, const char* extension) {
 
 BENCHMARK_CAPTURE(BM_ParticlesStream, bgeo, ".bgeo")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ParticlesStream, bgeo_gz, ".bgeo.gz")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_ParticlesStream, geo, ".geo")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ParticlesWrite, bgeo, ".bgeo")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ParticlesRead, bgeo, ".bgeo")->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_ParticlesWrite, bgeo_gz, ".bgeo.gz")->Unit(benchmark::kMillisecond);
