@@ -354,18 +354,4 @@ void putBgeoTail(const VrParticleSet& set, std::string& bytes) {
   bytes.push_back(static_cast<char>(0xff));
 }
 
-bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error) {
-  if (!checkBgeo(set, error)) return false;
-  std::string bytes;
-  putBgeoHeader(set, set.numParticles(), bytes);
-  out.put(bytes);
-  out.putInPieces(set.numParticles(), 16384, [&](size_t first, size_t last, std::string& records) {
-    putBgeoRecords(set, first, last, records);
-  });
-  bytes.clear();
-  putBgeoTail(set, bytes);
-  out.put(bytes);
-  return true;
-}
-
 }  // namespace vrparticles

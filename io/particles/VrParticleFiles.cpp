@@ -3,9 +3,15 @@
 
 #include "io/particles/VrParticleBytes.h"
 #include "io/particles/VrParticleFormats.h"
+#include "io/particles/VrParticleStream.h"
 #include "io/particles/VrParticles.h"
 
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include <algorithm>
 #include <cctype>
+#include <vector>
 
 namespace {
 
@@ -19,6 +25,31 @@ bool endsWith(const std::string& text, const char* tail) {
 
 bool fail(std::string* error, const std::string& path, const std::string& why) {
   if (error) *error = vrparticles::fileName(path) + ": " + why;
+  return false;
+}
+
+// A whole set through a stream: pieces of particles encoded on every thread of the calling arena,
+// a few per thread at a time, then stored in order.
+bool writeStreamed(const std::string& path, VrParticleFormat format, const VrParticleSet& set, std::string& why) {
+  VrParticleStream stream(path, format, set);
+  constexpr size_t perPiece = 16384;
+  const size_t n = set.numParticles();
+  const size_t window = 4 * static_cast<size_t>(std::max(1, tbb::this_task_arena::max_concurrency()));
+  std::vector<std::string> encoded(window);
+  for (size_t first = 0; first < n && stream.ok(); first += window * perPiece) {
+    const size_t pieces = std::min(window, (n - first + perPiece - 1) / perPiece);
+    tbb::parallel_for(size_t(0), pieces, [&](size_t k) {
+      const size_t from = first + k * perPiece;
+      encoded[k].clear();
+      stream.encode(set, from, std::min(n, from + perPiece), encoded[k]);
+    });
+    for (size_t k = 0; k < pieces; ++k) {
+      const size_t from = first + k * perPiece;
+      stream.append(encoded[k], std::min(n, from + perPiece) - from);
+    }
+  }
+  if (stream.finish()) return true;
+  why = stream.error();
   return false;
 }
 
@@ -54,11 +85,10 @@ bool VrWriteParticles(const std::string& path, const VrParticleSet& set, std::st
   if (format == VrParticleFormat::Unknown)
     return fail(error, path, "not a particle file of a known kind (.bgeo, .bgeo.gz, .geo, .pdb)");
   std::string why;
-  vrparticles::VrParticleSink out(path, format == VrParticleFormat::BgeoGz);
+  if (format != VrParticleFormat::Pdb32)
+    return writeStreamed(path, format, set, why) || fail(error, path, why);
+  vrparticles::VrParticleSink out(path);
   if (!out.ok()) return fail(error, path, "cannot create the file");
-  const bool ok = format == VrParticleFormat::Geo     ? vrparticles::writeGeo(set, out, why)
-                  : format == VrParticleFormat::Pdb32 ? vrparticles::writePdb32(set, out, why)
-                                                      : vrparticles::writeBgeo(set, out, why);
-  if (!ok || !out.finish(why)) return fail(error, path, why);
+  if (!vrparticles::writePdb32(set, out, why) || !out.finish(why)) return fail(error, path, why);
   return true;
 }

@@ -1,7 +1,8 @@
 #pragma once
-// Internal to io/particles: the reader and writer of each format. Readers take the file's bytes
-// (inflated already) and fill an empty set; writers fill a sink. Both answer false with the
-// reason in `error`, without the file's name (VrReadParticles and VrWriteParticles add it).
+// Internal to io/particles: the reader of each format, and the writers' parts. Readers take the
+// file's bytes (inflated already) and fill an empty set. `.bgeo` and `.geo` are written in parts
+// that VrParticleStream puts together; `.pdb` fills a sink. Readers and checks answer false with
+// the reason in `error`, without the file's name (VrReadParticles and VrWriteParticles add it).
 
 #include "io/particles/VrParticleBytes.h"
 #include "io/particles/VrParticleSink.h"
@@ -13,9 +14,8 @@
 namespace vrparticles {
 
 bool readBgeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
-bool writeBgeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
-/// The parts of a `.bgeo` file, for writers that make them apart. `checkBgeo` first: false, with
+/// The parts of a `.bgeo` file. `checkBgeo` first: false, with
 /// the reason, when the set cannot be written in the format. Then the header with the point
 /// attributes' definitions for `particles` points (its length does not depend on the count), the
 /// records of points [first, last), and the detail attributes with the end mark; each appends.
@@ -26,7 +26,6 @@ void putBgeoRecords(const VrParticleSet& set, size_t first, size_t last, std::st
 void putBgeoTail(const VrParticleSet& set, std::string& bytes);
 
 bool readGeo(const FileBytes& bytes, VrParticleSet& set, std::string& error);
-bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error);
 
 /// The parts of a `.geo` file, as those of `.bgeo` above: the header (whose count keeps a width
 /// of `MostGeoCountDigits` digits), the point lines, then the particle system: its opening with

@@ -168,7 +168,7 @@ bool addDefinitions(VrParticleSet& set, const std::vector<Definition>& defs, boo
   return true;
 }
 
-// Room in a string, as a sink gives it, for text made apart from the sink.
+// Room in a string for the writer below, as a buffer gives it.
 class TextPiece {
  public:
   explicit TextPiece(std::string& text) : text(text) {}
@@ -409,24 +409,6 @@ void putGeoTail(const VrParticleSet& set, std::string& bytes) {
     w << ")\n";
   }
   w << "beginExtra\nendExtra\n";
-}
-
-bool writeGeo(const VrParticleSet& set, VrParticleSink& out, std::string& error) {
-  if (!checkGeo(set, error)) return false;
-  const size_t n = set.numParticles();
-  std::string bytes;
-  putGeoHeader(set, n, bytes);
-  out.put(bytes);
-  out.putInPieces(n, 4096, [&](size_t from, size_t to, std::string& text) { putGeoRecords(set, from, to, text); });
-  // One particle system holding every point, as particle tools expect.
-  bytes.clear();
-  putGeoPrimitive(n, bytes);
-  out.put(bytes);
-  out.putInPieces(n, 65536, [](size_t from, size_t to, std::string& text) { putGeoPointNumbers(from, to, text); });
-  bytes.clear();
-  putGeoTail(set, bytes);
-  out.put(bytes);
-  return true;
 }
 
 }  // namespace vrparticles

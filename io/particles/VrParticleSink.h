@@ -1,16 +1,13 @@
 #pragma once
-// Internal to io/particles: the output of a particle writer. Bytes gather in a buffer of a few
-// megabytes that goes, when full, to a temporary file beside the target (for gzip output,
-// deflated in pieces on the threads of the calling arena; the bytes do not depend on their
-// number); `finish` renames the file into place. A sink destroyed unfinished removes its
+// Internal to io/particles: the output of a particle writer that fills it in order (`.pdb`).
+// Bytes gather in a buffer of a few megabytes that goes, when full, to a temporary file beside
+// the target; `finish` renames the file into place. A sink destroyed unfinished removes its
 // temporary file, so a failed write leaves nothing at the target.
 
 #include "base/VrAtomicFile.h"
 
 #include <cstddef>
 #include <cstring>
-#include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,8 +16,7 @@ namespace vrparticles {
 class VrParticleSink {
  public:
   /// Opens the temporary file for `path`; `ok()` tells whether that worked.
-  VrParticleSink(const std::string& path, bool gzip);
-  ~VrParticleSink();
+  explicit VrParticleSink(const std::string& path);
   VrParticleSink(const VrParticleSink&) = delete;
   VrParticleSink& operator=(const VrParticleSink&) = delete;
 
@@ -36,26 +32,19 @@ class VrParticleSink {
   void giveBack(size_t n) { used -= n; }
   void put(const void* data, size_t n) { std::memcpy(space(n), data, n); }
   void put(const std::string& text) { put(text.data(), text.size()); }
-  /// Puts the bytes of `count` items made piece by piece on the threads of the calling arena:
-  /// `make(from, to, bytes)` appends the bytes of items [from, to) to `bytes`. Pieces hold
-  /// `perPiece` items and go out in order, so the bytes do not depend on the thread count; a
-  /// few pieces per thread are held at once.
-  void putInPieces(size_t count, size_t perPiece, const std::function<void(size_t, size_t, std::string&)>& make);
-  /// Writes what is buffered, ends the gzip stream and renames the file into place. False, with
+  /// Writes what is buffered and renames the file into place. False, with
   /// the reason in `error`, when anything failed on the way; nothing is left at the path then.
   bool finish(std::string& error);
 
  private:
   void makeRoom(size_t n);
-  void drain(int flush);
+  void drain();
 
   VrAtomicFile file;
   std::vector<unsigned char> buffer;
   size_t used = 0;
   bool opened;
   bool good;
-  struct Deflate;
-  std::unique_ptr<Deflate> deflate;
 };
 
 }  // namespace vrparticles

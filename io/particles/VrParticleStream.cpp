@@ -27,19 +27,39 @@ struct VrParticleStream::Piece {
   State state = Waiting;  // under the stream's lock
 };
 
+namespace {
+
+bool streamableFormat(VrParticleFormat format) {
+  return format == VrParticleFormat::Bgeo || format == VrParticleFormat::BgeoGz || format == VrParticleFormat::Geo;
+}
+
+// The attributes of `set`, string tables and fixed values included, without its particles.
+VrParticleSet layoutOf(const VrParticleSet& set) {
+  VrParticleSet layout;
+  for (size_t a = 0; a < set.numAttributes(); ++a) {
+    const VrParticleAttribute& attr = set.attribute(a);
+    layout.attribute(static_cast<size_t>(layout.addAttribute(attr.name, attr.type, attr.count))).strings = attr.strings;
+  }
+  for (size_t a = 0; a < set.numFixedAttributes(); ++a) {
+    const VrParticleAttribute& attr = set.fixedAttribute(a);
+    layout.fixedAttribute(static_cast<size_t>(layout.addFixedAttribute(attr.name, attr.type, attr.count))) = attr;
+  }
+  return layout;
+}
+
+}  // namespace
+
 bool VrParticleStream::streams(VrParticleFormat format, const VrParticleSet& layout) {
-  if (format != VrParticleFormat::Bgeo && format != VrParticleFormat::BgeoGz && format != VrParticleFormat::Geo)
-    return false;
+  if (!streamableFormat(format)) return false;
   for (size_t a = 0; a < layout.numAttributes(); ++a)
     if (layout.attribute(a).type == VrParticleType::IndexedString) return false;
   return true;
 }
 
 VrParticleStream::VrParticleStream(const std::string& path, VrParticleFormat format, const VrParticleSet& attributes)
-    : file(path), layout(attributes), format(format), gzip(format == VrParticleFormat::BgeoGz) {
-  layout.resize(0);
-  if (!streams(format, layout)) {
-    reason = "the particles cannot be written as they are made";
+    : file(path), layout(layoutOf(attributes)), format(format), gzip(format == VrParticleFormat::BgeoGz) {
+  if (!streamableFormat(format)) {
+    reason = "this format is not written a batch at a time";
     return;
   }
   if (!file.ok()) {
@@ -65,10 +85,10 @@ std::string VrParticleStream::prefix(size_t count) const {
   return bytes;
 }
 
-void VrParticleStream::encode(const VrParticleSet& batch, std::string& bytes) const {
+void VrParticleStream::encode(const VrParticleSet& particles, size_t first, size_t last, std::string& bytes) const {
   const size_t before = bytes.size();
-  if (format == VrParticleFormat::Geo) vrparticles::putGeoRecords(batch, 0, batch.numParticles(), bytes);
-  else vrparticles::putBgeoRecords(batch, 0, batch.numParticles(), bytes);
+  if (format == VrParticleFormat::Geo) vrparticles::putGeoRecords(particles, first, last, bytes);
+  else vrparticles::putBgeoRecords(particles, first, last, bytes);
   if (!gzip) return;
   // Each batch pays for its own bytes: as many waiting bytes are deflated as it encoded, so the
   // pieces keep pace with the batches.

@@ -34,16 +34,19 @@ class VrParticleStream {
   static bool streams(VrParticleFormat format, const VrParticleSet& layout);
 
   /// Opens the temporary file for `path` and writes the header of `layout`'s attributes (its
-  /// particles are not written; its fixed attributes end the file). `ok()` tells whether it
-  /// worked, and `error()` why not.
+  /// particles are not written; its fixed attributes end the file). Its string tables must hold
+  /// every string the particles to come index, as those of a set written whole do. `ok()` tells
+  /// whether it worked, and `error()` why not.
   VrParticleStream(const std::string& path, VrParticleFormat format, const VrParticleSet& layout);
 
   bool ok() const { return reason.empty(); }
   const std::string& error() const { return reason; }
 
-  /// Appends to `bytes` what `append` stores for `batch`, a set with the layout's attributes,
-  /// and deflates waiting pieces of the file. Any thread, each with a batch of its own.
-  void encode(const VrParticleSet& batch, std::string& bytes) const;
+  /// Appends to `bytes` what `append` stores for particles [first, last) of `particles`, a set
+  /// with the layout's attributes, and deflates waiting pieces of the file. Any thread, each with
+  /// particles of its own.
+  void encode(const VrParticleSet& particles, size_t first, size_t last, std::string& bytes) const;
+  void encode(const VrParticleSet& batch, std::string& bytes) const { encode(batch, 0, batch.numParticles(), bytes); }
   /// Stores an encoded batch of `particles` particles after the ones before; false once anything
   /// failed.
   bool append(const std::string& encoded, size_t particles);
