@@ -1,6 +1,6 @@
 #include "io/output/VrTextOutput.h"
 
-#include <tbb/parallel_for.h>
+#include "base/vrutilPieces.h"
 
 #include <algorithm>
 #include <locale>
@@ -31,25 +31,21 @@ bool VrTextOutput::writeEncoded(const std::string&, const VrOutputPrimitive*, si
 bool VrTextOutput::write(const std::string& patch, const VrOutputPrimitive* primitives, size_t count) {
   if (!file) return false;
   constexpr size_t chunk = 64;
-  const size_t chunks = (count + chunk - 1) / chunk;
-  chunkTexts.resize(std::max(chunkTexts.size(), chunks));
-  auto makeChunk = [&](size_t c) {
-    chunkTexts[c].clear();
-    encode(patch, primitives + c * chunk, std::min(chunk, count - c * chunk), chunkTexts[c]);
-  };
-  if (settings.threads == 1 || chunks < 2) {
-    for (size_t c = 0; c < chunks; ++c) makeChunk(c);
-  } else {
-    if (!arena) {
-      int workers = settings.threads;
-      if (workers <= 0) workers = tbb::task_arena::automatic;  // read by value: the constant has no definition to bind to
-      arena = std::make_unique<tbb::task_arena>(workers);
-    }
-    arena->execute([&] { tbb::parallel_for(size_t(0), chunks, makeChunk); });
+  if (!arena) {
+    int workers = settings.threads;
+    if (workers <= 0) workers = tbb::task_arena::automatic;  // read by value: the constant has no definition to bind to
+    arena = std::make_unique<tbb::task_arena>(workers);
   }
-  for (size_t c = 0; c < chunks; ++c)
-    if (!writeEncoded(patch, primitives + c * chunk, std::min(chunk, count - c * chunk), chunkTexts[c])) return false;
-  return true;
+  auto size = [&](size_t c) { return std::min(chunk, count - c * chunk); };
+  bool stored = false;
+  arena->execute([&] {
+    stored = vrutil::makeAndStoreInOrder(
+        (count + chunk - 1) / chunk,
+        [&](size_t c, std::string& text) { encode(patch, primitives + c * chunk, size(c), text); },
+        [&](size_t c, const std::string& text) { return writeEncoded(patch, primitives + c * chunk, size(c), text); },
+        chunkTexts);
+  });
+  return stored;
 }
 
 bool VrTextOutput::end() {

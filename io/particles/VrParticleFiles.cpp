@@ -1,13 +1,11 @@
 // Reading and writing particle files: the format by name (and, for binary geometry, by the
 // first bytes), then the format's reader or writer. Messages name the file.
 
+#include "base/vrutilPieces.h"
 #include "io/particles/VrParticleBytes.h"
 #include "io/particles/VrParticleFormats.h"
 #include "io/particles/VrParticleStream.h"
 #include "io/particles/VrParticles.h"
-
-#include <tbb/parallel_for.h>
-#include <tbb/task_arena.h>
 
 #include <algorithm>
 #include <cctype>
@@ -28,26 +26,17 @@ bool fail(std::string* error, const std::string& path, const std::string& why) {
   return false;
 }
 
-// A whole set through a stream: pieces of particles encoded on every thread of the calling arena,
-// a few per thread at a time, then stored in order.
+// A whole set through a stream, pieces of particles encoded on every thread of the calling arena.
 bool writeStreamed(const std::string& path, VrParticleFormat format, const VrParticleSet& set, std::string& why) {
   VrParticleStream stream(path, format, set);
   constexpr size_t perPiece = 16384;
   const size_t n = set.numParticles();
-  const size_t window = 4 * static_cast<size_t>(std::max(1, tbb::this_task_arena::max_concurrency()));
-  std::vector<std::string> encoded(window);
-  for (size_t first = 0; first < n && stream.ok(); first += window * perPiece) {
-    const size_t pieces = std::min(window, (n - first + perPiece - 1) / perPiece);
-    tbb::parallel_for(size_t(0), pieces, [&](size_t k) {
-      const size_t from = first + k * perPiece;
-      encoded[k].clear();
-      stream.encode(set, from, std::min(n, from + perPiece), encoded[k]);
-    });
-    for (size_t k = 0; k < pieces; ++k) {
-      const size_t from = first + k * perPiece;
-      stream.append(encoded[k], std::min(n, from + perPiece) - from);
-    }
-  }
+  auto last = [&](size_t k) { return std::min(n, (k + 1) * perPiece); };
+  std::vector<std::string> window;
+  vrutil::makeAndStoreInOrder(
+      stream.ok() ? (n + perPiece - 1) / perPiece : 0,
+      [&](size_t k, std::string& bytes) { stream.encode(set, k * perPiece, last(k), bytes); },
+      [&](size_t k, const std::string& bytes) { return stream.append(bytes, last(k) - k * perPiece); }, window);
   if (stream.finish()) return true;
   why = stream.error();
   return false;
