@@ -168,58 +168,40 @@ bool addDefinitions(VrParticleSet& set, const std::vector<Definition>& defs, boo
   return true;
 }
 
-// Room in a string for the writer below, as a buffer gives it.
-class TextPiece {
+// Text appended to a string: numbers as the shortest text that reads back to the same value.
+class Writer {
  public:
-  explicit TextPiece(std::string& text) : text(text) {}
-  unsigned char* space(size_t n) {
-    const size_t at = text.size();
-    text.resize(at + n);
-    return reinterpret_cast<unsigned char*>(&text[at]);
+  explicit Writer(std::string& text) : text(text) {}
+  Writer& operator<<(const std::string& more) {
+    text += more;
+    return *this;
   }
-  void giveBack(size_t n) { text.resize(text.size() - n); }
-  void put(const char* data, size_t n) { text.append(data, n); }
-  void put(const std::string& more) { text += more; }
+  Writer& operator<<(const char* more) {
+    text += more;
+    return *this;
+  }
+  template <class T>
+  Writer& number(T value) {
+    char digits[32];
+    const std::to_chars_result r = std::to_chars(digits, digits + sizeof digits, value);
+    text.append(digits, r.ptr);
+    return *this;
+  }
+  Writer& quoted(const std::string& more) {
+    text += '"';
+    for (char c : more) {
+      if (c == '\\' || c == '"') text += '\\';
+      text += c;
+    }
+    text += '"';
+    return *this;
+  }
 
  private:
   std::string& text;
 };
 
-// Text output: numbers as the shortest text that reads back to the same value.
-template <class Out>
-class Writer {
- public:
-  explicit Writer(Out& out) : out(out) {}
-  Writer& operator<<(const std::string& text) {
-    out.put(text);
-    return *this;
-  }
-  Writer& operator<<(const char* text) {
-    out.put(text, std::strlen(text));
-    return *this;
-  }
-  template <class T>
-  Writer& number(T value) {
-    char* p = reinterpret_cast<char*>(out.space(32));
-    const std::to_chars_result r = std::to_chars(p, p + 32, value);
-    out.giveBack(32 - static_cast<size_t>(r.ptr - p));
-    return *this;
-  }
-  Writer& quoted(const std::string& text) {
-    std::string q = "\"";
-    for (char c : text) {
-      if (c == '\\' || c == '"') q += '\\';
-      q += c;
-    }
-    return *this << q + "\"";
-  }
-
- private:
-  Out& out;
-};
-
-template <class Out>
-void writeDefinitions(Writer<Out>& w, const VrParticleSet& set, bool fixed, int skip) {
+void writeDefinitions(Writer& w, const VrParticleSet& set, bool fixed, int skip) {
   const size_t n = fixed ? set.numFixedAttributes() : set.numAttributes();
   for (size_t i = 0; i < n; ++i) {
     if (static_cast<int>(i) == skip) continue;
@@ -238,8 +220,7 @@ void writeDefinitions(Writer<Out>& w, const VrParticleSet& set, bool fixed, int 
   }
 }
 
-template <class Out>
-void writeValues(Writer<Out>& w, const VrParticleAttribute& a, size_t particle) {
+void writeValues(Writer& w, const VrParticleAttribute& a, size_t particle) {
   for (int k = 0; k < a.count; ++k) {
     if (k) w << " ";
     if (a.isInt())
@@ -343,8 +324,7 @@ bool checkGeo(const VrParticleSet& set, std::string& error) {
 }
 
 void putGeoHeader(const VrParticleSet& set, size_t particles, std::string& bytes) {
-  TextPiece piece(bytes);
-  Writer<TextPiece> w(piece);
+  Writer w(bytes);
   std::string unused;
   const int position = positionAttribute(set, unused);
   w << "PGEOMETRY V5\nNPoints ";
@@ -361,8 +341,7 @@ void putGeoHeader(const VrParticleSet& set, size_t particles, std::string& bytes
 }
 
 void putGeoRecords(const VrParticleSet& set, size_t first, size_t last, std::string& bytes) {
-  TextPiece piece(bytes);
-  Writer<TextPiece> w(piece);
+  Writer w(bytes);
   std::string unused;
   const int position = positionAttribute(set, unused);
   const VrParticleAttribute& p = set.attribute(static_cast<size_t>(position));
@@ -381,21 +360,18 @@ void putGeoRecords(const VrParticleSet& set, size_t first, size_t last, std::str
 }
 
 void putGeoPrimitive(size_t particles, std::string& bytes) {
-  TextPiece piece(bytes);
-  Writer<TextPiece> w(piece);
+  Writer w(bytes);
   w << "PrimitiveAttrib\ngenerator 1 index 1 papi\nPart ";
   w.number(particles);
 }
 
 void putGeoPointNumbers(size_t first, size_t last, std::string& bytes) {
-  TextPiece piece(bytes);
-  Writer<TextPiece> w(piece);
+  Writer w(bytes);
   for (size_t i = first; i < last; ++i) w << " ", w.number(i);
 }
 
 void putGeoTail(const VrParticleSet& set, std::string& bytes) {
-  TextPiece piece(bytes);
-  Writer<TextPiece> w(piece);
+  Writer w(bytes);
   w << " [0]\n";
   if (set.numFixedAttributes()) {
     w << "DetailAttrib\n";

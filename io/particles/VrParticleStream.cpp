@@ -57,7 +57,7 @@ bool VrParticleStream::streams(VrParticleFormat format, const VrParticleSet& lay
 }
 
 VrParticleStream::VrParticleStream(const std::string& path, VrParticleFormat format, const VrParticleSet& attributes)
-    : file(path), layout(layoutOf(attributes)), format(format), gzip(format == VrParticleFormat::BgeoGz) {
+    : file(path), layout(layoutOf(attributes)), format(format) {
   if (!streamableFormat(format)) {
     reason = "this format is not written a batch at a time";
     return;
@@ -79,7 +79,7 @@ std::string VrParticleStream::prefix(size_t count) const {
     return header;
   }
   vrparticles::putBgeoHeader(layout, count, header);
-  if (!gzip) return header;
+  if (!gzip()) return header;
   std::string bytes(reinterpret_cast<const char*>(vrparticles::GzipHeader), sizeof vrparticles::GzipHeader);
   vrparticles::putStoredPiece(reinterpret_cast<const unsigned char*>(header.data()), header.size(), bytes);
   return bytes;
@@ -89,7 +89,7 @@ void VrParticleStream::encode(const VrParticleSet& particles, size_t first, size
   const size_t before = bytes.size();
   if (format == VrParticleFormat::Geo) vrparticles::putGeoRecords(particles, first, last, bytes);
   else vrparticles::putBgeoRecords(particles, first, last, bytes);
-  if (!gzip) return;
+  if (!gzip()) return;
   // Each batch pays for its own bytes: as many waiting bytes are deflated as it encoded, so the
   // pieces keep pace with the batches.
   for (size_t owed = bytes.size() - before, paid = 0; paid < owed;) {
@@ -159,7 +159,7 @@ bool VrParticleStream::writeDeflatedPieces() {
 bool VrParticleStream::append(const std::string& encoded, size_t count) {
   if (!ok()) return false;
   particles += count;
-  if (!gzip) {
+  if (!gzip()) {
     if (!file.out().write(encoded.data(), static_cast<std::streamsize>(encoded.size())))
       return failWith("cannot write the file");
     bodySize += encoded.size();
@@ -191,7 +191,7 @@ bool VrParticleStream::finish() {
     tail.clear();
     vrparticles::putGeoTail(layout, tail);
     out.write(tail.data(), static_cast<std::streamsize>(tail.size()));
-  } else if (!gzip) {
+  } else if (!gzip()) {
     std::string tail;
     vrparticles::putBgeoTail(layout, tail);
     out.write(tail.data(), static_cast<std::streamsize>(tail.size()));

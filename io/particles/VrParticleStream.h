@@ -56,6 +56,7 @@ class VrParticleStream {
 
  private:
   struct Piece;
+  bool gzip() const { return format == VrParticleFormat::BgeoGz; }
   std::string prefix(size_t particles) const;
   bool failWith(const std::string& why);
   /// Cuts `pending` into pieces to deflate: whole ones, or everything when `last`.
@@ -68,7 +69,6 @@ class VrParticleStream {
   VrAtomicFile file;
   VrParticleSet layout;
   VrParticleFormat format;
-  bool gzip;
   std::string reason;
   size_t particles = 0;
   uint32_t bodyCrc = 0;   // of the bytes after the header, for gzip
