@@ -183,7 +183,7 @@ SgVec3T<double> VrExpression::resultOf(const VrSeExpr& parsed, const double* val
                                                           : SgVec3T<double>(value[0], value[0], value[0]);
 }
 
-SgVec3T<double> VrExpression::eval(double u, double v, int faceId, const std::string* patchName) const {
+SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::string* patchName) const {
   // The same value at every location: no context to set up, nothing to evaluate.
   if (const SgVec3T<double>* constant = foldedValue()) return *constant;
   // Under threads the validity is that of the thread's own parse, checked when it was made: the

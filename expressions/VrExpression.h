@@ -74,7 +74,11 @@ class VrExpression {
   /// The value at (u, v) of `faceId` on the named patch; zero for an invalid text, zero with an
   /// Error (once per text) when the expression calls itself. A "float" expression gives its
   /// value in all three components.
-  SgVec3T<double> eval(double u, double v, int faceId, const std::string* patchName = nullptr) const;
+  SgVec3T<double> eval(double u, double v, int faceId, const std::string* patchName = nullptr) const {
+    // Constants answer inline: most attributes of a description are, and they are read per primitive.
+    if (isFoldedConstant()) return folded;
+    return evalAt(u, v, faceId, patchName);
+  }
   /// The current location of the calling thread's evaluation.
   double u() const;
   double v() const;
@@ -140,6 +144,8 @@ class VrExpression {
 
  private:
   VrSeExpr& parseForThisThread() const;
+  /// `eval` for a text not (yet) known to be constant.
+  SgVec3T<double> evalAt(double u, double v, int faceId, const std::string* patchName) const;
   /// The value of a constant text, worked out on the first call; null when the text varies.
   const SgVec3T<double>* foldedValue() const;
   const SgVec3T<double>* fold() const;

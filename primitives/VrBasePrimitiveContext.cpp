@@ -34,11 +34,6 @@ void VrBasePrimitiveContext::setcPatch(const VrPatch* value) {
   forgetFrames();
 }
 
-VrBasePrimitiveContext::Slot& VrBasePrimitiveContext::slotAt(int index, double u, double v) {
-  if (evalU[index] != u || evalV[index] != v) evalPatch(index, u, v);
-  return slots[index];
-}
-
 bool VrBasePrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
   Slot& s = slots[index];
   return patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 2);

@@ -142,7 +142,10 @@ class VrBasePrimitiveContext {
  private:
   // Evaluates the slot at (u, v) unless it holds them already; a failure marks the primitive
   // culled.
-  Slot& slotAt(int index, double u, double v);
+  Slot& slotAt(int index, double u, double v) {
+    if (evalU[index] != u || evalV[index] != v) evalPatch(index, u, v);
+    return slots[index];
+  }
   void evalPatch(int index, double u, double v);
   void evalCurvatureSlot(int index, double u, double v);
   void forgetFrames();
