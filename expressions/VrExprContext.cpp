@@ -10,8 +10,11 @@ VrExprContext& VrExprContext::current() {
 }
 
 void VrExprContext::updateFaceSeed(int descriptionId) {
+  // Most calls come from the same face as the one before: compared without building a string.
+  if (faceId == lastFace && descriptionId == lastDescriptionId &&
+      (patchName ? *patchName == lastPatch : lastPatch.empty()))
+    return;
   const std::string& patch = patchName ? *patchName : std::string();
-  if (faceId == lastFace && descriptionId == lastDescriptionId && patch == lastPatch) return;
   lastFace = faceId;
   lastDescriptionId = descriptionId;
   lastPatch = patch;

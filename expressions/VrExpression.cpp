@@ -67,6 +67,7 @@ VrExpression::VrExpression(const std::string& name, const std::string& objectWor
       attrName(name),
       objectWord(objectWord),
       typeWord(type),
+      dimension(isVec() ? 3 : 1),
       seed(static_cast<double>(vrutil::hashString(name + objectWord))),
       parses(new Parses) {
   setExpression(text);
@@ -78,6 +79,7 @@ void VrExpression::forgetParses() {
   parses->main.reset();
   parses->perThread.clear();
   foldState.store(Unknown, std::memory_order_release);
+  mainParseValid.store(false, std::memory_order_release);
 }
 
 void VrExpression::setExpression(const std::string& newText) {
@@ -89,6 +91,7 @@ void VrExpression::setExpression(const std::string& newText) {
 void VrExpression::setType(const std::string& type) {
   if (type == typeWord) return;
   typeWord = type;
+  dimension = isVec() ? 3 : 1;
   forgetParses();
 }
 
@@ -116,6 +119,7 @@ bool VrExpression::isValid(std::string* error) const {
   validating.push_back(this);
   const bool valid = parsed->isValid();
   validating.pop_back();
+  if (valid) mainParseValid.store(true, std::memory_order_release);
   if (valid || !error) return valid;
   const std::string descriptionName = owner ? owner->name() : std::string();
   *error = "Error in expression \"" + descriptionName + "::" + attrName + "\". [" + text + "]\n" +
@@ -196,7 +200,10 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
     return SgVec3T<double>();
   }
   VrSeExpr& parsed = parseForThisThread();
-  if (VrTaskManager::seExprMultithreading() ? !parsed.isValid() : !isValid()) return SgVec3T<double>();
+  const bool valid = VrTaskManager::seExprMultithreading()
+                         ? parsed.isValid()
+                         : mainParseValid.load(std::memory_order_acquire) || isValid();
+  if (!valid) return SgVec3T<double>();
   VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
 
   // A nested evaluation (a collection expression called from another) restores the caller's

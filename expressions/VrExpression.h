@@ -151,7 +151,7 @@ class VrExpression {
   const SgVec3T<double>* fold() const;
   SgVec3T<double> resultOf(const VrSeExpr& parsed, const double* value) const;
   void forgetParses();
-  int desiredDim() const { return isVec() ? 3 : 1; }
+  int desiredDim() const { return dimension; }
   void reportLoop() const;
 
   struct Parses;
@@ -161,6 +161,7 @@ class VrExpression {
   std::string objectWord;
   std::string text;
   std::string typeWord;
+  int dimension;  ///< 3 for a vector type, 1 for "float"
   double seed;
   mutable bool looped = false;
   mutable std::mutex lock;
@@ -168,4 +169,6 @@ class VrExpression {
   enum FoldState { Unknown, Folded, Varies };
   mutable std::atomic<int> foldState{Unknown};
   mutable SgVec3T<double> folded;
+  /// Set once the main parse is known to be valid, so that evaluations need not ask again.
+  mutable std::atomic<bool> mainParseValid{false};
 };

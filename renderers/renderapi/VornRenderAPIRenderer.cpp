@@ -289,7 +289,7 @@ void Renderer::initDescription() {
   setFlag(Flag::FaceCamera, false);
   setFlag(Flag::ConstantWidth, false);
   setFlag(Flag::ConstantLength, false);
-  if (spline) {
+  if (spline && primitive) {
     auto* splinePrimitive = dynamic_cast<VrSplinePrimitive*>(primitive);
     if (splinePrimitive) setFlag(Flag::FaceCamera, splinePrimitive->faceCamera());
     setFlag(Flag::ConstantWidth, primitive->widthExpr().isConstant());
