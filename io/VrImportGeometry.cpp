@@ -29,6 +29,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <cstdio>
 #include <deque>
 #include <sstream>
@@ -483,6 +484,11 @@ bool hasExtension(const std::string& name, std::string& extension) {
   return true;
 }
 
+// Equal bit for bit (so that -0 and 0 differ and a NaN equals itself).
+bool sameFloats(const std::vector<float>& a, const std::vector<float>& b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+}
+
 std::string frameKey(const std::string& file, double frame) {
   char text[64];
   std::snprintf(text, sizeof text, "(%9.4f)", frame);
@@ -935,8 +941,12 @@ bool AlembicUtil::loadGeometry(const VrPatchTable& patches, double time, const s
       ok = false;
       continue;
     }
+    // The reference cage built here, kept so that an animated cage standing where it stands
+    // can take the reference surface instead of building its own (a static mesh's usual case).
+    std::vector<float> referencePoints;
+    SgSurface* builtReference = nullptr;
     if (needReference) {
-      std::vector<float> points;
+      std::vector<float>& points = referencePoints;
       const bool fromPref = geometry->pref(points);
       if ((!fromPref && !geometry->positions(0, points)) || !geometry->place(points, 0.0, false, true)) {
         keyError("rAlembicErrorBadPositionFile", name, file);
@@ -949,7 +959,7 @@ bool AlembicUtil::loadGeometry(const VrPatchTable& patches, double time, const s
         ok = false;
         continue;
       }
-      (*reference)[name] = share(referencePrefix + name, surface);
+      builtReference = (*reference)[name] = share(referencePrefix + name, surface);
     }
     if (!animated.count(name)) {
       std::vector<float> points;
@@ -960,7 +970,9 @@ bool AlembicUtil::loadGeometry(const VrPatchTable& patches, double time, const s
           ok = false;
           continue;
         }
-        surface = geometry->build(index, points);
+        surface = builtReference && index == 0 && sameFloats(points, referencePoints)
+                      ? builtReference
+                      : geometry->build(index, points);
       }
       if (!surface) {
         keyError("rAlembicErrorBadPositionFrame", name, file);

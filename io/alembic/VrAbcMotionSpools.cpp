@@ -1,6 +1,7 @@
 #include "io/alembic/VrAbcMotionSpools.h"
 
 #include <cfloat>
+#include <limits>
 
 std::vector<double> VrAbcMotionSpools::sampleTimes(double frame, double framesPerSecond,
                                                    const std::vector<double>& offsets) {
@@ -38,18 +39,48 @@ void VrAbcMotionSpools::sendSampleZeroTo(std::function<bool(const void*, uint64_
   sampleZeroSink = std::move(sink);
 }
 
+namespace {
+
+// Grows `box` (lows, then highs) by `count` points. The points are taken as twelve lanes of
+// floats, four points a step, so that the loop runs on vectors; lane j holds axis j % 3. A
+// float orders as its double does, so the box is the one compared in doubles, and a NaN moves
+// no bound either way.
+void growBox(const float* p, uint64_t count, std::array<double, 6>& box) {
+  constexpr int lanes = 12;
+  float lo[lanes], hi[lanes];
+  for (int j = 0; j < lanes; ++j) {
+    lo[j] = std::numeric_limits<float>::infinity();
+    hi[j] = -std::numeric_limits<float>::infinity();
+  }
+  const uint64_t values = 3 * count;
+  const uint64_t whole = values - values % lanes;
+  for (uint64_t i = 0; i < whole; i += lanes)
+    for (int j = 0; j < lanes; ++j) {
+      const float v = p[i + static_cast<uint64_t>(j)];
+      lo[j] = v < lo[j] ? v : lo[j];
+      hi[j] = v > hi[j] ? v : hi[j];
+    }
+  for (uint64_t i = whole; i < values; ++i) {
+    const int j = static_cast<int>(i - whole);
+    const float v = p[i];
+    lo[j] = v < lo[j] ? v : lo[j];
+    hi[j] = v > hi[j] ? v : hi[j];
+  }
+  for (int j = 0; j < lanes; ++j) {
+    const int k = j % 3;
+    if (lo[j] < box[k]) box[k] = lo[j];
+    if (hi[j] > box[3 + k]) box[3 + k] = hi[j];
+  }
+}
+
+}  // namespace
+
 bool VrAbcMotionSpools::append(const float* const* samplePoints, uint64_t numPoints) {
   if (numPoints == 0) return true;
   const unsigned samples = numSamples();
   for (unsigned s = 0; s < samples; ++s) {
     const float* p = samplePoints[s];
-    std::array<double, 6>& box = boxes[s];
-    for (uint64_t i = 0; i < numPoints; ++i)
-      for (int k = 0; k < 3; ++k) {
-        const double v = p[3 * i + static_cast<uint64_t>(k)];
-        if (v < box[k]) box[k] = v;
-        if (v > box[3 + k]) box[3 + k] = v;
-      }
+    growBox(p, numPoints, boxes[s]);
     const uint64_t bytes = numPoints * 3 * sizeof(float);
     if (!(s == 0 && sampleZeroSink ? sampleZeroSink(p, bytes) : positionSpools[s]->append(p, bytes))) return false;
   }

@@ -8,6 +8,7 @@
 // Threads: `add` and `faceDone` may be called from several threads at once; runs are delivered
 // one at a time, in order. `startJob` and `finishJob` are for the thread that runs the jobs.
 
+#include "base/vrutilUninitialised.h"
 #include "io/output/VrPrimitiveOutput.h"
 
 #include <cstddef>
@@ -28,7 +29,8 @@ struct VrOutputRun {
   int face = 0;
   int firstId = 0;
   std::vector<VrOutputPrimitive> prims;
-  std::vector<float> floats;       ///< per primitive its CVs (sample after sample), then its widths
+  vrutil::UninitialisedFloats floats;  ///< per primitive its CVs (sample after sample), then its widths;
+                                      ///< sized and then written in full
   std::vector<std::string> files;  ///< archives: the four slot files of each primitive
   bool isEncoded = false;          ///< `encoded` holds the output's bytes of the run
   std::string encoded;

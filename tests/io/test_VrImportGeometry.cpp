@@ -226,6 +226,9 @@ TEST_F(ImportGeometry, TheSameFileAndFrameIsParsedOnce) {
   const auto* second = dynamic_cast<VrSubdPatch*>(palette->description("e")->patch("scalp"));
   ASSERT_TRUE(first && first->isBound() && second && second->isBound());
   EXPECT_EQ(first->surface(false), second->surface(false));
+  // At its first sample the cage stands where its reference does: one surface serves as both.
+  EXPECT_EQ(first->surface(false), first->surface(true));
+  EXPECT_FALSE(first->isReferenced());
   char key[64];
   std::snprintf(key, sizeof key, "(%9.4f)", 24.0);
   EXPECT_TRUE(log.has("Importing geometry: " + file + key));
@@ -237,6 +240,7 @@ TEST_F(ImportGeometry, TheSameFileAndFrameIsParsedOnce) {
   auto* later = dynamic_cast<VrSubdPatch*>(next->description("d")->patch("scalp"));
   ASSERT_TRUE(later && later->isBound());
   EXPECT_NE(later->surface(false), first->surface(false));
+  EXPECT_TRUE(later->isReferenced());
   next.reset();
 
   // A file rewritten on disk is opened again.
