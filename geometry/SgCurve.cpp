@@ -8,25 +8,45 @@ namespace {
 
 using Vec = SgVec3T<double>;
 
-// Rodrigues rotation of v by `angle` about the unit `axis`.
-Vec rotate(const Vec& v, const Vec& axis, double angle) {
-  const double c = std::cos(angle), s = std::sin(angle);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
-}
+// A rotation about a unit axis held as the cosine and sine of its angle, which parallel transport
+// reads straight off the dot and cross products of two unit tangents: no angle, so no inverse
+// cosine on the way in and no sine or cosine on the way out.
+struct Turn {
+  Vec axis;
+  double cos = 1.0, sin = 0.0;
+
+  // Rodrigues' formula.
+  Vec apply(const Vec& v) const { return v * cos + axis.cross(v) * sin + axis * (axis.dot(v) * (1.0 - cos)); }
+
+  // The same axis through half the angle (which lies in [0, pi]). Each half-angle value is taken
+  // from the formula that does not cancel, the other from sin = 2 sin(a/2) cos(a/2).
+  Turn half() const {
+    Turn h{axis};
+    if (cos >= 0.0) {
+      h.cos = std::sqrt(0.5 * (1.0 + cos));
+      h.sin = 0.5 * sin / h.cos;
+    } else {
+      h.sin = std::sqrt(0.5 * (1.0 - cos));
+      h.cos = 0.5 * sin / h.sin;
+    }
+    return h;
+  }
+};
 
 // One step of the parallel transport shared by frame and spaceCurve: the tangent of segment i
 // (or the previous tangent where there is none, or it is shorter than 1e-6), and the rotation
-// taking the previous tangent onto it. Returns false when there is nothing to rotate.
-bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent, Vec& tangent, Vec& axis,
-                   double& angle) {
+// taking the previous tangent onto it. Returns false when there is nothing to rotate: the
+// tangents (anti)parallel to within a sine of 1e-6.
+bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent, Vec& tangent, Turn& turn) {
   tangent = prevTangent;
   if (i + 1 < pts.size()) {
     Vec d = pts[i + 1] - pts[i];
     if (d.normalize() >= 1e-6) tangent = d;
   }
-  axis = prevTangent.cross(tangent);
-  if (axis.normalize() < 1e-6) return false;
-  angle = std::acos(std::min(1.0, std::max(-1.0, prevTangent.dot(tangent))));
+  turn.axis = prevTangent.cross(tangent);
+  turn.sin = turn.axis.normalize();
+  if (turn.sin < 1e-6) return false;
+  turn.cos = std::min(1.0, std::max(-1.0, prevTangent.dot(tangent)));
   return true;
 }
 
@@ -111,14 +131,19 @@ void SgCurve::frame(const Points& pts, const Vec& tangent0, const Vec& normal0, 
   binormals.resize(n);
   Vec tangent = tangent0;
   tangent.normalize();
-  Vec normal = normal0;
+  // The normal is carried unnormalised and normalised on the way out: turns keep its length, and
+  // the square root and division then stay off the chain from one point to the next.
+  Vec carried = normal0;
+  bool turned = false;
   for (size_t i = 0; i < n; ++i) {
-    Vec next, axis;
-    double angle = 0.0;
-    if (transportStep(pts, i, tangent, next, axis, angle)) {
-      normal = rotate(normal, axis, angle);
-      normal.normalize();
+    Vec next;
+    Turn turn;
+    if (transportStep(pts, i, tangent, next, turn)) {
+      carried = turn.apply(carried);
+      turned = true;
     }
+    Vec normal = carried;
+    if (turned) normal.normalize();
     normals[i] = normal;
     Vec b = normal.cross(next);
     b.normalize();
@@ -146,12 +171,13 @@ void SgCurve::spaceCurve(const Points& pts, const Vec& tangent0, const Vec& root
   const double offset = w.normalize();
   Vec tangent = dir;
   for (size_t i = 0; i < n; ++i) {
-    Vec next, axis;
-    double angle = 0.0;
-    const bool turn = transportStep(pts, i, tangent, next, axis, angle);
-    if (turn) w = rotate(w, axis, angle * 0.5);
+    Vec next;
+    Turn turn;
+    const bool turns = transportStep(pts, i, tangent, next, turn);
+    const Turn half = turns ? turn.half() : Turn();
+    if (turns) w = half.apply(w);
     if (i > 0) out[i] = pts[i] + w * offset;
-    if (turn) w = rotate(w, axis, angle * 0.5);
+    if (turns) w = half.apply(w);
     tangent = next;
   }
 }

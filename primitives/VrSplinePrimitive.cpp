@@ -22,6 +22,20 @@ SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, d
   return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
 }
 
+// Whether W turned about the unit `axis` by acos(cosine) has a negative dot with c, as in
+// c.dot(rotated(W, axis, std::acos(cosine))) < 0. Only that sign is wanted, so the turn is first
+// made with the cosine and sine themselves; that dot differs from the trigonometric one by a few
+// units in the last place of |W|, far inside the margin kept, and a dot within the margin is
+// settled by the trigonometric turn, so the answer is the same bit for bit.
+bool turnedBehind(const SgVec3T<double>& c, const SgVec3T<double>& W, const SgVec3T<double>& axis,
+                  double cosine) {
+  const double sine = std::sqrt((1.0 - cosine) * (1.0 + cosine));
+  const double dot = c.dot(W * cosine + axis.cross(W) * sine + axis * (axis.dot(W) * (1.0 - cosine)));
+  const double margin = 1e-9 * (std::fabs(W.x) + std::fabs(W.y) + std::fabs(W.z));
+  if (std::fabs(dot) > margin) return dot < 0.0;
+  return c.dot(rotated(W, axis, std::acos(cosine))) < 0.0;
+}
+
 // Working arrays of a plain context, which has none of its own.
 struct Scratch {
   std::vector<double> positions, leanU, leanV;
@@ -473,13 +487,14 @@ void VrSplinePrimitive::calcWidthVec(const SgVec3T<double>& T0, const SgVec3T<do
   SgVec3T<double> t0 = T0;
   t0.normalize();
   SgVec3T<double> axis = N.cross(t0);
-  if (axis.normalize() > 0.0) {
-    out = rotated(W, axis, std::acos(std::clamp(N.dot(t0), -1.0, 1.0)));
-  } else {
-    out = W;
-  }
+  const bool turns = axis.normalize() > 0.0;
+  const double cosine = std::clamp(N.dot(t0), -1.0, 1.0);
   SgVec3T<double> c = T1.cross(T0);
-  if (c.normalize() > 0.0) out = c.dot(out) < 0.0 ? -c : c;
+  if (c.normalize() > 0.0) {
+    out = (turns ? turnedBehind(c, W, axis, cosine) : c.dot(W) < 0.0) ? -c : c;
+  } else {
+    out = turns ? rotated(W, axis, std::acos(cosine)) : W;
+  }
   out.normalize();
 }
 

@@ -2,6 +2,7 @@
 
 #include "support/ExpectNear.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -182,4 +183,96 @@ TEST(SgCurve, SetLengthAndScalePoly) {
   EXPECT_EQ(q[1], Vec(1, 0, 0));
   EXPECT_EQ(q[2], Vec(1, 2, 0));
   EXPECT_EQ(q[3], Vec(1, 4, 0));
+}
+
+namespace {
+using Wide = SgVec3T<long double>;
+Wide wide(const Vec& v) { return Wide(v.x, v.y, v.z); }
+Wide turned(const Wide& v, const Wide& axis, long double angle) {
+  return v * std::cos(angle) + axis.cross(v) * std::sin(angle) + axis * (axis.dot(v) * (1 - std::cos(angle)));
+}
+
+// Parallel transport told by the angle between unit tangents, in long double: the reference the
+// transport of SgCurve must meet. Calls `step(i, axis, angle)` per point, a zero angle where
+// nothing turns (a segment under 1e-6 keeps the tangent; a sine under 1e-6 turns nothing).
+template <class Step>
+void walkTurns(const Points& pts, const Vec& tangent0, Step step) {
+  Wide tangent = wide(tangent0);
+  tangent.normalize();
+  for (size_t i = 0; i < pts.size(); ++i) {
+    Wide next = tangent;
+    if (i + 1 < pts.size()) {
+      Wide d = wide(pts[i + 1]) - wide(pts[i]);
+      if (d.normalize() >= 1e-6L) next = d;
+    }
+    Wide axis = tangent.cross(next);
+    const bool turns = axis.normalize() >= 1e-6L;
+    step(i, next, axis, turns ? std::acos(std::clamp(tangent.dot(next), -1.0L, 1.0L)) : 0.0L);
+    tangent = next;
+  }
+}
+
+// Curves with every kind of joint: gentle and sharp bends, turns of 1e-5 radians, a hairpin
+// (antiparallel segments), a repeated point, one within 1e-7 of the next, an S in 3D, a turn
+// of pi - 1e-3 and one within a sine of 1e-7 of going straight back (which turns nothing).
+std::vector<Points> transportCurves() {
+  Points helix, slight;
+  for (int i = 0; i < 12; ++i) helix.emplace_back(std::cos(0.7 * i), std::sin(0.7 * i), 0.3 * i);
+  for (int i = 0; i < 8; ++i) slight.emplace_back(i, 1e-5 * i * i, 0);
+  return {line(5),
+          helix,
+          slight,
+          {Vec(0, 0, 0), Vec(1, 0, 0), Vec(0, 0, 0), Vec(0, 1, 0)},
+          {Vec(0, 0, 0), Vec(1, 0, 0), Vec(1, 0, 0), Vec(1, 1, 0), Vec(1, 1, 1)},
+          {Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 1e-7, 1), Vec(1, 1, 1)},
+          {Vec(0, 0, 0), Vec(0.1, 0.2, 1), Vec(-0.5, 0.4, 1.5), Vec(-0.4, -0.9, 2), Vec(0.3, -1, 1.2)},
+          {Vec(0, 0, 0), Vec(1, 0, 0), Vec(0, 1e-3, 0), Vec(0, 1e-3, 1)},
+          {Vec(0, 0, 0), Vec(1, 0, 0), Vec(0, 1e-7, 0), Vec(0, 1e-7, 1)}};
+}
+}  // namespace
+
+TEST(SgCurve, TransportFrameIsOrthonormalAndMatchesAngleTurns) {
+  const Vec tangent0(0, 0, 1), normal0(1, 0, 0);
+  for (const Points& pts : transportCurves()) {
+    SCOPED_TRACE(::testing::Message() << "curve of " << pts.size() << " points from " << pts[1].x);
+    Points normals, binormals;
+    SgCurve::frame(pts, tangent0, normal0, normals, binormals);
+    ASSERT_EQ(normals.size(), pts.size());
+    Wide normal = wide(normal0);
+    walkTurns(pts, tangent0, [&](size_t i, const Wide& next, const Wide& axis, long double angle) {
+      if (angle != 0.0L) {
+        normal = turned(normal, axis, angle);
+        normal.normalize();
+      }
+      Wide b = normal.cross(next);
+      b.normalize();
+      for (int k = 0; k < 3; ++k) {
+        EXPECT_NEAR(normals[i][k], static_cast<double>(normal[k]), 1e-12) << "point " << i;
+        EXPECT_NEAR(binormals[i][k], static_cast<double>(b[k]), 1e-12) << "point " << i;
+      }
+      EXPECT_NEAR(normals[i].length(), 1.0, 1e-14);
+      EXPECT_NEAR(binormals[i].length(), 1.0, 1e-14);
+      EXPECT_NEAR(normals[i].dot(binormals[i]), 0.0, 1e-14);
+    });
+  }
+}
+
+TEST(SgCurve, SpaceCurveMatchesHalfAngleTurns) {
+  const Vec tangent0(0, 0, 1), root(0.3, -0.2, 0.5);
+  for (const Points& pts : transportCurves()) {
+    SCOPED_TRACE(::testing::Message() << "curve of " << pts.size() << " points from " << pts[1].x);
+    Points out;
+    SgCurve::spaceCurve(pts, tangent0, root, out);
+    ASSERT_EQ(out.size(), pts.size());
+    Wide w = wide(root - pts[0]);
+    w.z = 0;  // across the first tangent
+    const long double offset = w.normalize();
+    walkTurns(pts, tangent0, [&](size_t i, const Wide&, const Wide& axis, long double angle) {
+      w = turned(w, axis, angle / 2);
+      const Wide expected = wide(pts[i]) + w * offset;
+      for (int k = 0; k < 3 && i > 0; ++k)
+        EXPECT_NEAR(out[i][k], static_cast<double>(expected[k]), 1e-12) << "point " << i;
+      w = turned(w, axis, angle / 2);
+    });
+  }
 }

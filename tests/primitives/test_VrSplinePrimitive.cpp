@@ -17,8 +17,10 @@
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -266,6 +268,65 @@ TEST(VrSplinePrimitive, BreakLetsTheDominantGuideWin) {
   EXPECT_EQ(scene.context().dominantGuide, 0);
   expectNear(tieA[1], root + Vec(0, 0, 1), 1e-12);
   expectNear(tieA[2], root + Vec(0, 0, 2), 1e-12);
+}
+
+// Width direction
+
+namespace {
+Vec turnedBy(const Vec& v, const Vec& axis, double radians) {
+  return v * std::cos(radians) + axis.cross(v) * std::sin(radians) + axis * (axis.dot(v) * (1.0 - std::cos(radians)));
+}
+
+// The width direction as told by turning W through the angle from N to T0 (by acos) and taking
+// the side of T1 x T0 it falls on: the reference calcWidthVec must meet bit for bit.
+Vec widthVecByAngle(const Vec& T0, const Vec& T1, const Vec& N, const Vec& W) {
+  Vec t0 = T0, out = W;
+  t0.normalize();
+  Vec axis = N.cross(t0);
+  if (axis.normalize() > 0.0) out = turnedBy(W, axis, std::acos(std::clamp(N.dot(t0), -1.0, 1.0)));
+  Vec c = T1.cross(T0);
+  if (c.normalize() > 0.0) out = c.dot(out) < 0.0 ? -c : c;
+  out.normalize();
+  return out;
+}
+}  // namespace
+
+TEST(VrSplinePrimitive, WidthVecSideMatchesTheTurnedSurfaceDirection) {
+  struct Case {
+    Vec T0, T1, N, W;
+  };
+  std::vector<Case> cases = {
+      {Vec(0, 0, 1), Vec(1, 0, 1), Vec(0, 0, 1), Vec(1, 0, 0)},        // straight up: no turn
+      {Vec(0, 0, -1), Vec(0, 1, -1), Vec(0, 0, 1), Vec(1, 0, 0)},      // against the normal
+      {Vec(1, 0, 1), Vec(2, 0, 2), Vec(0, 0, 1), Vec(0, 1, 0)},        // straight: W turned
+      {Vec(0, 0, 0), Vec(0, 1, 0), Vec(0, 0, 1), Vec(1, 0, 0)},        // no first segment
+      {Vec(1, 2, 3), Vec(-2, 1, 0.5), Vec(0, 0, 5), Vec(0.3, -1, 0)},  // normal not unit
+  };
+  // Near ties: W chosen so that, turned, it lies across T1 x T0 up to `off` along it.
+  const Vec T0(0.3, -0.2, 1), T1(0.1, 0.4, 0.8), N = Vec(0.2, 0.1, 1) * (1.0 / Vec(0.2, 0.1, 1).length());
+  Vec t0 = T0, axis = N.cross(T0), c = T1.cross(T0);
+  t0.normalize();
+  axis.normalize();
+  c.normalize();
+  const double angle = std::acos(N.dot(t0));
+  for (double off : {0.0, 1e-17, 1e-15, 1e-12, 1e-10, 5e-10, 1e-9, 2e-9, 1e-8, 1e-6})
+    for (double sign : {1.0, -1.0})
+      for (double scale : {1.0, 1e-3, 40.0})
+        cases.push_back({T0, T1, N, turnedBy((c.cross(t0) + c * (sign * off)) * scale, axis, -angle)});
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> any(-1.0, 1.0);
+  const auto pick = [&] { return Vec(any(random), any(random), any(random)); };
+  for (int k = 0; k < 2000; ++k) {
+    Vec n = pick();
+    n.normalize();
+    cases.push_back({pick(), pick(), n, pick()});
+  }
+  for (size_t k = 0; k < cases.size(); ++k) {
+    const Case& e = cases[k];
+    Vec out;
+    VrSplinePrimitive::calcWidthVec(e.T0, e.T1, e.N, e.W, out);
+    EXPECT_EQ(out, widthVecByAngle(e.T0, e.T1, e.N, e.W)) << "case " << k;
+  }
 }
 
 // Threads
