@@ -39,8 +39,30 @@ bool VrBasePrimitiveContext::evalGeomWithDisplacement(int index, double u, doubl
   return patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 2);
 }
 
+// Slots 0 and 2 read the reference surface, 1 and 3 the animated one; 0 and 1 hold the plain
+// frame, 2 and 3 the displaced one. Another slot already at (u, v) answers for this one when both
+// read the same surface (the same side, or a patch whose reference surface is its animated one)
+// and, across plain and displaced, the displacement moves nothing: the displaced point is then the
+// plain one plus signed zeros, which are the same bits wherever no coordinate is zero.
+bool VrBasePrimitiveContext::takeFromAnotherSlot(int index, double u, double v) {
+  for (int other = 0; other < 4; ++other) {
+    if (other == index || evalU[other] != u || evalV[other] != v) continue;
+    if ((other & 1) != (index & 1) && patch->isReferenced()) continue;
+    if ((other >> 1) != (index >> 1)) {
+      const SgVec3T<double>& p = slots[other].point;
+      if (p.x == 0.0 || p.y == 0.0 || p.z == 0.0 || !displacementMovesNothing()) continue;
+    }
+    slots[index] = slots[other];
+    evalU[index] = u;
+    evalV[index] = v;
+    return true;
+  }
+  return false;
+}
+
 void VrBasePrimitiveContext::evalPatch(int index, double u, double v) {
   if (!patch) return;
+  if (takeFromAnotherSlot(index, u, v)) return;
   Slot& s = slots[index];
   const bool ok = index < 2 ? patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 0)
                             : evalGeomWithDisplacement(index, u, v);

@@ -132,6 +132,9 @@ class VrBasePrimitiveContext {
   /// Slots 2 and 3: the frame with displacement into the slot's fields; false on failure. The
   /// base evaluates the plain surface.
   virtual bool evalGeomWithDisplacement(int slot, double u, double v);
+  /// True when the displaced frame (slots 2 and 3) is the plain one (slots 0 and 1) to the bit,
+  /// up to signed zeros added to the point. The base displaces nothing.
+  virtual bool displacementMovesNothing() const { return true; }
 
   /// One cached frame.
   struct Slot {
@@ -147,6 +150,7 @@ class VrBasePrimitiveContext {
     return slots[index];
   }
   void evalPatch(int index, double u, double v);
+  bool takeFromAnotherSlot(int index, double u, double v);
   void evalCurvatureSlot(int index, double u, double v);
   void forgetFrames();
 

@@ -86,6 +86,17 @@ bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v)
                             &generator->bump(), &generator->offset(), s.point, s.normal, s.dPdu, s.dPdv, ref);
 }
 
+bool VrPrimitiveContext::displacementMovesNothing() const {
+  const VrPatch* patch = cPatch();
+  if (patch && patch->description() && patch->description()->flipNormals()) return false;
+  VrDescription* desc = description();
+  const VrGenerator* generator = desc ? asGenerator(desc->activeGenerator()) : nullptr;
+  if (!generator) return true;
+  if (generator->vectorDisplacement()) return false;
+  auto zero = [](const VrExpression& e) { return e.isFoldedConstant() && e.eval(0.0, 0.0, 0).x == 0.0; };
+  return zero(generator->displacement()) && zero(generator->bump()) && zero(generator->offset());
+}
+
 void VrPrimitiveContext::packCVAttrs(std::vector<float>& floats, VrDict<Location>& map) {
   floats.clear();
   map.clear();

@@ -124,6 +124,9 @@ class VrPrimitiveContext : public VrBasePrimitiveContext {
   /// The expression form of the surface with the active generator's displacement, bump and
   /// offset.
   bool evalGeomWithDisplacement(int slot, double u, double v) override;
+  /// No flipped normals (which only the plain frame takes), no vector displacement, and
+  /// displacement, bump and offset constants known to be zero.
+  bool displacementMovesNothing() const override;
   /// The length of the current CVs (the spline through them).
   virtual double computeLength();
 
