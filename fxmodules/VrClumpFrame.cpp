@@ -16,8 +16,6 @@ constexpr double DegreesToRadians = 0.017453292519943295;
 // Enough for the guides of a few neighbouring faces, which is what consecutive primitives use.
 constexpr size_t CacheSlots = 64;
 
-double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
-
 }  // namespace
 
 void VrClumpFrame::walk(const std::vector<Vec>& G, const Vec& T0, const Vec& A0, const Vec& B0,
@@ -32,7 +30,7 @@ void VrClumpFrame::walk(const std::vector<Vec>& G, const Vec& T0, const Vec& A0,
   sine.resize(n);
   Vec t = T0, a = A0, b = B0;
   const Vec D0 = unit(G[1] - G[0]);
-  if (t.dot(D0) < Straight) VrFXTurn(unit(t.cross(D0)), angleBetween(t, D0)).frame(t, a, b);
+  if (t.dot(D0) < Straight) VrFXTurn(unit(t.cross(D0)), vrFXAngleBetween(t, D0)).frame(t, a, b);
   if (twistDegrees != 0.0) {
     const VrFXTurn twist(t, twistDegrees * DegreesToRadians);
     a = twist(a);
@@ -48,7 +46,7 @@ void VrClumpFrame::walk(const std::vector<Vec>& G, const Vec& T0, const Vec& A0,
       bendPending = false;
     }
     if (std::fabs(D.dot(Dprev)) < Straight) {
-      pending = VrFXTurn(unit(Dprev.cross(D)), 0.5 * angleBetween(Dprev, D));
+      pending = VrFXTurn(unit(Dprev.cross(D)), 0.5 * vrFXAngleBetween(Dprev, D));
       pending.frame(t, a, b);
       bendPending = true;
     }

@@ -46,8 +46,6 @@ constexpr double Straight = VrClumpFrame::Straight;
 
 using vrutil::unit;
 
-double angleBetween(const Vec& a, const Vec& b) { return std::acos(std::clamp(a.dot(b), -1.0, 1.0)); }
-
 // Per-worker scratch of one clumping module.
 class ClumpState : public VrFXModuleContext {
  public:
@@ -543,7 +541,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       const Vec step = unit(G[i] - G[i - 1]);
       if (std::fabs(step.dot(Dprev)) < Straight) {
         const Vec axis = unit(Dprev.cross(step));
-        if (axis.length() > 0.0) r = vrFXRotated(r, axis, angleBetween(Dprev, step));
+        if (axis.length() > 0.0) r = vrutil::rotatedAbout(r, axis, vrFXAngleBetween(Dprev, step));
       }
     }
     shiftedBefore = shifted;

@@ -100,7 +100,7 @@ bool VrCoilFXModule::computeParallel(VrPrimitiveContext& context) {
   for (size_t i = 1; i < n; ++i) {
     angle += (0.5 - state->countScale[i]) * frame.steps[i - 1] * factor;
     const Vec offset = frame.across[i] * (r * state->radiusScale[i]);
-    P[i] += vrFXRotated(offset, frame.along(i), angle * c);
+    P[i] += vrutil::rotatedAbout(offset, frame.along(i), angle * c);
   }
   return true;
 }

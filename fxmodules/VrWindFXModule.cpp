@@ -56,8 +56,8 @@ struct Gust {
   bool bendOn = false;
   double reach(const Vec& p) const { return (p - root).dot(R) / L; }
   Vec turn(const Vec& offset, double a) const {
-    const Vec bent = bendOn ? vrFXRotated(offset, axis, a * bend) : offset;
-    return vrFXRotated(bent, dir, a * shear);
+    const Vec bent = bendOn ? vrutil::rotatedAbout(offset, axis, a * bend) : offset;
+    return vrutil::rotatedAbout(bent, dir, a * shear);
   }
 };
 

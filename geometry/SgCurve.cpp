@@ -1,5 +1,7 @@
 #include "geometry/SgCurve.h"
 
+#include "geometry/vrutilMath.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -15,8 +17,7 @@ struct Turn {
   Vec axis;
   double cos = 1.0, sin = 0.0;
 
-  // Rodrigues' formula.
-  Vec apply(const Vec& v) const { return v * cos + axis.cross(v) * sin + axis * (axis.dot(v) * (1.0 - cos)); }
+  Vec apply(const Vec& v) const { return vrutil::rotatedAbout(v, axis, cos, sin); }
 
   // The same axis through half the angle (which lies in [0, pi]). Each half-angle value is taken
   // from the formula that does not cancel, the other from sin = 2 sin(a/2) cos(a/2).

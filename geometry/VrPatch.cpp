@@ -3,6 +3,7 @@
 #include "base/VrMessage.h"
 #include "base/vrutilName.h"
 #include "document/VrDescription.h"
+#include "geometry/vrutilMath.h"
 #include "expressions/VrExpression.h"
 #include "primitives/VrBasePrimitive.h"
 
@@ -199,15 +200,6 @@ bool VrPatch::hasOrigFaceId(int face) const {
 
 namespace {
 
-// Rotates v about the unit axis by the angle of cosine c and sine s (Rodrigues).
-SgVec3T<double> rotatedBy(const SgVec3T<double>& v, const SgVec3T<double>& axis, double c, double s) {
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
-}
-
-SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double angle) {
-  return rotatedBy(v, axis, std::cos(angle), std::sin(angle));
-}
-
 // The angle by which each tangent turns to make them perpendicular about N: half of the
 // deviation from a right angle.
 double halfCorrection(const SgVec3T<double>& dPdu, const SgVec3T<double>& dPdv) {
@@ -223,8 +215,8 @@ double halfCorrection(const SgVec3T<double>& dPdu, const SgVec3T<double>& dPdv) 
 void orthogonalise(const SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv) {
   const double h = halfCorrection(dPdu, dPdv);
   const double c = std::cos(h), s = std::sin(h);
-  dPdv = rotatedBy(dPdv, N, c, s);
-  dPdu = rotatedBy(dPdu, N, c, -s);
+  dPdv = vrutil::rotatedAbout(dPdv, N, c, s);
+  dPdu = vrutil::rotatedAbout(dPdu, N, c, -s);
 }
 
 // The step of the finite differences: the float constant 0.01, held as a double.
@@ -258,7 +250,7 @@ bool VrPatch::evalFrame(double u, double v, int face, SgVec3T<double>& P, SgVec3
   const double h = halfCorrection(dPdu, dPdv);
   dPdu.normalize();
   dPdv.normalize();
-  dPdv = rotated(dPdv, N, h);
+  dPdv = vrutil::rotatedAbout(dPdv, N, h);
   dPdu = dPdv.cross(N);
   return true;
 }

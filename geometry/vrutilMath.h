@@ -47,6 +47,18 @@ inline SgVec3T<double> unit(const SgVec3T<double>& v) {
   return SgVec3T<double>(v.x * inv, v.y * inv, v.z * inv);
 }
 
+/// `v` turned about the unit `axis` by the angle whose cosine and sine are `c` and `s`
+/// (Rodrigues' formula): for turns worked out once and applied to several vectors, or read off
+/// dot and cross products without an angle.
+inline SgVec3T<double> rotatedAbout(const SgVec3T<double>& v, const SgVec3T<double>& axis, double c, double s) {
+  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
+}
+
+/// `v` turned by `radians` about the unit `axis`, counter-clockwise looking down the axis.
+inline SgVec3T<double> rotatedAbout(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
+  return rotatedAbout(v, axis, std::cos(radians), std::sin(radians));
+}
+
 /// |direction × (p − origin)| / |direction|; a zero direction gives the distance to origin.
 double pointToLineDistance(const SgVec3T<double>& p, const SgVec3T<double>& origin,
                            const SgVec3T<double>& direction);

@@ -4,6 +4,7 @@
 // direction and z along the third axis. `orient` turns the location's frame by the lean, the
 // angles and the twist; the local points then follow that frame.
 
+#include "geometry/vrutilMath.h"
 #include "primitives/VrPrimitive.h"
 
 #include <vector>
@@ -40,12 +41,6 @@ inline void placeLocalPoints(const SgVec3T<double>& root, SgVec3T<double> N, SgV
   scratch.clear();
   VrPrimitive::orient(root, N, U, V, lean.offU, lean.offV, lean.offN, lean.aboutN, 1.0, scratch, true, lean.twist);
   for (SgVec3T<double>& p : points) p = root + U * p.x + N * p.y + V * p.z;
-}
-
-/// `v` turned by `radians` about the unit `axis`.
-inline SgVec3T<double> rotatedAbout(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
-  const double c = std::cos(radians), s = std::sin(radians);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
 }
 
 }  // namespace vrutil

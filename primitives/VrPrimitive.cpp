@@ -8,6 +8,7 @@
 #include "document/vrutilFiles.h"
 #include "fxmodules/VrFXModule.h"
 #include "geometry/VrPatch.h"
+#include "geometry/vrutilMath.h"
 #include "io/VrImportGeometry.h"
 
 #include <unistd.h>
@@ -22,12 +23,6 @@ namespace {
 constexpr double pi = 3.14159265358979323846;
 constexpr double degreesToRadians = pi / 180.0;
 constexpr const char* objectWord = "Primitive";
-
-// Rotates v about the unit axis by `radians` (right-handed).
-SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
-  const double c = std::cos(radians), s = std::sin(radians);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
-}
 
 // The lean (a, b) as a direction in (U, V, N) coordinates: h along N.
 void leanToDirection(double& a, double& b, double& h) {
@@ -563,8 +558,8 @@ void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3
     leanToDirection(a, b, h);
   }
   if (aboutN != 0.0) {
-    U = rotated(U, N, aboutN * degreesToRadians);
-    V = rotated(V, N, aboutN * degreesToRadians);
+    U = vrutil::rotatedAbout(U, N, aboutN * degreesToRadians);
+    V = vrutil::rotatedAbout(V, N, aboutN * degreesToRadians);
   }
   SgVec3T<double> dir = U * a + V * b + N * h;
   dir.normalize();
@@ -576,18 +571,18 @@ void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3
   SgVec3T<double> newU;
   if (!alongN && axis.length() > 1e-5) {
     axis.normalize();
-    newU = rotated(U, axis, std::acos(std::clamp(dir.dot(N), -1.0, 1.0)));
+    newU = vrutil::rotatedAbout(U, axis, std::acos(std::clamp(dir.dot(N), -1.0, 1.0)));
   } else {
     // Along or against N: U stays in the plane across dir.
     newU = dir.cross(U).cross(dir);
   }
   newU.normalize();
-  if (twist != 0.0) newU = rotated(newU, dir, twist * degreesToRadians);
+  if (twist != 0.0) newU = vrutil::rotatedAbout(newU, dir, twist * degreesToRadians);
   SgVec3T<double> third = dir.cross(newU);
   if (tiltN != 0.0) {
     // dir and U turn towards each other about the third axis.
-    dir = rotated(dir, third, tiltN * degreesToRadians);
-    newU = rotated(newU, third, tiltN * degreesToRadians);
+    dir = vrutil::rotatedAbout(dir, third, tiltN * degreesToRadians);
+    newU = vrutil::rotatedAbout(newU, third, tiltN * degreesToRadians);
   }
   cvs.push_back(root + dir * length);
   N = dir;

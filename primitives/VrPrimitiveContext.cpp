@@ -27,6 +27,11 @@ const VrGenerator* asGenerator(const VrObject* object) {
   return last.generator;
 }
 
+// The generator that says how the surface of `desc` is displaced, or null.
+const VrGenerator* activeGeneratorOf(const VrDescription* desc) {
+  return desc ? asGenerator(desc->activeGenerator()) : nullptr;
+}
+
 }  // namespace
 
 VrPrimitiveContext::VrPrimitiveContext(VrDescription* description) : VrBasePrimitiveContext(description) {}
@@ -75,8 +80,7 @@ double VrPrimitiveContext::computeLength() { return SgCurve::length(cGeom()); }
 
 bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
   // The displaced surface: the active generator says how the surface is moved.
-  VrDescription* desc = description();
-  const VrGenerator* generator = desc ? asGenerator(desc->activeGenerator()) : nullptr;
+  const VrGenerator* generator = activeGeneratorOf(description());
   Slot& s = slot(index);
   const bool ref = index == 2;
   if (!generator)
@@ -89,8 +93,7 @@ bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v)
 bool VrPrimitiveContext::displacementMovesNothing() const {
   const VrPatch* patch = cPatch();
   if (patch && patch->description() && patch->description()->flipNormals()) return false;
-  VrDescription* desc = description();
-  const VrGenerator* generator = desc ? asGenerator(desc->activeGenerator()) : nullptr;
+  const VrGenerator* generator = activeGeneratorOf(description());
   if (!generator) return true;
   if (generator->vectorDisplacement()) return false;
   auto zero = [](const VrExpression& e) { return e.isFoldedConstant() && e.eval(0.0, 0.0, 0).x == 0.0; };

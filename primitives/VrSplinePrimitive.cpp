@@ -4,6 +4,7 @@
 #include "base/VrMessage.h"
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
+#include "geometry/vrutilMath.h"
 #include "primitives/VrGuideRepair.h"
 
 #include <algorithm>
@@ -17,23 +18,18 @@ constexpr double degreesToRadians = 3.14159265358979323846 / 180.0;
 constexpr const char* objectWord = "SplinePrimitive";
 constexpr const char* leanDefault = "$a=0.0;#-2.0,2.0\\n$a";
 
-SgVec3T<double> rotated(const SgVec3T<double>& v, const SgVec3T<double>& axis, double radians) {
-  const double c = std::cos(radians), s = std::sin(radians);
-  return v * c + axis.cross(v) * s + axis * (axis.dot(v) * (1.0 - c));
-}
-
 // Whether W turned about the unit `axis` by acos(cosine) has a negative dot with c, as in
-// c.dot(rotated(W, axis, std::acos(cosine))) < 0. Only that sign is wanted, so the turn is first
+// c.dot(vrutil::rotatedAbout(W, axis, std::acos(cosine))) < 0. Only that sign is wanted, so the turn is first
 // made with the cosine and sine themselves; that dot differs from the trigonometric one by a few
 // units in the last place of |W|, far inside the margin kept, and a dot within the margin is
 // settled by the trigonometric turn, so the answer is the same bit for bit.
 bool turnedBehind(const SgVec3T<double>& c, const SgVec3T<double>& W, const SgVec3T<double>& axis,
                   double cosine) {
   const double sine = std::sqrt((1.0 - cosine) * (1.0 + cosine));
-  const double dot = c.dot(W * cosine + axis.cross(W) * sine + axis * (axis.dot(W) * (1.0 - cosine)));
+  const double dot = c.dot(vrutil::rotatedAbout(W, axis, cosine, sine));
   const double margin = 1e-9 * (std::fabs(W.x) + std::fabs(W.y) + std::fabs(W.z));
   if (std::fabs(dot) > margin) return dot < 0.0;
-  return c.dot(rotated(W, axis, std::acos(cosine))) < 0.0;
+  return c.dot(vrutil::rotatedAbout(W, axis, std::acos(cosine))) < 0.0;
 }
 
 // Working arrays of a plain context, which has none of its own.
@@ -471,8 +467,8 @@ void VrSplinePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double
   axis.normalize();
   for (size_t k = 1; k < count; ++k) {
     SgVec3T<double> d = geom[k] - geom[0];
-    if (tilt != 0.0f && axis.lengthSquared() > 0.0) d = rotated(d, axis, tilt * degreesToRadians);
-    if (about != 0.0f) d = rotated(d, N, about * degreesToRadians);
+    if (tilt != 0.0f && axis.lengthSquared() > 0.0) d = vrutil::rotatedAbout(d, axis, tilt * degreesToRadians);
+    if (about != 0.0f) d = vrutil::rotatedAbout(d, N, about * degreesToRadians);
     geom[k] = geom[0] + d;
   }
 }
@@ -493,7 +489,7 @@ void VrSplinePrimitive::calcWidthVec(const SgVec3T<double>& T0, const SgVec3T<do
   if (c.normalize() > 0.0) {
     out = (turns ? turnedBehind(c, W, axis, cosine) : c.dot(W) < 0.0) ? -c : c;
   } else {
-    out = turns ? rotated(W, axis, std::acos(cosine)) : W;
+    out = turns ? vrutil::rotatedAbout(W, axis, std::acos(cosine)) : W;
   }
   out.normalize();
 }
