@@ -34,6 +34,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <ostream>
 
@@ -289,6 +290,46 @@ bool SgSubdEvaluatorImpl::origToSurface(int orig, double u, double v, int& face,
   return true;
 }
 
+namespace {
+
+/// A regular patch has 16 points; Bfr's own evaluation sizes its weight buffers for 20.
+constexpr int regularPatchPointsMax = 20;
+
+/// Position and first derivatives of a regular patch: Bfr's basis weights applied to its control
+/// points, which are its patch points. Each sum runs point by point in the order Bfr's own
+/// evaluation uses, so the result is the same to the bit; the sums stay in registers, x and y of
+/// a point side by side in one vector, rather than being written through the result pointers
+/// after every point, which is where Bfr's generic combination spends its time.
+void applyRegularStencil(const SgSubdEvaluatorImpl::Surface& surface, const double uv[2],
+                         const double* pts, double P[3], double Du[3], double Dv[3]) {
+  typedef double Pair __attribute__((vector_size(16)));
+  double w[3][regularPatchPointsMax];
+  const int n = surface.EvaluateStencil(uv, w[0], w[1], w[2]);
+  const auto xyOf = [pts](int i) {
+    Pair xy;
+    std::memcpy(&xy, pts + 3 * i, sizeof xy);
+    return xy;
+  };
+  const Pair xy0 = xyOf(0);
+  Pair pXY = w[0][0] * xy0, duXY = w[1][0] * xy0, dvXY = w[2][0] * xy0;
+  double pZ = w[0][0] * pts[2], duZ = w[1][0] * pts[2], dvZ = w[2][0] * pts[2];
+  for (int i = 1; i < n; ++i) {
+    const Pair xy = xyOf(i);
+    const double z = pts[3 * i + 2];
+    pXY += w[0][i] * xy;
+    duXY += w[1][i] * xy;
+    dvXY += w[2][i] * xy;
+    pZ += w[0][i] * z;
+    duZ += w[1][i] * z;
+    dvZ += w[2][i] * z;
+  }
+  P[0] = pXY[0], P[1] = pXY[1], P[2] = pZ;
+  Du[0] = duXY[0], Du[1] = duXY[1], Du[2] = duZ;
+  Dv[0] = dvXY[0], Dv[1] = dvXY[1], Dv[2] = dvZ;
+}
+
+}  // namespace
+
 bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3], double Du[3],
                                       double Dv[3], double Duu[3], double Duv[3],
                                       double Dvv[3]) const {
@@ -296,6 +337,8 @@ bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3],
   const double* pts = patchPoints.get() + patchOffsets[size_t(face)] * 3;
   if (Duu)
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv, Duu, Duv, Dvv);
+  else if (surface.IsRegular() && surface.GetNumControlPoints() <= regularPatchPointsMax)
+    applyRegularStencil(surface, uv, pts, P, Du, Dv);
   else
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv);
   return true;
