@@ -1,6 +1,7 @@
 #include "io/alembic/VrAbcMotionSpools.h"
 
 #include <cfloat>
+#include <cstring>
 #include <limits>
 
 std::vector<double> VrAbcMotionSpools::sampleTimes(double frame, double framesPerSecond,
@@ -41,35 +42,40 @@ void VrAbcMotionSpools::sendSampleZeroTo(std::function<bool(const void*, uint64_
 
 namespace {
 
-// Grows `box` (lows, then highs) by `count` points. The points are taken as twelve lanes of
-// floats, four points a step, so that the loop runs on vectors; lane j holds axis j % 3. A
-// float orders as its double does, so the box is the one compared in doubles, and a NaN moves
-// no bound either way.
+// Grows `box` (lows, then highs) by `count` points. The points are taken four at a time as
+// three vectors of four floats, so that lane j of vector k holds axis (4 k + j) % 3. A float
+// orders as its double does, so the box is the one compared in doubles, and a NaN moves no bound
+// either way: `v < lo ? v : lo` keeps lo for a NaN, as a vector minimum does.
 void growBox(const float* p, uint64_t count, std::array<double, 6>& box) {
-  constexpr int lanes = 12;
-  float lo[lanes], hi[lanes];
-  for (int j = 0; j < lanes; ++j) {
-    lo[j] = std::numeric_limits<float>::infinity();
-    hi[j] = -std::numeric_limits<float>::infinity();
+  typedef float Four __attribute__((vector_size(16)));
+  constexpr float inf = std::numeric_limits<float>::infinity();
+  Four lo[3], hi[3];
+  for (int k = 0; k < 3; ++k) {
+    lo[k] = Four{inf, inf, inf, inf};
+    hi[k] = -lo[k];
   }
   const uint64_t values = 3 * count;
-  const uint64_t whole = values - values % lanes;
-  for (uint64_t i = 0; i < whole; i += lanes)
-    for (int j = 0; j < lanes; ++j) {
-      const float v = p[i + static_cast<uint64_t>(j)];
-      lo[j] = v < lo[j] ? v : lo[j];
-      hi[j] = v > hi[j] ? v : hi[j];
+  const uint64_t whole = values - values % 12;
+  for (uint64_t i = 0; i < whole; i += 12)
+    for (int k = 0; k < 3; ++k) {
+      Four v;
+      std::memcpy(&v, p + i + 4 * static_cast<uint64_t>(k), sizeof v);
+      lo[k] = v < lo[k] ? v : lo[k];
+      hi[k] = v > hi[k] ? v : hi[k];
     }
+  float low[12], high[12];
+  std::memcpy(low, lo, sizeof low);
+  std::memcpy(high, hi, sizeof high);
   for (uint64_t i = whole; i < values; ++i) {
     const int j = static_cast<int>(i - whole);
     const float v = p[i];
-    lo[j] = v < lo[j] ? v : lo[j];
-    hi[j] = v > hi[j] ? v : hi[j];
+    low[j] = v < low[j] ? v : low[j];
+    high[j] = v > high[j] ? v : high[j];
   }
-  for (int j = 0; j < lanes; ++j) {
-    const int k = j % 3;
-    if (lo[j] < box[k]) box[k] = lo[j];
-    if (hi[j] > box[3 + k]) box[3 + k] = hi[j];
+  for (int j = 0; j < 12; ++j) {
+    const int axis = j % 3;
+    if (low[j] < box[axis]) box[axis] = low[j];
+    if (high[j] > box[3 + axis]) box[3 + axis] = high[j];
   }
 }
 
