@@ -249,7 +249,7 @@ TEST(VornCliApi, MissingScriptAndUsage) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(VornCliEval, ConstantsAndLocations) {
+TEST(VornCliEval, ConstantsLocationsVectorsAndFrames) {
   vrtest::TempDir dir;
   EXPECT_TRUE(ran(evalSpline(hairsWith(dir, "width", "2*3"), "width"), 0, "6\n"));
 
@@ -263,15 +263,11 @@ TEST(VornCliEval, ConstantsAndLocations) {
   EXPECT_EQ(evalSpline(located, "width").output, "5.5\n");
   EXPECT_EQ(evalSpline(located, "width", "--u 0.25 --v 0.75 --face 3").output, "307.75\n");
   EXPECT_EQ(evalSpline(located, "width", "--face 2 --u 0").output, "205\n");
-}
 
-TEST(VornCliEval, VectorsPrintThreeNumbers) {
+  // Vectors print three numbers.
   EXPECT_TRUE(ran(vorn("eval " + q(groomFile) + " scalp SplinePrimitive custom_color_tint"), 0,
                   "0.80000000000000004 0.59999999999999998 0.40000000000000002\n"));
-}
 
-TEST(VornCliEval, FrameOption) {
-  vrtest::TempDir dir;
   const std::string file = hairsWith(dir, "taper", "frameArray(1, 10, 20)");
   // What frameArray gives before and after its frames is VrExpression.FunctionsOfTheTable's.
   EXPECT_EQ(evalSpline(file, "taper").output, "10\n");  // the collection's frame, 0
