@@ -7,6 +7,12 @@
 const char* const SgRampUIComp::RampUIDefault = "rampUI(0,1,1:1,1,1)";
 
 bool SgRampUIComp::init(const std::string& text) {
+  const bool read = readKeys(text);
+  settle();
+  return read;
+}
+
+bool SgRampUIComp::readKeys(const std::string& text) {
   keys.clear();
   if (text.empty()) return false;
   const size_t open = text.find('(');
@@ -93,11 +99,15 @@ void SgRampUIComp::sample(std::vector<double>& out, int count) const {
 }
 
 bool SgRampUIComp::isFlat(float& value) const {
-  if (keys.empty() || !isConstant()) return false;
-  for (auto k = keys.begin(); std::next(k) != keys.end(); ++k)
-    if (k->second.kind != 0 && k->second.kind != 1) return false;
-  value = std::min(1.0f, std::max(0.0f, keys.begin()->second.value));
-  return true;
+  if (flat) value = flatValue;
+  return flat;
+}
+
+void SgRampUIComp::settle() {
+  flat = !keys.empty() && isConstant();
+  for (auto k = keys.begin(); flat && std::next(k) != keys.end(); ++k)
+    if (k->second.kind != 0 && k->second.kind != 1) flat = false;
+  flatValue = flat ? std::min(1.0f, std::max(0.0f, keys.begin()->second.value)) : 0.0f;
 }
 
 bool SgRampUIComp::isConstant() const {

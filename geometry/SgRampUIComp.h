@@ -48,10 +48,22 @@ class SgRampUIComp {
   bool isFlat(float& value) const;
 
   /// Sets the key at `position` (replacing one there).
-  void setKey(float position, float value, int kind) { keys[position] = Key{value, kind}; }
-  void clear() { keys.clear(); }
+  void setKey(float position, float value, int kind) {
+    keys[position] = Key{value, kind};
+    settle();
+  }
+  void clear() {
+    keys.clear();
+    settle();
+  }
   const std::map<float, Key>& getKeys() const { return keys; }
 
  private:
+  bool readKeys(const std::string& text);
+  /// Works out `flat` and `flatValue` after the keys changed: renders ask for them per primitive.
+  void settle();
+
   std::map<float, Key> keys;
+  bool flat = false;
+  float flatValue = 0.0f;
 };

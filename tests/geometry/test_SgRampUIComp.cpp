@@ -106,4 +106,14 @@ TEST(SgRampUIComp, FlatRampsGiveTheirValueEverywhere) {
     if (!c.flat) continue;
     for (int i = 0; i <= 16; ++i) EXPECT_EQ(ramp.getValue(static_cast<float>(i) / 15.0f), value) << c.text << " " << i;
   }
+  // Keys set and cleared one by one answer as parsed ones do.
+  SgRampUIComp ramp;
+  float value = -1.0f;
+  ramp.setKey(0.0f, 0.4f, 1);
+  EXPECT_TRUE(ramp.isFlat(value));
+  EXPECT_EQ(value, 0.4f);
+  ramp.setKey(1.0f, 0.5f, 1);
+  EXPECT_FALSE(ramp.isFlat(value));
+  ramp.clear();
+  EXPECT_FALSE(ramp.isFlat(value));
 }
