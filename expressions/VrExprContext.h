@@ -15,6 +15,9 @@ class VrPrimitiveContext;
 struct VrExprContext {
   /// Expressions being evaluated on this thread, innermost last.
   std::vector<const VrExpression*> stack;
+  /// Expressions being parsed or checked on this thread: the library reads variables while it
+  /// builds its interpreter, and a variable can lead back to the expression being built.
+  std::vector<const VrExpression*> validating;
 
   /// @name The location of the innermost evaluation
   /// @{

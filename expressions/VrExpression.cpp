@@ -52,7 +52,7 @@ std::vector<std::function<void()>>& clearCallbacks() {
 
 // Expressions being validated on this thread: collection expressions that call each other are
 // checked once each, and the loop is reported when they are evaluated.
-thread_local std::vector<const VrExpression*> validating;
+std::vector<const VrExpression*>& validating() { return VrExprContext::current().validating; }
 
 bool onStack(const std::vector<const VrExpression*>& stack, const VrExpression* expression) {
   return std::find(stack.begin(), stack.end(), expression) != stack.end();
@@ -106,19 +106,19 @@ VrSeExpr& VrExpression::parseForThisThread() const {
   if (!local) {
     std::lock_guard<std::recursive_mutex> guard(parseMutex());
     local.reset(new VrSeExpr(const_cast<VrExpression*>(this), text, desiredDim()));
-    validating.push_back(this);
+    validating().push_back(this);
     local->isValid();
-    validating.pop_back();
+    validating().pop_back();
   }
   return *local;
 }
 
 bool VrExpression::isValid(std::string* error) const {
-  if (onStack(validating, this)) return true;
+  if (onStack(validating(), this)) return true;
   VrSeExpr* parsed = seExpr();
-  validating.push_back(this);
+  validating().push_back(this);
   const bool valid = parsed->isValid();
-  validating.pop_back();
+  validating().pop_back();
   if (valid) mainParseValid.store(true, std::memory_order_release);
   if (valid || !error) return valid;
   const std::string descriptionName = owner ? owner->name() : std::string();
@@ -172,7 +172,7 @@ const SgVec3T<double>* VrExpression::fold() const {
   std::lock_guard<std::recursive_mutex> guard(parseMutex());
   const int state = foldState.load(std::memory_order_acquire);
   if (state != Unknown) return state == Folded ? &folded : nullptr;
-  if (onStack(validating, this) || !isConstant()) {
+  if (onStack(validating(), this) || !isConstant()) {
     foldState.store(Varies, std::memory_order_release);
     return nullptr;
   }
@@ -195,7 +195,7 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
   // A loop: this expression is already evaluating on this thread, or is being prepared (the
   // library reads variables while it builds its interpreter, and a variable can lead back here).
   VrExprContext& context = VrExprContext::current();
-  if (onStack(context.stack, this) || onStack(validating, this)) {
+  if (onStack(context.stack, this) || onStack(context.validating, this)) {
     reportLoop();
     return SgVec3T<double>();
   }

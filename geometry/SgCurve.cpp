@@ -107,7 +107,7 @@ double SgCurve::length(const Points& pts) {
   double sum = 0.0;
   Vec prev = pts[0], p;
   for (double t = step; t < 1.0 - step * 0.5; t += step) {
-    eval(pts, t, p);
+    evalSpline(pts.data(), n, t, p);
     sum += (p - prev).length();
     prev = p;
   }
