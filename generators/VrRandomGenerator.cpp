@@ -189,9 +189,10 @@ double VrRandomGenerator::dcMax(const std::string& geometry, int face) const {
 void VrRandomGenerator::scatter(VrPrimitiveContext& context, int face, const std::vector<VrPatch*>& patches,
                                 double start, double percent) {
   const VrPatch& patch = *patches[0];
-  const std::string name = patch.name();
+  const std::string& name = patch.name();
   VrDescription* desc = description();
-  const std::string descName = desc ? desc->name() : std::string();
+  static const std::string noName;
+  const std::string& descName = desc ? desc->name() : noName;
 
   // How many: area times density, the fraction rounded up or down by a value hashed from the
   // face, so that many small faces together reach the right total.

@@ -332,9 +332,10 @@ void VrRenderer::endPatchFace(const std::vector<VrPatch*>& patches, int face) {
     const double raised = raisedBound(old, emittedBox(), patches[0]->boundingBox(face, false));
     if (raised != old) bound.store(raised);
   }
-  std::string timeText;
-  vrutil::endTiming(timing, timeText);
   if (VRStatsLevel >= 3) {
+    // Formatted only when it is printed: a face of a dense mesh holds only a few primitives.
+    std::string timeText;
+    vrutil::endTiming(timing, timeText);
     const auto* generator = description() ? dynamic_cast<VrGenerator*>(description()->activeGenerator()) : nullptr;
     const std::string patch = !patches.empty() && patches[0] ? patches[0]->name() : std::string();
     VR_STATS(3, description()->name() + "|" + patch + "[" + std::to_string(face) + "] " +
@@ -358,9 +359,9 @@ void VrRenderer::endPatchFaceInParallel(VrPrimitiveContext& context, const std::
   if (record->emittedValid() && !patches.empty() && patches[0])
     record->setMaxBound(
         raisedBound(record->maxBound(), record->emittedBox(), patches[0]->boundingBox(face, false)));
-  std::string timeText;
-  vrutil::endTiming(record->timingMark(), timeText);
   if (VRStatsLevel >= 3) {
+    std::string timeText;
+    vrutil::endTiming(record->timingMark(), timeText);
     const VrGeneratorContext* generatorRecord = context.generatorContext();
     const std::string patch = !patches.empty() && patches[0] ? patches[0]->name() : std::string();
     VR_STATS(3, description()->name() + "|" + patch + "[" + std::to_string(face) + "] " +

@@ -15,6 +15,15 @@ void pointIntoRun(const std::string& description, VrOutputRun& run) {
   }
 }
 
+// Puts runs in (face, first id) order, keeping the order of equal runs. Runs usually come in
+// order already, and a stable sort would still take a buffer and merge.
+void sortRuns(std::vector<VrOutputRun>& runs) {
+  const auto before = [](const VrOutputRun& a, const VrOutputRun& b) {
+    return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
+  };
+  if (!std::is_sorted(runs.begin(), runs.end(), before)) std::stable_sort(runs.begin(), runs.end(), before);
+}
+
 }  // namespace
 
 bool VrWriteRun(VrPrimitiveOutput& output, const std::string& patch, const std::string& description,
@@ -72,9 +81,7 @@ void VrOrderedRuns::finishJob() {
   drain(hold, true);
   std::vector<VrOutputRun> rest;
   rest.swap(strays);
-  std::stable_sort(rest.begin(), rest.end(), [](const VrOutputRun& a, const VrOutputRun& b) {
-    return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
-  });
+  sortRuns(rest);
   for (VrOutputRun& run : rest) {
     heldBytes -= run.bytes();
     if (!broken && !deliver(run)) broken = true;
@@ -91,9 +98,7 @@ void VrOrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
     const bool skip = broken;
     hold.unlock();
     // A face flushed in several batches may bring its runs in any order.
-    std::stable_sort(ready.begin(), ready.end(), [](const VrOutputRun& a, const VrOutputRun& b) {
-      return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
-    });
+    sortRuns(ready);
     size_t written = 0;
     bool ok = !skip;
     for (VrOutputRun& run : ready) {

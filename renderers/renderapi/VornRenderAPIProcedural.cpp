@@ -884,9 +884,10 @@ void Procedural::handleFace() {
   VR_DEBUG(3, vrmsg::CatRender, "Rendering " + patchName + "[" + std::to_string(faceIndex) + "]");
   VrRenderer* active = renderer();
   if (!active) return;
-  if (auto* own = dynamic_cast<Renderer*>(active)) own->setCallbacks(callbackObject);
+  auto* own = dynamic_cast<Renderer*>(active);
+  if (own) own->setCallbacks(callbackObject);
   setupDescription();
-  if (auto* own = dynamic_cast<Renderer*>(active)) own->setCallbacks(callbackObject);
+  if (own) own->setCallbacks(callbackObject);
   active->render(faceIndex, patchName);
   reportFaceDone();
 }
