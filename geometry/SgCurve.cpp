@@ -56,6 +56,9 @@ bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent
 inline double toDouble(size_t k) { return static_cast<double>(static_cast<long long>(k)); }
 inline size_t toIndex(double x) { return static_cast<size_t>(static_cast<long long>(x)); }
 
+// The point that mirrors `next` through the end point `end`: the spline's phantom beyond an end.
+inline Vec phantom(const Vec& end, const Vec& next) { return end * 2.0 - next; }
+
 // The body of SgCurve::eval, for the loops of this file to inline.
 inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   if (n == 0) {
@@ -74,10 +77,10 @@ inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   size_t i = toIndex(x);
   if (i > n - 2) i = n - 2;
   const double s = x - toDouble(i);
-  const Vec p0 = i == 0 ? pts[0] * 2.0 - pts[1] : pts[i - 1];
+  const Vec p0 = i == 0 ? phantom(pts[0], pts[1]) : pts[i - 1];
   const Vec& p1 = pts[i];
   const Vec& p2 = pts[i + 1];
-  const Vec p3 = i + 2 >= n ? pts[n - 1] * 2.0 - pts[n - 2] : pts[i + 2];
+  const Vec p3 = i + 2 >= n ? phantom(pts[n - 1], pts[n - 2]) : pts[i + 2];
   const double s2 = s * s, s3 = s2 * s;
   const double w0 = (1.0 - s) * (1.0 - s) * (1.0 - s);
   const double w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
@@ -100,16 +103,68 @@ void SgCurve::eval(const Points& pts, double t, Vec& out) { eval(pts.data(), pts
 
 void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) { evalSpline(pts, n, t, out); }
 
+namespace {
+
+typedef double Pair __attribute__((vector_size(16)));
+
+// evalSpline at two parameters at once, each lane doing the same operations in the same order as
+// evalSpline does, so that each point is the one it gives to the bit. The curve has n >= 2
+// points; `before` and `after` are its phantoms (evalSpline's p0 of the first span and p3 of the
+// last); both parameters lie in [1e-7, 0.9999999].
+void evalSplinePair(const Vec* pts, size_t n, const Vec& before, const Vec& after, double ta, double tb, Vec& a,
+                    Vec& b) {
+  const double last = toDouble(n - 1);
+  const double xa = ta * last, xb = tb * last;
+  size_t ia = toIndex(xa), ib = toIndex(xb);
+  if (ia > n - 2) ia = n - 2;
+  if (ib > n - 2) ib = n - 2;
+  const Vec* spanA[4] = {ia == 0 ? &before : &pts[ia - 1], &pts[ia], &pts[ia + 1], ia + 2 >= n ? &after : &pts[ia + 2]};
+  const Vec* spanB[4] = {ib == 0 ? &before : &pts[ib - 1], &pts[ib], &pts[ib + 1], ib + 2 >= n ? &after : &pts[ib + 2]};
+  const Pair one = {1.0, 1.0};
+  const Pair s = {xa - toDouble(ia), xb - toDouble(ib)};
+  const Pair s2 = s * s, s3 = s2 * s;
+  const Pair w0 = (one - s) * (one - s) * (one - s);
+  const Pair w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
+  const Pair w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
+  const Pair w3 = s3;
+  const auto axis = [&](double Vec::*c) {
+    const Pair p0 = {spanA[0]->*c, spanB[0]->*c}, p1 = {spanA[1]->*c, spanB[1]->*c};
+    const Pair p2 = {spanA[2]->*c, spanB[2]->*c}, p3 = {spanA[3]->*c, spanB[3]->*c};
+    return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+  };
+  const Pair x = axis(&Vec::x), y = axis(&Vec::y), z = axis(&Vec::z);
+  a = Vec(x[0], y[0], z[0]);
+  b = Vec(x[1], y[1], z[1]);
+}
+
+}  // namespace
+
 double SgCurve::length(const Points& pts) {
   const size_t n = pts.size();
   if (n < 2) return 0.0;
   const double step = 1.0 / static_cast<double>(2 * n + 4);
+  const double end = 1.0 - step * 0.5;
+  const Vec before = phantom(pts[0], pts[1]), after = phantom(pts[n - 1], pts[n - 2]);
+  const auto inside = [](double t) { return t >= 1e-7 && t <= 0.9999999; };
+  // The parameters step as one running sum, as a plain loop over them would; the points come two
+  // at a time, and the chords are added in order.
   double sum = 0.0;
-  Vec prev = pts[0], p;
-  for (double t = step; t < 1.0 - step * 0.5; t += step) {
-    evalSpline(pts.data(), n, t, p);
-    sum += (p - prev).length();
-    prev = p;
+  Vec prev = pts[0], a, b;
+  double t = step;
+  while (t < end) {
+    const double next = t + step;
+    if (next < end && inside(t) && inside(next)) {
+      evalSplinePair(pts.data(), n, before, after, t, next, a, b);
+      sum += (a - prev).length();
+      sum += (b - a).length();
+      prev = b;
+      t = next + step;
+    } else {
+      evalSpline(pts.data(), n, t, a);
+      sum += (a - prev).length();
+      prev = a;
+      t = next;
+    }
   }
   return sum + (pts[n - 1] - prev).length();
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <vector>
 
 #include "geometry/SgCurve.h"
@@ -183,6 +184,32 @@ TEST(SgCurve, SetLengthAndScalePoly) {
   EXPECT_EQ(q[1], Vec(1, 0, 0));
   EXPECT_EQ(q[2], Vec(1, 2, 0));
   EXPECT_EQ(q[3], Vec(1, 4, 0));
+}
+
+// The length is the sum of chords between evaluations at steps of 1 / (2n + 4); the evaluations
+// run two at a time, and must give the sum the one-by-one walk gives, to the bit.
+TEST(SgCurve, LengthIsTheChordSumOfTheSteppedEvaluations) {
+  uint32_t state = 12345;
+  const auto next = [&state] {
+    state = state * 1664525u + 1013904223u;
+    return static_cast<double>(state >> 8) / static_cast<double>(1u << 24) - 0.5;
+  };
+  for (size_t n = 2; n <= 40; ++n) {
+    Points p(n);
+    for (Vec& v : p) v = Vec(next(), next(), next()) * 3.0;
+    if (n % 5 == 0) p[n / 2] = p[n / 2 - 1];  // a repeated point
+    const double step = 1.0 / static_cast<double>(2 * n + 4);
+    double sum = 0.0;
+    Vec prev = p[0], at;
+    for (double t = step; t < 1.0 - step * 0.5; t += step) {
+      SgCurve::eval(p, t, at);
+      sum += (at - prev).length();
+      prev = at;
+    }
+    sum += (p[n - 1] - prev).length();
+    EXPECT_EQ(SgCurve::length(p), sum) << n;
+  }
+  EXPECT_NEAR(SgCurve::length(line(5)), 4.0, 1e-12);
 }
 
 namespace {
