@@ -33,6 +33,8 @@ std::string objBaseNameSpace(const std::string& text) {
 }
 
 std::string stripNameSpace(const std::string& text) {
+  // Most names have no namespace, and renders strip a patch's name once per face.
+  if (text.find(':') == std::string::npos) return text;
   std::string out = text;
   replaceSubStrs(out, objNameSpace(text), "");
   return out;
