@@ -245,7 +245,8 @@ Procedural::Procedural(const Procedural& patch, int face, ProceduralCallbacks* c
       callbackObject(callbacks ? callbacks : patch.callbackObject),
       key(patch.key),
       patchName(patch.patchName),
-      temporary(patch.temporary) {
+      temporary(patch.temporary),
+      casts(patch.casts) {
   VR_DEBUG(3, vrmsg::CatRender, "Creating face procedural: " + patchName + "[" + std::to_string(face) + "]");
   if (!patch.collectionName.empty() &&
       !(callbackObject && callbackObject->getBool(Callbacks::EBoolAttribute::DontReleaseCollection))) {
@@ -539,12 +540,22 @@ Description* Procedural::descriptionView() {
 }
 
 VrRenderer* Procedural::renderer() const {
-  return desc ? dynamic_cast<VrRenderer*>(desc->activeRenderer()) : nullptr;
+  VrObject* active = desc ? desc->activeRenderer() : nullptr;
+  if (!active) return nullptr;
+  if (active != casts.from || typeid(*active) != *casts.type) {
+    casts.from = active;
+    casts.type = &typeid(*active);
+    casts.renderer = dynamic_cast<VrRenderer*>(active);
+    casts.own = dynamic_cast<Renderer*>(casts.renderer);
+  }
+  return casts.renderer;
 }
+
+Renderer* Procedural::ownRenderer() const { return renderer() ? casts.own : nullptr; }
 
 double Procedural::padding() const {
   double bound = 0.0;
-  if (auto* own = dynamic_cast<Renderer*>(renderer())) bound = own->primitiveBound();
+  if (Renderer* own = ownRenderer()) bound = own->primitiveBound();
   return std::min(bound * 1.05, bound + 0.5);
 }
 
@@ -593,7 +604,7 @@ bool Procedural::nextFace(double bbox[6], unsigned& face) {
     return false;
   }
   VR_DEBUG(2, vrmsg::CatRender, "Subdividing " + patchName);
-  if (auto* own = dynamic_cast<Renderer*>(active)) own->setCallbacks(callbackObject);
+  if (Renderer* own = ownRenderer()) own->setCallbacks(callbackObject);
   if (!VrRenderer::shadowPass() && cursor == 0) {
     readCameraAndPhase();
     if (callbackObject) {
@@ -811,7 +822,7 @@ void Procedural::setupDescription() {
     static_cast<VrPrimitive*>(object)->transformGuidesToSurface();
 
   VrRenderer* active = renderer();
-  auto* own = dynamic_cast<Renderer*>(active);
+  Renderer* own = ownRenderer();
   if (callbackObject) {
     if (vrutil::stob(text(callbackObject->getString(Callbacks::EStringAttribute::CacheInUse)))) {
       for (VrObject* object : objectsOf("primitive")) {
@@ -884,7 +895,7 @@ void Procedural::handleFace() {
   VR_DEBUG(3, vrmsg::CatRender, "Rendering " + patchName + "[" + std::to_string(faceIndex) + "]");
   VrRenderer* active = renderer();
   if (!active) return;
-  auto* own = dynamic_cast<Renderer*>(active);
+  Renderer* own = ownRenderer();
   if (own) own->setCallbacks(callbackObject);
   setupDescription();
   if (own) own->setCallbacks(callbackObject);

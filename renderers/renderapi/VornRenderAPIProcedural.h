@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "renderers/renderapi/VornRenderAPI.h"
@@ -19,6 +20,8 @@ class VrPatch;
 class VrRenderer;
 
 namespace VornRenderAPI {
+
+class Renderer;
 
 class Procedural {
  public:
@@ -69,6 +72,8 @@ class Procedural {
   void reportFaceDone() const;
   void readCameraAndPhase();
   VrRenderer* renderer() const;
+  /// `renderer()` as this interface's Renderer, or null.
+  Renderer* ownRenderer() const;
   double padding() const;
   // Merges the face's box (face < 0: the patch's) over the samples; false without a patch.
   bool mergedBox(int face, double bbox[6], bool padded, int onlySample);
@@ -91,6 +96,15 @@ class Procedural {
   bool temporary = false;  // batch or shutter mode: the collection goes with its last user
   size_t cursor = 0;       // next face of `nextFace`
   std::unique_ptr<Description> view;
+  // The active renderer cast to VrRenderer and to Renderer, cast again only when the description's
+  // active renderer is another object or of another type: every face asks for it several times.
+  struct RendererCasts {
+    const VrObject* from = nullptr;
+    const std::type_info* type = nullptr;
+    VrRenderer* renderer = nullptr;
+    Renderer* own = nullptr;
+  };
+  mutable RendererCasts casts;
 };
 
 }  // namespace VornRenderAPI
