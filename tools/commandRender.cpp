@@ -195,6 +195,7 @@ class RenderCallbacks : public ProceduralCallbacks {
     if (!cache) return;
     const unsigned count = cache->getUInt(PrimitiveCache::EUIntAttribute::BatchCount);
     if (count == 0) return;
+    FlushScratch& scratch = flushScratch();
     const std::string kind = cache->getString() ? cache->getString() : "";
     using IntKey = PrimitiveCache::EIntArrayAttribute;
     using FloatKey = PrimitiveCache::EFloatArrayAttribute;
@@ -222,7 +223,8 @@ class RenderCallbacks : public ProceduralCallbacks {
            " were asked for")
               .c_str());
     using RowKey = PrimitiveCache::EVec3Array2DAttribute;
-    std::vector<const float*> points(samples, nullptr);
+    std::vector<const float*>& points = scratch.points;
+    points.assign(samples, nullptr);
     size_t numPoints = SIZE_MAX;
     bool missing = false;
     for (size_t s = 0; s < samples; ++s) {
@@ -234,8 +236,10 @@ class RenderCallbacks : public ProceduralCallbacks {
 
     // Where each primitive's CVs start; splines, cards and spheres give their CVs or control
     // points with a count, archives their four placement vectors.
-    std::vector<size_t> first(count + 1, 0);
-    std::vector<size_t> stride(count, 1);
+    std::vector<size_t>& first = scratch.first;
+    std::vector<size_t>& stride = scratch.stride;
+    first.assign(count + 1, 0);
+    stride.assign(count, 1);
     for (unsigned i = 0; i < count; ++i) {
       const size_t n = cvCounts ? static_cast<size_t>(std::max(cvCounts[i], 0)) : 1;
       stride[i] = cvCounts ? n : 4;
@@ -259,7 +263,8 @@ class RenderCallbacks : public ProceduralCallbacks {
       constant = cache->getFloat(PrimitiveCache::EFloatAttribute::ConstantWidth);
 
     // Runs of one face, ids ascending.
-    std::vector<unsigned> order(count);
+    std::vector<unsigned>& order = scratch.order;
+    order.resize(count);
     std::iota(order.begin(), order.end(), 0u);
     auto faceOf = [&](unsigned i) { return faces ? faces[i] : -1; };
     auto idOf = [&](unsigned i) { return ids ? ids[i] : static_cast<int>(i); };
@@ -316,6 +321,18 @@ class RenderCallbacks : public ProceduralCallbacks {
   }
 
  private:
+  // Working arrays of flush, one set per thread: workers flush at once, and a face of a dense
+  // mesh makes a batch of only a few primitives, for which allocating them would count.
+  struct FlushScratch {
+    std::vector<const float*> points;
+    std::vector<size_t> first, stride;
+    std::vector<unsigned> order;
+  };
+  static FlushScratch& flushScratch() {
+    thread_local FlushScratch scratch;
+    return scratch;
+  }
+
   const RenderRequest& request;
   VrOrderedRuns& runs;
   const bool instance;

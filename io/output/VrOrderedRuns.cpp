@@ -90,7 +90,6 @@ void VrOrderedRuns::finishJob() {
 
 void VrOrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
   delivering = true;
-  std::vector<VrOutputRun> ready;
   while (head < slots.size() && (everything || slots[head].done)) {
     ready.clear();
     for (; head < slots.size() && (everything || slots[head].done); ++head)
@@ -109,6 +108,7 @@ void VrOrderedRuns::drain(std::unique_lock<std::mutex>& hold, bool everything) {
     heldBytes -= written;
     if (!ok) broken = true;
   }
+  ready.clear();  // the delivered runs' buffers go now; the array is kept for the next drain
   delivering = false;
 }
 

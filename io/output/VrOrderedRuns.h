@@ -87,6 +87,7 @@ class VrOrderedRuns {
   std::unordered_map<int, size_t> ordinal;  // face -> slot
   std::vector<Slot> slots;
   std::vector<VrOutputRun> strays;  // runs of faces outside the job's list, delivered at the end
+  std::vector<VrOutputRun> ready;   // the runs being delivered; only the delivering thread uses it
   size_t head = 0;
   bool delivering = false;
   bool broken = false;
