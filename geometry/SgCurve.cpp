@@ -59,6 +59,22 @@ inline size_t toIndex(double x) { return static_cast<size_t>(static_cast<long lo
 // The point that mirrors `next` through the end point `end`: the spline's phantom beyond an end.
 inline Vec phantom(const Vec& end, const Vec& next) { return end * 2.0 - next; }
 
+// The uniform cubic B-spline weights at s in [0, 1] of the four points of a span, and their
+// blend (per coordinate). T is a double, or a vector of doubles for several spans at once: every
+// lane then does the operations of the scalar evaluation in the same order, to the bit.
+template <typename T>
+struct SpanWeights {
+  T w0, w1, w2, w3;
+  explicit SpanWeights(T s) {
+    const T s2 = s * s, s3 = s2 * s;
+    w0 = (1.0 - s) * (1.0 - s) * (1.0 - s);
+    w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
+    w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
+    w3 = s3;
+  }
+  T blend(T p0, T p1, T p2, T p3) const { return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0); }
+};
+
 // The body of SgCurve::eval, for the loops of this file to inline.
 inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   if (n == 0) {
@@ -81,12 +97,8 @@ inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   const Vec& p1 = pts[i];
   const Vec& p2 = pts[i + 1];
   const Vec p3 = i + 2 >= n ? phantom(pts[n - 1], pts[n - 2]) : pts[i + 2];
-  const double s2 = s * s, s3 = s2 * s;
-  const double w0 = (1.0 - s) * (1.0 - s) * (1.0 - s);
-  const double w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
-  const double w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
-  const double w3 = s3;
-  out = (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+  const SpanWeights<double> w(s);
+  out = Vec(w.blend(p0.x, p1.x, p2.x, p3.x), w.blend(p0.y, p1.y, p2.y, p3.y), w.blend(p0.z, p1.z, p2.z, p3.z));
 }
 
 template <size_t N>
@@ -107,8 +119,8 @@ namespace {
 
 typedef double Pair __attribute__((vector_size(16)));
 
-// evalSpline at two parameters at once, each lane doing the same operations in the same order as
-// evalSpline does, so that each point is the one it gives to the bit. The curve has n >= 2
+// evalSpline at two parameters at once, one in each lane of the span weights, so that each point
+// is the one evalSpline gives, to the bit. The curve has n >= 2
 // points; `before` and `after` are its phantoms (evalSpline's p0 of the first span and p3 of the
 // last); both parameters lie in [1e-7, 0.9999999].
 void evalSplinePair(const Vec* pts, size_t n, const Vec& before, const Vec& after, double ta, double tb, Vec& a,
@@ -120,17 +132,10 @@ void evalSplinePair(const Vec* pts, size_t n, const Vec& before, const Vec& afte
   if (ib > n - 2) ib = n - 2;
   const Vec* spanA[4] = {ia == 0 ? &before : &pts[ia - 1], &pts[ia], &pts[ia + 1], ia + 2 >= n ? &after : &pts[ia + 2]};
   const Vec* spanB[4] = {ib == 0 ? &before : &pts[ib - 1], &pts[ib], &pts[ib + 1], ib + 2 >= n ? &after : &pts[ib + 2]};
-  const Pair one = {1.0, 1.0};
-  const Pair s = {xa - toDouble(ia), xb - toDouble(ib)};
-  const Pair s2 = s * s, s3 = s2 * s;
-  const Pair w0 = (one - s) * (one - s) * (one - s);
-  const Pair w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
-  const Pair w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
-  const Pair w3 = s3;
+  const SpanWeights<Pair> w(Pair{xa - toDouble(ia), xb - toDouble(ib)});
   const auto axis = [&](double Vec::*c) {
-    const Pair p0 = {spanA[0]->*c, spanB[0]->*c}, p1 = {spanA[1]->*c, spanB[1]->*c};
-    const Pair p2 = {spanA[2]->*c, spanB[2]->*c}, p3 = {spanA[3]->*c, spanB[3]->*c};
-    return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+    const auto lanes = [&](int k) { return Pair{spanA[k]->*c, spanB[k]->*c}; };
+    return w.blend(lanes(0), lanes(1), lanes(2), lanes(3));
   };
   const Pair x = axis(&Vec::x), y = axis(&Vec::y), z = axis(&Vec::z);
   a = Vec(x[0], y[0], z[0]);

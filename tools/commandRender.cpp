@@ -23,6 +23,7 @@
 #include "tools/commands.h"
 
 #include "base/VrObject.h"
+#include "base/vrutilSort.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "io/VrImportGeometry.h"
@@ -268,12 +269,10 @@ class RenderCallbacks : public ProceduralCallbacks {
     std::iota(order.begin(), order.end(), 0u);
     auto faceOf = [&](unsigned i) { return faces ? faces[i] : -1; };
     auto idOf = [&](unsigned i) { return ids ? ids[i] : static_cast<int>(i); };
-    const auto before = [&](unsigned a, unsigned b) {
+    vrutil::stableSortUnlessSorted(order.begin(), order.end(), [&](unsigned a, unsigned b) {
       if (faceOf(a) != faceOf(b)) return faceOf(a) < faceOf(b);
       return idOf(a) < idOf(b);
-    };
-    // A face's batch usually comes in this order already, and a stable sort would still merge.
-    if (!std::is_sorted(order.begin(), order.end(), before)) std::stable_sort(order.begin(), order.end(), before);
+    });
     uint64_t cvTotal = 0;
     for (size_t k = 0; k < order.size();) {
       VrOutputRun run;

@@ -1,5 +1,7 @@
 #include "io/output/VrOrderedRuns.h"
 
+#include "base/vrutilSort.h"
+
 #include <algorithm>
 
 namespace {
@@ -15,13 +17,11 @@ void pointIntoRun(const std::string& description, VrOutputRun& run) {
   }
 }
 
-// Puts runs in (face, first id) order, keeping the order of equal runs. Runs usually come in
-// order already, and a stable sort would still take a buffer and merge.
+// Puts runs in (face, first id) order, keeping the order of equal runs.
 void sortRuns(std::vector<VrOutputRun>& runs) {
-  const auto before = [](const VrOutputRun& a, const VrOutputRun& b) {
+  vrutil::stableSortUnlessSorted(runs.begin(), runs.end(), [](const VrOutputRun& a, const VrOutputRun& b) {
     return a.face != b.face ? a.face < b.face : a.firstId < b.firstId;
-  };
-  if (!std::is_sorted(runs.begin(), runs.end(), before)) std::stable_sort(runs.begin(), runs.end(), before);
+  });
 }
 
 }  // namespace
