@@ -11,6 +11,7 @@
 class VrDescription;
 class VrExpression;
 class VrPrimitiveContext;
+class VrSeExpr;
 
 struct VrExprContext {
   /// Expressions being evaluated on this thread, innermost last.
@@ -35,6 +36,18 @@ struct VrExprContext {
   int lastDescriptionId = -1;
   std::string lastPatch;
   /// @}
+
+  /// The thread's own parse of an expression it evaluated lately, with what evaluating it needs
+  /// to know of the parse. Keyed by the serial number of the expression's set of parses, which is
+  /// never given out twice: a slot left by parses since forgotten or freed never matches again.
+  struct ParseSlot {
+    unsigned long long serial = 0;
+    VrSeExpr* parse = nullptr;
+    bool valid = false;
+    bool threeComponents = false;
+  };
+  static constexpr unsigned parseSlotCount = 32;
+  ParseSlot parseSlots[parseSlotCount];
 
   /// The primitive contexts of the thread's current work, set by `VrExpression::initTLS`: the
   /// main one first, then those of its motion samples (not owned). Empty outside parallel work.

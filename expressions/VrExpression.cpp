@@ -26,9 +26,25 @@
 #include <algorithm>
 #include <atomic>
 
+namespace {
+
+// A result in all three components: a float text's value is repeated.
+SgVec3T<double> resultFrom(const double* value, bool threeComponents) {
+  return threeComponents ? SgVec3T<double>(value[0], value[1], value[2]) : SgVec3T<double>(value[0], value[0], value[0]);
+}
+
+unsigned long long newParsesSerial() {
+  static std::atomic<unsigned long long> last{0};
+  return ++last;
+}
+
+}  // namespace
+
 struct VrExpression::Parses {
   std::unique_ptr<VrSeExpr> main;
   tbb::enumerable_thread_specific<std::unique_ptr<VrSeExpr>> perThread;
+  /// Changes whenever the per-thread parses are dropped; see VrExprContext::ParseSlot.
+  unsigned long long serial = newParsesSerial();
 };
 
 namespace {
@@ -78,6 +94,7 @@ VrExpression::~VrExpression() = default;
 void VrExpression::forgetParses() {
   parses->main.reset();
   parses->perThread.clear();
+  parses->serial = newParsesSerial();
   foldState.store(Unknown, std::memory_order_release);
   mainParseValid.store(false, std::memory_order_release);
 }
@@ -183,8 +200,7 @@ const SgVec3T<double>* VrExpression::fold() const {
 }
 
 SgVec3T<double> VrExpression::resultOf(const VrSeExpr& parsed, const double* value) const {
-  return desiredDim() == 3 && parsed.returnType().isFP(3) ? SgVec3T<double>(value[0], value[1], value[2])
-                                                          : SgVec3T<double>(value[0], value[0], value[0]);
+  return resultFrom(value, desiredDim() == 3 && parsed.returnType().isFP(3));
 }
 
 SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::string* patchName) const {
@@ -199,11 +215,27 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
     reportLoop();
     return SgVec3T<double>();
   }
-  VrSeExpr& parsed = parseForThisThread();
-  const bool valid = VrTaskManager::seExprMultithreading()
-                         ? parsed.isValid()
-                         : mainParseValid.load(std::memory_order_acquire) || isValid();
-  if (!valid) return SgVec3T<double>();
+  // Under threads the thread's parse, its validity and its result type are kept in the thread's
+  // slots after the first evaluation: no look-up in the per-thread table, no call to ask again.
+  VrSeExpr* parsed;
+  bool threeComponents;
+  if (VrTaskManager::seExprMultithreading()) {
+    VrExprContext::ParseSlot& slot = context.parseSlots[parses->serial % VrExprContext::parseSlotCount];
+    if (slot.serial != parses->serial) {
+      // Made before the slot is written: preparing a parse can evaluate other expressions.
+      VrSeExpr& own = parseForThisThread();
+      const bool valid = own.isValid();
+      const bool three = valid && desiredDim() == 3 && own.returnType().isFP(3);
+      slot = {parses->serial, &own, valid, three};
+    }
+    if (!slot.valid) return SgVec3T<double>();
+    parsed = slot.parse;
+    threeComponents = slot.threeComponents;
+  } else {
+    parsed = seExpr();
+    if (!mainParseValid.load(std::memory_order_acquire) && !isValid()) return SgVec3T<double>();
+    threeComponents = desiredDim() == 3 && parsed->returnType().isFP(3);
+  }
   VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
 
   // A nested evaluation (a collection expression called from another) restores the caller's
@@ -230,9 +262,9 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
   context.updateFaceSeed(context.description ? static_cast<int>(context.description->descriptionId()) : 0);
 
   context.stack.push_back(this);
-  const double* value = parsed.evalFP();
+  const double* value = parsed->evalFP();
   context.stack.pop_back();
-  const SgVec3T<double> result = resultOf(parsed, value);
+  const SgVec3T<double> result = resultFrom(value, threeComponents);
 
   if (nested) {
     context.u = saved.u;
