@@ -198,6 +198,7 @@ std::unique_ptr<SgSubdEvaluatorImpl> SgSubdEvaluatorImpl::build(const Cage& cage
   impl->patchOffsets[size_t(cage.nFaces)] = points;
   impl->patchPoints.reset(new double[points * 3]);
   impl->preparePatchPoints();
+  impl->findUniformBSplineFaces();
   impl->computeLimitVerts();
   return impl;
 }
@@ -292,19 +293,45 @@ bool SgSubdEvaluatorImpl::origToSurface(int orig, double u, double v, int& face,
 
 namespace {
 
+typedef double Pair __attribute__((vector_size(16)));
+
 /// A regular patch has 16 points; Bfr's own evaluation sizes its weight buffers for 20.
 constexpr int regularPatchPointsMax = 20;
+constexpr int bsplinePatchPoints = 16;
+typedef double Stencil[3][regularPatchPointsMax];
 
-/// Position and first derivatives of a regular patch: Bfr's basis weights applied to its control
-/// points, which are its patch points. Each sum runs point by point in the order Bfr's own
+/// The stencil of an interior bicubic B-spline patch at uv: the weights of position and of the
+/// derivatives in u and v for its 4 x 4 points, row by row in v. The basis of each direction is
+/// worked out with the operations, in the order, of Bfr's own, s and t side by side in one
+/// vector, so that each weight is Bfr's to the bit; findUniformBSplineFaces checks that against
+/// Bfr before any face uses it.
+void uniformBSplineStencil(const double uv[2], Stencil w) {
+  const Pair x{uv[0], uv[1]};
+  const Pair x2 = x * x, x3 = x * x2;
+  const double sixth = 1.0 / 6.0;
+  const Pair b[4] = {sixth * (1.0 - 3.0 * (x - x2) - x3), sixth * (4.0 - 6.0 * x2 + 3.0 * x3),
+                     sixth * (1.0 + 3.0 * (x + x2 - x3)), sixth * x3};
+  const Pair d[4] = {-0.5 * x2 + x - 0.5, 1.5 * x2 - 2.0 * x, -1.5 * x2 + x + 0.5, 0.5 * x2};
+  for (int row = 0; row < 4; ++row)
+    for (int col = 0; col < 4; ++col) {
+      w[0][4 * row + col] = b[col][0] * b[row][1];
+      w[1][4 * row + col] = d[col][0] * b[row][1];
+      w[2][4 * row + col] = b[col][0] * d[row][1];
+    }
+}
+
+bool sameStencil(const Stencil a, const Stencil b, int n) {
+  for (int k = 0; k < 3; ++k)
+    if (std::memcmp(a[k], b[k], sizeof(double) * size_t(n)) != 0) return false;
+  return true;
+}
+
+/// Position and first derivatives of a regular patch: the stencil's n weights applied to its
+/// control points, which are its patch points. Each sum runs point by point in the order Bfr's own
 /// evaluation uses, so the result is the same to the bit; the sums stay in registers, x and y of
 /// a point side by side in one vector, rather than being written through the result pointers
 /// after every point, which is where Bfr's generic combination spends its time.
-void applyRegularStencil(const SgSubdEvaluatorImpl::Surface& surface, const double uv[2],
-                         const double* pts, double P[3], double Du[3], double Dv[3]) {
-  typedef double Pair __attribute__((vector_size(16)));
-  double w[3][regularPatchPointsMax];
-  const int n = surface.EvaluateStencil(uv, w[0], w[1], w[2]);
+void applyStencil(const Stencil w, int n, const double* pts, double P[3], double Du[3], double Dv[3]) {
   const auto xyOf = [pts](int i) {
     Pair xy;
     std::memcpy(&xy, pts + 3 * i, sizeof xy);
@@ -335,13 +362,50 @@ bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3],
                                       double Dvv[3]) const {
   const Surface& surface = surfaces[size_t(face)];
   const double* pts = patchPoints.get() + patchOffsets[size_t(face)] * 3;
-  if (Duu)
+  Stencil w;
+  if (Duu) {
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv, Duu, Duv, Dvv);
-  else if (surface.IsRegular() && surface.GetNumControlPoints() <= regularPatchPointsMax)
-    applyRegularStencil(surface, uv, pts, P, Du, Dv);
-  else
+  } else if (uniformBSpline[size_t(face)]) {
+    uniformBSplineStencil(uv, w);
+    applyStencil(w, bsplinePatchPoints, pts, P, Du, Dv);
+  } else if (surface.IsRegular() && surface.GetNumControlPoints() <= regularPatchPointsMax) {
+    applyStencil(w, surface.EvaluateStencil(uv, w[0], w[1], w[2]), pts, P, Du, Dv);
+  } else {
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv);
+  }
   return true;
+}
+
+// A face takes the B-spline stencil of its own making where Bfr gives the same at a point
+// inside it: a patch at a boundary or a sharp feature has other weights there. Should Bfr's
+// arithmetic ever differ from ours, the points across the first such face show it, and no face
+// takes ours.
+void SgSubdEvaluatorImpl::findUniformBSplineFaces() {
+  uniformBSpline.assign(surfaces.size(), 0);
+  const auto agreesAt = [this](size_t f, const double uv[2]) {
+    Stencil ours, theirs;
+    uniformBSplineStencil(uv, ours);
+    return surfaces[f].EvaluateStencil(uv, theirs[0], theirs[1], theirs[2]) == bsplinePatchPoints &&
+           sameStencil(ours, theirs, bsplinePatchPoints);
+  };
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, surfaces.size(), 256), [&](const tbb::blocked_range<size_t>& faces) {
+    const double inside[2] = {0.37, 0.61};
+    for (size_t f = faces.begin(); f < faces.end(); ++f) {
+      const Surface& surface = surfaces[f];
+      uniformBSpline[f] = surface.IsValid() && surface.IsRegular() &&
+                          surface.GetNumControlPoints() == bsplinePatchPoints && agreesAt(f, inside);
+    }
+  });
+  const auto first = std::find(uniformBSpline.begin(), uniformBSpline.end(), 1);
+  if (first == uniformBSpline.end()) return;
+  const size_t f = size_t(first - uniformBSpline.begin());
+  for (int k = 0; k < 64; ++k) {
+    const double uv[2] = {(k % 8 + 0.29) / 8.0, (k / 8 + 0.83) / 8.0};
+    if (!agreesAt(f, uv)) {
+      std::fill(uniformBSpline.begin(), uniformBSpline.end(), 0);
+      return;
+    }
+  }
 }
 
 bool SgSubdEvaluatorImpl::evalOrig(int orig, double u, double v, double P[3], double dPdu[3],

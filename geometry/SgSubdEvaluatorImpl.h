@@ -123,6 +123,7 @@ class SgSubdEvaluatorImpl {
  private:
   SgSubdEvaluatorImpl() = default;
   void preparePatchPoints();
+  void findUniformBSplineFaces();
   void computeLimitVerts();
   bool evalSurface(int face, const double uv[2], double P[3], double Du[3], double Dv[3],
                    double Duu[3], double Duv[3], double Dvv[3]) const;
@@ -143,6 +144,7 @@ class SgSubdEvaluatorImpl {
   // 3 per patch point; not zeroed first, so that its pages are first touched on the threads that
   // fill them
   std::unique_ptr<double[]> patchPoints;
+  std::vector<char> uniformBSpline;  // per logical face: an interior bicubic B-spline patch
   std::vector<int> vertexFace;       // per cage vertex: an incident face with a limit, or -1
   std::vector<int> vertexCorner;     // per cage vertex: its corner in that face
   int origVertCount = 0;
