@@ -4,24 +4,12 @@
 #include "base/vrutilName.h"
 #include "expressions/VrSeExprHash.h"
 
-namespace {
+__thread VrExprContext* VrExprContext::threadContext = nullptr;
 
-// The calling thread's context, once made. Expressions ask for it several times per primitive:
-// a plain pointer in the thread's static block is one load, where the context itself, an object
-// with a destructor in a shared library, costs two look-ups of its thread's block and a guard.
-__thread VrExprContext* threadContext __attribute__((tls_model("initial-exec"))) = nullptr;
-
-VrExprContext& makeThreadContext() {
+VrExprContext& VrExprContext::makeCurrent() {
   thread_local VrExprContext context;
   threadContext = &context;
   return context;
-}
-
-}  // namespace
-
-VrExprContext& VrExprContext::current() {
-  VrExprContext* context = threadContext;
-  return context ? *context : makeThreadContext();
 }
 
 void VrExprContext::updateFaceSeed(int descriptionId) {

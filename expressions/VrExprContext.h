@@ -53,12 +53,21 @@ struct VrExprContext {
   /// main one first, then those of its motion samples (not owned). Empty outside parallel work.
   std::vector<VrPrimitiveContext*> primitives;
 
-  /// The context of the calling thread.
-  static VrExprContext& current();
+  /// The context of the calling thread. Expressions ask for it several times per primitive: a
+  /// pointer in the thread's static block is one load, where the context itself, an object with
+  /// a destructor in a shared library, would cost two look-ups of the thread's block and a guard.
+  static VrExprContext& current() {
+    VrExprContext* context = threadContext;
+    return context ? *context : makeCurrent();
+  }
 
   /// Recomputes the face seed when the face, description id or patch changed.
   void updateFaceSeed(int descriptionId);
 
   /// Forgets the location and the face seed cache (not the primitive contexts).
   void reset();
+
+ private:
+  static VrExprContext& makeCurrent();
+  static __thread VrExprContext* threadContext __attribute__((tls_model("initial-exec")));
 };

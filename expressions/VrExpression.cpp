@@ -203,22 +203,10 @@ SgVec3T<double> VrExpression::resultOf(const VrSeExpr& parsed, const double* val
   return resultFrom(value, desiredDim() == 3 && parsed.returnType().isFP(3));
 }
 
-SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::string* patchName) const {
-  // The same value at every location: no context to set up, nothing to evaluate.
-  if (const SgVec3T<double>* constant = foldedValue()) return *constant;
-  // Under threads the validity is that of the thread's own parse, checked when it was made: the
-  // main parse is made lazily and must not be built by two workers at once.
-  // A loop: this expression is already evaluating on this thread, or is being prepared (the
-  // library reads variables while it builds its interpreter, and a variable can lead back here).
-  VrExprContext& context = VrExprContext::current();
-  if (onStack(context.stack, this) || onStack(context.validating, this)) {
-    reportLoop();
-    return SgVec3T<double>();
-  }
+// Helpers of evalAt and evalNested, their only callers: defined inline for the compiler to fold in.
+inline VrSeExpr* VrExpression::threadParse(VrExprContext& context, bool& threeComponents) const {
   // Under threads the thread's parse, its validity and its result type are kept in the thread's
   // slots after the first evaluation: no look-up in the per-thread table, no call to ask again.
-  VrSeExpr* parsed;
-  bool threeComponents;
   if (VrTaskManager::seExprMultithreading()) {
     VrExprContext::ParseSlot& slot = context.parseSlots[parses->serial % VrExprContext::parseSlotCount];
     if (slot.serial != parses->serial) {
@@ -228,15 +216,59 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
       const bool three = valid && desiredDim() == 3 && own.returnType().isFP(3);
       slot = {parses->serial, &own, valid, three};
     }
-    if (!slot.valid) return SgVec3T<double>();
-    parsed = slot.parse;
     threeComponents = slot.threeComponents;
-  } else {
-    parsed = seExpr();
-    if (!mainParseValid.load(std::memory_order_acquire) && !isValid()) return SgVec3T<double>();
-    threeComponents = desiredDim() == 3 && parsed->returnType().isFP(3);
+    return slot.valid ? slot.parse : nullptr;
   }
+  // The main parse is made lazily, and its validity asked until it is known to be valid.
+  VrSeExpr* parsed = seExpr();
+  if (!mainParseValid.load(std::memory_order_acquire) && !isValid()) return nullptr;
+  threeComponents = desiredDim() == 3 && parsed->returnType().isFP(3);
+  return parsed;
+}
+
+inline SgVec3T<double> VrExpression::evalHere(VrExprContext& context, VrSeExpr& parsed, bool threeComponents) const {
   VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
+  context.updateFaceSeed(context.description ? static_cast<int>(context.description->descriptionId()) : 0);
+  context.stack.push_back(this);
+  const double* value = parsed.evalFP();
+  context.stack.pop_back();
+  const SgVec3T<double> result = resultFrom(value, threeComponents);
+  VR_DEBUG(5, vrmsg::CatExpression,
+           "Done eval \"" + attrName + "\" [" + text + "] = " + vrutil::vtoa(result));
+  return result;
+}
+
+SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::string* patchName) const {
+  // The same value at every location: no context to set up, nothing to evaluate.
+  if (const SgVec3T<double>* constant = foldedValue()) return *constant;
+  VrExprContext& context = VrExprContext::current();
+  // Called from inside another evaluation or a parse on this thread: the way that catches loops
+  // and gives the caller its location back. The usual call, from a primitive, comes straight on.
+  if (!context.stack.empty() || !context.validating.empty()) return evalNested(context, u, v, faceId, patchName);
+  bool threeComponents;
+  VrSeExpr* parsed = threadParse(context, threeComponents);
+  if (!parsed) return SgVec3T<double>();
+  context.u = u;
+  context.v = v;
+  context.faceId = faceId;
+  context.patchName = patchName;
+  context.description = owner;
+  const SgVec3T<double> result = evalHere(context, *parsed, threeComponents);
+  context.patchName = nullptr;
+  return result;
+}
+
+SgVec3T<double> VrExpression::evalNested(VrExprContext& context, double u, double v, int faceId,
+                                         const std::string* patchName) const {
+  // A loop: this expression is already evaluating on this thread, or is being prepared (the
+  // library reads variables while it builds its interpreter, and a variable can lead back here).
+  if (onStack(context.stack, this) || onStack(context.validating, this)) {
+    reportLoop();
+    return SgVec3T<double>();
+  }
+  bool threeComponents;
+  VrSeExpr* parsed = threadParse(context, threeComponents);
+  if (!parsed) return SgVec3T<double>();
 
   // A nested evaluation (a collection expression called from another) restores the caller's
   // location afterwards; only the location is saved, so nothing is allocated here.
@@ -259,13 +291,7 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
   context.faceId = faceId;
   context.patchName = patchName;
   if (!nested) context.description = owner;
-  context.updateFaceSeed(context.description ? static_cast<int>(context.description->descriptionId()) : 0);
-
-  context.stack.push_back(this);
-  const double* value = parsed->evalFP();
-  context.stack.pop_back();
-  const SgVec3T<double> result = resultFrom(value, threeComponents);
-
+  const SgVec3T<double> result = evalHere(context, *parsed, threeComponents);
   if (nested) {
     context.u = saved.u;
     context.v = saved.v;
@@ -278,8 +304,6 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
   } else {
     context.patchName = nullptr;
   }
-  VR_DEBUG(5, vrmsg::CatExpression,
-           "Done eval \"" + attrName + "\" [" + text + "] = " + vrutil::vtoa(result));
   return result;
 }
 

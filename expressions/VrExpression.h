@@ -23,6 +23,7 @@ class VrDescription;
 class VrPrimitiveContext;
 class VrPtexTexture;
 class VrSeExpr;
+struct VrExprContext;
 
 class VrExpression {
  public:
@@ -146,6 +147,14 @@ class VrExpression {
   VrSeExpr& parseForThisThread() const;
   /// `eval` for a text not (yet) known to be constant.
   SgVec3T<double> evalAt(double u, double v, int faceId, const std::string* patchName) const;
+  /// `evalAt` from inside another evaluation or a parse on the calling thread.
+  SgVec3T<double> evalNested(VrExprContext& context, double u, double v, int faceId,
+                             const std::string* patchName) const;
+  /// The calling thread's parse, or null when the text is invalid; sets whether the value has
+  /// three components.
+  VrSeExpr* threadParse(VrExprContext& context, bool& threeComponents) const;
+  /// Evaluates the parse at the context's location, with the face seed brought up to date.
+  SgVec3T<double> evalHere(VrExprContext& context, VrSeExpr& parsed, bool threeComponents) const;
   /// The value of a constant text, worked out on the first call; null when the text varies.
   const SgVec3T<double>* foldedValue() const;
   const SgVec3T<double>* fold() const;
