@@ -60,19 +60,21 @@ inline size_t toIndex(double x) { return static_cast<size_t>(static_cast<long lo
 inline Vec phantom(const Vec& end, const Vec& next) { return end * 2.0 - next; }
 
 // The uniform cubic B-spline weights at s in [0, 1] of the four points of a span, and their
-// blend (per coordinate). T is a double, or a vector of doubles for several spans at once: every
-// lane then does the operations of the scalar evaluation in the same order, to the bit.
-template <typename T>
+// blend: of one coordinate, or of several side by side in the lanes of a vector, each lane doing
+// the operations of the scalar blend in the same order, to the bit.
 struct SpanWeights {
-  T w0, w1, w2, w3;
-  explicit SpanWeights(T s) {
-    const T s2 = s * s, s3 = s2 * s;
+  double w0, w1, w2, w3;
+  explicit SpanWeights(double s) {
+    const double s2 = s * s, s3 = s2 * s;
     w0 = (1.0 - s) * (1.0 - s) * (1.0 - s);
     w1 = 3.0 * s3 - 6.0 * s2 + 4.0;
     w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
     w3 = s3;
   }
-  T blend(T p0, T p1, T p2, T p3) const { return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0); }
+  template <typename T>
+  T blend(T p0, T p1, T p2, T p3) const {
+    return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+  }
 };
 
 // The body of SgCurve::eval, for the loops of this file to inline.
@@ -97,7 +99,7 @@ inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   const Vec& p1 = pts[i];
   const Vec& p2 = pts[i + 1];
   const Vec p3 = i + 2 >= n ? phantom(pts[n - 1], pts[n - 2]) : pts[i + 2];
-  const SpanWeights<double> w(s);
+  const SpanWeights w(s);
   out = Vec(w.blend(p0.x, p1.x, p2.x, p3.x), w.blend(p0.y, p1.y, p2.y, p3.y), w.blend(p0.z, p1.z, p2.z, p3.z));
 }
 
@@ -117,59 +119,78 @@ void SgCurve::eval(const Vec* pts, size_t n, double t, Vec& out) { evalSpline(pt
 
 namespace {
 
-typedef double Pair __attribute__((vector_size(16)));
+// Whether evalSpline at t blends a span rather than answering with an end point.
+inline bool inside(double t) { return t >= 1e-7 && t <= 0.9999999; }
 
-// evalSpline at two parameters at once, one in each lane of the span weights, so that each point
-// is the one evalSpline gives, to the bit. The curve has n >= 2
-// points; `before` and `after` are its phantoms (evalSpline's p0 of the first span and p3 of the
-// last); both parameters lie in [1e-7, 0.9999999].
-void evalSplinePair(const Vec* pts, size_t n, const Vec& before, const Vec& after, double ta, double tb, Vec& a,
-                    Vec& b) {
-  const double last = toDouble(n - 1);
-  const double xa = ta * last, xb = tb * last;
-  size_t ia = toIndex(xa), ib = toIndex(xb);
-  if (ia > n - 2) ia = n - 2;
-  if (ib > n - 2) ib = n - 2;
-  const Vec* spanA[4] = {ia == 0 ? &before : &pts[ia - 1], &pts[ia], &pts[ia + 1], ia + 2 >= n ? &after : &pts[ia + 2]};
-  const Vec* spanB[4] = {ib == 0 ? &before : &pts[ib - 1], &pts[ib], &pts[ib + 1], ib + 2 >= n ? &after : &pts[ib + 2]};
-  const SpanWeights<Pair> w(Pair{xa - toDouble(ia), xb - toDouble(ib)});
-  const auto axis = [&](double Vec::*c) {
-    const auto lanes = [&](int k) { return Pair{spanA[k]->*c, spanB[k]->*c}; };
-    return w.blend(lanes(0), lanes(1), lanes(2), lanes(3));
-  };
-  const Pair x = axis(&Vec::x), y = axis(&Vec::y), z = axis(&Vec::z);
-  a = Vec(x[0], y[0], z[0]);
-  b = Vec(x[1], y[1], z[1]);
+// One parameter of the walk along the curve that SgCurve::length measures: the end point
+// evalSpline answers with there, or the span it blends and the span's weights.
+struct LengthSample {
+  enum Kind { First, Last, Blend } kind;
+  size_t span;
+  SpanWeights weights;
+};
+
+// The walk depends on the point count alone: its parameters step by 1 / (2n + 4) from one step
+// in to half a step short of the tip, and each is looked at as evalSpline looks at it.
+void planLength(size_t n, std::vector<LengthSample>& plan) {
+  plan.clear();
+  const double step = 1.0 / static_cast<double>(2 * n + 4);
+  const double end = 1.0 - step * 0.5;
+  for (double t = step; t < end; t += step) {
+    if (inside(t)) {
+      const double x = t * toDouble(n - 1);
+      const size_t i = std::min(toIndex(x), n - 2);
+      plan.push_back({LengthSample::Blend, i, SpanWeights(x - toDouble(i))});
+    } else {
+      plan.push_back({t < 1e-7 ? LengthSample::First : LengthSample::Last, 0, SpanWeights(0.0)});
+    }
+  }
+}
+
+// The walks of curves of up to 64 points are worked out once, on first use; longer ones each
+// time, into the thread's own buffer.
+const std::vector<LengthSample>& lengthPlan(size_t n) {
+  constexpr size_t kept = 64;
+  if (n <= kept) {
+    static const std::array<std::vector<LengthSample>, kept + 1> plans = [] {
+      std::array<std::vector<LengthSample>, kept + 1> made;
+      for (size_t k = 2; k <= kept; ++k) planLength(k, made[k]);
+      return made;
+    }();
+    return plans[n];
+  }
+  thread_local std::vector<LengthSample> plan;
+  planLength(n, plan);
+  return plan;
 }
 
 }  // namespace
 
 double SgCurve::length(const Points& pts) {
+  typedef double Pair __attribute__((vector_size(16)));
   const size_t n = pts.size();
   if (n < 2) return 0.0;
-  const double step = 1.0 / static_cast<double>(2 * n + 4);
-  const double end = 1.0 - step * 0.5;
   const Vec before = phantom(pts[0], pts[1]), after = phantom(pts[n - 1], pts[n - 2]);
-  const auto inside = [](double t) { return t >= 1e-7 && t <= 0.9999999; };
-  // The parameters step as one running sum, as a plain loop over them would; the points come two
-  // at a time, and the chords are added in order.
+  const auto xyOf = [](const Vec& p) { return Pair{p.x, p.y}; };
+  // Each point is evalSpline's at its parameter, x and y blended side by side; the chords are
+  // added in order.
   double sum = 0.0;
-  Vec prev = pts[0], a, b;
-  double t = step;
-  while (t < end) {
-    const double next = t + step;
-    if (next < end && inside(t) && inside(next)) {
-      evalSplinePair(pts.data(), n, before, after, t, next, a, b);
-      sum += (a - prev).length();
-      sum += (b - a).length();
-      prev = b;
-      t = next + step;
+  Vec prev = pts[0];
+  for (const LengthSample& sample : lengthPlan(n)) {
+    Vec point;
+    if (sample.kind == LengthSample::Blend) {
+      const size_t i = sample.span;
+      const Vec& p0 = i == 0 ? before : pts[i - 1];
+      const Vec& p1 = pts[i];
+      const Vec& p2 = pts[i + 1];
+      const Vec& p3 = i + 2 >= n ? after : pts[i + 2];
+      const Pair xy = sample.weights.blend(xyOf(p0), xyOf(p1), xyOf(p2), xyOf(p3));
+      point = Vec(xy[0], xy[1], sample.weights.blend(p0.z, p1.z, p2.z, p3.z));
     } else {
-      evalSpline(pts.data(), n, t, a);
-      sum += (a - prev).length();
-      prev = a;
-      t = next;
+      point = sample.kind == LengthSample::First ? pts[0] : pts[n - 1];
     }
+    sum += (point - prev).length();
+    prev = point;
   }
   return sum + (pts[n - 1] - prev).length();
 }
