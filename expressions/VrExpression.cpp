@@ -194,13 +194,13 @@ const SgVec3T<double>* VrExpression::fold() const {
     return nullptr;
   }
   const VrSeExpr& parsed = *seExpr();
-  folded = resultOf(parsed, parsed.evalFP());
+  folded = resultFrom(parsed.evalFP(), hasThreeComponents(parsed));
   foldState.store(Folded, std::memory_order_release);
   return &folded;
 }
 
-SgVec3T<double> VrExpression::resultOf(const VrSeExpr& parsed, const double* value) const {
-  return resultFrom(value, desiredDim() == 3 && parsed.returnType().isFP(3));
+bool VrExpression::hasThreeComponents(const VrSeExpr& parsed) const {
+  return desiredDim() == 3 && parsed.returnType().isFP(3);
 }
 
 // Helpers of evalAt and evalNested, their only callers: defined inline for the compiler to fold in.
@@ -213,7 +213,7 @@ inline VrSeExpr* VrExpression::threadParse(VrExprContext& context, bool& threeCo
       // Made before the slot is written: preparing a parse can evaluate other expressions.
       VrSeExpr& own = parseForThisThread();
       const bool valid = own.isValid();
-      const bool three = valid && desiredDim() == 3 && own.returnType().isFP(3);
+      const bool three = valid && hasThreeComponents(own);
       slot = {parses->serial, &own, valid, three};
     }
     threeComponents = slot.threeComponents;
@@ -222,7 +222,7 @@ inline VrSeExpr* VrExpression::threadParse(VrExprContext& context, bool& threeCo
   // The main parse is made lazily, and its validity asked until it is known to be valid.
   VrSeExpr* parsed = seExpr();
   if (!mainParseValid.load(std::memory_order_acquire) && !isValid()) return nullptr;
-  threeComponents = desiredDim() == 3 && parsed->returnType().isFP(3);
+  threeComponents = hasThreeComponents(*parsed);
   return parsed;
 }
 
@@ -242,9 +242,15 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
   // The same value at every location: no context to set up, nothing to evaluate.
   if (const SgVec3T<double>* constant = foldedValue()) return *constant;
   VrExprContext& context = VrExprContext::current();
-  // Called from inside another evaluation or a parse on this thread: the way that catches loops
-  // and gives the caller its location back. The usual call, from a primitive, comes straight on.
-  if (!context.stack.empty() || !context.validating.empty()) return evalNested(context, u, v, faceId, patchName);
+  // A loop: this expression is already evaluating on this thread, or is being prepared (the
+  // library reads variables while it builds its interpreter, and a variable can lead back here).
+  // The usual call, from a primitive, has neither stack to look through.
+  if ((!context.stack.empty() || !context.validating.empty()) &&
+      (onStack(context.stack, this) || onStack(context.validating, this))) {
+    reportLoop();
+    return SgVec3T<double>();
+  }
+  if (!context.stack.empty()) return evalNested(context, u, v, faceId, patchName);
   bool threeComponents;
   VrSeExpr* parsed = threadParse(context, threeComponents);
   if (!parsed) return SgVec3T<double>();
@@ -260,50 +266,35 @@ SgVec3T<double> VrExpression::evalAt(double u, double v, int faceId, const std::
 
 SgVec3T<double> VrExpression::evalNested(VrExprContext& context, double u, double v, int faceId,
                                          const std::string* patchName) const {
-  // A loop: this expression is already evaluating on this thread, or is being prepared (the
-  // library reads variables while it builds its interpreter, and a variable can lead back here).
-  if (onStack(context.stack, this) || onStack(context.validating, this)) {
-    reportLoop();
-    return SgVec3T<double>();
-  }
   bool threeComponents;
   VrSeExpr* parsed = threadParse(context, threeComponents);
   if (!parsed) return SgVec3T<double>();
-
-  // A nested evaluation (a collection expression called from another) restores the caller's
-  // location afterwards; only the location is saved, so nothing is allocated here.
+  // The caller's location comes back afterwards; only the location is saved, so nothing is
+  // allocated here. The description stays the caller's, for whom a collection expression
+  // evaluates.
   struct Location {
     double u, v, faceSeed;
     int faceId, lastFace, lastDescriptionId;
     const std::string* patchName;
   };
-  const bool nested = !context.stack.empty();
-  Location saved{};
+  const Location saved{context.u, context.v, context.faceSeed, context.faceId, context.lastFace,
+                       context.lastDescriptionId, context.patchName};
   std::string savedLastPatch;
-  if (nested) {
-    saved = {context.u, context.v, context.faceSeed, context.faceId, context.lastFace,
-             context.lastDescriptionId, context.patchName};
-    savedLastPatch.swap(context.lastPatch);
-    context.lastFace = -1;  // the cache key moved out with the patch name
-  }
+  savedLastPatch.swap(context.lastPatch);
+  context.lastFace = -1;  // the cache key moved out with the patch name
   context.u = u;
   context.v = v;
   context.faceId = faceId;
   context.patchName = patchName;
-  if (!nested) context.description = owner;
   const SgVec3T<double> result = evalHere(context, *parsed, threeComponents);
-  if (nested) {
-    context.u = saved.u;
-    context.v = saved.v;
-    context.faceId = saved.faceId;
-    context.patchName = saved.patchName;
-    context.faceSeed = saved.faceSeed;
-    context.lastFace = saved.lastFace;
-    context.lastDescriptionId = saved.lastDescriptionId;
-    context.lastPatch.swap(savedLastPatch);
-  } else {
-    context.patchName = nullptr;
-  }
+  context.u = saved.u;
+  context.v = saved.v;
+  context.faceId = saved.faceId;
+  context.patchName = saved.patchName;
+  context.faceSeed = saved.faceSeed;
+  context.lastFace = saved.lastFace;
+  context.lastDescriptionId = saved.lastDescriptionId;
+  context.lastPatch.swap(savedLastPatch);
   return result;
 }
 

@@ -147,7 +147,7 @@ class VrExpression {
   VrSeExpr& parseForThisThread() const;
   /// `eval` for a text not (yet) known to be constant.
   SgVec3T<double> evalAt(double u, double v, int faceId, const std::string* patchName) const;
-  /// `evalAt` from inside another evaluation or a parse on the calling thread.
+  /// `evalAt` from inside another evaluation on the calling thread, loops already ruled out.
   SgVec3T<double> evalNested(VrExprContext& context, double u, double v, int faceId,
                              const std::string* patchName) const;
   /// The calling thread's parse, or null when the text is invalid; sets whether the value has
@@ -158,7 +158,9 @@ class VrExpression {
   /// The value of a constant text, worked out on the first call; null when the text varies.
   const SgVec3T<double>* foldedValue() const;
   const SgVec3T<double>* fold() const;
-  SgVec3T<double> resultOf(const VrSeExpr& parsed, const double* value) const;
+  /// Whether the text asks for three components and the parse gives them; otherwise a float
+  /// value is repeated in all three.
+  bool hasThreeComponents(const VrSeExpr& parsed) const;
   void forgetParses();
   int desiredDim() const { return dimension; }
   void reportLoop() const;
