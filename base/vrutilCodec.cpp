@@ -290,12 +290,24 @@ unsigned hashString(const std::string& text) {
 }
 
 void encodeId2RGB(unsigned id, unsigned char rgb[3]) {
-  unsigned channel[3] = {0, 0, 0};
-  for (unsigned i = 0; i < 24; ++i) {
-    unsigned& c = channel[i % 3];
-    c = (c << 1) | (((id >> i) & 1u) ^ 1u);
-  }
-  for (int i = 0; i < 3; ++i) rgb[i] = static_cast<unsigned char>(channel[i] & 0xFFu);
+  // Bit i of the id, inverted, is bit 7 - i / 3 of channel i % 3. A table per id byte gives that
+  // byte's bits at their places in the three channels (channel c in bits 8c to 8c + 7).
+  struct Gather {
+    constexpr Gather() : bits() {
+      for (uint32_t byte = 0; byte < 3; ++byte)
+        for (uint32_t value = 0; value < 256; ++value)
+          for (uint32_t k = 0; k < 8; ++k)
+            if ((value >> k) & 1u) {
+              const uint32_t i = 8 * byte + k;
+              bits[byte][value] |= 1u << (8 * (i % 3) + 7 - i / 3);
+            }
+    }
+    uint32_t bits[3][256];
+  };
+  static constexpr Gather gather;
+  const uint32_t packed = ~(gather.bits[0][id & 0xFFu] | gather.bits[1][(id >> 8) & 0xFFu] |
+                            gather.bits[2][(id >> 16) & 0xFFu]);
+  for (int c = 0; c < 3; ++c) rgb[c] = static_cast<unsigned char>(packed >> (8 * c));
 }
 
 unsigned decodeRGB2Id(double r, double g, double b) {

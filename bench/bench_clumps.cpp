@@ -54,17 +54,21 @@ struct SplineSkin {
   }
   ~SplineSkin() { std::filesystem::remove_all(dir); }
 
-  void addClumping() {
+  VrClumpingFXModule* addClumpingModule() {
     auto* clump = static_cast<VrClumpingFXModule*>(spline->addFXModule("ClumpingFXModule"));
     palette->setAttr("vrDataPath", dir + "/", "string");  // files are found along the data path
     clump->setAttr("pointDir", "points/", "string");
     clump->setAttr("mapDir", "maps/", "string");
     clump->setAttr("texelsPerUnit", "4", "float");
     clump->setAttr("curl", "0.3", "expr");
+    return clump;
+  }
+  static bool makeClumps(VrClumpingFXModule& clump) {
     VrClumpMaker::Options options;
     options.density = 0.5;
-    VrClumpMaker::make(*clump, options);
+    return VrClumpMaker::make(clump, options);
   }
+  void addClumping() { makeClumps(*addClumpingModule()); }
 
   void render(benchmark::State& state, int threads) {
     VrNullRenderer renderer(description);
@@ -93,6 +97,20 @@ BENCHMARK(BM_ClumpRender)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1)
     ->UseRealTime();
+
+// Making the clump guides and region maps that BM_ClumpRender renders with.
+void BM_ClumpMake(benchmark::State& state) {
+  SplineSkin skin;
+  VrClumpingFXModule* clump = skin.addClumpingModule();
+  const size_t savedThreads = VrTaskManager::threadCount();
+  VrTaskManager::setThreadCount(static_cast<size_t>(state.range(0)));
+  VrSubdPatch::setMultithreading(true);
+  for (auto _ : state)
+    if (!SplineSkin::makeClumps(*clump)) state.SkipWithError("the clumps were not made");
+  VrSubdPatch::setMultithreading(false);
+  VrTaskManager::setThreadCount(savedThreads);
+}
+BENCHMARK(BM_ClumpMake)->ArgNames({"threads"})->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // Shapes: 0 clump and noise; 1 also cut and coil; 2 also wind.
 void BM_StyledRender(benchmark::State& state) {

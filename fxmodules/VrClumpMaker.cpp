@@ -11,6 +11,7 @@
 #include "fxmodules/VrClumpMaker.h"
 
 #include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "base/vrutilCodec.h"
 #include "base/vrutilName.h"
 #include "document/VrDescription.h"
@@ -42,49 +43,69 @@ double attrNumber(const VrObject& object, const std::string& name, double fallba
 // buckets.
 class NearestRoot {
  public:
-  NearestRoot(const std::vector<Vec>& points, const std::vector<double>& radii) : pts(points), radii(radii) {
+  NearestRoot(const std::vector<Vec>& points, const std::vector<double>& radii) {
     for (double r : radii) widest = std::max(widest, r);
-    if (pts.empty()) return;
-    lo = hi = pts[0];
-    for (const Vec& p : pts)
+    if (points.empty()) return;
+    lo = hi = points[0];
+    for (const Vec& p : points)
       for (int k = 0; k < 3; ++k) {
         lo[k] = std::min(lo[k], p[k]);
         hi[k] = std::max(hi[k], p[k]);
       }
-    const double cells = std::max(1.0, std::cbrt(static_cast<double>(pts.size())));
     double extent = 0.0;
     for (int k = 0; k < 3; ++k) extent = std::max(extent, hi[k] - lo[k]);
-    size = extent > 0.0 ? extent / cells : 1.0;
-    for (int k = 0; k < 3; ++k) dims[k] = std::max(1, static_cast<int>((hi[k] - lo[k]) / size) + 1);
-    buckets.assign(static_cast<size_t>(dims[0]) * dims[1] * dims[2], {});
-    for (size_t i = 0; i < pts.size(); ++i) buckets[bucketOf(cell(pts[i]))].push_back(static_cast<unsigned>(i));
+    const double count = static_cast<double>(points.size());
+    size = extent > 0.0 ? extent / std::max(1.0, std::cbrt(count)) : 1.0;
+    fill(points, radii);
+    // Roots on a surface leave most cells of the cube empty and crowd the rest: shrink the cells
+    // as for roots spread over an area until an occupied cell holds about three, with at most
+    // 64 cells a root.
+    const double perCell = count / static_cast<double>(std::max<size_t>(occupied, 1));
+    if (perCell > 3.0) {
+      const double smaller = size * std::sqrt(3.0 / perCell);
+      double cells = 1.0;
+      for (int k = 0; k < 3; ++k) cells *= std::floor((hi[k] - lo[k]) / smaller) + 1.0;
+      if (cells <= 64.0 * count) {
+        size = smaller;
+        fill(points, radii);
+      }
+    }
   }
 
   /// Index of the nearest point (the lowest index among equals); -1 without points of a
   /// positive radius.
   int find(const Vec& q) const {
-    if (pts.empty() || widest <= 0.0) return -1;
+    if (entries.empty() || widest <= 0.0) return -1;
     int c[3];
     for (int k = 0; k < 3; ++k)
       c[k] = std::clamp(static_cast<int>(std::floor((q[k] - lo[k]) / size)), 0, dims[k] - 1);
     int best = -1;
     double bestD = std::numeric_limits<double>::max();
+    auto visit = [&](int x, int y, int z) {
+      const size_t cellIndex = bucketOf({x, y, z});
+      for (unsigned e = starts[cellIndex]; e < starts[cellIndex + 1]; ++e) {
+        const Entry& root = entries[e];
+        const double d = (root.p - q).dot(root.p - q) / root.r2;
+        if (d < bestD || (d == bestD && root.index < best)) {
+          bestD = d;
+          best = root.index;
+        }
+      }
+    };
     const int most = std::max({dims[0], dims[1], dims[2]});
     for (int ring = 0; ring <= most; ++ring) {
-      for (int x = c[0] - ring; x <= c[0] + ring; ++x)
-        for (int y = c[1] - ring; y <= c[1] + ring; ++y)
-          for (int z = c[2] - ring; z <= c[2] + ring; ++z) {
-            if (std::max({std::abs(x - c[0]), std::abs(y - c[1]), std::abs(z - c[2])}) != ring) continue;
-            if (x < 0 || y < 0 || z < 0 || x >= dims[0] || y >= dims[1] || z >= dims[2]) continue;
-            for (unsigned i : buckets[bucketOf({x, y, z})]) {
-              if (radii[i] <= 0.0) continue;
-              const double d = (pts[i] - q).dot(pts[i] - q) / (radii[i] * radii[i]);
-              if (d < bestD || (d == bestD && static_cast<int>(i) < best)) {
-                bestD = d;
-                best = static_cast<int>(i);
-              }
-            }
+      // The cells of the ring's shell inside the grid: whole columns of z where x or y is on the
+      // shell, else only the two cells at z = c ± ring.
+      const int z0 = std::max(c[2] - ring, 0), z1 = std::min(c[2] + ring, dims[2] - 1);
+      for (int x = std::max(c[0] - ring, 0); x <= std::min(c[0] + ring, dims[0] - 1); ++x)
+        for (int y = std::max(c[1] - ring, 0); y <= std::min(c[1] + ring, dims[1] - 1); ++y) {
+          if (std::abs(x - c[0]) == ring || std::abs(y - c[1]) == ring) {
+            for (int z = z0; z <= z1; ++z) visit(x, y, z);
+          } else {
+            if (c[2] - ring >= 0) visit(x, y, c[2] - ring);
+            if (ring > 0 && c[2] + ring < dims[2]) visit(x, y, c[2] + ring);
           }
+        }
       // Everything outside the searched rings lies at least `ring * size` away from q's cell.
       const double reach = ring * size / widest;
       if (best >= 0 && reach * reach >= bestD) break;
@@ -96,6 +117,13 @@ class NearestRoot {
   struct Cell {
     int x, y, z;
   };
+  /// A root of a positive radius, kept with the others of its cell.
+  struct Entry {
+    Vec p;
+    double r2;
+    int index;
+  };
+
   Cell cell(const Vec& p) const {
     Cell out{};
     int* c[3] = {&out.x, &out.y, &out.z};
@@ -106,13 +134,34 @@ class NearestRoot {
     return (static_cast<size_t>(c.z) * dims[1] + c.y) * dims[0] + c.x;
   }
 
-  const std::vector<Vec>& pts;
-  const std::vector<double>& radii;
+  /// Sorts the roots into the cells of the current size, in index order within a cell.
+  void fill(const std::vector<Vec>& points, const std::vector<double>& radii) {
+    for (int k = 0; k < 3; ++k) dims[k] = std::max(1, static_cast<int>((hi[k] - lo[k]) / size) + 1);
+    starts.assign(static_cast<size_t>(dims[0]) * dims[1] * dims[2] + 1, 0);
+    std::vector<size_t> cellOf(points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+      if (radii[i] <= 0.0) continue;  // takes no texel
+      cellOf[i] = bucketOf(cell(points[i]));
+      ++starts[cellOf[i] + 1];
+    }
+    occupied = 0;
+    for (size_t c = 1; c < starts.size(); ++c) {
+      occupied += starts[c] > 0;
+      starts[c] += starts[c - 1];
+    }
+    entries.resize(starts.back());
+    std::vector<unsigned> next(starts.begin(), starts.end() - 1);
+    for (size_t i = 0; i < points.size(); ++i)
+      if (radii[i] > 0.0) entries[next[cellOf[i]]++] = Entry{points[i], radii[i] * radii[i], static_cast<int>(i)};
+  }
+
   double widest = 0.0;
   Vec lo, hi;
   double size = 1.0;
   int dims[3] = {1, 1, 1};
-  std::vector<std::vector<unsigned>> buckets;
+  std::vector<unsigned> starts;  ///< entries of cell c: [starts[c], starts[c + 1])
+  std::vector<Entry> entries;
+  size_t occupied = 0;
 };
 
 int log2Of(unsigned short res) {
@@ -133,18 +182,24 @@ std::vector<VrClumpMaker::Root> VrClumpMaker::scatter(VrClumpingFXModule& module
     const VrPatch* patch = entry.second;
     std::vector<int> faces = patch->faceIds();
     std::sort(faces.begin(), faces.end());
-    for (int face : faces) {
-      vrutil::PRNG rng(static_cast<uint64_t>(options.seed) * 2654435761ull ^
-                       (static_cast<uint64_t>(vrutil::hashString(patch->name())) << 40) ^
-                       static_cast<uint64_t>(face) * 40503ull);
-      const double expected = density * std::max(0.0, patch->area(face));
-      const int count = static_cast<int>(std::floor(expected + rng.random01()));
-      for (int k = 0; k < count; ++k) {
-        const double u = rng.random01(), v = rng.random01(), keep = rng.random01();
-        if (mask && mask->eval(u, v, face, &patch->name())[0] <= keep) continue;
-        roots.push_back(Root{patch, face, u, v});
+    // Each face draws from a stream of its own, so faces scatter in parallel and join in order.
+    std::vector<std::vector<Root>> perFace(faces.size());
+    VrTaskManager::parallelChunks(faces.size(), [&](size_t begin, size_t end) {
+      for (size_t f = begin; f < end; ++f) {
+        const int face = faces[f];
+        vrutil::PRNG rng(static_cast<uint64_t>(options.seed) * 2654435761ull ^
+                         (static_cast<uint64_t>(vrutil::hashString(patch->name())) << 40) ^
+                         static_cast<uint64_t>(face) * 40503ull);
+        const double expected = density * std::max(0.0, patch->area(face));
+        const int count = static_cast<int>(std::floor(expected + rng.random01()));
+        for (int k = 0; k < count; ++k) {
+          const double u = rng.random01(), v = rng.random01(), keep = rng.random01();
+          if (mask && mask->eval(u, v, face, &patch->name())[0] <= keep) continue;
+          perFace[f].push_back(Root{patch, face, u, v});
+        }
       }
-    }
+    });
+    for (const std::vector<Root>& face : perFace) roots.insert(roots.end(), face.begin(), face.end());
   }
   return roots;
 }
@@ -156,11 +211,13 @@ bool VrClumpMaker::make(VrClumpingFXModule& module, const Options& options) {
   std::vector<Vec> points(roots.size());
   std::vector<double> radii(roots.size());
   const VrExpression* variance = module.radiusVarianceExpr();
-  for (size_t i = 0; i < roots.size(); ++i) {
-    const Root& root = roots[i];
-    root.patch->evalGeom(root.u, root.v, root.face, points[i], true);
-    radii[i] = 1.0 + std::clamp(variance->eval(root.u, root.v, root.face, &root.patch->name())[0], -1.0, 1.0);
-  }
+  VrTaskManager::parallelChunks(roots.size(), [&](size_t begin, size_t end) {
+    for (size_t i = begin; i < end; ++i) {
+      const Root& root = roots[i];
+      root.patch->evalGeom(root.u, root.v, root.face, points[i], true);
+      radii[i] = 1.0 + std::clamp(variance->eval(root.u, root.v, root.face, &root.patch->name())[0], -1.0, 1.0);
+    }
+  });
 
   const double texels = attrNumber(module, "texelsPerUnit", 10.0);
   const NearestRoot nearest(points, radii);
@@ -213,23 +270,38 @@ bool VrClumpMaker::make(VrClumpingFXModule& module, const Options& options) {
     ptex.numFaces = faces.empty() ? 0 : std::max(faces.back() + 1, patch->numGeomFaces());
     VrPtexWriter map(mapFile, ptex);
     const bool flipV = patch->typeName() == "NurbsPatch";
-    std::vector<unsigned char> data;
-    for (int f : faces) {
-      unsigned short resU = 1, resV = 1;
-      patch->computeFaceResolution(resU, resV, f, texels);
+    // The texels of a batch of faces are found in parallel, then the batch is written in order;
+    // the batch bounds the texels held at once.
+    struct FaceTexels {
       vrptex::FaceInfo info;
-      info.res = vrptex::Res(log2Of(resU), log2Of(resV));
-      const int nu = info.res.u(), nv = info.res.v();
-      data.assign(static_cast<size_t>(nu) * nv * 3, 0);
-      for (int j = 0; j < nv; ++j)
-        for (int i = 0; i < nu; ++i) {
-          const double u = (i + 0.5) / nu, vt = (j + 0.5) / nv;
-          Vec p;
-          patch->evalGeom(u, flipV ? 1.0 - vt : vt, f, p, true);
-          const int g = nearest.find(p);
-          vrutil::encodeId2RGB(g < 0 ? 0u : static_cast<unsigned>(g + 1), &data[(static_cast<size_t>(j) * nu + i) * 3]);
+      std::vector<unsigned char> data;
+    };
+    constexpr size_t FacesPerBatch = 4096;
+    std::vector<FaceTexels> batch;
+    for (size_t first = 0; first < faces.size(); first += FacesPerBatch) {
+      batch.resize(std::min(FacesPerBatch, faces.size() - first));
+      VrTaskManager::parallelChunks(batch.size(), [&](size_t begin, size_t end) {
+        for (size_t b = begin; b < end; ++b) {
+          const int f = faces[first + b];
+          unsigned short resU = 1, resV = 1;
+          patch->computeFaceResolution(resU, resV, f, texels);
+          FaceTexels& out = batch[b];
+          out.info.res = vrptex::Res(log2Of(resU), log2Of(resV));
+          const int nu = out.info.res.u(), nv = out.info.res.v();
+          out.data.assign(static_cast<size_t>(nu) * nv * 3, 0);
+          for (int j = 0; j < nv; ++j)
+            for (int i = 0; i < nu; ++i) {
+              const double u = (i + 0.5) / nu, vt = (j + 0.5) / nv;
+              Vec p;
+              patch->evalGeom(u, flipV ? 1.0 - vt : vt, f, p, true);
+              const int g = nearest.find(p);
+              vrutil::encodeId2RGB(g < 0 ? 0u : static_cast<unsigned>(g + 1),
+                                   &out.data[(static_cast<size_t>(j) * nu + i) * 3]);
+            }
         }
-      if (!map.writeFace(f, info, data.data())) return false;
+      });
+      for (size_t b = 0; b < batch.size(); ++b)
+        if (!map.writeFace(faces[first + b], batch[b].info, batch[b].data.data())) return false;
     }
     if (!map.close()) return false;
   }

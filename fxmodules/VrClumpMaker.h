@@ -4,7 +4,8 @@
 // them as one `.vuv` file per patch under the module's `pointDir`, then gives every texel of a
 // region map per patch (Ptex, under `mapDir`, at the module's `texelsPerUnit`) the encoded id of
 // the nearest guide root: the clump regions are the Voronoi cells of the guides, measured by
-// straight-line distance between points of the reference surface. Main thread only.
+// straight-line distance between points of the reference surface. Called from the main thread;
+// the faces are shared among the task manager's workers, and the files are the same on any count.
 
 #include <string>
 #include <vector>

@@ -1,6 +1,7 @@
 // `vorn clumps make`: scatters the clump guides of a clumping module, writes its point files and
 // region maps, marks the maps made and saves the collection.
 
+#include "base/VrTaskManager.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "fxmodules/VrClumpMaker.h"
@@ -8,10 +9,15 @@
 #include "io/VrImportGeometry.h"
 #include "tools/collectionAccess.h"
 #include "tools/commands.h"
+#include "tools/renderThreads.h"
 
 namespace vorncli {
 
 int runClumpsMake(const ClumpsRequest& request) {
+  if (request.threads < 0) {
+    fail("--threads must be 1 or more");
+    return ExitUsage;
+  }
   return guarded(ExitFailed, [&] {
     PalettePtr palette = importCollection(request.collection);
     if (!palette) return ExitFailed;
@@ -32,6 +38,7 @@ int runClumpsMake(const ClumpsRequest& request) {
     VrClumpMaker::Options options;
     options.density = request.density;
     options.seed = request.seed;
+    VrTaskManager::setThreadCount(renderWorkers(request.threads));
     if (!VrClumpMaker::make(*module, options)) {
       fail("the clumps of " + inQuotes(request.module) + " could not be written");
       return ExitFailed;

@@ -199,9 +199,11 @@ struct ClumpsRequest {
   std::string geometry;     ///< Alembic file the patches bind to
   double density = -1.0;    ///< guides per unit area; negative: the module's `ptDensity`
   unsigned seed = 0;
+  int threads = 0;          ///< 0: every core (VORN_THREAD_LIMIT caps it); 1: serially
 };
 
-/// `vorn clumps make COLL DESCRIPTION MODULE --geom GEOM.abc [--density D] [--seed S]`: writes the
+/// `vorn clumps make COLL DESCRIPTION MODULE --geom GEOM.abc [--density D] [--seed S] [--threads N]`:
+/// writes the
 /// module's guide points (`.vuv` under `pointDir`) and region maps (Ptex under `mapDir`), sets
 /// `mapInitialized` and saves the collection atomically. 1 on any failure.
 int runClumpsMake(const ClumpsRequest& request);

@@ -145,6 +145,7 @@ int main(int argc, char** argv) {
   clumpsMake->add_option("--geom", clumpsRequest.geometry, "Alembic file the patches bind to")->required();
   clumpsMake->add_option("--density", clumpsRequest.density, "guides per unit area (default: the module's ptDensity)");
   clumpsMake->add_option("--seed", clumpsRequest.seed, "seed of the scattering (default 0)");
+  clumpsMake->add_option("--threads", clumpsRequest.threads, "work on N threads (default: every core; 1: serially)");
 
   vorncli::FxBakeRequest fxBakeRequest;
   CLI::App* fx = app.add_subcommand("fx", "work on the FX modules of a description");

@@ -5,7 +5,9 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace vrptex {
 namespace format {
@@ -112,15 +114,33 @@ FaceInfo readFaceInfo(const uint8_t* at) {
   return info;
 }
 
-bool zip(const uint8_t* data, size_t size, std::vector<uint8_t>& out) {
-  uLongf bound = compressBound(static_cast<uLong>(size));
-  out.resize(bound);
-  const int rc = compress2(out.data(), &bound, size ? data : reinterpret_cast<const Bytef*>(""),
-                           static_cast<uLong>(size), Z_DEFAULT_COMPRESSION);
-  if (rc != Z_OK) return false;
-  out.resize(bound);
+struct Deflater::Stream {
+  z_stream z{};
+  bool ready = false;
+};
+
+Deflater::Deflater() : stream(new Stream) {
+  stream->ready = deflateInit(&stream->z, Z_DEFAULT_COMPRESSION) == Z_OK;
+}
+
+Deflater::~Deflater() {
+  if (stream->ready) deflateEnd(&stream->z);
+}
+
+bool Deflater::zip(const uint8_t* data, size_t size, std::vector<uint8_t>& out) {
+  z_stream& z = stream->z;
+  if (!stream->ready || size > std::numeric_limits<uInt>::max() || deflateReset(&z) != Z_OK) return false;
+  out.resize(deflateBound(&z, static_cast<uLong>(size)));
+  z.next_in = const_cast<Bytef*>(size ? data : reinterpret_cast<const Bytef*>(""));
+  z.avail_in = static_cast<uInt>(size);
+  z.next_out = out.data();
+  z.avail_out = static_cast<uInt>(std::min<size_t>(out.size(), std::numeric_limits<uInt>::max()));
+  if (deflate(&z, Z_FINISH) != Z_STREAM_END) return false;
+  out.resize(z.total_out);
   return true;
 }
+
+bool zip(const uint8_t* data, size_t size, std::vector<uint8_t>& out) { return Deflater().zip(data, size, out); }
 
 bool unzip(const uint8_t* data, size_t size, size_t expected, std::vector<uint8_t>& out, std::string& error) {
   // Deflate cannot do better than about 1032 to 1; a larger claim is damage, not data.

@@ -14,6 +14,7 @@
 #include "io/ptex/VrPtexMetaData.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -89,6 +90,21 @@ FaceInfo readFaceInfo(const uint8_t* at);
 
 /// Deflates `size` bytes; false on a zlib failure.
 bool zip(const uint8_t* data, size_t size, std::vector<uint8_t>& out);
+
+/// Deflates block after block through one zlib stream, so that many small blocks set up its
+/// tables once; every block comes out as `zip` makes it, byte for byte. One thread at a time.
+class Deflater {
+ public:
+  Deflater();
+  ~Deflater();
+  Deflater(const Deflater&) = delete;
+  Deflater& operator=(const Deflater&) = delete;
+  bool zip(const uint8_t* data, size_t size, std::vector<uint8_t>& out);
+
+ private:
+  struct Stream;
+  std::unique_ptr<Stream> stream;
+};
 /// Inflates `size` bytes that must give exactly `expected` bytes. A size that no zlib stream of
 /// `size` bytes can reach is refused before anything is allocated. False with `error` set.
 bool unzip(const uint8_t* data, size_t size, size_t expected, std::vector<uint8_t>& out, std::string& error);

@@ -5,8 +5,10 @@
 
 #include "base/VrAtomicFile.h"
 #include "base/VrMessage.h"
+#include "base/VrTaskManager.h"
 #include "io/ptex/VrPtexFormat.h"
 
+#include <atomic>
 #include <cstring>
 
 using namespace vrptex;
@@ -98,8 +100,29 @@ bool VrPtexWriter::close() {
       !format::zip(constants.data(), constants.size(), constZip))
     return fail("cannot compress the face records");
 
-  // Level 0: block headers, then the blocks.
-  std::vector<uint8_t> headers, blocks, planar, zipped;
+  // Level 0: block headers, then the blocks. The varying faces are deflated in parallel, each
+  // worker through a stream of its own, and joined in face order.
+  std::vector<std::vector<uint8_t>> zippedFaces(faces.size());
+  std::atomic<size_t> unzippable{faces.size()};
+  VrTaskManager::parallelChunks(faces.size(), [&](size_t begin, size_t end) {
+    format::Deflater deflater;
+    std::vector<uint8_t> planar;
+    for (size_t f = begin; f < end; ++f) {
+      if (faces[f].isConstant()) continue;
+      const std::vector<uint8_t>& data = texels[f];
+      planar.resize(data.size());
+      format::deinterleave(data.data(), faces[f].res.size(), options.numChannels, size1, planar.data());
+      if (diff) format::encodeDifference(planar.data(), planar.size(), size1);
+      if (!deflater.zip(planar.data(), planar.size(), zippedFaces[f]) ||
+          zippedFaces[f].size() >= (static_cast<size_t>(1) << 30)) {
+        size_t seen = unzippable.load();
+        while (f < seen && !unzippable.compare_exchange_weak(seen, f)) {
+        }
+      }
+    }
+  });
+  if (unzippable < faces.size()) return fail("cannot compress face " + std::to_string(unzippable.load()));
+  std::vector<uint8_t> headers, blocks;
   for (size_t f = 0; f < faces.size(); ++f) {
     uint32_t word;
     if (faces[f].isConstant()) {
@@ -107,15 +130,11 @@ bool VrPtexWriter::close() {
                     constants.begin() + static_cast<long>((f + 1) * pixelBytes));
       word = static_cast<uint32_t>(pixelBytes) | (static_cast<uint32_t>(format::Encoding::Constant) << 30);
     } else {
-      const std::vector<uint8_t>& data = texels[f];
-      planar.resize(data.size());
-      format::deinterleave(data.data(), faces[f].res.size(), options.numChannels, size1, planar.data());
-      if (diff) format::encodeDifference(planar.data(), planar.size(), size1);
-      if (!format::zip(planar.data(), planar.size(), zipped) || zipped.size() >= (static_cast<size_t>(1) << 30))
-        return fail("cannot compress face " + std::to_string(f));
+      const std::vector<uint8_t>& zipped = zippedFaces[f];
       blocks.insert(blocks.end(), zipped.begin(), zipped.end());
       const format::Encoding encoding = diff ? format::Encoding::DiffZipped : format::Encoding::Zipped;
       word = static_cast<uint32_t>(zipped.size()) | (static_cast<uint32_t>(encoding) << 30);
+      std::vector<uint8_t>().swap(zippedFaces[f]);
     }
     format::put32(headers, word);
   }

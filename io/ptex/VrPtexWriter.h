@@ -5,7 +5,8 @@
 // so a failed write never leaves a half-written map. Faces never given are constant zero faces
 // of resolution 1 by 1. Only the full resolution is stored (no reduction levels).
 //
-// One thread at a time. Failures: false, with an Error naming the file.
+// One thread at a time; `close` deflates the faces on the task manager's workers. Failures: false,
+// with an Error naming the file.
 
 #include "io/ptex/VrPtexMetaData.h"
 #include "io/ptex/VrPtexTypes.h"

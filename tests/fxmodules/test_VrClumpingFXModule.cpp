@@ -107,11 +107,11 @@ struct ClumpScene : vrtest::PatchScene {
   }
   void guides(const std::vector<Point>& points) { writePoints(dir.file("points/body.vuv"), faceIds(), points); }
   void regions(const std::function<unsigned(int)>& idOf) { writeRegions(dir.file("maps/body.ptx"), faces(), idOf); }
-  // Makes the guide points (3 per unit area) and region maps (4 texels per unit) of `seed`.
-  bool make(unsigned seed) {
+  // Makes the guide points (`density` per unit area) and region maps (4 texels per unit) of `seed`.
+  bool make(unsigned seed, double density = 3.0) {
     clump->setAttr("texelsPerUnit", "4", "float");
     VrClumpMaker::Options options;
-    options.density = 3.0;
+    options.density = density;
     options.seed = seed;
     return VrClumpMaker::make(*clump, options);
   }
@@ -410,6 +410,34 @@ TEST(VrClumpMaker, RegionsAreTheNearestGuideAndTheSameSeedGivesTheSameFiles) {
     mean[on] /= count;
   }
   EXPECT_LT(mean[1], 0.3 * mean[0]) << mean[0] << " " << mean[1];
+}
+
+// Dense guides crowd the cells of the search grid, which then narrows; the regions stay the
+// nearest guide's and the files are the same on one and two threads.
+TEST(VrClumpMaker, DenseGuidesFindTheNearestOnAnyThreadCount) {
+  for (const char* variance : {"0", "2 * $u - 1.2"}) {
+    SCOPED_TRACE(variance);
+    ClumpScene scene;
+    scene.clump->setAttr("radiusVariance", variance, "expr");
+    const size_t saved = VrTaskManager::threadCount();
+    std::string files[2];
+    for (int threads : {1, 2}) {
+      VrTaskManager::setThreadCount(static_cast<size_t>(threads));
+      VrTaskManager::setPatchMultithreading(threads > 1);
+      ASSERT_TRUE(scene.make(3, 40.0));
+      files[threads - 1] = vrtest::readText(scene.dir.file("points/body.vuv")) +
+                           vrtest::readText(scene.dir.file("maps/body.ptx"));
+    }
+    VrTaskManager::setThreadCount(saved);
+    VrTaskManager::setPatchMultithreading(false);
+    EXPECT_EQ(files[0], files[1]);
+    const std::vector<Root> roots = readRoots(scene);
+    ASSERT_GT(roots.size(), 500u);
+    EXPECT_GT(expectNearestRegions(scene, roots, [&](double u) {
+      const double r = 1.0 + std::clamp(std::string(variance) == "0" ? 0.0 : 2.0 * u - 1.2, -1.0, 1.0);
+      return r > 0.0 ? r : 1e-30;
+    }), 20);
+  }
 }
 
 // Fully clumped splines lie on their guide; a wind that follows the clump keeps them there,

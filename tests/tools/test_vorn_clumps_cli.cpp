@@ -1,4 +1,4 @@
-// `vorn clumps make`: the same seed writes the same files, the collection is saved with its maps
+// `vorn clumps make`: the same seed writes the same files on any thread count, the collection is saved with its maps
 // marked made, the clumped example renders, and bad names fail without touching the file.
 
 #include "support/Examples.h"
@@ -29,6 +29,7 @@ TEST(VornClumpsCli, SameSeedSameFilesAndTheExampleRenders) {
       {"no such description", "clumps make " + shellWord(collection) + " fur Clumping --geom " + shellWord(geometry), 1},
       {"no such module", "clumps make " + shellWord(collection) + " hair Noise --geom " + shellWord(geometry), 1},
       {"no geometry", "clumps make " + shellWord(collection) + " hair Clumping", 2},
+      {"negative threads", make + " --threads -1", 2},
   };
   const std::string before = vrtest::readText(collection);
   for (const Case& c : failures) {
@@ -37,12 +38,12 @@ TEST(VornClumpsCli, SameSeedSameFilesAndTheExampleRenders) {
     EXPECT_EQ(vrtest::readText(collection), before);
   }
 
-  const auto first = vrtest::vornIn(dir.path(), make + " --seed 4 --density 40");
+  const auto first = vrtest::vornIn(dir.path(), make + " --seed 4 --density 40 --threads 2");
   ASSERT_EQ(first.exitCode, 0) << first.output;
   const std::string vuv = vrtest::readText(points), ptx = vrtest::readText(map);
   ASSERT_FALSE(vuv.empty());
   ASSERT_FALSE(ptx.empty());
-  ASSERT_EQ(vrtest::vornIn(dir.path(), make + " --seed 4 --density 40").exitCode, 0);
+  ASSERT_EQ(vrtest::vornIn(dir.path(), make + " --seed 4 --density 40 --threads 1").exitCode, 0);
   EXPECT_EQ(vrtest::readText(points), vuv);
   EXPECT_EQ(vrtest::readText(map), ptx);
   const auto got = vrtest::vornIn(dir.path(), "get " + shellWord(collection) + " mapInitialized hair Clumping");
