@@ -344,7 +344,18 @@ void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double
       spline->widthVec = context.cU(u, v, false);
     }
   }
-  if (context.cLength() < 0.0001 || context.cWidth() < 0.0001) context.setCullPrim(true);
+  if (isShorterThan(context, 0.0001) || context.cWidth() < 0.0001) context.setCullPrim(true);
+}
+
+bool VrSplinePrimitive::isShorterThan(VrPrimitiveContext& context, double limit) {
+  // The spline passes through its end CVs, so it is at least as long as the chord between them
+  // (the margin covers the rounding of the stepped length): a length left dirty by the FX
+  // modules is worked out only when the chord cannot settle it.
+  if (context.isLengthDirty()) {
+    const std::vector<SgVec3T<double>>& P = context.cGeom();
+    if (P.size() >= 2 && (P.back() - P.front()).length() >= limit * (1.0 + 1e-9)) return false;
+  }
+  return context.cLength() < limit;
 }
 
 void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v) {

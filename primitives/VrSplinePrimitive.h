@@ -126,6 +126,8 @@ class VrSplinePrimitive : public VrPrimitive {
   /// Width (times `widthFactor`), taper and width vector at (u, v) of the CVs in `context`;
   /// culls a primitive too short or too thin to see.
   void shapeAttrs(VrPrimitiveContext& context, double u, double v, double widthFactor) const;
+  /// Whether the spline in `context` is shorter than `limit`.
+  static bool isShorterThan(VrPrimitiveContext& context, double limit);
   struct Bend;
   void declareAttrs();
   void makeBends(unsigned count);

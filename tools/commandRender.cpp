@@ -567,7 +567,9 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
            inQuotes(jobs[j].description));
       return ExitFailed;
     }
-    // Primitive and face ids travel with every batch, so that the output can be ordered.
+    // Primitive and face ids travel with every batch, so that the output can be ordered. No
+    // output reads the length channel (cards and spheres tell theirs by their points), and a
+    // spline that the FX modules reshaped would have its length worked out for it.
     if (!channelsOn[jobs[j].description]) {
       VrDescription* description = importedDescription(collectionName, jobs[j].description);
       VrObject* renderer = description ? description->activeRenderer() : nullptr;
@@ -577,6 +579,7 @@ int renderFrame(const RenderRequest& request, const RenderPlan& plan, unsigned w
       }
       renderer->setAttr("addPrimitiveId", "true");
       renderer->setAttr("addFaceId", "true");
+      renderer->setAttr("length_VP", "false");
       if (instance)
         for (const char* channel : {"addU", "addV", "descid_VP", "geomid_VS", "addRandomInt", "addRandomFloat"})
           renderer->setAttr(channel, "true");

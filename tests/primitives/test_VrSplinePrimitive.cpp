@@ -251,6 +251,36 @@ TEST(VrSplinePrimitive, GuideBlendFollowsTheWeights) {
   EXPECT_TRUE(c.cullPrim());
 }
 
+// A blend leaves its length to be measured; it is culled when the spline is shorter than
+// 0.0001, whatever the chord from root to tip says.
+TEST(VrSplinePrimitive, BlendsShorterThanATenThousandthAreCulled) {
+  struct Case {
+    const char* name;
+    std::vector<Vec> shape;  // of both guides, from their roots
+    bool culled;
+  };
+  const Case cases[] = {
+      {"tiny", {Vec(0, 0, 0), Vec(0, 0, 2e-5), Vec(0, 0, 4e-5)}, true},
+      {"back at its root", {Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 0, 0)}, false},
+      {"long", {Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 0, 2)}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    GuideScene scene;
+    for (unsigned g = 0; g < 2; ++g) {
+      std::vector<Vec>& cvs = scene.spline->guide(g).cGuideGeom();
+      for (size_t i = 0; i < cvs.size(); ++i) cvs[i] = cvs[0] + c.shape[i];
+    }
+    VrSplinePrimitiveContext& context = scene.context();
+    context.activeGuides = {0, 1};
+    context.weight = {0.5, 0.5};
+    context.weightN = 1.0;
+    context.breakActive = false;
+    scene.spline->mkGeometryInParallel(context, 0.5, 0.5);
+    EXPECT_EQ(context.cullPrim(), c.culled);
+  }
+}
+
 TEST(VrSplinePrimitive, BreakLetsTheDominantGuideWin) {
   GuideScene scene;
   const Vec root = scene.context().cP(0.5, 0.5, false);
