@@ -37,8 +37,10 @@ struct Turn {
 // One step of the parallel transport shared by frame and spaceCurve: the tangent of segment i
 // (or the previous tangent where there is none, or it is shorter than 1e-6), and the rotation
 // taking the previous tangent onto it. Returns false when there is nothing to rotate: the
-// tangents (anti)parallel to within a sine of 1e-6.
-bool transportStep(const std::vector<Vec>& pts, size_t i, const Vec& prevTangent, Vec& tangent, Turn& turn) {
+// tangents (anti)parallel to within a sine of 1e-6. Inlined into both walks: as a call, each
+// step spilled the walk's vectors to the stack and back.
+inline __attribute__((always_inline)) bool transportStep(const std::vector<Vec>& pts, size_t i,
+                                                         const Vec& prevTangent, Vec& tangent, Turn& turn) {
   tangent = prevTangent;
   if (i + 1 < pts.size()) {
     Vec d = pts[i + 1] - pts[i];
