@@ -124,12 +124,15 @@ namespace {
 // Whether evalSpline at t blends a span rather than answering with an end point.
 inline bool inside(double t) { return t >= 1e-7 && t <= 0.9999999; }
 
+typedef double Pair __attribute__((vector_size(16)));
+
 // One parameter of the walk along the curve that SgCurve::length measures: the end point
-// evalSpline answers with there, or the span it blends and the span's weights.
+// evalSpline answers with there, or the span it blends and the span's weights, each held in
+// both lanes of a pair for the x and y blend.
 struct LengthSample {
   enum Kind { First, Last, Blend } kind;
   size_t span;
-  SpanWeights weights;
+  Pair weights[4];
 };
 
 // The walk depends on the point count alone: its parameters step by 1 / (2n + 4) from one step
@@ -142,9 +145,13 @@ void planLength(size_t n, std::vector<LengthSample>& plan) {
     if (inside(t)) {
       const double x = t * toDouble(n - 1);
       const size_t i = std::min(toIndex(x), n - 2);
-      plan.push_back({LengthSample::Blend, i, SpanWeights(x - toDouble(i))});
+      const SpanWeights w(x - toDouble(i));
+      LengthSample sample{LengthSample::Blend, i, {}};
+      const double weights[4] = {w.w0, w.w1, w.w2, w.w3};
+      for (int k = 0; k < 4; ++k) sample.weights[k] = Pair{weights[k], weights[k]};
+      plan.push_back(sample);
     } else {
-      plan.push_back({t < 1e-7 ? LengthSample::First : LengthSample::Last, 0, SpanWeights(0.0)});
+      plan.push_back({t < 1e-7 ? LengthSample::First : LengthSample::Last, 0, {}});
     }
   }
 }
@@ -169,25 +176,38 @@ const std::vector<LengthSample>& lengthPlan(size_t n) {
 }  // namespace
 
 double SgCurve::length(const Points& pts) {
-  typedef double Pair __attribute__((vector_size(16)));
   const size_t n = pts.size();
   if (n < 2) return 0.0;
-  const Vec before = phantom(pts[0], pts[1]), after = phantom(pts[n - 1], pts[n - 2]);
-  const auto xyOf = [](const Vec& p) { return Pair{p.x, p.y}; };
-  // Each point is evalSpline's at its parameter, x and y blended side by side; the chords are
-  // added in order.
+  // The points with a phantom before and after, so that span i blends points i to i + 3; plain
+  // numbers, so that the buffer on the stack is not cleared first.
+  struct Point {
+    double x, y, z;
+  };
+  constexpr size_t onStack = 66;
+  Point stacked[onStack];
+  thread_local std::vector<Point> heaped;
+  Point* ext = stacked;
+  if (n + 2 > onStack) {
+    heaped.resize(n + 2);
+    ext = heaped.data();
+  }
+  const auto put = [](const Vec& v, Point& to) { to = Point{v.x, v.y, v.z}; };
+  put(phantom(pts[0], pts[1]), ext[0]);
+  for (size_t i = 0; i < n; ++i) put(pts[i], ext[i + 1]);
+  put(phantom(pts[n - 1], pts[n - 2]), ext[n + 1]);
+  const auto xyOf = [](const Point& p) { return Pair{p.x, p.y}; };
+  // Each point is evalSpline's at its parameter (SpanWeights::blend's operations in its order),
+  // x and y blended side by side; the chords are added in order.
   double sum = 0.0;
   Vec prev = pts[0];
   for (const LengthSample& sample : lengthPlan(n)) {
     Vec point;
     if (sample.kind == LengthSample::Blend) {
-      const size_t i = sample.span;
-      const Vec& p0 = i == 0 ? before : pts[i - 1];
-      const Vec& p1 = pts[i];
-      const Vec& p2 = pts[i + 1];
-      const Vec& p3 = i + 2 >= n ? after : pts[i + 2];
-      const Pair xy = sample.weights.blend(xyOf(p0), xyOf(p1), xyOf(p2), xyOf(p3));
-      point = Vec(xy[0], xy[1], sample.weights.blend(p0.z, p1.z, p2.z, p3.z));
+      const Point* p = ext + sample.span;
+      const Pair* w = sample.weights;
+      const Pair xy = (xyOf(p[0]) * w[0] + xyOf(p[1]) * w[1] + xyOf(p[2]) * w[2] + xyOf(p[3]) * w[3]) * (1.0 / 6.0);
+      const double z = (p[0].z * w[0][0] + p[1].z * w[1][0] + p[2].z * w[2][0] + p[3].z * w[3][0]) * (1.0 / 6.0);
+      point = Vec(xy[0], xy[1], z);
     } else {
       point = sample.kind == LengthSample::First ? pts[0] : pts[n - 1];
     }
