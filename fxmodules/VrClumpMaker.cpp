@@ -270,8 +270,8 @@ bool VrClumpMaker::make(VrClumpingFXModule& module, const Options& options) {
     ptex.numFaces = faces.empty() ? 0 : std::max(faces.back() + 1, patch->numGeomFaces());
     VrPtexWriter map(mapFile, ptex);
     const bool flipV = patch->typeName() == "NurbsPatch";
-    // The texels of a batch of faces are found in parallel, then the batch is written in order;
-    // the batch bounds the texels held at once.
+    // The texels of a batch of faces are found in parallel, then the batch is handed to the
+    // writer in order; the batch bounds the maker's own copy of the texels.
     struct FaceTexels {
       vrptex::FaceInfo info;
       std::vector<unsigned char> data;

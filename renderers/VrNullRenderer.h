@@ -17,6 +17,7 @@ class VrNullRenderer : public VrRenderer {
   void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override;
   void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
                                const std::vector<VrPatch*>& patches) override;
+  std::unique_ptr<VrRendererContext> newRendererContext() const override;
   /// Writes `maxBound` and `numPrimitives`, then finishes as every renderer does.
   void finishDescription() override;
 };

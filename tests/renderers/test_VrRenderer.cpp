@@ -335,6 +335,31 @@ TEST(VrRendererParallel, MotionSamplesGetTheirOwnContexts) {
   EXPECT_EQ(scene.renderer->totalEmitCount(), serial.size());
 }
 
+// The plain null renderer bounds every motion sample's face, on one worker or several: a sample
+// on a coarser grid reaches past the first sample's faces.
+TEST(VrRendererParallel, TheNullRendererBoundsEveryMotionSample) {
+  Scene scene(4, 4);
+  scene.addMotionSample(2, 2);
+  VrNullRenderer plain(scene.description);
+  scene.description->setActiveRenderer(&plain);
+  std::string bounds[2];
+  for (size_t threads : {1u, 3u}) {
+    const size_t saved = VrTaskManager::threadCount();
+    VrTaskManager::setThreadCount(threads);
+    plain.initDescription();
+    if (threads == 1)
+      for (int face = 0; face < scene.faces(); ++face) plain.render(face, "skin");
+    else
+      EXPECT_TRUE(plain.renderPatchInParallel("skin"));
+    plain.finishDescription();
+    VrTaskManager::setThreadCount(saved);
+    plain.getAttr("maxBound", bounds[threads == 1 ? 0 : 1]);
+  }
+  scene.description->setActiveRenderer(scene.renderer.get());
+  EXPECT_GT(std::stod(bounds[0]), 0.01);
+  EXPECT_EQ(bounds[1], bounds[0]);
+}
+
 namespace {
 
 // The guides of the primitive as (face, u, v, id), in list order.
