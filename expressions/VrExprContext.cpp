@@ -2,6 +2,7 @@
 
 #include "base/vrutilCodec.h"
 #include "base/vrutilName.h"
+#include "document/VrDescription.h"
 #include "expressions/VrSeExprHash.h"
 
 __thread VrExprContext* VrExprContext::threadContext = nullptr;
@@ -12,11 +13,12 @@ VrExprContext& VrExprContext::makeCurrent() {
   return context;
 }
 
-void VrExprContext::updateFaceSeed(int descriptionId) {
+double VrExprContext::currentFaceSeed() {
+  const int descriptionId = description ? static_cast<int>(description->descriptionId()) : 0;
   // Most calls come from the same face as the one before: compared without building a string.
   if (faceId == lastFace && descriptionId == lastDescriptionId &&
       (patchName ? *patchName == lastPatch : lastPatch.empty()))
-    return;
+    return faceSeed;
   const std::string& patch = patchName ? *patchName : std::string();
   lastFace = faceId;
   lastDescriptionId = descriptionId;
@@ -25,6 +27,7 @@ void VrExprContext::updateFaceSeed(int descriptionId) {
                    static_cast<double>(vrutil::hashString(vrutil::stripNameSpace(patch))),
                    static_cast<double>(faceId)};
   faceSeed = vrSeExprHash(3, key);
+  return faceSeed;
 }
 
 void VrExprContext::reset() {

@@ -27,7 +27,7 @@ struct VrExprContext {
   int faceId = 0;
   const std::string* patchName = nullptr;
   VrDescription* description = nullptr;
-  double faceSeed = 0.0;
+  double faceSeed = 0.0;  ///< as of the last `currentFaceSeed`
   /// @}
 
   /// @name Cache key of the face seed
@@ -61,8 +61,10 @@ struct VrExprContext {
     return context ? *context : makeCurrent();
   }
 
-  /// Recomputes the face seed when the face, description id or patch changed.
-  void updateFaceSeed(int descriptionId);
+  /// The seed of the current location's face, description and patch, worked out again only when
+  /// one of them changed since it last was: only `rand` needs it, so an evaluation without a call
+  /// of it never compares the patch name.
+  double currentFaceSeed();
 
   /// Forgets the location and the face seed cache (not the primitive contexts).
   void reset();

@@ -107,9 +107,10 @@ class RandFunc : public ExprFuncSimple {
   }
   ExprFuncNode::Data* evalConstant(const ExprFuncNode* node, ArgHandle) const override { return node->getData(); }
   void eval(ArgHandle args) override {
-    const VrExprContext& context = VrExprContext::current();
+    VrExprContext& context = VrExprContext::current();
     const int n = args.nargs();
-    double key[5] = {context.u, context.v, context.faceSeed, static_cast<NodeData<double>*>(args.data)->value, 0.0};
+    double key[5] = {context.u, context.v, context.currentFaceSeed(), static_cast<NodeData<double>*>(args.data)->value,
+                     0.0};
     int count = 4;
     if (n == 1 || n == 3) key[count++] = args.inFp<1>(n - 1)[0];
     double value = KSeExpr::hash(count, key);

@@ -228,7 +228,6 @@ inline VrSeExpr* VrExpression::threadParse(VrExprContext& context, bool& threeCo
 
 inline SgVec3T<double> VrExpression::evalHere(VrExprContext& context, VrSeExpr& parsed, bool threeComponents) const {
   VR_DEBUG(5, vrmsg::CatExpression, "Eval expression \"" + attrName + "\" [" + text + "]");
-  context.updateFaceSeed(context.description ? static_cast<int>(context.description->descriptionId()) : 0);
   context.stack.push_back(this);
   const double* value = parsed.evalFP();
   context.stack.pop_back();
@@ -302,7 +301,7 @@ double VrExpression::u() const { return VrExprContext::current().u; }
 double VrExpression::v() const { return VrExprContext::current().v; }
 int VrExpression::faceId() const { return VrExprContext::current().faceId; }
 const std::string* VrExpression::patchName() const { return VrExprContext::current().patchName; }
-double VrExpression::faceSeed() const { return VrExprContext::current().faceSeed; }
+double VrExpression::faceSeed() const { return VrExprContext::current().currentFaceSeed(); }
 
 VrDescription* VrExpression::description() const {
   const VrExprContext& context = VrExprContext::current();
