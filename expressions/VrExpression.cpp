@@ -268,32 +268,21 @@ SgVec3T<double> VrExpression::evalNested(VrExprContext& context, double u, doubl
   bool threeComponents;
   VrSeExpr* parsed = threadParse(context, threeComponents);
   if (!parsed) return SgVec3T<double>();
-  // The caller's location comes back afterwards; only the location is saved, so nothing is
-  // allocated here. The description stays the caller's, for whom a collection expression
-  // evaluates.
-  struct Location {
-    double u, v, faceSeed;
-    int faceId, lastFace, lastDescriptionId;
-    const std::string* patchName;
-  };
-  const Location saved{context.u, context.v, context.faceSeed, context.faceId, context.lastFace,
-                       context.lastDescriptionId, context.patchName};
-  std::string savedLastPatch;
-  savedLastPatch.swap(context.lastPatch);
-  context.lastFace = -1;  // the cache key moved out with the patch name
+  // The caller's location comes back afterwards. The description stays the caller's, for whom a
+  // collection expression evaluates; the face seed is keyed by the location it was worked out
+  // for, so it needs no saving.
+  const double savedU = context.u, savedV = context.v;
+  const int savedFace = context.faceId;
+  const std::string* savedPatch = context.patchName;
   context.u = u;
   context.v = v;
   context.faceId = faceId;
   context.patchName = patchName;
   const SgVec3T<double> result = evalHere(context, *parsed, threeComponents);
-  context.u = saved.u;
-  context.v = saved.v;
-  context.faceId = saved.faceId;
-  context.patchName = saved.patchName;
-  context.faceSeed = saved.faceSeed;
-  context.lastFace = saved.lastFace;
-  context.lastDescriptionId = saved.lastDescriptionId;
-  context.lastPatch.swap(savedLastPatch);
+  context.u = savedU;
+  context.v = savedV;
+  context.faceId = savedFace;
+  context.patchName = savedPatch;
   return result;
 }
 

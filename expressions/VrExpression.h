@@ -153,7 +153,7 @@ class VrExpression {
   /// The calling thread's parse, or null when the text is invalid; sets whether the value has
   /// three components.
   VrSeExpr* threadParse(VrExprContext& context, bool& threeComponents) const;
-  /// Evaluates the parse at the context's location, with the face seed brought up to date.
+  /// Evaluates the parse at the context's location.
   SgVec3T<double> evalHere(VrExprContext& context, VrSeExpr& parsed, bool threeComponents) const;
   /// The value of a constant text, worked out on the first call; null when the text varies.
   const SgVec3T<double>* foldedValue() const;

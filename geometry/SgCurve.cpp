@@ -61,9 +61,15 @@ inline size_t toIndex(double x) { return static_cast<size_t>(static_cast<long lo
 // The point that mirrors `next` through the end point `end`: the spline's phantom beyond an end.
 inline Vec phantom(const Vec& end, const Vec& next) { return end * 2.0 - next; }
 
-// The uniform cubic B-spline weights at s in [0, 1] of the four points of a span, and their
-// blend: of one coordinate, or of several side by side in the lanes of a vector, each lane doing
-// the operations of the scalar blend in the same order, to the bit.
+// The blend of a span's four points by their weights: of one coordinate, or of several side by
+// side in the lanes of a vector, each lane doing the operations of the scalar blend in the same
+// order, to the bit.
+template <typename T, typename W>
+inline T blendSpan(T p0, T p1, T p2, T p3, W w0, W w1, W w2, W w3) {
+  return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+}
+
+// The uniform cubic B-spline weights at s in [0, 1] of the four points of a span.
 struct SpanWeights {
   double w0, w1, w2, w3;
   explicit SpanWeights(double s) {
@@ -73,9 +79,8 @@ struct SpanWeights {
     w2 = 3.0 * s2 - 3.0 * s3 + 3.0 * s + 1.0;
     w3 = s3;
   }
-  template <typename T>
-  T blend(T p0, T p1, T p2, T p3) const {
-    return (p0 * w0 + p1 * w1 + p2 * w2 + p3 * w3) * (1.0 / 6.0);
+  double blend(double p0, double p1, double p2, double p3) const {
+    return blendSpan(p0, p1, p2, p3, w0, w1, w2, w3);
   }
 };
 
@@ -196,8 +201,8 @@ double SgCurve::length(const Points& pts) {
   for (size_t i = 0; i < n; ++i) put(pts[i], ext[i + 1]);
   put(phantom(pts[n - 1], pts[n - 2]), ext[n + 1]);
   const auto xyOf = [](const Point& p) { return Pair{p.x, p.y}; };
-  // Each point is evalSpline's at its parameter (SpanWeights::blend's operations in its order),
-  // x and y blended side by side; the chords are added in order.
+  // Each point is evalSpline's at its parameter, x and y blended side by side; the chords are
+  // added in order.
   double sum = 0.0;
   Vec prev = pts[0];
   for (const LengthSample& sample : lengthPlan(n)) {
@@ -205,8 +210,8 @@ double SgCurve::length(const Points& pts) {
     if (sample.kind == LengthSample::Blend) {
       const Point* p = ext + sample.span;
       const Pair* w = sample.weights;
-      const Pair xy = (xyOf(p[0]) * w[0] + xyOf(p[1]) * w[1] + xyOf(p[2]) * w[2] + xyOf(p[3]) * w[3]) * (1.0 / 6.0);
-      const double z = (p[0].z * w[0][0] + p[1].z * w[1][0] + p[2].z * w[2][0] + p[3].z * w[3][0]) * (1.0 / 6.0);
+      const Pair xy = blendSpan(xyOf(p[0]), xyOf(p[1]), xyOf(p[2]), xyOf(p[3]), w[0], w[1], w[2], w[3]);
+      const double z = blendSpan(p[0].z, p[1].z, p[2].z, p[3].z, w[0][0], w[1][0], w[2][0], w[3][0]);
       point = Vec(xy[0], xy[1], z);
     } else {
       point = sample.kind == LengthSample::First ? pts[0] : pts[n - 1];

@@ -8,7 +8,6 @@
 #include "base/VrTaskManager.h"
 #include "io/ptex/VrPtexFormat.h"
 
-#include <atomic>
 #include <cstring>
 
 using namespace vrptex;
@@ -101,9 +100,9 @@ bool VrPtexWriter::close() {
     return fail("cannot compress the face records");
 
   // Level 0: block headers, then the blocks. The varying faces are deflated in parallel, each
-  // worker through a stream of its own, and joined in face order.
+  // worker through a stream of its own, and joined in face order; a face that zlib failed on is
+  // left empty, as no deflated block is.
   std::vector<std::vector<uint8_t>> zippedFaces(faces.size());
-  std::atomic<size_t> unzippable{faces.size()};
   VrTaskManager::parallelChunks(faces.size(), [&](size_t begin, size_t end) {
     format::Deflater deflater;
     std::vector<uint8_t> planar;
@@ -113,15 +112,9 @@ bool VrPtexWriter::close() {
       planar.resize(data.size());
       format::deinterleave(data.data(), faces[f].res.size(), options.numChannels, size1, planar.data());
       if (diff) format::encodeDifference(planar.data(), planar.size(), size1);
-      if (!deflater.zip(planar.data(), planar.size(), zippedFaces[f]) ||
-          zippedFaces[f].size() >= (static_cast<size_t>(1) << 30)) {
-        size_t seen = unzippable.load();
-        while (f < seen && !unzippable.compare_exchange_weak(seen, f)) {
-        }
-      }
+      if (!deflater.zip(planar.data(), planar.size(), zippedFaces[f])) zippedFaces[f].clear();
     }
   });
-  if (unzippable < faces.size()) return fail("cannot compress face " + std::to_string(unzippable.load()));
   std::vector<uint8_t> headers, blocks;
   for (size_t f = 0; f < faces.size(); ++f) {
     uint32_t word;
@@ -131,6 +124,8 @@ bool VrPtexWriter::close() {
       word = static_cast<uint32_t>(pixelBytes) | (static_cast<uint32_t>(format::Encoding::Constant) << 30);
     } else {
       const std::vector<uint8_t>& zipped = zippedFaces[f];
+      if (zipped.empty() || zipped.size() >= (static_cast<size_t>(1) << 30))
+        return fail("cannot compress face " + std::to_string(f));
       blocks.insert(blocks.end(), zipped.begin(), zipped.end());
       const format::Encoding encoding = diff ? format::Encoding::DiffZipped : format::Encoding::Zipped;
       word = static_cast<uint32_t>(zipped.size()) | (static_cast<uint32_t>(encoding) << 30);
