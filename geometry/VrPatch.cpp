@@ -210,19 +210,19 @@ double halfCorrection(const SgVec3T<double>& dPdu, const SgVec3T<double>& dPdv) 
   return (M_PI / 2.0 - a) / 2.0;
 }
 
+// The step of the finite differences: the float constant 0.01, held as a double.
+constexpr double differenceStep = static_cast<double>(0.01f);
+
+}  // namespace
+
 // Turns dPdv by h and dPdu by -h about N. The two turns share one sine and cosine: cos(-h) is
 // cos(h) and sin(-h) is -sin(h), bit for bit.
-void orthogonalise(const SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv) {
+void VrPatch::squareTangents(const SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv) {
   const double h = halfCorrection(dPdu, dPdv);
   const double c = std::cos(h), s = std::sin(h);
   dPdv = vrutil::rotatedAbout(dPdv, N, c, s);
   dPdu = vrutil::rotatedAbout(dPdu, N, c, -s);
 }
-
-// The step of the finite differences: the float constant 0.01, held as a double.
-constexpr double differenceStep = static_cast<double>(0.01f);
-
-}  // namespace
 
 bool VrPatch::evalGeom(double u, double v, int face, SgVec3T<double>& P, bool ref) const {
   SgVec3T<double> N, dPdu, dPdv;
@@ -230,13 +230,13 @@ bool VrPatch::evalGeom(double u, double v, int face, SgVec3T<double>& P, bool re
 }
 
 bool VrPatch::evalGeom(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
-                       SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const {
+                       SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref, bool squared) const {
   if (!pureEvalGeom(u, v, face, P, N, dPdu, dPdv, ref)) return false;
   if (owner && owner->flipNormals()) {
     N = -N;
     dPdu = -dPdu;
   }
-  orthogonalise(N, dPdu, dPdv);
+  if (squared) squareTangents(N, dPdu, dPdv);
   return true;
 }
 
@@ -261,7 +261,8 @@ bool VrPatch::evalCurvature(double u, double v, int face, double& k1, double& k2
 
 bool VrPatch::evalGeom(double u, double v, int face, const VrExpression* dispExpr, bool vectorFlag,
                        const VrExpression* bumpExpr, const VrExpression* offsetExpr, SgVec3T<double>& P,
-                       SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const {
+                       SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref,
+                       bool squared) const {
   if (!pureEvalGeom(u, v, face, P, N, dPdu, dPdv, ref)) {
     VR_ERROR("Tried to evaluate an unbound patch. " + typeName() + "," + patchName);
     return false;
@@ -284,8 +285,8 @@ bool VrPatch::evalGeom(double u, double v, int face, const VrExpression* dispExp
     const double sv[4] = {v, v, vPlus, vMinus};
     SgVec3T<double> p[4], n[4];
     for (int i = 0; i < 4; ++i) {
-      SgVec3T<double> tu, tv;
-      evalGeom(su[i], sv[i], face, p[i], n[i], tu, tv, ref);
+      SgVec3T<double> tu, tv;  // only points and normals are read: left unsquared
+      evalGeom(su[i], sv[i], face, p[i], n[i], tu, tv, ref, false);
     }
     // Points moved by an expression at the four neighbours, along their own normals (or by the
     // expression's vector).
@@ -315,6 +316,6 @@ bool VrPatch::evalGeom(double u, double v, int face, const VrExpression* dispExp
 
   P += vectorFlag ? displacement : normal0 * d;
   P += N * valueOf(offsetExpr, u, v).x;
-  orthogonalise(N, dPdu, dPdv);
+  if (squared) squareTangents(N, dPdu, dPdv);
   return true;
 }

@@ -76,9 +76,14 @@ class VrPatch {
   /// The point only.
   bool evalGeom(double u, double v, int face, SgVec3T<double>& P, bool ref) const;
   /// Point, normal and tangents made perpendicular about N (each turned by half the correction,
-  /// lengths kept); N and dPdu negated when the description flips normals.
+  /// lengths kept); N and dPdu negated when the description flips normals. With `squared`
+  /// false the tangents are left as the surface gives them, for `squareTangents` to finish when
+  /// they are needed.
   bool evalGeom(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
-                SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
+                SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref, bool squared = true) const;
+  /// Turns dPdv by half the deviation of the tangents from a right angle about N, and dPdu by
+  /// the other half the other way: the last step of `evalGeom`.
+  static void squareTangents(const SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv);
   /// As `evalGeom`, with dPdu and dPdv unit length and dPdu = dPdv x N.
   bool evalFrame(double u, double v, int face, SgVec3T<double>& P, SgVec3T<double>& N,
                  SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
@@ -86,9 +91,11 @@ class VrPatch {
   /// The displaced point: displacement (`dispExpr`, along N, or a vector with `vectorFlag`),
   /// bump and offset expressions evaluated at (u, v) of this patch's face; any may be null.
   /// Derivatives and normal come from one-sided-at-the-edge differences with step 0.01.
+  /// `squared` as above.
   bool evalGeom(double u, double v, int face, const VrExpression* dispExpr, bool vectorFlag,
                 const VrExpression* bumpExpr, const VrExpression* offsetExpr, SgVec3T<double>& P,
-                SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref) const;
+                SgVec3T<double>& N, SgVec3T<double>& dPdu, SgVec3T<double>& dPdv, bool ref,
+                bool squared = true) const;
   /// True when any logical face of the original face `face` grows primitives.
   bool hasOrigFaceId(int face) const;
   /// @}

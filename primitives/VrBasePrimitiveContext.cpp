@@ -36,7 +36,16 @@ void VrBasePrimitiveContext::setcPatch(const VrPatch* value) {
 
 bool VrBasePrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
   Slot& s = slots[index];
-  return patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 2);
+  return patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 2, false);
+}
+
+void VrBasePrimitiveContext::Slot::square() {
+  VrPatch::squareTangents(normal, dPdu, dPdv);
+  unitU = dPdu;
+  unitU.normalize();
+  unitV = dPdv;
+  unitV.normalize();
+  squared = true;
 }
 
 // Slots 0 and 2 read the reference surface, 1 and 3 the animated one; 0 and 1 hold the plain
@@ -64,7 +73,8 @@ void VrBasePrimitiveContext::evalPatch(int index, double u, double v) {
   if (!patch) return;
   if (takeFromAnotherSlot(index, u, v)) return;
   Slot& s = slots[index];
-  const bool ok = index < 2 ? patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 0)
+  s.squared = false;
+  const bool ok = index < 2 ? patch->evalGeom(u, v, faceId, s.point, s.normal, s.dPdu, s.dPdv, index == 0, false)
                             : evalGeomWithDisplacement(index, u, v);
   if (!ok) {
     VR_ERROR("Failed to evaluate patch " + patch->name() + " of " + (owner ? owner->name() : std::string()) +
@@ -73,10 +83,6 @@ void VrBasePrimitiveContext::evalPatch(int index, double u, double v) {
     evalU[index] = evalV[index] = unset;
     return;
   }
-  s.unitU = s.dPdu;
-  s.unitU.normalize();
-  s.unitV = s.dPdv;
-  s.unitV.normalize();
   evalU[index] = u;
   evalV[index] = v;
 }
@@ -111,8 +117,8 @@ bool VrBasePrimitiveContext::getAttrValue(const std::string& name, SgVec3T<doubl
 void VrBasePrimitiveContext::toRefGeomSpace(double u, double v, std::vector<SgVec3T<double>>& cvs) {
   if (cvs.empty() || !patch) return;
   // Copies: the two slots are read together.
-  const Slot animated = slotAt(3, u, v);
-  const Slot reference = slotAt(2, u, v);
+  const Slot animated = squaredSlotAt(3, u, v);
+  const Slot reference = squaredSlotAt(2, u, v);
   const SgVec3T<double> root = cvs[0];
   for (SgVec3T<double>& cv : cvs) {
     const SgVec3T<double> d = cv - root;

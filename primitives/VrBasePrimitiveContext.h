@@ -69,21 +69,32 @@ class VrBasePrimitiveContext {
   /// @name Surface frame at (u, v) of the active face; `ref` selects the reference surface
   /// References stay valid until the next evaluation of the same slot.
   /// @{
+  /// One cached frame. Point and normal are ready on evaluation; the tangents are made
+  /// perpendicular, and the unit ones derived, only when something reads them (`square`): most
+  /// primitives grow along the normal and never do.
+  struct Slot {
+    SgVec3T<double> unitU, unitV, dPdu, dPdv, normal, point;
+    bool squared = false;
+    /// Finishes the tangents, once.
+    void square();
+  };
+  /// The whole displaced frame, tangents possibly unsquared: a copy can finish them later.
+  const Slot& cFrame(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v); }
   /// With the active generator's displacement, bump and offset (slots 2 and 3).
   const SgVec3T<double>& cP(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v).point; }
   const SgVec3T<double>& cN(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v).normal; }
-  const SgVec3T<double>& cdPdu(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v).dPdu; }
-  const SgVec3T<double>& cdPdv(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v).dPdv; }
+  const SgVec3T<double>& cdPdu(double u, double v, bool ref) { return squaredSlotAt(ref ? 2 : 3, u, v).dPdu; }
+  const SgVec3T<double>& cdPdv(double u, double v, bool ref) { return squaredSlotAt(ref ? 2 : 3, u, v).dPdv; }
   /// Unit tangents.
-  const SgVec3T<double>& cU(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v).unitU; }
-  const SgVec3T<double>& cV(double u, double v, bool ref) { return slotAt(ref ? 2 : 3, u, v).unitV; }
+  const SgVec3T<double>& cU(double u, double v, bool ref) { return squaredSlotAt(ref ? 2 : 3, u, v).unitU; }
+  const SgVec3T<double>& cV(double u, double v, bool ref) { return squaredSlotAt(ref ? 2 : 3, u, v).unitV; }
   /// The plain surface (slots 0 and 1).
   const SgVec3T<double>& cPg(double u, double v, bool ref) { return slotAt(ref ? 0 : 1, u, v).point; }
   const SgVec3T<double>& cNg(double u, double v, bool ref) { return slotAt(ref ? 0 : 1, u, v).normal; }
-  const SgVec3T<double>& cdPdug(double u, double v, bool ref) { return slotAt(ref ? 0 : 1, u, v).dPdu; }
-  const SgVec3T<double>& cdPdvg(double u, double v, bool ref) { return slotAt(ref ? 0 : 1, u, v).dPdv; }
-  const SgVec3T<double>& cUg(double u, double v, bool ref) { return slotAt(ref ? 0 : 1, u, v).unitU; }
-  const SgVec3T<double>& cVg(double u, double v, bool ref) { return slotAt(ref ? 0 : 1, u, v).unitV; }
+  const SgVec3T<double>& cdPdug(double u, double v, bool ref) { return squaredSlotAt(ref ? 0 : 1, u, v).dPdu; }
+  const SgVec3T<double>& cdPdvg(double u, double v, bool ref) { return squaredSlotAt(ref ? 0 : 1, u, v).dPdv; }
+  const SgVec3T<double>& cUg(double u, double v, bool ref) { return squaredSlotAt(ref ? 0 : 1, u, v).unitU; }
+  const SgVec3T<double>& cVg(double u, double v, bool ref) { return squaredSlotAt(ref ? 0 : 1, u, v).unitV; }
   /// Principal curvatures of the plain surface; 0 where the patch has none.
   float cKu(double u, double v, bool ref);
   float cKv(double u, double v, bool ref);
@@ -129,17 +140,13 @@ class VrBasePrimitiveContext {
 
   /// A new copy of the concrete kind.
   virtual VrBasePrimitiveContext* cloneContextImp() const = 0;
-  /// Slots 2 and 3: the frame with displacement into the slot's fields; false on failure. The
-  /// base evaluates the plain surface.
+  /// Slots 2 and 3: the frame with displacement into the slot's fields, tangents unsquared;
+  /// false on failure. The base evaluates the plain surface.
   virtual bool evalGeomWithDisplacement(int slot, double u, double v);
   /// True when the displaced frame (slots 2 and 3) is the plain one (slots 0 and 1) to the bit,
   /// up to signed zeros added to the point. The base displaces nothing.
   virtual bool displacementMovesNothing() const { return true; }
 
-  /// One cached frame.
-  struct Slot {
-    SgVec3T<double> unitU, unitV, dPdu, dPdv, normal, point;
-  };
   Slot& slot(int index) { return slots[index]; }
 
  private:
@@ -148,6 +155,12 @@ class VrBasePrimitiveContext {
   Slot& slotAt(int index, double u, double v) {
     if (evalU[index] != u || evalV[index] != v) evalPatch(index, u, v);
     return slots[index];
+  }
+  // As slotAt, with the tangents finished.
+  Slot& squaredSlotAt(int index, double u, double v) {
+    Slot& s = slotAt(index, u, v);
+    if (!s.squared) s.square();
+    return s;
   }
   void evalPatch(int index, double u, double v);
   bool takeFromAnotherSlot(int index, double u, double v);

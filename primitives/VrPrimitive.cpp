@@ -561,7 +561,9 @@ void VrPrimitive::orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3
     U = vrutil::rotatedAbout(U, N, aboutN * degreesToRadians);
     V = vrutil::rotatedAbout(V, N, aboutN * degreesToRadians);
   }
-  SgVec3T<double> dir = U * a + V * b + N * h;
+  // Without lean the direction is N itself (h is 1): the zero lean terms could only change the
+  // sign of a zero, and leaving them out lets growAlongNormal do without the tangents.
+  SgVec3T<double> dir = a == 0.0 && b == 0.0 ? N : U * a + V * b + N * h;
   dir.normalize();
 
   // Without lean dir is N scaled, so N × dir is rounding, far below 1e-5 for any N shorter than

@@ -238,6 +238,13 @@ class VrPrimitive : public VrBasePrimitive {
   static void orient(const SgVec3T<double>& root, SgVec3T<double>& N, SgVec3T<double>& U, SgVec3T<double>& V,
                      double tiltU, double tiltV, double tiltN, double aboutN, double length,
                      std::vector<SgVec3T<double>>& cvs, bool isFirst, double twist = 0.0);
+  /// `orient` without lean, turn or twist, for a chain whose tangents nobody reads afterwards:
+  /// the same CV and the same new N, U and V left as they were.
+  static void growAlongNormal(const SgVec3T<double>& root, SgVec3T<double>& N, double length,
+                              std::vector<SgVec3T<double>>& cvs) {
+    N.normalize();
+    cvs.push_back(root + N * length);
+  }
   /// Reads the lean (tiltU, tiltV) back from the first segment of `cvs` in the frame (N, U, V);
   /// undoes the disc mapping with `isFirst`. False for fewer than two CVs or a zero segment.
   static bool findOrient(const std::vector<SgVec3T<double>>& cvs, const SgVec3T<double>& N,

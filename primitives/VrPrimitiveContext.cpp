@@ -85,9 +85,10 @@ bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v)
   const bool ref = index == 2;
   if (!generator)
     return cPatch()->evalGeom(u, v, cFaceId(), nullptr, false, nullptr, nullptr, s.point, s.normal, s.dPdu,
-                              s.dPdv, ref);
+                              s.dPdv, ref, false);
   return cPatch()->evalGeom(u, v, cFaceId(), &generator->displacement(), generator->vectorDisplacement(),
-                            &generator->bump(), &generator->offset(), s.point, s.normal, s.dPdu, s.dPdv, ref);
+                            &generator->bump(), &generator->offset(), s.point, s.normal, s.dPdu, s.dPdv, ref,
+                            false);
 }
 
 bool VrPrimitiveContext::displacementMovesNothing() const {

@@ -274,7 +274,7 @@ bool VrSplinePrimitive::prepGuideCGeom(unsigned index) {
 void VrSplinePrimitive::packAttrs(const VrPrimitiveContext& context, std::vector<float>& floats) const {
   VrPrimitive::packAttrs(context, floats);
   const auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context);
-  const SgVec3T<double> w = spline ? spline->widthVec : SgVec3T<double>();
+  const SgVec3T<double> w = spline ? spline->widthVec() : SgVec3T<double>();
   floats.insert(floats.end(), {spline ? spline->taper : 0.0f, spline ? spline->taperStart : 0.0f,
                                static_cast<float>(w.x), static_cast<float>(w.y), static_cast<float>(w.z)});
 }
@@ -289,7 +289,7 @@ bool VrSplinePrimitive::unpackAttrs(VrPrimitiveContext& context, const std::vect
   if (auto* spline = vrExactCast<VrSplinePrimitiveContext>(&context)) {
     spline->taper = floats[offset];
     spline->taperStart = floats[offset + 1];
-    spline->widthVec = SgVec3T<double>(floats[offset + 2], floats[offset + 3], floats[offset + 4]);
+    spline->setWidthVec(SgVec3T<double>(floats[offset + 2], floats[offset + 3], floats[offset + 4]));
   }
   offset += 5;
   return true;
@@ -338,11 +338,9 @@ void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double
     spline->taper = taper;
     spline->taperStart = taperStart;
     const std::vector<SgVec3T<double>>& P = context.cGeom();
-    if (P.size() >= 3) {
-      calcWidthVec(P[1] - P[0], P[2] - P[1], context.cN(u, v, false), context.cU(u, v, false), spline->widthVec);
-    } else {
-      spline->widthVec = context.cU(u, v, false);
-    }
+    const bool fromSegments = P.size() >= 3;
+    spline->deferWidthVec(fromSegments ? P[1] - P[0] : SgVec3T<double>(), fromSegments ? P[2] - P[1] : SgVec3T<double>(),
+                          context.cFrame(u, v, false), fromSegments);
   }
   if (isShorterThan(context, 0.0001) || context.cWidth() < 0.0001) context.setCullPrim(true);
 }
@@ -397,13 +395,27 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
   geom.clear();
   geom.push_back(context.cP(u, v, false));
   SgVec3T<double> N = context.cN(u, v, false);
-  SgVec3T<double> U = context.cU(u, v, false);
-  SgVec3T<double> V = context.cV(u, v, false);
   const unsigned segments = attrCVs - 1;
+  // A segment that does not lean grows along the normal that it is handed and hands its own
+  // direction on as the next normal; the tangents only turn along. From the first segment of the
+  // tail that leans nowhere, they are read no more: the surface's tangents are not even asked for
+  // when the whole chain is plain (the usual hair).
+  const auto leans = [&](unsigned i) {
+    return i == 0 ? tu != 0.0 || tv != 0.0 || tilt != 0.0 || about != 0.0 : bu[i - 1] != 0.0 || bv[i - 1] != 0.0;
+  };
+  unsigned plainTail = segments;
+  while (plainTail > 0 && !leans(plainTail - 1)) --plainTail;
+  SgVec3T<double> U, V;
+  if (plainTail > 0) {
+    U = context.cU(u, v, false);
+    V = context.cV(u, v, false);
+  }
   for (unsigned i = 0; i < segments; ++i) {
     const double share = (p[i + 1] - p[i]) * length;
     const SgVec3T<double> root = geom.back();
-    if (i == 0) {
+    if (i >= plainTail) {
+      growAlongNormal(root, N, share, geom);
+    } else if (i == 0) {
       orient(root, N, U, V, tu, tv, tilt, about, share, geom, true);
     } else {
       orient(root, N, U, V, bu[i - 1], bv[i - 1], 0.0, 0.0, share, geom, false);
@@ -487,6 +499,19 @@ void VrSplinePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double
 bool VrSplinePrimitive::postApplyFxInParallel(VrPrimitiveContext& context) {
   context.dirtyCLength();
   return true;
+}
+
+const SgVec3T<double>& VrSplinePrimitiveContext::widthVec() const {
+  if (sidewaysPending) {
+    rootFrame.square();
+    if (sidewaysFromSegments) {
+      VrSplinePrimitive::calcWidthVec(firstSegment, secondSegment, rootFrame.normal, rootFrame.unitU, sideways);
+    } else {
+      sideways = rootFrame.unitU;
+    }
+    sidewaysPending = false;
+  }
+  return sideways;
 }
 
 void VrSplinePrimitive::calcWidthVec(const SgVec3T<double>& T0, const SgVec3T<double>& T1,

@@ -22,8 +22,22 @@ class VrSplinePrimitiveContext : public VrPrimitiveContext {
   /// How far the tip narrows and where on the length narrowing begins (in [0, 1]).
   float taper = 0.0f;
   float taperStart = 0.0f;
-  /// The sideways direction of a ribbon at the root (unit).
-  SgVec3T<double> widthVec;
+  /// The sideways direction of a ribbon at the root (unit). `shapeAttrs` keeps only what it is
+  /// worked out from, and the first reading works it out: most back ends never read it.
+  const SgVec3T<double>& widthVec() const;
+  void setWidthVec(const SgVec3T<double>& value) {
+    sideways = value;
+    sidewaysPending = false;
+  }
+  /// Defers the sideways direction: from the first two segments T0 and T1 (`fromSegments`) or as
+  /// the unit U of `root`, the frame at the root.
+  void deferWidthVec(const SgVec3T<double>& T0, const SgVec3T<double>& T1, const Slot& root, bool fromSegments) {
+    firstSegment = T0;
+    secondSegment = T1;
+    rootFrame = root;
+    sidewaysFromSegments = fromSegments;
+    sidewaysPending = true;
+  }
   /// Some guide carries a "break" CV attribute: the dominant guide takes over along the length.
   bool breakActive = false;
   /// The active guide with the greatest weight while `breakActive`; -1 otherwise.
@@ -34,6 +48,13 @@ class VrSplinePrimitiveContext : public VrPrimitiveContext {
 
  protected:
   VrBasePrimitiveContext* cloneContextImp() const override { return new VrSplinePrimitiveContext(*this); }
+
+ private:
+  mutable SgVec3T<double> sideways;
+  mutable bool sidewaysPending = false;
+  mutable Slot rootFrame;
+  SgVec3T<double> firstSegment, secondSegment;
+  bool sidewaysFromSegments = false;
 };
 
 class VrSplinePrimitive : public VrPrimitive {

@@ -171,7 +171,7 @@ bool VrGeometryRenderer::handleSpline(VrPrimitiveContext& context, double u, dou
   const SgXform3T<double>& world =
       description()->palette() ? description()->palette()->world() : SgXform3T<double>();
   const SgVec3T<double> side =
-      world.transformed(splineContext ? splineContext->widthVec : context.cU(u, v, false), true);
+      world.transformed(splineContext ? splineContext->widthVec() : context.cU(u, v, false), true);
   const SgVec3T<double> normal = world.transformed(context.cN(u, v, false), true);
   if (!helper.addDataForSplinePrim(cvs, widths, side, normal, face.mesh)) return false;
   if (stripJointsFlag) prim.joints = placeJoints(cvs, stripJointPlacement == OneJointPerCV, jointsOnStrip);

@@ -241,14 +241,14 @@ TEST(VrPrimitiveStack, SplinePackingAppendsTaperAndWidthVector) {
   c.overrideCDepth(2.0);
   c.taper = 0.75f;
   c.taperStart = 0.25f;
-  c.widthVec = Vec(0, 1, 0);
+  c.setWidthVec(Vec(0, 1, 0));
   std::vector<float> floats;
   s.packAttrs(c, floats);
   EXPECT_EQ(floats, (std::vector<float>{0.5f, 2.0f, 0.75f, 0.25f, 0.0f, 1.0f, 0.0f}));
   EXPECT_EQ(floats.size(), s.packedAttrCount());
 
   // Two primitives back to back read back in turn.
-  c.widthVec = Vec(1, 0, 0);
+  c.setWidthVec(Vec(1, 0, 0));
   c.taper = -0.5f;
   s.packAttrs(c, floats);
   std::unique_ptr<VrPrimitiveContext> made = s.createContext();
@@ -257,11 +257,11 @@ TEST(VrPrimitiveStack, SplinePackingAppendsTaperAndWidthVector) {
   ASSERT_TRUE(s.unpackAttrs(back, floats, offset));
   EXPECT_EQ(back.taper, 0.75f);
   EXPECT_EQ(back.taperStart, 0.25f);
-  expectNear(back.widthVec, Vec(0, 1, 0), 0.0);
+  expectNear(back.widthVec(), Vec(0, 1, 0), 0.0);
   ASSERT_TRUE(s.unpackAttrs(back, floats, offset));
   EXPECT_EQ(offset, 14u);
   EXPECT_EQ(back.taper, -0.5f);
-  expectNear(back.widthVec, Vec(1, 0, 0), 0.0);
+  expectNear(back.widthVec(), Vec(1, 0, 0), 0.0);
   EXPECT_EQ(back.cWidth(), 0.5);
 
   // A plain context takes the shared values and steps over the spline's.

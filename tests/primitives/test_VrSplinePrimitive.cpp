@@ -136,7 +136,7 @@ TEST(VrSplinePrimitive, DefaultsGrowStraightAlongTheNormal) {
   EXPECT_DOUBLE_EQ(c.cLength(), 2.0);
   EXPECT_NEAR(c.cWidth(), 0.1, 1e-12);
   // A straight spline keeps the surface's U direction as its ribbon direction.
-  expectNear(c.widthVec, c.cU(0.5, 0.5, false), 1e-9);
+  expectNear(c.widthVec(), c.cU(0.5, 0.5, false), 1e-9);
 }
 
 TEST(VrSplinePrimitive, BendLeansAreClamped) {
