@@ -88,6 +88,7 @@ class WritingCallbacks : public vrtest::CameraCallbacks {
       run.floats.resize(4 * cvs);
       run.prims.resize(end - i);
       float* at = run.floats.data();
+      float* widthAt = at + 3 * cvs;  // CVs first, then widths
       for (size_t p = 0; i < end; ++i, ++p) {
         const size_t n = static_cast<size_t>(cvCounts[i]);
         VrOutputPrimitive& view = run.prims[p];
@@ -95,8 +96,9 @@ class WritingCallbacks : public vrtest::CameraCallbacks {
         view.id = ids[i];
         view.numCVs = n;
         view.cvs = std::copy_n(points + 3 * first, 3 * n, at) - 3 * n;
-        view.widths = std::copy_n(widths + first, n, at + 3 * n) - n;
-        at += 4 * n;
+        view.widths = std::copy_n(widths + first, n, widthAt) - n;
+        at += 3 * n;
+        widthAt += n;
         first += n;
       }
       runs.add(std::move(run));

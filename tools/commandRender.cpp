@@ -285,7 +285,10 @@ class RenderCallbacks : public ProceduralCallbacks {
       run.prims.resize(end - k);
       run.floats.resize(floats);
       if (archive) run.files.resize(4 * (end - k));
+      // The CVs of the whole run come first, then its widths: a single sample thus lies in two
+      // blocks that the curves take as they are.
       float* at = run.floats.data();
+      float* widthAt = at + (floats / (3 * samples + 1)) * 3 * samples;
       for (size_t p = 0; k < end; ++k, ++p) {
         const unsigned i = order[k];
         const size_t n = stride[i];
@@ -299,9 +302,10 @@ class RenderCallbacks : public ProceduralCallbacks {
           std::copy_n(sample + 3 * first[i], 3 * n, at);
           at += 3 * n;
         }
-        out.widths = at;
-        for (size_t c = 0; c < n; ++c) at[c] = cvWidths ? cvWidths[first[i] + c] : primWidths ? primWidths[i] : constant;
-        at += n;
+        out.widths = widthAt;
+        for (size_t c = 0; c < n; ++c)
+          widthAt[c] = cvWidths ? cvWidths[first[i] + c] : primWidths ? primWidths[i] : constant;
+        widthAt += n;
         if (instance) {
           out.u = us ? us[i] : 0.0f;
           out.v = vs ? vs[i] : 0.0f;

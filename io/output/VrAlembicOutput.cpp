@@ -15,6 +15,20 @@ std::string objectNameOf(const char* description, const std::string& patch) {
   return name.empty() ? std::string("shape") : name;
 }
 
+// True when the primitives' CVs of one sample follow each other in one block, and their widths
+// in another, as the render's runs hold them.
+bool inOneBlock(const VrOutputPrimitive* primitives, size_t count) {
+  for (size_t i = 0; i < count; ++i) {
+    const VrOutputPrimitive& prim = primitives[i];
+    if (!prim.cvs || !prim.widths) return false;
+    if (i > 0) {
+      const VrOutputPrimitive& before = primitives[i - 1];
+      if (prim.cvs != before.cvs + 3 * before.numCVs || prim.widths != before.widths + before.numCVs) return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool VrAlembicOutput::begin() {
@@ -98,18 +112,27 @@ bool VrAlembicOutput::writeCurves(const VrOutputPrimitive* primitives, size_t co
     if (!curves.streamInto(archive)) return abort("the points could not be streamed into the archive");
     streamingPoints = true;
   }
+  counts.clear();
+  size_t numPoints = 0;
+  for (size_t i = 0; i < count; ++i) {
+    counts.push_back(static_cast<int32_t>(primitives[i].numCVs));
+    numPoints += primitives[i].numCVs;
+  }
+  anySplines = anySplines || count > 0;
+  // One sample held as the render holds its runs goes to the curves without a copy.
+  if (count > 0 && samples == 1 && inOneBlock(primitives, count)) {
+    rows[0] = primitives[0].cvs;
+    return curves.appendSamples(rows.data(), numPoints, counts.data(), counts.size(), primitives[0].widths);
+  }
   for (std::vector<float>& row : points) row.clear();
   widths.clear();
-  counts.clear();
   for (size_t i = 0; i < count; ++i) {
     const VrOutputPrimitive& prim = primitives[i];
     const size_t n = prim.numCVs;
     for (size_t s = 0; s < samples; ++s) points[s].insert(points[s].end(), prim.cvs + 3 * n * s, prim.cvs + 3 * n * (s + 1));
     widths.insert(widths.end(), prim.widths, prim.widths + n);
-    counts.push_back(static_cast<int32_t>(n));
   }
   for (size_t s = 0; s < samples; ++s) rows[s] = points[s].data();
-  anySplines = anySplines || count > 0;
   return curves.appendSamples(rows.data(), widths.size(), counts.data(), counts.size(), widths.data());
 }
 

@@ -29,8 +29,8 @@ struct VrOutputRun {
   int face = 0;
   int firstId = 0;
   std::vector<VrOutputPrimitive> prims;
-  vrutil::UninitialisedFloats floats;  ///< per primitive its CVs (sample after sample), then its widths;
-                                      ///< sized and then written in full
+  vrutil::UninitialisedFloats floats;  ///< the CVs of each primitive (sample after sample), then the
+                                      ///< widths of each; sized and then written in full
   std::vector<std::string> files;  ///< archives: the four slot files of each primitive
   bool isEncoded = false;          ///< `encoded` holds the output's bytes of the run
   std::string encoded;
