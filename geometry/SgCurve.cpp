@@ -178,41 +178,68 @@ const std::vector<LengthSample>& lengthPlan(size_t n) {
   return plan;
 }
 
+// The points of a curve with a phantom before and after, so that span i blends points i to i + 3
+// of the row: the four points of a span sit side by side and need no selection. Plain numbers,
+// so that the buffer on the stack is not cleared first; a long curve's row is the thread's one
+// buffer, so one at a time. A curve of fewer than two points has no row and no spans.
+class PhantomExtended {
+ public:
+  PhantomExtended(const Vec* pts, size_t n) : ext(stacked) {
+    if (n < 2) return;
+    if (n + 2 > onStack) {
+      thread_local std::vector<Point> heaped;
+      heaped.resize(n + 2);
+      ext = heaped.data();
+    }
+    put(phantom(pts[0], pts[1]), ext[0]);
+    for (size_t i = 0; i < n; ++i) put(pts[i], ext[i + 1]);
+    put(phantom(pts[n - 1], pts[n - 2]), ext[n + 1]);
+  }
+
+  // evalSpline's blend of span `span`, x and y side by side; each weight in both lanes of a pair.
+  Vec blend(size_t span, Pair w0, Pair w1, Pair w2, Pair w3) const {
+    const Point* p = ext + span;
+    const Pair xy = blendSpan(xyOf(p[0]), xyOf(p[1]), xyOf(p[2]), xyOf(p[3]), w0, w1, w2, w3);
+    const double z = blendSpan(p[0].z, p[1].z, p[2].z, p[3].z, w0[0], w1[0], w2[0], w3[0]);
+    return Vec(xy[0], xy[1], z);
+  }
+
+  // evalSpline at t, to the bit, for the n > 0 points the row was made of.
+  Vec at(size_t n, double t, const Vec* pts) const {
+    if (n == 1 || t < 1e-7) return pts[0];
+    if (t > 0.9999999) return pts[n - 1];
+    const double x = t * toDouble(n - 1);
+    const size_t i = std::min(toIndex(x), n - 2);
+    const SpanWeights w(x - toDouble(i));
+    return blend(i, Pair{w.w0, w.w0}, Pair{w.w1, w.w1}, Pair{w.w2, w.w2}, Pair{w.w3, w.w3});
+  }
+
+ private:
+  struct Point {
+    double x, y, z;
+  };
+  static constexpr size_t onStack = 66;
+  static void put(const Vec& v, Point& to) { to = Point{v.x, v.y, v.z}; }
+  static Pair xyOf(const Point& p) { return Pair{p.x, p.y}; }
+
+  Point stacked[onStack];
+  Point* ext;
+};
+
 }  // namespace
 
 double SgCurve::length(const Points& pts) {
   const size_t n = pts.size();
   if (n < 2) return 0.0;
-  // The points with a phantom before and after, so that span i blends points i to i + 3; plain
-  // numbers, so that the buffer on the stack is not cleared first.
-  struct Point {
-    double x, y, z;
-  };
-  constexpr size_t onStack = 66;
-  Point stacked[onStack];
-  thread_local std::vector<Point> heaped;
-  Point* ext = stacked;
-  if (n + 2 > onStack) {
-    heaped.resize(n + 2);
-    ext = heaped.data();
-  }
-  const auto put = [](const Vec& v, Point& to) { to = Point{v.x, v.y, v.z}; };
-  put(phantom(pts[0], pts[1]), ext[0]);
-  for (size_t i = 0; i < n; ++i) put(pts[i], ext[i + 1]);
-  put(phantom(pts[n - 1], pts[n - 2]), ext[n + 1]);
-  const auto xyOf = [](const Point& p) { return Pair{p.x, p.y}; };
-  // Each point is evalSpline's at its parameter, x and y blended side by side; the chords are
-  // added in order.
+  const PhantomExtended row(pts.data(), n);
+  // Each point is evalSpline's at its parameter; the chords are added in order.
   double sum = 0.0;
   Vec prev = pts[0];
   for (const LengthSample& sample : lengthPlan(n)) {
     Vec point;
     if (sample.kind == LengthSample::Blend) {
-      const Point* p = ext + sample.span;
       const Pair* w = sample.weights;
-      const Pair xy = blendSpan(xyOf(p[0]), xyOf(p[1]), xyOf(p[2]), xyOf(p[3]), w[0], w[1], w[2], w[3]);
-      const double z = blendSpan(p[0].z, p[1].z, p[2].z, p[3].z, w[0][0], w[1][0], w[2][0], w[3][0]);
-      point = Vec(xy[0], xy[1], z);
+      point = row.blend(sample.span, w[0], w[1], w[2], w[3]);
     } else {
       point = sample.kind == LengthSample::First ? pts[0] : pts[n - 1];
     }
@@ -358,6 +385,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
 
   out.resize(m);
   const double total = SgCurve::cpolyLength(source, seg);
+  const PhantomExtended row(source.data(), n);
   if (uniform && total >= 1e-5) {
     const double step = total / toDouble(m - 1);
     double acc = 0.0;
@@ -369,7 +397,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
         ++j;
       }
       const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
-      evalSpline(source.data(), n, (toDouble(j) + f) / toDouble(n - 1), out[k]);
+      out[k] = row.at(n, (toDouble(j) + f) / toDouble(n - 1), source.data());
       if (withWidths) newWidths[k] = blendWidth(j, f);
     }
   } else {
@@ -377,7 +405,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
     double t = 0.0;
     for (size_t k = 1; k + 1 < m; ++k) {
       t += dt;
-      evalSpline(source.data(), n, t, out[k]);
+      out[k] = row.at(n, t, source.data());
       if (withWidths) {
         const double x = t * static_cast<double>(n - 1);
         size_t j = static_cast<size_t>(std::max(0.0, x));
