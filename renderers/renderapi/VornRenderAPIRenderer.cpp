@@ -546,7 +546,7 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
       const SgVec3T<double>& (VrBasePrimitiveContext::*get)(double, double, bool);
       bool ref;
     };
-    static const Surface surfaces[] = {
+    static constexpr Surface surfaces[] = {
         {Flag::P, V3::P, &VrBasePrimitiveContext::cP, false},
         {Flag::Pref, V3::Pref, &VrBasePrimitiveContext::cP, true},
         {Flag::Pg, V3::Pg, &VrBasePrimitiveContext::cPg, false},
@@ -564,8 +564,15 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
         {Flag::DPdvg, V3::DPdvg, &VrBasePrimitiveContext::cdPdvg, false},
         {Flag::DPdvrefg, V3::DPdvrefg, &VrBasePrimitiveContext::cdPdvg, true},
     };
-    for (const Surface& s : surfaces)
-      if (flag(s.flag)) push(vec3(batch, s.key), (context.*s.get)(u, v, s.ref));
+    // Most renders ask for none of them: one test for all.
+    static constexpr uint64_t anySurface = [] {
+      uint64_t bits = 0;
+      for (const Surface& s : surfaces) bits |= uint64_t(1) << static_cast<int>(s.flag);
+      return bits;
+    }();
+    if (flagBits & anySurface)
+      for (const Surface& s : surfaces)
+        if (flag(s.flag)) push(vec3(batch, s.key), (context.*s.get)(u, v, s.ref));
     if (flag(Flag::PrimitiveId)) ints(batch, I1::PrimitiveId).push_back(static_cast<int>(context.id()));
     if (flag(Flag::DescriptionId))
       ints(batch, I1::DescriptionId).push_back(static_cast<int>(desc->descriptionId()));

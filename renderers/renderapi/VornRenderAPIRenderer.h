@@ -8,6 +8,7 @@
 // at a time. On the parallel path nothing is shared between workers but the callbacks object,
 // whose `flush` must be thread-safe.
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -65,7 +66,11 @@ class Renderer : public VrRenderer {
   void setBatchLimit(unsigned value) { limit = value; }
   /// Whether channel `flag` (an `EBoolAttribute`, 0 to 36) is on.
   bool flag(PrimitiveCache::EBoolAttribute key) const { return state.flags[static_cast<int>(key)]; }
-  void setFlag(PrimitiveCache::EBoolAttribute key, bool on) { state.flags[static_cast<int>(key)] = on; }
+  void setFlag(PrimitiveCache::EBoolAttribute key, bool on) {
+    state.flags[static_cast<int>(key)] = on;
+    const uint64_t bit = uint64_t(1) << static_cast<int>(key);
+    flagBits = on ? flagBits | bit : flagBits & ~bit;
+  }
   /// What the batch view reads besides the arrays.
   const BatchState& batchState() const { return state; }
   /// Rows of the custom tables: declared custom attributes, then per-CV attributes.
@@ -81,6 +86,8 @@ class Renderer : public VrRenderer {
   void flushBatch(Batch& batch, ProceduralCallbacks* callbacks, const std::string& patchName) const;
 
   BatchState state;
+  uint64_t flagBits = 0;  // the flags again, one bit each: a group of channels is tested at once
+  static_assert(sizeof(BatchState::flags) <= 64, "one bit a flag");
 
  private:
   /// The level-of-detail factor expressions of one motion sample, parsed once per description
