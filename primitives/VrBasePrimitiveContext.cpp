@@ -40,6 +40,7 @@ bool VrBasePrimitiveContext::evalGeomWithDisplacement(int index, double u, doubl
 }
 
 void VrBasePrimitiveContext::Slot::square() {
+  if (squared) return;
   VrPatch::squareTangents(normal, dPdu, dPdv);
   unitU = dPdu;
   unitU.normalize();

@@ -159,7 +159,7 @@ class VrBasePrimitiveContext {
   // As slotAt, with the tangents finished.
   Slot& squaredSlotAt(int index, double u, double v) {
     Slot& s = slotAt(index, u, v);
-    if (!s.squared) s.square();
+    s.square();
     return s;
   }
   void evalPatch(int index, double u, double v);

@@ -239,7 +239,7 @@ class VrPrimitive : public VrBasePrimitive {
                      double tiltU, double tiltV, double tiltN, double aboutN, double length,
                      std::vector<SgVec3T<double>>& cvs, bool isFirst, double twist = 0.0);
   /// `orient` without lean, turn or twist, for a chain whose tangents nobody reads afterwards:
-  /// the same CV and the same new N, U and V left as they were.
+  /// appends the CV that `orient` appends and leaves N as it leaves it, but turns no tangents.
   static void growAlongNormal(const SgVec3T<double>& root, SgVec3T<double>& N, double length,
                               std::vector<SgVec3T<double>>& cvs) {
     N.normalize();

@@ -339,7 +339,8 @@ void VrSplinePrimitive::shapeAttrs(VrPrimitiveContext& context, double u, double
     spline->taperStart = taperStart;
     const std::vector<SgVec3T<double>>& P = context.cGeom();
     const bool fromSegments = P.size() >= 3;
-    spline->deferWidthVec(fromSegments ? P[1] - P[0] : SgVec3T<double>(), fromSegments ? P[2] - P[1] : SgVec3T<double>(),
+    const SgVec3T<double> none;
+    spline->deferWidthVec(fromSegments ? P[1] - P[0] : none, fromSegments ? P[2] - P[1] : none,
                           context.cFrame(u, v, false), fromSegments);
   }
   if (isShorterThan(context, 0.0001) || context.cWidth() < 0.0001) context.setCullPrim(true);

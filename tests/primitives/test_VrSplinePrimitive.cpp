@@ -31,7 +31,7 @@ using vrtest::expectNear;
 
 // A description with a flat 4 x 4 patch and a spline primitive on face 5.
 struct Scene : vrtest::PatchScene {
-  Scene() : PatchScene(vrtest::gridSurface(4)) {
+  explicit Scene(float warp = 0.0f) : PatchScene(vrtest::gridSurface(4, 0.0f, warp)) {
     spline = std::make_unique<VrSplinePrimitive>(description);
     spline->context().setActivePatchFace(patch, 5);
   }
@@ -137,6 +137,23 @@ TEST(VrSplinePrimitive, DefaultsGrowStraightAlongTheNormal) {
   EXPECT_NEAR(c.cWidth(), 0.1, 1e-12);
   // A straight spline keeps the surface's U direction as its ribbon direction.
   expectNear(c.widthVec(), c.cU(0.5, 0.5, false), 1e-9);
+}
+
+// The ribbon direction is worked out when first read, from the frame kept at the root: the same
+// bits as from the frame read at once, whether building the shape squared its tangents (a lean)
+// or not. The curved surface's tangents are not square to begin with.
+TEST(VrSplinePrimitive, RibbonDirectionComesFromTheRootFrame) {
+  for (const char* lean : {"0.0", "0.7"}) {
+    Scene scene(0.3f);
+    scene.spline->setAttr("bendU[0]", lean);
+    const std::vector<Vec> P = scene.make(0.3, 0.6);
+    VrSplinePrimitiveContext& c = scene.context();
+    ASSERT_GE(P.size(), 3u);
+    Vec expected;
+    VrSplinePrimitive::calcWidthVec(P[1] - P[0], P[2] - P[1], c.cN(0.3, 0.6, false), c.cU(0.3, 0.6, false),
+                                    expected);
+    EXPECT_EQ(c.widthVec(), expected) << "lean " << lean;
+  }
 }
 
 TEST(VrSplinePrimitive, BendLeansAreClamped) {
