@@ -84,30 +84,40 @@ struct SpanWeights {
   }
 };
 
-// The body of SgCurve::eval, for the loops of this file to inline.
+// The span that the spline blends at t on a curve of n > 1 points, and the position s in it.
+inline size_t spanAt(size_t n, double t, double& s) {
+  const double x = t * toDouble(n - 1);
+  const size_t i = std::min(toIndex(x), n - 2);
+  s = x - toDouble(i);
+  return i;
+}
+
+// The spline through n > 0 points at t: the end points up to 1e-7 from either end, else the
+// blend that `blendOfSpan(i, weights)` makes of span i. Every evaluation of this file goes
+// through here.
+template <typename BlendOfSpan>
+inline Vec splineAt(const Vec* pts, size_t n, double t, BlendOfSpan blendOfSpan) {
+  if (n == 1 || t < 1e-7) return pts[0];
+  if (t > 0.9999999) return pts[n - 1];
+  double s;
+  const size_t i = spanAt(n, t, s);
+  return blendOfSpan(i, SpanWeights(s));
+}
+
+// The body of SgCurve::eval, for the loops of this file to inline: the span's points picked from
+// the curve, a phantom standing in beyond an end.
 inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
   if (n == 0) {
     out = Vec();
     return;
   }
-  if (n == 1 || t < 1e-7) {
-    out = pts[0];
-    return;
-  }
-  if (t > 0.9999999) {
-    out = pts[n - 1];
-    return;
-  }
-  const double x = t * toDouble(n - 1);
-  size_t i = toIndex(x);
-  if (i > n - 2) i = n - 2;
-  const double s = x - toDouble(i);
-  const Vec p0 = i == 0 ? phantom(pts[0], pts[1]) : pts[i - 1];
-  const Vec& p1 = pts[i];
-  const Vec& p2 = pts[i + 1];
-  const Vec p3 = i + 2 >= n ? phantom(pts[n - 1], pts[n - 2]) : pts[i + 2];
-  const SpanWeights w(s);
-  out = Vec(w.blend(p0.x, p1.x, p2.x, p3.x), w.blend(p0.y, p1.y, p2.y, p3.y), w.blend(p0.z, p1.z, p2.z, p3.z));
+  out = splineAt(pts, n, t, [pts, n](size_t i, const SpanWeights& w) {
+    const Vec p0 = i == 0 ? phantom(pts[0], pts[1]) : pts[i - 1];
+    const Vec& p1 = pts[i];
+    const Vec& p2 = pts[i + 1];
+    const Vec p3 = i + 2 >= n ? phantom(pts[n - 1], pts[n - 2]) : pts[i + 2];
+    return Vec(w.blend(p0.x, p1.x, p2.x, p3.x), w.blend(p0.y, p1.y, p2.y, p3.y), w.blend(p0.z, p1.z, p2.z, p3.z));
+  });
 }
 
 template <size_t N>
@@ -148,9 +158,9 @@ void planLength(size_t n, std::vector<LengthSample>& plan) {
   const double end = 1.0 - step * 0.5;
   for (double t = step; t < end; t += step) {
     if (inside(t)) {
-      const double x = t * toDouble(n - 1);
-      const size_t i = std::min(toIndex(x), n - 2);
-      const SpanWeights w(x - toDouble(i));
+      double s;
+      const size_t i = spanAt(n, t, s);
+      const SpanWeights w(s);
       LengthSample sample{LengthSample::Blend, i, {}};
       const double weights[4] = {w.w0, w.w1, w.w2, w.w3};
       for (int k = 0; k < 4; ++k) sample.weights[k] = Pair{weights[k], weights[k]};
@@ -204,14 +214,11 @@ class PhantomExtended {
     return Vec(xy[0], xy[1], z);
   }
 
-  // evalSpline at t, to the bit, for the n > 0 points the row was made of.
+  // evalSpline at t, to the bit, for the n points the row was made of.
   Vec at(size_t n, double t, const Vec* pts) const {
-    if (n == 1 || t < 1e-7) return pts[0];
-    if (t > 0.9999999) return pts[n - 1];
-    const double x = t * toDouble(n - 1);
-    const size_t i = std::min(toIndex(x), n - 2);
-    const SpanWeights w(x - toDouble(i));
-    return blend(i, Pair{w.w0, w.w0}, Pair{w.w1, w.w1}, Pair{w.w2, w.w2}, Pair{w.w3, w.w3});
+    return splineAt(pts, n, t, [this](size_t i, const SpanWeights& w) {
+      return blend(i, Pair{w.w0, w.w0}, Pair{w.w1, w.w1}, Pair{w.w2, w.w2}, Pair{w.w3, w.w3});
+    });
   }
 
  private:

@@ -280,15 +280,15 @@ class RenderCallbacks : public ProceduralCallbacks {
       run.kind = kind;
       run.face = faceOf(order[k]);
       run.firstId = idOf(order[k]);
-      size_t end = k, floats = 0;
-      for (; end < order.size() && faceOf(order[end]) == run.face; ++end) floats += stride[order[end]] * (3 * samples + 1);
+      size_t end = k, runCVs = 0;
+      for (; end < order.size() && faceOf(order[end]) == run.face; ++end) runCVs += stride[order[end]];
       run.prims.resize(end - k);
-      run.floats.resize(floats);
+      run.floats.resize(runCVs * (3 * samples + 1));
       if (archive) run.files.resize(4 * (end - k));
       // The CVs of the whole run come first, then its widths: a single sample thus lies in two
       // blocks that the curves take as they are.
       float* at = run.floats.data();
-      float* widthAt = at + (floats / (3 * samples + 1)) * 3 * samples;
+      float* widthAt = at + runCVs * 3 * samples;
       for (size_t p = 0; k < end; ++k, ++p) {
         const unsigned i = order[k];
         const size_t n = stride[i];
