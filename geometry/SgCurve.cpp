@@ -92,13 +92,13 @@ inline size_t spanAt(size_t n, double t, double& s) {
   return i;
 }
 
-// The spline through n > 0 points at t: the end points up to 1e-7 from either end, else the
-// blend that `blendOfSpan(i, weights)` makes of span i. Every evaluation of this file goes
-// through here.
+// The spline through n > 0 points from `first` to `last` at t: an end point up to 1e-7 from
+// either end, else the blend that `blendOfSpan(i, weights)` makes of span i. Every evaluation of
+// this file goes through here.
 template <typename BlendOfSpan>
-inline Vec splineAt(const Vec* pts, size_t n, double t, BlendOfSpan blendOfSpan) {
-  if (n == 1 || t < 1e-7) return pts[0];
-  if (t > 0.9999999) return pts[n - 1];
+inline Vec splineAt(const Vec& first, const Vec& last, size_t n, double t, BlendOfSpan blendOfSpan) {
+  if (n == 1 || t < 1e-7) return first;
+  if (t > 0.9999999) return last;
   double s;
   const size_t i = spanAt(n, t, s);
   return blendOfSpan(i, SpanWeights(s));
@@ -111,7 +111,7 @@ inline void evalSpline(const Vec* pts, size_t n, double t, Vec& out) {
     out = Vec();
     return;
   }
-  out = splineAt(pts, n, t, [pts, n](size_t i, const SpanWeights& w) {
+  out = splineAt(pts[0], pts[n - 1], n, t, [pts, n](size_t i, const SpanWeights& w) {
     const Vec p0 = i == 0 ? phantom(pts[0], pts[1]) : pts[i - 1];
     const Vec& p1 = pts[i];
     const Vec& p2 = pts[i + 1];
@@ -191,19 +191,35 @@ const std::vector<LengthSample>& lengthPlan(size_t n) {
 // The points of a curve with a phantom before and after, so that span i blends points i to i + 3
 // of the row: the four points of a span sit side by side and need no selection. Plain numbers,
 // so that the buffer on the stack is not cleared first; a long curve's row is the thread's one
-// buffer, so one at a time. A curve of fewer than two points has no row and no spans.
+// buffer, so one at a time. The row is a copy: once made, the curve may be overwritten. A curve
+// of one point has no phantoms and no spans; an empty one has no row.
 class PhantomExtended {
  public:
   PhantomExtended(const Vec* pts, size_t n) : ext(stacked) {
-    if (n < 2) return;
+    if (n == 0) return;
     if (n + 2 > onStack) {
       thread_local std::vector<Point> heaped;
       heaped.resize(n + 2);
       ext = heaped.data();
     }
-    put(phantom(pts[0], pts[1]), ext[0]);
     for (size_t i = 0; i < n; ++i) put(pts[i], ext[i + 1]);
+    if (n < 2) return;
+    put(phantom(pts[0], pts[1]), ext[0]);
     put(phantom(pts[n - 1], pts[n - 2]), ext[n + 1]);
+  }
+
+  // Point i of the curve.
+  Vec point(size_t i) const { return Vec(ext[i + 1].x, ext[i + 1].y, ext[i + 1].z); }
+
+  // The lengths of the n - 1 segments of the curve into `seg`, and their sum, added from the tip
+  // down as SgCurve::cpolyLength adds them.
+  double segments(size_t n, double* seg) const {
+    double total = 0.0;
+    for (size_t i = n > 0 ? n - 1 : 0; i-- > 0;) {
+      seg[i] = (point(i + 1) - point(i)).length();
+      total += seg[i];
+    }
+    return total;
   }
 
   // evalSpline's blend of span `span`, x and y side by side; each weight in both lanes of a pair.
@@ -214,9 +230,9 @@ class PhantomExtended {
     return Vec(xy[0], xy[1], z);
   }
 
-  // evalSpline at t, to the bit, for the n points the row was made of.
-  Vec at(size_t n, double t, const Vec* pts) const {
-    return splineAt(pts, n, t, [this](size_t i, const SpanWeights& w) {
+  // evalSpline at t, to the bit, for the n > 0 points the row was made of.
+  Vec at(size_t n, double t) const {
+    return splineAt(point(0), point(n - 1), n, t, [this](size_t i, const SpanWeights& w) {
       return blend(i, Pair{w.w0, w.w0}, Pair{w.w1, w.w1}, Pair{w.w2, w.w2}, Pair{w.w3, w.w3});
     });
   }
@@ -360,22 +376,10 @@ void SgCurve::normalize(Points& pts) {
 
 namespace {
 
-// Working arrays of rebuild, kept per thread so that a steady stream of rebuilds allocates
-// nothing; one structure, so that a rebuild looks its thread's storage up once.
-struct RebuildScratch {
-  SgCurve::Points source;
-  std::vector<double> seg;
-};
-
-RebuildScratch& rebuildScratch() {
-  thread_local RebuildScratch scratch;
-  return scratch;
-}
-
-// rebuild writing straight into `out`, which must not be `source`.
-void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vector<double>& seg, int count,
-                 bool uniform, std::vector<float>* widths) {
-  const size_t n = source.size();
+// rebuild of the n points at `source` into `out`, which may be the vector that holds them: the
+// source is read into the row and the segment lengths before `out` is touched.
+void rebuildInto(SgCurve::Points& out, const Vec* source, size_t n, int count, bool uniform,
+                 std::vector<float>* widths) {
   if (n == 0) {
     out.clear();
     return;
@@ -390,21 +394,33 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
     return static_cast<float>(w[j] + f * (static_cast<double>(w[j1]) - w[j]));
   };
 
+  const PhantomExtended row(source, n);
+  // The segment lengths of a long curve go to the thread's one buffer, so that a steady stream
+  // of rebuilds allocates nothing.
+  constexpr size_t segmentsOnStack = 64;
+  double stacked[segmentsOnStack];
+  double* seg = stacked;
+  const size_t segCount = n - 1;
+  if (segCount > segmentsOnStack) {
+    thread_local std::vector<double> heaped;
+    heaped.resize(segCount);
+    seg = heaped.data();
+  }
+  const double total = row.segments(n, seg);
+
   out.resize(m);
-  const double total = SgCurve::cpolyLength(source, seg);
-  const PhantomExtended row(source.data(), n);
   if (uniform && total >= 1e-5) {
     const double step = total / toDouble(m - 1);
     double acc = 0.0;
     size_t j = 0;
     for (size_t k = 1; k + 1 < m; ++k) {
       acc += step;
-      while (acc > seg[j] && j + 1 < seg.size()) {
+      while (acc > seg[j] && j + 1 < segCount) {
         acc -= seg[j];
         ++j;
       }
       const double f = seg[j] > 0.0 ? std::min(1.0, acc / seg[j]) : 0.0;
-      out[k] = row.at(n, (toDouble(j) + f) / toDouble(n - 1), source.data());
+      out[k] = row.at(n, (toDouble(j) + f) / toDouble(n - 1));
       if (withWidths) newWidths[k] = blendWidth(j, f);
     }
   } else {
@@ -412,7 +428,7 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
     double t = 0.0;
     for (size_t k = 1; k + 1 < m; ++k) {
       t += dt;
-      out[k] = row.at(n, t, source.data());
+      out[k] = row.at(n, t);
       if (withWidths) {
         const double x = t * static_cast<double>(n - 1);
         size_t j = static_cast<size_t>(std::max(0.0, x));
@@ -422,8 +438,8 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
       }
     }
   }
-  out[0] = source[0];
-  out[m - 1] = source[n - 1];
+  out[0] = row.point(0);
+  out[m - 1] = row.point(n - 1);
   if (withWidths) {
     newWidths[0] = (*widths)[0];
     newWidths[m - 1] = (*widths)[n - 1];
@@ -435,19 +451,11 @@ void rebuildInto(SgCurve::Points& out, const SgCurve::Points& source, std::vecto
 
 void SgCurve::rebuild(Points& pts, int count, bool uniform, std::vector<float>* widths) {
   if (pts.empty()) return;
-  // The points become the source by a swap of buffers, and the result is written into the
-  // scratch buffer that was swapped in: no copy either way.
-  RebuildScratch& scratch = rebuildScratch();
-  scratch.source.swap(pts);
-  rebuildInto(pts, scratch.source, scratch.seg, count, uniform, widths);
+  rebuildInto(pts, pts.data(), pts.size(), count, uniform, widths);
 }
 
 void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform, std::vector<float>* widths) {
-  if (&pts == &source) {
-    rebuild(pts, count, uniform, widths);
-    return;
-  }
-  rebuildInto(pts, source, rebuildScratch().seg, count, uniform, widths);
+  rebuildInto(pts, source.data(), source.size(), count, uniform, widths);
 }
 
 void SgCurve::subdivide(Points& pts, int levels) {
