@@ -289,6 +289,15 @@ class RenderCallbacks : public ProceduralCallbacks {
       // blocks that the curves take as they are.
       float* at = run.floats.data();
       float* widthAt = at + runCVs * 3 * samples;
+      // A run that lies in the batch in order, with one sample, is already laid out so: its CVs
+      // and widths are copied a block each.
+      bool asBlocks = samples == 1;
+      for (size_t j = k + 1; asBlocks && j < end; ++j) asBlocks = order[j] == order[j - 1] + 1;
+      if (asBlocks) {
+        const size_t from = first[order[k]];
+        std::copy_n(points[0] + 3 * from, 3 * runCVs, at);
+        if (cvWidths) std::copy_n(cvWidths + from, runCVs, widthAt);
+      }
       for (size_t p = 0; k < end; ++k, ++p) {
         const unsigned i = order[k];
         const size_t n = stride[i];
@@ -298,13 +307,20 @@ class RenderCallbacks : public ProceduralCallbacks {
         out.numCVs = n;
         out.numSamples = samples;
         out.cvs = at;
-        for (const float* sample : points) {
-          std::copy_n(sample + 3 * first[i], 3 * n, at);
+        if (asBlocks) {
           at += 3 * n;
+        } else {
+          for (const float* sample : points) {
+            std::copy_n(sample + 3 * first[i], 3 * n, at);
+            at += 3 * n;
+          }
         }
         out.widths = widthAt;
-        for (size_t c = 0; c < n; ++c)
-          widthAt[c] = cvWidths ? cvWidths[first[i] + c] : primWidths ? primWidths[i] : constant;
+        if (cvWidths) {
+          if (!asBlocks) std::copy_n(cvWidths + first[i], n, widthAt);
+        } else {
+          std::fill_n(widthAt, n, primWidths ? primWidths[i] : constant);
+        }
         widthAt += n;
         if (instance) {
           out.u = us ? us[i] : 0.0f;

@@ -14,7 +14,7 @@ unsigned renderWorkers(int requested) {
   unsigned workers = requested > 0 ? static_cast<unsigned>(requested) : available;
   if (std::getenv("VORN_THREAD_LIMIT")) workers = std::min(workers, available);
   workers = std::max(workers, 1u);
-  if (workers > 1) VrTaskManager::setPatchMultithreading(true);
+  VrTaskManager::setPatchMultithreading(true);
   return workers;
 }
 

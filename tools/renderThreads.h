@@ -7,8 +7,8 @@
 namespace vorncli {
 
 /// Every core when `requested` is 0, else `requested`, capped by the library's thread count when
-/// VORN_THREAD_LIMIT is set; at least 1. Above 1 the render declares patch multithreading, as a
-/// host would, since the surface evaluators are read-only once built.
+/// VORN_THREAD_LIMIT is set; at least 1. Declares patch multithreading, as a host would, since
+/// the surface evaluators are read-only once built: even one worker then evaluates unlocked.
 unsigned renderWorkers(int requested);
 
 /// "2 threads", or "1 thread (serial)".

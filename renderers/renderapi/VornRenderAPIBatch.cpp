@@ -15,8 +15,8 @@ int checked(E key, int count, const char* enumName) {
   return -1;
 }
 
-template <class T>
-const T* dataOrNull(const std::vector<T>& values) {
+template <class T, class Allocator>
+const T* dataOrNull(const std::vector<T, Allocator>& values) {
   return values.empty() ? nullptr : values.data();
 }
 
@@ -48,7 +48,7 @@ void Batch::clear() {
   archiveHasBox.clear();
 }
 
-const std::vector<float>* BatchView::row2D(EVec3Array2DAttribute key, unsigned row) const {
+const Batch::Row* BatchView::row2D(EVec3Array2DAttribute key, unsigned row) const {
   const int index = checked(key, 2, "EVec3Array2DAttribute");
   if (index < 0) return nullptr;
   const auto& rows = index == 0 ? batch.points : batch.normals;
@@ -59,7 +59,7 @@ const std::vector<float>* BatchView::row2D(EVec3Array2DAttribute key, unsigned r
   return &rows[row];
 }
 
-const std::vector<float>* BatchView::row2D(EFloatArray2DAttribute key, unsigned row) const {
+const Batch::Row* BatchView::row2D(EFloatArray2DAttribute key, unsigned row) const {
   const int index = checked(key, 2, "EFloatArray2DAttribute");
   if (index < 0) return nullptr;
   const auto& rows = index == 0 ? batch.widths : batch.customFloats;
@@ -71,7 +71,7 @@ const std::vector<float>* BatchView::row2D(EFloatArray2DAttribute key, unsigned 
 }
 
 const float* BatchView::getVec3Array2D(EVec3Array2DAttribute key, unsigned row) const {
-  const std::vector<float>* values = row2D(key, row);
+  const Batch::Row* values = row2D(key, row);
   return values ? dataOrNull(*values) : nullptr;
 }
 
@@ -85,7 +85,7 @@ const int* BatchView::getIntArray2D(EIntArray2DAttribute key, unsigned row) cons
 }
 
 const float* BatchView::getFloatArray2D(EFloatArray2DAttribute key, unsigned row) const {
-  const std::vector<float>* values = row2D(key, row);
+  const Batch::Row* values = row2D(key, row);
   return values ? dataOrNull(*values) : nullptr;
 }
 
@@ -184,7 +184,7 @@ bool BatchView::getBool(EBoolAttribute key) const {
 }
 
 unsigned BatchView::getVec3Array2DSize(EVec3Array2DAttribute key, unsigned row) const {
-  const std::vector<float>* values = row2D(key, row);
+  const Batch::Row* values = row2D(key, row);
   return values ? static_cast<unsigned>(values->size() / 3) : 0;
 }
 
@@ -198,7 +198,7 @@ unsigned BatchView::getIntArray2DSize(EIntArray2DAttribute key, unsigned row) co
 }
 
 unsigned BatchView::getFloatArray2DSize(EFloatArray2DAttribute key, unsigned row) const {
-  const std::vector<float>* values = row2D(key, row);
+  const Batch::Row* values = row2D(key, row);
   return values ? static_cast<unsigned>(values->size()) : 0;
 }
 

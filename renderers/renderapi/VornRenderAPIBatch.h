@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/vrutilUninitialised.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 
 namespace VornRenderAPI {
@@ -17,15 +18,19 @@ struct Batch {
   static constexpr int StringChannels = 6;
   static constexpr int Vec3Channels = 17;
 
+  /// A per-CV row: it grows by a whole primitive at a time, written right after, so growing it
+  /// clears nothing.
+  using Row = vrutil::UninitialisedFloats;
+
   unsigned count = 0;                        ///< complete primitives in the batch
-  std::vector<std::vector<float>> points;    ///< per sample
-  std::vector<std::vector<float>> normals;   ///< per sample
-  std::vector<std::vector<float>> widths;    ///< per sample, one per CV
+  std::vector<Row> points;                   ///< per sample
+  std::vector<Row> normals;                  ///< per sample
+  std::vector<Row> widths;                   ///< per sample, one per CV
   std::vector<float> floats[FloatChannels];  ///< by PrimitiveCache::EFloatArrayAttribute
   std::vector<int> ints[IntChannels];        ///< by PrimitiveCache::EIntArrayAttribute
   std::vector<std::string> strings[StringChannels];
   std::vector<float> vec3s[Vec3Channels];        ///< by PrimitiveCache::EVec3ArrayAttribute
-  std::vector<std::vector<float>> customFloats;  ///< per custom channel
+  std::vector<Row> customFloats;                 ///< per custom channel
   std::vector<std::vector<int>> customInts;      ///< per custom channel
   std::vector<float> scratch;                    ///< per-CV work space of the emitting thread
   /// Per archive: the box of its files (6 doubles as `cachedBound` gives them) and whether it
@@ -97,8 +102,8 @@ class BatchView : public PrimitiveCache {
   bool cachedBound(unsigned prim, double bbox[6]) const override;
 
  private:
-  const std::vector<float>* row2D(EVec3Array2DAttribute key, unsigned row) const;
-  const std::vector<float>* row2D(EFloatArray2DAttribute key, unsigned row) const;
+  const Batch::Row* row2D(EVec3Array2DAttribute key, unsigned row) const;
+  const Batch::Row* row2D(EFloatArray2DAttribute key, unsigned row) const;
   /// The list behind a string channel: per primitive in the batch, per custom channel in the state.
   const std::vector<std::string>* strings(EStringArrayAttribute key) const;
 

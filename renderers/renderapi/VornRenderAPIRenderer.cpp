@@ -76,14 +76,15 @@ using F1 = PrimitiveCache::EFloatArrayAttribute;
 using I1 = PrimitiveCache::EIntArrayAttribute;
 using S1 = PrimitiveCache::EStringArrayAttribute;
 
-void push(std::vector<float>& out, const SgVec3T<double>& p) {
+template <typename Floats>
+void push(Floats& out, const SgVec3T<double>& p) {
   out.push_back(static_cast<float>(p.x));
   out.push_back(static_cast<float>(p.y));
   out.push_back(static_cast<float>(p.z));
 }
 
 // Appends `count` entries to the row and answers the first of them.
-float* grow(std::vector<float>& row, size_t count) {
+float* grow(Batch::Row& row, size_t count) {
   const size_t at = row.size();
   row.resize(at + count);
   return row.data() + at;
@@ -125,7 +126,7 @@ struct Hammer {
 // and its handles, about the new midpoint, by the width and depth factors.
 void pushControlPoints(Batch& batch, const VrPrimitiveContext& context, int sample, const Hammer& hammer) {
   const std::vector<SgVec3T<double>>& cvs = context.cGeom();
-  std::vector<float>& points = batch.points[static_cast<size_t>(sample)];
+  Batch::Row& points = batch.points[static_cast<size_t>(sample)];
   const SgVec3T<double> root = cvs.empty() ? SgVec3T<double>() : cvs[0];
   if (cvs.size() == VrCardPrimitive::NumControlPoints) {
     const double factors[] = {1.0, hammer.width, hammer.length, hammer.width, hammer.length};
@@ -141,7 +142,7 @@ void pushControlPoints(Batch& batch, const VrPrimitiveContext& context, int samp
   } else {
     for (const SgVec3T<double>& cv : cvs) push(points, cv);
   }
-  std::vector<float>& widths = batch.widths[static_cast<size_t>(sample)];
+  Batch::Row& widths = batch.widths[static_cast<size_t>(sample)];
   widths.insert(widths.end(), cvs.size(), static_cast<float>(context.cWidth() * hammer.width));
   if (sample == 0) ints(batch, I1::CVCount).push_back(static_cast<int>(cvs.size()));
 }
@@ -160,7 +161,7 @@ std::string archiveFilesOfKey(const VrArchivePrimitive& archive, int key) {
 void pushArchiveFrame(Batch& batch, const VrPrimitiveContext& context, int sample, const Hammer& hammer,
                       double archiveSize) {
   const std::vector<SgVec3T<double>>& cvs = context.cGeom();
-  std::vector<float>& points = batch.points[static_cast<size_t>(sample)];
+  Batch::Row& points = batch.points[static_cast<size_t>(sample)];
   if (cvs.size() < VrSpherePrimitive::NumControlPoints) {
     for (int k = 0; k < 4; ++k) push(points, SgVec3T<double>());
     return;
@@ -409,7 +410,7 @@ void Renderer::emitCustomChannels(Batch& batch, VrPrimitiveContext& context, dou
   batch.sizeCustoms(customChannels.size());
   for (size_t row = 0; row < customChannels.size(); ++row) {
     const CustomChannel& channel = customChannels[row];
-    std::vector<float>& floatsOut = batch.customFloats[row];
+    Batch::Row& floatsOut = batch.customFloats[row];
     if (!channel.perCV) {
       const SgVec3T<double> value = channel.expression->eval(u, v, face, patchName);
       if (channel.isInt) {
@@ -497,7 +498,7 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
                number(hammer.depth) + " taper " + number(hammer.taper));
 
   batch.sizeSamples(static_cast<unsigned>(sample + 1));
-  std::vector<float>& points = batch.points[static_cast<size_t>(sample)];
+  Batch::Row& points = batch.points[static_cast<size_t>(sample)];
   const std::vector<SgVec3T<double>>& cvs = context.cGeom();
   if (state.kind == BatchState::Kind::Spline) {
     const SgVec3T<double> root = cvs.empty() ? SgVec3T<double>() : cvs[0];
@@ -517,7 +518,7 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
     for (float w : widths) *width++ = static_cast<float>(w * hammer.width);
     if (splineContext && !flag(Flag::FaceCamera)) {
       // Ribbons: the normal of each CV is square to its segment and to the sideways direction.
-      std::vector<float>& normals = batch.normals[static_cast<size_t>(sample)];
+      Batch::Row& normals = batch.normals[static_cast<size_t>(sample)];
       const SgVec3T<double>& sideways = splineContext->widthVec();
       for (size_t i = 0; i < cvs.size(); ++i) {
         const SgVec3T<double> t =
