@@ -40,11 +40,14 @@ TEST(SgCurve, RebuildCountsEndsAndWidths) {
     EXPECT_FLOAT_EQ(widths[1], 2.0f);
     EXPECT_EQ(widths[2], 3.0f);
   }
-  Points p = line(20);
-  const Points source = p;
-  SgCurve::rebuild(p, 40, true);
-  ASSERT_EQ(p.size(), 40u);
-  for (size_t k = 0; k < p.size(); ++k) ASSERT_NEAR(p[k].x, 19.0 * k / 39.0, 1e-9) << k;
+  // Short curves are worked on the stack, long ones (past 64 segments) in the thread's buffers.
+  for (int n : {20, 100}) {
+    Points p = line(n);
+    SgCurve::rebuild(p, 2 * n, true);
+    ASSERT_EQ(p.size(), size_t(2 * n));
+    for (size_t k = 0; k < p.size(); ++k) ASSERT_NEAR(p[k].x, (n - 1.0) * k / (2 * n - 1.0), 1e-9) << n << " " << k;
+  }
+  const Points source = line(20);
 
   Points q;
   SgCurve::rebuild(q, source, 5, false);
@@ -54,7 +57,7 @@ TEST(SgCurve, RebuildCountsEndsAndWidths) {
 
 TEST(SgCurve, RebuildInPlaceAgreesWithRebuildFromASource) {
   // Evenly spaced points on a line stay on it evenly spaced, whichever form is called and
-  // however often in a row (the in-place form trades buffers with its working copy).
+  // however often in a row (the in-place form overwrites the points it reads).
   const Points bent = {Vec(0, 0, 0), Vec(1, 2, 0), Vec(3, 1, 0), Vec(4, 4, 1)};
   for (int round = 0; round < 3; ++round) {
     Points p = {Vec(0, 0, 0), Vec(0, 0, 1), Vec(0, 0, 2)};
