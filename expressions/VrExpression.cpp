@@ -330,6 +330,13 @@ void VrExpression::setThreadVariable(const std::string& name, const SgVec3T<doub
   vrexpr::setThreadCustomVariable(name, value);
 }
 void VrExpression::removeThreadVariable(const std::string& name) { vrexpr::removeThreadCustomVariable(name); }
+VrExpression::ThreadVariable::ThreadVariable(const std::string& name) : index(vrexpr::threadVariableSlot(name)) {}
+void VrExpression::setThreadVariable(const ThreadVariable& variable, double value) {
+  vrexpr::setThreadCustomVariable(variable.slot(), SgVec3T<double>(value, value, value));
+}
+void VrExpression::removeThreadVariable(const ThreadVariable& variable) {
+  vrexpr::removeThreadCustomVariable(variable.slot());
+}
 bool VrExpression::getCustomVariable(const std::string& name, SgVec3T<double>& value) {
   return vrexpr::getCustomVariable(name, value);
 }

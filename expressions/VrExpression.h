@@ -118,6 +118,20 @@ class VrExpression {
   static void setThreadVariable(const std::string& name, const SgVec3T<double>& value);
   /// Forgets the calling thread's own value; a process-wide value of the name stays.
   static void removeThreadVariable(const std::string& name);
+  /// A thread variable's name looked up once: a worker that sets it per primitive or per CV
+  /// through the handle touches no string.
+  class ThreadVariable {
+   public:
+    explicit ThreadVariable(const std::string& name);
+    /// The empty name, which no expression reads: a handle to be named later.
+    ThreadVariable() : ThreadVariable(std::string()) {}
+    int slot() const { return index; }
+
+   private:
+    int index;
+  };
+  static void setThreadVariable(const ThreadVariable& variable, double value);
+  static void removeThreadVariable(const ThreadVariable& variable);
   static bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
   static void removeCustomVariable(const std::string& name);
   static void removeAllCustomVariables();

@@ -184,33 +184,58 @@ class ColorVar : public ExprVarRef {
 };
 
 // Custom variables set on the calling thread. A worker that sets "t" per CV must not see
-// another worker's value, so a thread's own value wins over the process-wide one. A thread
-// holds a handful of them ("t", "clumpLength", an archive's few) and sets and reads them per
-// CV, so a short list searched in order serves them without hashing a name each time.
-class ThreadCustomValues {
+// another worker's value, so a thread's own value wins over the process-wide one. Each name is
+// given a slot once, process-wide; a thread keeps its values in a row by slot, so that a
+// variable set or read through its slot (per primitive, per CV) looks no name up.
+class ThreadVariableSlots {
  public:
-  SgVec3T<double>* find(const std::string& name) {
-    for (auto& entry : entries)
-      if (entry.first == name) return &entry.second;
-    return nullptr;
+  int slotOf(const std::string& name) {
+    std::lock_guard<std::mutex> lock(mutex);
+    return slots.emplace(name, static_cast<int>(slots.size())).first->second;
   }
-  void set(const std::string& name, const SgVec3T<double>& value) {
-    if (SgVec3T<double>* own = find(name))
-      *own = value;
-    else
-      entries.emplace_back(name, value);
-  }
-  void erase(const std::string& name) {
-    for (auto it = entries.begin(); it != entries.end(); ++it)
-      if (it->first == name) {
-        entries.erase(it);
-        return;
-      }
-  }
-  void clear() { entries.clear(); }
 
  private:
-  std::vector<std::pair<std::string, SgVec3T<double>>> entries;
+  std::mutex mutex;
+  std::unordered_map<std::string, int> slots;
+};
+
+ThreadVariableSlots& threadVariableSlots() {
+  static ThreadVariableSlots* slots = new ThreadVariableSlots;  // outlives every thread's use
+  return *slots;
+}
+
+class ThreadCustomValues {
+ public:
+  const SgVec3T<double>* find(int slot) const {
+    const size_t at = static_cast<size_t>(slot);
+    return at < values.size() && values[at].set ? &values[at].value : nullptr;
+  }
+  void set(int slot, const SgVec3T<double>& value) {
+    const size_t at = static_cast<size_t>(slot);
+    if (at >= values.size()) values.resize(at + 1);
+    values[at] = {value, true};
+  }
+  void erase(int slot) {
+    if (static_cast<size_t>(slot) < values.size()) values[static_cast<size_t>(slot)].set = false;
+  }
+  void clear() { values.clear(); }
+
+  // The slot of a name, from the names this thread has used: the process-wide table (and its
+  // lock) only for a name new to the thread. A thread uses a handful of names.
+  int slotOf(const std::string& name) {
+    for (const auto& known : names)
+      if (known.first == name) return known.second;
+    names.emplace_back(name, threadVariableSlots().slotOf(name));
+    return names.back().second;
+  }
+
+ private:
+  struct Value {
+    SgVec3T<double> value;
+    bool set = false;
+  };
+  std::vector<Value> values;
+  std::vector<std::pair<std::string, int>> names;
 };
 thread_local ThreadCustomValues threadCustomValues;
 
@@ -218,10 +243,10 @@ thread_local ThreadCustomValues threadCustomValues;
 // process-wide one (set by any thread, typically the main thread before parallel work).
 class CustomVar : public ExprVarRef {
  public:
-  CustomVar(std::string name, std::shared_ptr<SgVec3T<double>> value)
-      : ExprVarRef(vectorType()), name(std::move(name)), value(std::move(value)) {}
+  CustomVar(int slot, std::shared_ptr<SgVec3T<double>> value)
+      : ExprVarRef(vectorType()), slot(slot), value(std::move(value)) {}
   void eval(double* result) override {
-    const SgVec3T<double>* own = threadCustomValues.find(name);
+    const SgVec3T<double>* own = threadCustomValues.find(slot);
     const SgVec3T<double>& v = own ? *own : *value;
     result[0] = v.x;
     result[1] = v.y;
@@ -230,7 +255,7 @@ class CustomVar : public ExprVarRef {
   void eval(const char**) override {}
 
  private:
-  std::string name;
+  int slot;
   std::shared_ptr<SgVec3T<double>> value;
 };
 
@@ -379,11 +404,12 @@ KSeExpr::ExprVarRef* VrSeExpr::resolveVar(const std::string& name) const {
   if (found != table.end()) return found->second;
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
-  if (!custom.active.count(name) && !threadCustomValues.find(name)) return nullptr;
+  const int threadSlot = threadCustomValues.slotOf(name);
+  if (!custom.active.count(name) && !threadCustomValues.find(threadSlot)) return nullptr;
   auto& slot = custom.values[name];
   if (!slot) slot = std::make_shared<SgVec3T<double>>();
   auto& ref = custom.refs[name];
-  if (!ref) ref.reset(new CustomVar(name, slot));
+  if (!ref) ref.reset(new CustomVar(threadSlot, slot));
   return ref.get();
 }
 
@@ -439,7 +465,7 @@ std::string VrSeExpr::errorText() const {
 namespace vrexpr {
 
 void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
-  threadCustomValues.set(name, value);
+  threadCustomValues.set(threadCustomValues.slotOf(name), value);
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   auto& slot = custom.values[name];
@@ -450,14 +476,20 @@ void setCustomVariable(const std::string& name, const SgVec3T<double>& value) {
   custom.active.insert(name);
 }
 
+int threadVariableSlot(const std::string& name) { return threadCustomValues.slotOf(name); }
+
+void setThreadCustomVariable(int slot, const SgVec3T<double>& value) { threadCustomValues.set(slot, value); }
+
+void removeThreadCustomVariable(int slot) { threadCustomValues.erase(slot); }
+
 void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& value) {
-  threadCustomValues.set(name, value);
+  threadCustomValues.set(threadCustomValues.slotOf(name), value);
 }
 
-void removeThreadCustomVariable(const std::string& name) { threadCustomValues.erase(name); }
+void removeThreadCustomVariable(const std::string& name) { threadCustomValues.erase(threadCustomValues.slotOf(name)); }
 
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
-  if (const SgVec3T<double>* own = threadCustomValues.find(name)) {
+  if (const SgVec3T<double>* own = threadCustomValues.find(threadCustomValues.slotOf(name))) {
     value = *own;
     return true;
   }
@@ -469,7 +501,7 @@ bool getCustomVariable(const std::string& name, SgVec3T<double>& value) {
 }
 
 void removeCustomVariable(const std::string& name) {
-  threadCustomValues.erase(name);
+  threadCustomValues.erase(threadCustomValues.slotOf(name));
   CustomVariables& custom = customVariables();
   std::lock_guard<std::mutex> lock(custom.mutex);
   custom.active.erase(name);

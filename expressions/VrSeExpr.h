@@ -76,6 +76,11 @@ void setCustomVariable(const std::string& name, const SgVec3T<double>& value);
 /// worker changes per primitive or per CV, which no other thread may see.
 void setThreadCustomVariable(const std::string& name, const SgVec3T<double>& value);
 void removeThreadCustomVariable(const std::string& name);
+/// The slot of a thread variable's name, the same on every thread; setting a variable by its
+/// slot looks no name up.
+int threadVariableSlot(const std::string& name);
+void setThreadCustomVariable(int slot, const SgVec3T<double>& value);
+void removeThreadCustomVariable(int slot);
 bool getCustomVariable(const std::string& name, SgVec3T<double>& value);
 void removeCustomVariable(const std::string& name);
 void removeAllCustomVariables();

@@ -295,7 +295,7 @@ void VrClumpingFXModule::initDescription(VrPrimitive* owner) {
   VrFXModule::initDescription(owner);
   clearGuides();
   if (!isActive() || !owner) return;
-  idVariable = name() + "Id";
+  idVariable = VrExpression::ThreadVariable(name() + "Id");
   amountName = amountAttrName();
   guideName = guideAttrName();
   regionMapName = mapDirectory();
@@ -420,7 +420,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     clumpLength = c * m;
     asGrown = false;
   }
-  VrExpression::setThreadVariable("clumpLength", clumpLength);
+  VrExpression::setThreadVariable(vrFXClumpLengthVariable(), clumpLength);
   const size_t n = P.size();
   if (G.size() != n) {
     SgCurve::rebuild(G, static_cast<int>(n), true);
@@ -445,7 +445,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   if (copy != 0.0 || copyE.usesT || breaks.inUse()) {
     for (size_t i = 1; i < n; ++i) {
       if (copyE.usesT || copyVarE.usesT) {
-        VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
+        VrExpression::setThreadVariable(vrFXTVariable(), static_cast<double>(i) * h);
         if (copyE.usesT) copy = copyE.at(guide.u, guide.v, guide.face, guidePatch);
         if (copyVarE.usesT) copyVar = copyVarE.at(u, v, face, patchName);
       }
@@ -457,7 +457,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
       }
       P[i] = P[i] * (1.0 - a) + ((G[i] - G[0]) + P[0]) * a;
     }
-    VrExpression::removeThreadVariable("t");
+    VrExpression::removeThreadVariable(vrFXTVariable());
   }
   if (m < MaskEpsilon) return true;
 
@@ -506,7 +506,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
   bool shiftedBefore = false;  // the offset moved G[i - 1]
   for (size_t i = 1; i < n; ++i) {
     if (anyT) {
-      VrExpression::setThreadVariable("t", static_cast<double>(i) * h);
+      VrExpression::setThreadVariable(vrFXTVariable(), static_cast<double>(i) * h);
       if (clumpE.usesT) clump = clumpE.at(u, v, face, patchName);
       if (varE.usesT) variance = varE.at(u, v, face, patchName);
       if (curlE.usesT) curl = curlE.at(u, v, face, patchName) * 0.025;
@@ -547,7 +547,7 @@ bool VrClumpingFXModule::computeParallel(VrPrimitiveContext& context) {
     shiftedBefore = shifted;
     P[i] = G[i] + r;
   }
-  if (anyT) VrExpression::removeThreadVariable("t");
+  if (anyT) VrExpression::removeThreadVariable(vrFXTVariable());
   if (guideCopy) guideCopy->assign(G.begin(), G.end());
   return true;
 }

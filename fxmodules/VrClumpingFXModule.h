@@ -74,7 +74,8 @@ class VrClumpingFXModule : public VrFXModule, public VrClumpGuides {
   VrFXRamp clumpScale, copyScale, curlScale, offsetScale, flatnessScale, noiseScale;
   std::string pointDir, mapDir, controlMapDir;
   double guideLength = 1.0;  // `ptLength`
-  std::string idVariable, amountName, guideName;  // names fixed for a pass
+  VrExpression::ThreadVariable idVariable;  // fixed for a pass, as are the names
+  std::string amountName, guideName;
   std::string regionMapName;     // the map the region expression reads, fixed for a pass
   bool directRegionMap = false;  // workers read it without the expression
   unsigned regionPass = 0;       // counts passes, so a worker's reader is made anew for each

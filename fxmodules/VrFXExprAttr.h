@@ -24,6 +24,17 @@ struct VrFXLocation {
   const std::string* patchName;
 };
 
+/// The variables that modules set, as handles: "t", the parameter along the primitive, set per
+/// CV; "clumpLength", the length of the clump guide, set per primitive.
+inline const VrExpression::ThreadVariable& vrFXTVariable() {
+  static const VrExpression::ThreadVariable t("t");
+  return t;
+}
+inline const VrExpression::ThreadVariable& vrFXClumpLengthVariable() {
+  static const VrExpression::ThreadVariable clumpLength("clumpLength");
+  return clumpLength;
+}
+
 class VrFXExprAttr {
  public:
   /// `objectWord` is the module's type word: it seeds `rand` apart from other modules'.

@@ -184,7 +184,7 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
     for (size_t i = 1; i < n; ++i) {
       d += frame.steps[i - 1];
       if (magnitude.usesT) {
-        VrExpression::setThreadVariable("t", static_cast<double>(i) * h);  // no lock per CV
+        VrExpression::setThreadVariable(vrFXTVariable(), static_cast<double>(i) * h);  // no lock per CV
         a = std::max(magnitude.at(where), 0.0);
       }
       const double w = m * state->magnitudeScale[i] * a;
@@ -196,7 +196,7 @@ bool VrNoiseFXModule::computeParallel(VrPrimitiveContext& context) {
                                                               static_cast<float>(d1)});
       P[i] += frame.side[i] * d3 + frame.across[i] * d2 + frame.along(i) * d1;
     }
-    if (magnitude.usesT) VrExpression::removeThreadVariable("t");
+    if (magnitude.usesT) VrExpression::removeThreadVariable(vrFXTVariable());
     if (writing) bakeFiles.write(state->bake, context.id(), state->record);
   }
 

@@ -409,15 +409,20 @@ void VrArchivePrimitive::mkGeometryInParallel(VrPrimitiveContext& base, double u
   }
   const int face = context.cFaceId();
   const std::string* patchName = context.cPatch() ? &context.cPatch()->name() : nullptr;
-  VrExpression::setThreadVariable("aCount", static_cast<double>(archiveCount));
+  // The variables that an archive's expressions read, set per primitive.
+  static const struct {
+    VrExpression::ThreadVariable count{"aCount"}, archiveSize{"archiveSize"}, size{"aSize"}, index{"aIndex"},
+        lod{"aLOD"}, multiplier{"aMul"};
+  } variables;
+  VrExpression::setThreadVariable(variables.count, static_cast<double>(archiveCount));
   const double group = std::trunc(aIndexExpression.eval(u, v, face, patchName).x);
   const double lod = std::trunc(aLODExpression.eval(u, v, face, patchName).x);
   context.group = static_cast<uint32_t>(std::max(group, 0.0));
-  VrExpression::setThreadVariable("archiveSize", sizeOfArchive);
-  VrExpression::setThreadVariable("aSize", sizeOfArchive);
-  VrExpression::setThreadVariable("aIndex", group);
-  VrExpression::setThreadVariable("aLOD", lod);
-  VrExpression::setThreadVariable("aMul", keyMultiplier);
+  VrExpression::setThreadVariable(variables.archiveSize, sizeOfArchive);
+  VrExpression::setThreadVariable(variables.size, sizeOfArchive);
+  VrExpression::setThreadVariable(variables.index, group);
+  VrExpression::setThreadVariable(variables.lod, lod);
+  VrExpression::setThreadVariable(variables.multiplier, keyMultiplier);
   applyPerArchiveCustomExpressions(context, u, v);
 
   if (iMethod() == 1)

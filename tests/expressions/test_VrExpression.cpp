@@ -207,5 +207,22 @@ TEST(VrExpression, CustomVariablesSetOnAThreadStayWithIt) {
   worker.join();
   EXPECT_EQ(other, 20.0);
   EXPECT_EQ(e.eval(0.0, 0.0, 0).x, 10.0);  // the worker's value and its removal stay with it
+
+  // A handle made on one thread names the same variable on another, whose value stays its own.
+  VrExpression r("b", "Test", nullptr, "$r * 10", "float");
+  VrExpression::setCustomVariable("r", 1.0);
+  ASSERT_TRUE(r.isValid());
+  const VrExpression::ThreadVariable handle("r");
+  double set = 0.0, removed = 0.0;
+  std::thread handled([&] {
+    VrExpression::setThreadVariable(handle, 3.0);
+    set = r.eval(0.0, 0.0, 0).x;
+    VrExpression::removeThreadVariable(handle);
+    removed = r.eval(0.0, 0.0, 0).x;
+  });
+  handled.join();
+  EXPECT_EQ(set, 30.0);
+  EXPECT_EQ(removed, 10.0) << "without a value of its own a thread reads the process-wide one";
+  EXPECT_EQ(r.eval(0.0, 0.0, 0).x, 10.0);
   VrExpression::removeAllCustomVariables();
 }
