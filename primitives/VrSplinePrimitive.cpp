@@ -35,6 +35,7 @@ bool turnedBehind(const SgVec3T<double>& c, const SgVec3T<double>& W, const SgVe
 // Working arrays of a plain context, which has none of its own.
 struct Scratch {
   std::vector<double> positions, leanU, leanV;
+  std::vector<SgVec3T<double>> chain;
 };
 thread_local Scratch plainScratch;
 
@@ -313,7 +314,6 @@ void VrSplinePrimitive::mkGeometryInParallel(VrPrimitiveContext& context, double
     mkGeometryFromGuides(context, u, v);
   } else {
     mkGeometryFromAttrs(context, u, v);
-    SgCurve::rebuild(context.getGeom(), static_cast<int>(fxCVs), uniform, nullptr);
   }
   if (context.cullPrim()) return;
   shapeAttrs(context, u, v, context.lodAdjustment());
@@ -392,9 +392,9 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
   // Each segment leans relative to the frame the segment before it leaves, so the tail built
   // from the tip back and turned by each earlier segment equals the chain walked from the root
   // with the frame carried along; the chain is walked here.
-  std::vector<SgVec3T<double>>& geom = context.getGeom();
-  geom.clear();
-  geom.push_back(context.cP(u, v, false));
+  std::vector<SgVec3T<double>>& chain = spline ? spline->attrChain : plainScratch.chain;
+  chain.clear();
+  chain.push_back(context.cP(u, v, false));
   SgVec3T<double> N = context.cN(u, v, false);
   const unsigned segments = attrCVs - 1;
   // A segment that does not lean grows along the normal that it is handed and hands its own
@@ -413,19 +413,21 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
   }
   for (unsigned i = 0; i < segments; ++i) {
     const double share = (p[i + 1] - p[i]) * length;
-    const SgVec3T<double> root = geom.back();
+    const SgVec3T<double> root = chain.back();
     if (i >= plainTail) {
-      growAlongNormal(root, N, share, geom);
+      growAlongNormal(root, N, share, chain);
     } else if (i == 0) {
-      orient(root, N, U, V, tu, tv, tilt, about, share, geom, true);
+      orient(root, N, U, V, tu, tv, tilt, about, share, chain, true);
     } else {
-      orient(root, N, U, V, bu[i - 1], bv[i - 1], 0.0, 0.0, share, geom, false);
+      orient(root, N, U, V, bu[i - 1], bv[i - 1], 0.0, 0.0, share, chain, false);
     }
   }
   // A chain that never turns is a straight line, and so is its spline: it already has the
   // length asked for, and measuring it would only confirm that.
-  if (!turnsAnywhere(geom)) return;
-  SgCurve::setLength(geom, length, -1.0);
+  if (turnsAnywhere(chain)) SgCurve::setLength(chain, length, -1.0);
+  // Resampled into the geometry, which mostly keeps its size from the primitive before: the
+  // chain is built apart so that the geometry need not shrink to it and grow back.
+  SgCurve::rebuild(context.getGeom(), chain, static_cast<int>(fxCVs), uniform, nullptr);
 }
 
 void VrSplinePrimitive::mkGeometryFromGuides(VrPrimitiveContext& context, double u, double v) {

@@ -42,9 +42,10 @@ class VrSplinePrimitiveContext : public VrPrimitiveContext {
   bool breakActive = false;
   /// The active guide with the greatest weight while `breakActive`; -1 otherwise.
   int dominantGuide = -1;
-  /// Working arrays of the attribute shape (bend positions and leans), kept between primitives
-  /// so that building one allocates nothing.
+  /// Working arrays of the attribute shape (bend positions and leans, the chain of segments),
+  /// kept between primitives so that building one allocates nothing.
   std::vector<double> bendPositions, bendLeanU, bendLeanV;
+  std::vector<SgVec3T<double>> attrChain;
 
  protected:
   VrBasePrimitiveContext* cloneContextImp() const override { return new VrSplinePrimitiveContext(*this); }
@@ -83,7 +84,8 @@ class VrSplinePrimitive : public VrPrimitive {
   /// Width, taper and width vector from the attributes, the length from the CVs.
   void completeGivenGeometryInParallel(VrPrimitiveContext& context, double u, double v,
                                        double widthFactor) const override;
-  /// The shape from attributes: tip-first through `orient`, then scaled to the exact length.
+  /// The shape from attributes: a chain of segments through `orient`, scaled to the exact length
+  /// and resampled to `fxCVCount` CVs into the context's geometry.
   void mkGeometryFromAttrs(VrPrimitiveContext& context, double u, double v);
   /// The shape from the active guides: their offsets from the roots blended by weight; with
   /// "break" (a spline context's `breakActive`) the dominant guide takes over.
