@@ -22,7 +22,7 @@ const T* dataOrNull(const std::vector<T, Allocator>& values) {
 
 }  // namespace
 
-void Batch::sizeSamples(unsigned samples) {
+void Batch::growSamples(unsigned samples) {
   if (points.size() < samples) points.resize(samples);
   if (normals.size() < samples) normals.resize(samples);
   if (widths.size() < samples) widths.resize(samples);

@@ -38,12 +38,18 @@ struct Batch {
   std::vector<double> archiveBoxes;
   std::vector<unsigned char> archiveHasBox;
 
-  /// Makes room for `samples` motion samples (never shrinks).
-  void sizeSamples(unsigned samples);
+  /// Makes room for `samples` motion samples (never shrinks). Asked per primitive: the test is
+  /// inline, the growing is not.
+  void sizeSamples(unsigned samples) {
+    if (points.size() < samples || normals.size() < samples || widths.size() < samples) growSamples(samples);
+  }
   /// Makes `channels` rows in both custom tables (never shrinks).
   void sizeCustoms(size_t channels);
   /// Empties every array and sets the count to 0; the sample rows stay.
   void clear();
+
+ private:
+  void growSamples(unsigned samples);
 };
 
 /// What a batch view reports besides the arrays: set by the renderer when a description starts.
