@@ -406,10 +406,10 @@ KSeExpr::ExprVarRef* VrSeExpr::resolveVar(const std::string& name) const {
   std::lock_guard<std::mutex> lock(custom.mutex);
   const int threadSlot = threadCustomValues.slotOf(name);
   if (!custom.active.count(name) && !threadCustomValues.find(threadSlot)) return nullptr;
-  auto& slot = custom.values[name];
-  if (!slot) slot = std::make_shared<SgVec3T<double>>();
+  auto& shared = custom.values[name];
+  if (!shared) shared = std::make_shared<SgVec3T<double>>();
   auto& ref = custom.refs[name];
-  if (!ref) ref.reset(new CustomVar(threadSlot, slot));
+  if (!ref) ref.reset(new CustomVar(threadSlot, shared));
   return ref.get();
 }
 

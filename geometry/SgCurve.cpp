@@ -188,20 +188,48 @@ const std::vector<LengthSample>& lengthPlan(size_t n) {
   return plan;
 }
 
+// Room for `count` plain values, not cleared first: on the stack up to N, else in the thread's
+// one buffer for T and N, so one such array at a time.
+template <typename T, size_t N>
+class WorkArray {
+ public:
+  explicit WorkArray(size_t count) : values(stacked) {
+    if (count <= N) return;
+    thread_local std::vector<T> heaped;
+    heaped.resize(count);
+    values = heaped.data();
+  }
+  WorkArray(const WorkArray&) = delete;
+  WorkArray& operator=(const WorkArray&) = delete;
+  T& operator[](size_t i) { return values[i]; }
+  const T& operator[](size_t i) const { return values[i]; }
+  T* data() { return values; }
+  const T* data() const { return values; }
+
+ private:
+  T stacked[N];
+  T* values;
+};
+
+// The lengths of the n - 1 segments of n points into `seg`, and their sum, added from the tip
+// down.
+double segmentLengths(const Vec* pts, size_t n, double* seg) {
+  double total = 0.0;
+  for (size_t i = n > 0 ? n - 1 : 0; i-- > 0;) {
+    seg[i] = (pts[i + 1] - pts[i]).length();
+    total += seg[i];
+  }
+  return total;
+}
+
 // The points of a curve with a phantom before and after, so that span i blends points i to i + 3
-// of the row: the four points of a span sit side by side and need no selection. Plain numbers,
-// so that the buffer on the stack is not cleared first; a long curve's row is the thread's one
-// buffer, so one at a time. The row is a copy: once made, the curve may be overwritten. A curve
-// of one point has no phantoms and no spans; an empty one has no row.
+// of the row: the four points of a span sit side by side and need no selection. The row is a
+// copy: once made, the curve may be overwritten. A curve of one point has no phantoms and no
+// spans; an empty one has no row.
 class PhantomExtended {
  public:
-  PhantomExtended(const Vec* pts, size_t n) : ext(stacked) {
+  PhantomExtended(const Vec* pts, size_t n) : ext(n + 2) {
     if (n == 0) return;
-    if (n + 2 > onStack) {
-      thread_local std::vector<Point> heaped;
-      heaped.resize(n + 2);
-      ext = heaped.data();
-    }
     for (size_t i = 0; i < n; ++i) put(pts[i], ext[i + 1]);
     if (n < 2) return;
     put(phantom(pts[0], pts[1]), ext[0]);
@@ -211,20 +239,9 @@ class PhantomExtended {
   // Point i of the curve.
   Vec point(size_t i) const { return Vec(ext[i + 1].x, ext[i + 1].y, ext[i + 1].z); }
 
-  // The lengths of the n - 1 segments of the curve into `seg`, and their sum, added from the tip
-  // down as SgCurve::cpolyLength adds them.
-  double segments(size_t n, double* seg) const {
-    double total = 0.0;
-    for (size_t i = n > 0 ? n - 1 : 0; i-- > 0;) {
-      seg[i] = (point(i + 1) - point(i)).length();
-      total += seg[i];
-    }
-    return total;
-  }
-
   // evalSpline's blend of span `span`, x and y side by side; each weight in both lanes of a pair.
   Vec blend(size_t span, Pair w0, Pair w1, Pair w2, Pair w3) const {
-    const Point* p = ext + span;
+    const Point* p = ext.data() + span;
     const Pair xy = blendSpan(xyOf(p[0]), xyOf(p[1]), xyOf(p[2]), xyOf(p[3]), w0, w1, w2, w3);
     const double z = blendSpan(p[0].z, p[1].z, p[2].z, p[3].z, w0[0], w1[0], w2[0], w3[0]);
     return Vec(xy[0], xy[1], z);
@@ -241,12 +258,10 @@ class PhantomExtended {
   struct Point {
     double x, y, z;
   };
-  static constexpr size_t onStack = 66;
   static void put(const Vec& v, Point& to) { to = Point{v.x, v.y, v.z}; }
   static Pair xyOf(const Point& p) { return Pair{p.x, p.y}; }
 
-  Point stacked[onStack];
-  Point* ext;
+  WorkArray<Point, 66> ext;
 };
 
 }  // namespace
@@ -275,12 +290,7 @@ double SgCurve::length(const Points& pts) {
 double SgCurve::cpolyLength(const Points& pts, std::vector<double>& segLengths) {
   const size_t n = pts.size();
   segLengths.resize(n > 0 ? n - 1 : 0);
-  double total = 0.0;
-  for (size_t i = segLengths.size(); i-- > 0;) {
-    segLengths[i] = (pts[i + 1] - pts[i]).length();
-    total += segLengths[i];
-  }
-  return total;
+  return segmentLengths(pts.data(), n, segLengths.data());
 }
 
 void SgCurve::frame(const Points& pts, const Vec& tangent0, const Vec& normal0, Points& normals,
@@ -395,18 +405,9 @@ void rebuildInto(SgCurve::Points& out, const Vec* source, size_t n, int count, b
   };
 
   const PhantomExtended row(source, n);
-  // The segment lengths of a long curve go to the thread's one buffer, so that a steady stream
-  // of rebuilds allocates nothing.
-  constexpr size_t segmentsOnStack = 64;
-  double stacked[segmentsOnStack];
-  double* seg = stacked;
   const size_t segCount = n - 1;
-  if (segCount > segmentsOnStack) {
-    thread_local std::vector<double> heaped;
-    heaped.resize(segCount);
-    seg = heaped.data();
-  }
-  const double total = row.segments(n, seg);
+  WorkArray<double, 64> seg(segCount);
+  const double total = segmentLengths(source, n, seg.data());
 
   out.resize(m);
   if (uniform && total >= 1e-5) {
