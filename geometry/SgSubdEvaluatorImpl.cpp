@@ -408,6 +408,21 @@ void SgSubdEvaluatorImpl::findUniformBSplineFaces() {
   }
 }
 
+namespace {
+
+/// Derivatives with respect to the surface's (u, v) taken to the original face's through J.
+void mapDerivatives(const double Du[3], const double Dv[3], const double J[2][2], double dPdu[3],
+                    double dPdv[3]) {
+  for (int d = 0; d < 3; ++d) {
+    dPdu[d] = Du[d] * J[0][0] + Dv[d] * J[1][0];
+    dPdv[d] = Du[d] * J[0][1] + Dv[d] * J[1][1];
+  }
+}
+
+constexpr double identityJacobian[2][2] = {{1.0, 0.0}, {0.0, 1.0}};
+
+}  // namespace
+
 bool SgSubdEvaluatorImpl::evalOrig(int orig, double u, double v, double P[3], double dPdu[3],
                                    double dPdv[3]) const {
   int face;
@@ -415,10 +430,20 @@ bool SgSubdEvaluatorImpl::evalOrig(int orig, double u, double v, double P[3], do
   if (!origToSurface(orig, u, v, face, uv, J)) return false;
   double Du[3], Dv[3];
   evalSurface(face, uv, P, Du, Dv, nullptr, nullptr, nullptr);
-  for (int d = 0; d < 3; ++d) {
-    dPdu[d] = Du[d] * J[0][0] + Dv[d] * J[1][0];
-    dPdv[d] = Du[d] * J[0][1] + Dv[d] * J[1][1];
-  }
+  mapDerivatives(Du, Dv, J, dPdu, dPdv);
+  return true;
+}
+
+// A quad is its own parameter square. Its derivatives still go through the (identity) Jacobian,
+// as they do from evalOrig: multiplying by one and adding zero turns a -0 into +0, and both
+// routes must give the same bits.
+bool SgSubdEvaluatorImpl::evalQuad(int face, double u, double v, double P[3], double dPdu[3],
+                                   double dPdv[3]) const {
+  if (!surfaces[size_t(face)].IsValid()) return false;
+  const double uv[2] = {u, v};
+  double Du[3], Dv[3];
+  evalSurface(face, uv, P, Du, Dv, nullptr, nullptr, nullptr);
+  mapDerivatives(Du, Dv, identityJacobian, dPdu, dPdv);
   return true;
 }
 
@@ -436,7 +461,7 @@ bool SgSubdEvaluatorImpl::evalLogical(int face, double u, double v, double P[3],
                                       double dPdv[3]) const {
   if (face < 0 || face >= numLogicalFaces() || !inUnitRange(u) || !inUnitRange(v)) return false;
   const int n = origCount(face);
-  if (n == 1) return evalOrig(firstOrig(face), u, v, P, dPdu, dPdv);
+  if (n == 1) return evalQuad(face, u, v, P, dPdu, dPdv);
   int strip;
   double local;
   stripOf(n, u, strip, local);

@@ -125,6 +125,8 @@ class SgSubdEvaluatorImpl {
   void preparePatchPoints();
   void findUniformBSplineFaces();
   void computeLimitVerts();
+  /// evalOrig for a quad logical face, which is its own single original face; u, v already checked.
+  bool evalQuad(int face, double u, double v, double P[3], double dPdu[3], double dPdv[3]) const;
   bool evalSurface(int face, const double uv[2], double P[3], double Du[3], double Dv[3],
                    double Duu[3], double Duv[3], double Dvv[3]) const;
   /// Maps an original face and its (u, v) to the logical face's surface coordinates; J holds

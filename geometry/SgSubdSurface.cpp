@@ -90,7 +90,7 @@ int SgSubdSurface::cageFaceCount() const { return impl ? impl->cageFaceCount() :
 
 bool SgSubdSurface::eval(int face, double u, double v, SgVec3T<double>& P, SgVec3T<double>& dPdu,
                          SgVec3T<double>& dPdv) const {
-  double p[3] = {0, 0, 0}, du[3] = {0, 0, 0}, dv[3] = {0, 0, 0};
+  double p[3], du[3], dv[3];  // all written where the evaluation succeeds
   bool ok = false;
   if (impl)
     ok = impl->useLogicalIds() ? impl->evalLogical(face, u, v, p, du, dv)

@@ -55,6 +55,8 @@ void VrBasePrimitiveContext::Slot::square() {
 // and, across plain and displaced, the displacement moves nothing: the displaced point is then the
 // plain one plus signed zeros, which are the same bits wherever no coordinate is zero.
 bool VrBasePrimitiveContext::takeFromAnotherSlot(int index, double u, double v) {
+  // Most calls come at a new location, where no slot can answer.
+  if (evalU[0] != u && evalU[1] != u && evalU[2] != u && evalU[3] != u) return false;
   for (int other = 0; other < 4; ++other) {
     if (other == index || evalU[other] != u || evalV[other] != v) continue;
     if ((other & 1) != (index & 1) && patch->isReferenced()) continue;

@@ -7,33 +7,6 @@
 #include "geometry/SgCurve.h"
 #include "geometry/VrPatch.h"
 
-#include <typeinfo>
-
-namespace {
-
-// The active generator as a VrGenerator. The answer of a dynamic_cast depends only on the object
-// and its dynamic type, so each thread keeps its last answer for that pair and casts again only
-// when either changes: the cast compares type names across libraries, too slow once per primitive.
-const VrGenerator* asGenerator(const VrObject* object) {
-  if (!object) return nullptr;
-  struct Last {
-    const VrObject* object = nullptr;
-    const std::type_info* type = nullptr;
-    const VrGenerator* generator = nullptr;
-  };
-  thread_local Last last;
-  const std::type_info* type = &typeid(*object);
-  if (object != last.object || type != last.type) last = {object, type, dynamic_cast<const VrGenerator*>(object)};
-  return last.generator;
-}
-
-// The generator that says how the surface of `desc` is displaced, or null.
-const VrGenerator* activeGeneratorOf(const VrDescription* desc) {
-  return desc ? asGenerator(desc->activeGenerator()) : nullptr;
-}
-
-}  // namespace
-
 VrPrimitiveContext::VrPrimitiveContext(VrDescription* description) : VrBasePrimitiveContext(description) {}
 
 VrPrimitiveContext::~VrPrimitiveContext() = default;
@@ -78,9 +51,19 @@ double VrPrimitiveContext::cLength() {
 
 double VrPrimitiveContext::computeLength() { return SgCurve::length(cGeom()); }
 
+const VrGenerator* VrPrimitiveContext::displacingGenerator() const {
+  const VrDescription* desc = description();
+  const VrObject* object = desc ? desc->activeGenerator() : nullptr;
+  if (!object) return nullptr;
+  const std::type_info* type = &typeid(*object);
+  if (object != generatorCast.object || type != generatorCast.type)
+    generatorCast = {object, type, dynamic_cast<const VrGenerator*>(object)};
+  return generatorCast.generator;
+}
+
 bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {
   // The displaced surface: the active generator says how the surface is moved.
-  const VrGenerator* generator = activeGeneratorOf(description());
+  const VrGenerator* generator = displacingGenerator();
   Slot& s = slot(index);
   const bool ref = index == 2;
   if (!generator)
@@ -94,7 +77,7 @@ bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v)
 bool VrPrimitiveContext::displacementMovesNothing() const {
   const VrPatch* patch = cPatch();
   if (patch && patch->description() && patch->description()->flipNormals()) return false;
-  const VrGenerator* generator = activeGeneratorOf(description());
+  const VrGenerator* generator = displacingGenerator();
   if (!generator) return true;
   if (generator->vectorDisplacement()) return false;
   auto zero = [](const VrExpression& e) { return e.isFoldedConstant() && e.eval(0.0, 0.0, 0).x == 0.0; };

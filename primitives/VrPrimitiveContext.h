@@ -16,12 +16,15 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <unordered_map>
 #include <vector>
 
 class VrFXModule;
 class VrFXModuleContext;
+class VrGenerator;
 class VrGeneratorContext;
+class VrObject;
 
 class VrPrimitiveContext : public VrBasePrimitiveContext {
  public:
@@ -135,6 +138,16 @@ class VrPrimitiveContext : public VrBasePrimitiveContext {
     const VrFXModule* module = nullptr;
     std::unique_ptr<VrFXModuleContext> record;
   };
+  // The description's active generator as a VrGenerator. The answer of a dynamic_cast depends
+  // only on the object and its dynamic type, so the context keeps its last answer for that pair
+  // and casts again only when either changes: the cast compares type names across libraries,
+  // too slow once per primitive.
+  struct GeneratorCast {
+    const VrObject* object = nullptr;
+    const std::type_info* type = nullptr;
+    const VrGenerator* generator = nullptr;
+  };
+  const VrGenerator* displacingGenerator() const;
 
   double length = 1.0;
   double width = 1.0;
@@ -146,4 +159,5 @@ class VrPrimitiveContext : public VrBasePrimitiveContext {
   VrDict<std::vector<SgVec3T<double>>> pipe;
   std::vector<ModuleRecord> moduleRecords;
   VrGeneratorContext* generatorRecord = nullptr;
+  mutable GeneratorCast generatorCast;
 };
