@@ -67,18 +67,17 @@ bool VrAtomicFile::appendFrom(int fd, uint64_t offset, uint64_t bytes) {
     left -= static_cast<uint64_t>(got);
   }
   stream.seekp(to);
+  appended += static_cast<std::streamoff>(bytes);
   return ok();
 }
 
 void VrAtomicFile::writeBehind() {
   constexpr std::streamoff step = 2 << 20;
-  if (!stream.is_open()) return;
-  const std::streamoff written = stream.tellp();
-  if (written < handedOver + step) return;
+  if (!stream.is_open() || appended < handedOver + step) return;
   if (!openSyncHandle()) return;
   stream.flush();
-  ::sync_file_range(syncHandle, handedOver, written - handedOver, SYNC_FILE_RANGE_WRITE);
-  handedOver = written;
+  ::sync_file_range(syncHandle, handedOver, appended - handedOver, SYNC_FILE_RANGE_WRITE);
+  handedOver = appended;
 }
 
 bool VrAtomicFile::commit() {

@@ -24,8 +24,7 @@ bool VrAbcOgawaWriter::open(const std::string& path, std::string& error) {
 
 bool VrAbcOgawaWriter::put(const void* data, uint64_t size) {
   if (!file || failed) return false;
-  if (size) file->out().write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
-  if (!file->out()) {
+  if (!file->write(data, size)) {
     failed = true;
     return false;
   }

@@ -21,7 +21,7 @@ void VrTextOutput::encode(const std::string& patch, const VrOutputPrimitive* pri
 
 bool VrTextOutput::writeEncoded(const std::string&, const VrOutputPrimitive*, size_t, const std::string& bytes) {
   if (!file) return false;
-  file->out().write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  file->write(bytes.data(), bytes.size());
   file->writeBehind();
   return file->ok() || fail("cannot be written");
 }

@@ -14,7 +14,7 @@ VrParticleSink::VrParticleSink(const std::string& path) : file(path), buffer(Buf
 
 void VrParticleSink::drain() {
   if (good && used)
-    good = static_cast<bool>(file.out().write(reinterpret_cast<const char*>(buffer.data()), static_cast<std::streamsize>(used)));
+    good = file.write(buffer.data(), used);
   used = 0;
   file.writeBehind();
 }

@@ -147,7 +147,7 @@ bool VrParticleStream::writeDeflatedPieces() {
       pieces.pop_front();
     }
     if (piece->state == Piece::Failed) return failWith("cannot compress the particles");
-    if (!file.out().write(piece->packed.data(), static_cast<std::streamsize>(piece->packed.size())))
+    if (!file.write(piece->packed.data(), piece->packed.size()))
       return failWith("cannot write the file");
     bodyCrc = static_cast<uint32_t>(crc32_combine(bodyCrc, piece->crc, static_cast<z_off_t>(piece->raw.size())));
     bodySize += piece->raw.size();
@@ -160,7 +160,7 @@ bool VrParticleStream::append(const std::string& encoded, size_t count) {
   if (!ok()) return false;
   particles += count;
   if (!gzip()) {
-    if (!file.out().write(encoded.data(), static_cast<std::streamsize>(encoded.size())))
+    if (!file.write(encoded.data(), encoded.size()))
       return failWith("cannot write the file");
     bodySize += encoded.size();
     file.writeBehind();

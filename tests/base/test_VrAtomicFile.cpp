@@ -51,7 +51,7 @@ TEST(VrAtomicFile, CommitReplacesTheOldFileAndLeavesNoTemporary) {
   for (bool keep : {false, true}) {
     VrAtomicFile big(dir.file("out.txt"));
     for (int i = 0; i < 12; ++i) {
-      big.out() << block;
+      big.write(block.data(), block.size());
       big.writeBehind();
     }
     EXPECT_EQ(vrtest::readText(dir.file("out.txt")), "new");
