@@ -53,12 +53,7 @@ double VrPrimitiveContext::computeLength() { return SgCurve::length(cGeom()); }
 
 const VrGenerator* VrPrimitiveContext::displacingGenerator() const {
   const VrDescription* desc = description();
-  const VrObject* object = desc ? desc->activeGenerator() : nullptr;
-  if (!object) return nullptr;
-  const std::type_info* type = &typeid(*object);
-  if (object != generatorCast.object || type != generatorCast.type)
-    generatorCast = {object, type, dynamic_cast<const VrGenerator*>(object)};
-  return generatorCast.generator;
+  return desc ? generatorCast(desc->activeGenerator()) : nullptr;
 }
 
 bool VrPrimitiveContext::evalGeomWithDisplacement(int index, double u, double v) {

@@ -11,12 +11,12 @@
 // module records are, and a clone copies them.
 
 #include "base/VrDict.h"
+#include "base/VrExactCast.h"
 #include "primitives/VrBasePrimitiveContext.h"
 
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <typeinfo>
 #include <unordered_map>
 #include <vector>
 
@@ -24,7 +24,6 @@ class VrFXModule;
 class VrFXModuleContext;
 class VrGenerator;
 class VrGeneratorContext;
-class VrObject;
 
 class VrPrimitiveContext : public VrBasePrimitiveContext {
  public:
@@ -138,15 +137,7 @@ class VrPrimitiveContext : public VrBasePrimitiveContext {
     const VrFXModule* module = nullptr;
     std::unique_ptr<VrFXModuleContext> record;
   };
-  // The description's active generator as a VrGenerator. The answer of a dynamic_cast depends
-  // only on the object and its dynamic type, so the context keeps its last answer for that pair
-  // and casts again only when either changes: the cast compares type names across libraries,
-  // too slow once per primitive.
-  struct GeneratorCast {
-    const VrObject* object = nullptr;
-    const std::type_info* type = nullptr;
-    const VrGenerator* generator = nullptr;
-  };
+  // The description's active generator as a VrGenerator, or null.
   const VrGenerator* displacingGenerator() const;
 
   double length = 1.0;
@@ -159,5 +150,5 @@ class VrPrimitiveContext : public VrBasePrimitiveContext {
   VrDict<std::vector<SgVec3T<double>>> pipe;
   std::vector<ModuleRecord> moduleRecords;
   VrGeneratorContext* generatorRecord = nullptr;
-  mutable GeneratorCast generatorCast;
+  mutable VrRememberedCast<const VrGenerator> generatorCast;
 };

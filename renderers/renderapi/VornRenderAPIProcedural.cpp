@@ -246,7 +246,8 @@ Procedural::Procedural(const Procedural& patch, int face, ProceduralCallbacks* c
       key(patch.key),
       patchName(patch.patchName),
       temporary(patch.temporary),
-      casts(patch.casts) {
+      rendererCast(patch.rendererCast),
+      ownCast(patch.ownCast) {
   VR_DEBUG(3, vrmsg::CatRender, "Creating face procedural: " + patchName + "[" + std::to_string(face) + "]");
   if (!patch.collectionName.empty() &&
       !(callbackObject && callbackObject->getBool(Callbacks::EBoolAttribute::DontReleaseCollection))) {
@@ -539,19 +540,9 @@ Description* Procedural::descriptionView() {
   return view.get();
 }
 
-VrRenderer* Procedural::renderer() const {
-  VrObject* active = desc ? desc->activeRenderer() : nullptr;
-  if (!active) return nullptr;
-  if (active != casts.from || typeid(*active) != *casts.type) {
-    casts.from = active;
-    casts.type = &typeid(*active);
-    casts.renderer = dynamic_cast<VrRenderer*>(active);
-    casts.own = dynamic_cast<Renderer*>(casts.renderer);
-  }
-  return casts.renderer;
-}
+VrRenderer* Procedural::renderer() const { return desc ? rendererCast(desc->activeRenderer()) : nullptr; }
 
-Renderer* Procedural::ownRenderer() const { return renderer() ? casts.own : nullptr; }
+Renderer* Procedural::ownRenderer() const { return ownCast(renderer()); }
 
 double Procedural::padding() const {
   double bound = 0.0;

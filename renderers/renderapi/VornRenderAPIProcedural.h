@@ -9,9 +9,9 @@
 
 #include <memory>
 #include <string>
-#include <typeinfo>
 #include <vector>
 
+#include "base/VrExactCast.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 
 class VrDescription;
@@ -96,15 +96,9 @@ class Procedural {
   bool temporary = false;  // batch or shutter mode: the collection goes with its last user
   size_t cursor = 0;       // next face of `nextFace`
   std::unique_ptr<Description> view;
-  // The active renderer cast to VrRenderer and to Renderer, cast again only when the description's
-  // active renderer is another object or of another type: every face asks for it several times.
-  struct RendererCasts {
-    const VrObject* from = nullptr;
-    const std::type_info* type = nullptr;
-    VrRenderer* renderer = nullptr;
-    Renderer* own = nullptr;
-  };
-  mutable RendererCasts casts;
+  // The active renderer cast to VrRenderer and to Renderer: every face asks for it several times.
+  mutable VrRememberedCast<VrRenderer> rendererCast;
+  mutable VrRememberedCast<Renderer> ownCast;
 };
 
 }  // namespace VornRenderAPI
