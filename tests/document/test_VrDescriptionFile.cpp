@@ -70,8 +70,7 @@ TEST(VrDescriptionFile, NameCollisionsRenameOrReplace) {
     std::istringstream in(text);
     return VrImportDescription(target.get(), in, replace);
   };
-  VrDescription* first = import(false);
-  ASSERT_NE(first, nullptr);
+  ASSERT_NE(import(false), nullptr);
   VrDescription* second = import(false);
   ASSERT_NE(second, nullptr);
   EXPECT_EQ(second->name(), "brows1");

@@ -118,16 +118,14 @@ TEST(AtomicSaveKill, CollectionSaveKilledLeavesTheOldFile) {
   ASSERT_NE(at, std::string::npos);
   text.replace(at, groom.size(), "\tgroom\t\t\t" + std::string(8 << 20, 'g') + "\n");
   const std::string reference = dir.write("reference.vorn", text);
-  const std::vector<std::string> edit = {"set", reference, "length", "0.5", "hair", "SplinePrimitive"};
   const vrtest::CommandResult done = vrtest::vorn("set " + vrtest::shellWord(reference) + " length 0.5 hair SplinePrimitive");
   ASSERT_EQ(done.exitCode, 0) << done.output;
   const long long finalSize = sizeOf(reference);
   ASSERT_GT(finalSize, 8 << 20);
 
   const std::string target = dir.file("head.vorn");
-  std::vector<std::string> args = edit;
-  args[1] = target;
-  killAtEveryPoint(args, target, text, finalSize);
+  killAtEveryPoint({"set", target, "length", "0.5", "hair", "SplinePrimitive"}, target, text,
+                   finalSize);
 }
 
 TEST(AtomicSaveKill, RenderOutputKilledLeavesTheOldFile) {
@@ -139,17 +137,15 @@ TEST(AtomicSaveKill, RenderOutputKilledLeavesTheOldFile) {
   ASSERT_NE(at, std::string::npos);
   text.replace(at, from.size(), "density\t\t\t8000.0");
   const std::string collection = dir.write("head.vorn", text);
-  const auto renderTo = [&](const std::string& out) {
-    return std::vector<std::string>{"render", collection, "--geom", example + "head.abc", "--frame", "1", "-o", out};
-  };
-  const std::string reference = dir.file("reference.jsonl");
+  const std::string geometry = example + "head.abc", reference = dir.file("reference.jsonl");
   const vrtest::CommandResult done =
-      vrtest::runCommand(vrtest::vornCli() + " render " + vrtest::shellWord(collection) + " --geom " +
-                         vrtest::shellWord(example + "head.abc") + " --frame 1 -o " + vrtest::shellWord(reference));
+      vrtest::vorn("render " + vrtest::shellWord(collection) + " --geom " +
+                   vrtest::shellWord(geometry) + " --frame 1 -o " + vrtest::shellWord(reference));
   ASSERT_EQ(done.exitCode, 0) << done.output;
   const long long finalSize = sizeOf(reference);
   ASSERT_GT(finalSize, 1 << 19);
 
   const std::string target = dir.file("hair.jsonl");
-  killAtEveryPoint(renderTo(target), target, "{\"an\": \"older render\"}\n", finalSize);
+  killAtEveryPoint({"render", collection, "--geom", geometry, "--frame", "1", "-o", target}, target,
+                   "{\"an\": \"older render\"}\n", finalSize);
 }

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -187,18 +186,14 @@ TEST(VornCliApi, EveryFacadeFunctionIsCallable) {
   // arguments it is refused for its argument count, never as an unknown name.
   std::ifstream header(std::string(VORN_SOURCE_DIR) + "/document/vrapi.h");
   ASSERT_TRUE(header);
-  // A declaration line: a return type word at the start of the line, blanks, then name + '('.
-  const auto declaredName = [](const std::string& line) -> std::string {
-    size_t at = 0;
-    while (at < line.size() && (std::isalpha(static_cast<unsigned char>(line[at])) ||
-                                std::strchr("_:<>", line[at])))
-      ++at;
-    const size_t typeEnd = at;
-    while (at < line.size() && std::isspace(static_cast<unsigned char>(line[at]))) ++at;
-    if (typeEnd == 0 || at == typeEnd) return {};
-    const size_t nameBegin = at;
-    while (at < line.size() && (std::isalnum(static_cast<unsigned char>(line[at])) || line[at] == '_')) ++at;
-    return at > nameBegin && at < line.size() && line[at] == '(' ? line.substr(nameBegin, at - nameBegin) : "";
+  // A declaration line starts with its return type; the name stands right before the '('.
+  const auto word = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; };
+  const auto declaredName = [&](const std::string& line) -> std::string {
+    const size_t paren = line.find('(');
+    if (paren == std::string::npos || !std::isalpha(static_cast<unsigned char>(line[0]))) return {};
+    size_t begin = paren;
+    while (begin > 0 && word(line[begin - 1])) --begin;
+    return line.substr(begin, paren - begin);
   };
   std::set<std::string> names;
   std::string line;

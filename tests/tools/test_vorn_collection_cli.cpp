@@ -127,7 +127,6 @@ TEST(VornCliSet, SetThenGetRoundTripsThroughAnOutputFile) {
     EXPECT_EQ(vorn("ls " + q(out)).output, hairsListing);  // nothing else moved
   }
   EXPECT_EQ(readText(hairsFile), original);
-  EXPECT_EQ(vorn("get " + q(hairsFile) + " magnitude one Noise").output, "0.2\n");
 }
 
 TEST(VornCliSet, RenamingADescriptionTakesItsPatchesAlong) {
@@ -195,7 +194,6 @@ TEST(VornCliResave, OutputReadsBackWithTheSameLayout) {
   for (const std::string& source : {hairsFile, groomFile}) {
     const std::string out = dir.file("resaved.vorn");
     ASSERT_TRUE(ran(vorn("resave " + q(source) + " " + q(out)), 0, ""));
-    EXPECT_EQ(vorn("check " + q(out)).exitCode, 0);
     const auto before = vorn("ls " + q(source));
     EXPECT_TRUE(ran(vorn("ls " + q(out)), 0, before.output)) << source;
     // A second generation is the same again.

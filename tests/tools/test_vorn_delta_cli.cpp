@@ -12,8 +12,6 @@
 
 using vrtest::ran;
 using vrtest::ranWith;
-using vrtest::runCommand;
-using vrtest::vornCli;
 
 namespace {
 

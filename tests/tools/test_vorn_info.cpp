@@ -6,7 +6,6 @@
 
 #include <filesystem>
 
-using vrtest::ran;
 using vrtest::ranWith;
 using vrtest::runCommand;
 using vrtest::vornCli;

@@ -15,9 +15,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 #include <fstream>
