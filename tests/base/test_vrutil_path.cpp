@@ -27,26 +27,15 @@ TEST(VrutilPath, ValidPathAddsOneSlashUnlessTheTextEndsInASeparatorOrBrace) {
   EXPECT_EQ(validPath(""), "");
   EXPECT_EQ(validPath(" \t "), "");
 
-  EXPECT_TRUE(validDirPath("/data/"));
-  EXPECT_TRUE(validDirPath(" C:\\data\\ "));
-  EXPECT_FALSE(validDirPath("/data"));
-  EXPECT_FALSE(validDirPath("${DESC}"));
-  EXPECT_FALSE(validDirPath("  "));
+  for (const char* dir : {"/data/", " C:\\data\\ "}) EXPECT_TRUE(validDirPath(dir)) << dir;
+  for (const char* other : {"/data", "${DESC}", "  "}) EXPECT_FALSE(validDirPath(other)) << other;
 }
 
 TEST(VrutilPath, IsAbsolutePathIgnoresASingleLeadingSlashOnLongerTexts) {
-  EXPECT_TRUE(isAbsolutePath("C:\\maps"));
-  EXPECT_TRUE(isAbsolutePath("c:/maps"));
-  EXPECT_TRUE(isAbsolutePath("\\\\server\\share"));
-  EXPECT_TRUE(isAbsolutePath("//server/share"));
-  EXPECT_FALSE(isAbsolutePath("/usr/maps"));
-  EXPECT_FALSE(isAbsolutePath("C:maps"));
-  EXPECT_FALSE(isAbsolutePath("maps/a.ptx"));
-  EXPECT_TRUE(isAbsolutePath("/a"));
-  EXPECT_TRUE(isAbsolutePath("/"));
-  EXPECT_FALSE(isAbsolutePath("ab"));
-  EXPECT_FALSE(isAbsolutePath("a"));
-  EXPECT_FALSE(isAbsolutePath(""));
+  for (const char* yes : {"C:\\maps", "c:/maps", "\\\\server\\share", "//server/share", "/a", "/"})
+    EXPECT_TRUE(isAbsolutePath(yes)) << yes;
+  for (const char* no : {"/usr/maps", "C:maps", "maps/a.ptx", "ab", "a", ""})
+    EXPECT_FALSE(isAbsolutePath(no)) << no;
 }
 
 TEST(VrutilPath, FileCleanupExpandsEscapesAndCollapses) {

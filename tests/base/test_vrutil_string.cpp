@@ -35,14 +35,10 @@ TEST(VrutilString, SafeGetlineAcceptsAllThreeLineEnds) {
 }
 
 TEST(VrutilString, ArrayIndex) {
-  EXPECT_EQ(arrayindex("archive_vector_size[3]"), 3);
-  EXPECT_EQ(arrayindex("a[12]b[7]"), 12);
-  EXPECT_EQ(arrayindex("a[0]"), 0);
-  EXPECT_EQ(arrayindex("a[-4]"), 0);
-  EXPECT_EQ(arrayindex("a[x]"), 0);
-  EXPECT_EQ(arrayindex("a"), -1);
-  EXPECT_EQ(arrayindex("a[5"), -1);
-  EXPECT_EQ(arrayindex("a5]"), -1);
+  const std::pair<const char*, int> cases[] = {{"archive_vector_size[3]", 3}, {"a[12]b[7]", 12},
+                                               {"a[0]", 0}, {"a[-4]", 0}, {"a[x]", 0},
+                                               {"a", -1}, {"a[5", -1}, {"a5]", -1}};
+  for (const auto& [text, index] : cases) EXPECT_EQ(arrayindex(text), index) << text;
 }
 
 TEST(VrutilString, BaseFileName) {

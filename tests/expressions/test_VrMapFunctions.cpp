@@ -11,6 +11,7 @@
 #include "geometry/VrNurbsPatch.h"
 #include "io/ptex/VrPtexWriter.h"
 #include "support/CaptureLogger.h"
+#include "support/ExpectNear.h"
 #include "support/GridSurface.h"
 #include "support/PatchScene.h"
 #include "support/TempDir.h"
@@ -154,10 +155,8 @@ TEST(VrMapFunctions, EdgeCasesOfTheLookup) {
       {"triplanar(\"tri.ptx\", [1, 0, 1])", "body", 5, 0.6, 0.3, Vec(f, f, f)},
   };
   for (const Case& c : cases) {
-    const Vec got = scene.eval(c.text, c.patch, c.face, c.u, c.v);
-    EXPECT_NEAR(got.x, c.expected.x, 1e-6) << c.text << " on " << c.patch;
-    EXPECT_NEAR(got.y, c.expected.y, 1e-6) << c.text << " on " << c.patch;
-    EXPECT_NEAR(got.z, c.expected.z, 1e-6) << c.text << " on " << c.patch;
+    SCOPED_TRACE(std::string(c.text) + " on " + c.patch);
+    vrtest::expectNear(scene.eval(c.text, c.patch, c.face, c.u, c.v), c.expected, 1e-6);
   }
   // A scalar attribute takes x.
   EXPECT_EQ(scene.eval("map(\"maps/\")", "body", 3, 0.6, 0.7, "float").x, 312.0);

@@ -28,7 +28,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <string>
 #include <tuple>
@@ -194,7 +193,6 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
     const char* name;
     unsigned id;  // region id of every face
     const char* clump;
-    const char* clumpScale;
     const char* flatness;
     const char* twist;           // an older file's twist, in half turns; null: none
     const char* controlMask;     // null: control maps off
@@ -204,15 +202,14 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
     double kept;  // PartWayToGuide: the share of the offset from the guide that stays
   };
   const Case cases[] = {
-      {"id 0 leaves the primitive alone", 0, "1.0", "rampUI(0,1,1)", "0.0", nullptr, nullptr, 0, Unchanged, 0, 0},
-      {"a guide id beyond the file", 2, "1.0", "rampUI(0,1,1)", "0.0", nullptr, nullptr, 0, Unchanged, 1, 0},
-      {"clump 1 at scale 1", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, nullptr, 0, OnGuide, 0, 0},
-      {"flatness 1", 1, "0.0", "rampUI(0,1,1)", "1.0", nullptr, nullptr, 0, FlatAlongB, 0, 0},
-      {"half a turn of twist flattens along A", 1, "0.0", "rampUI(0,1,1)", "1.0", "0.5", nullptr, 0, FlatAlongA, 0, 0},
-      {"a control map of 0.2 keeps 0.8", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, "1.0", 51, PartWayToGuide, 0, 0.8},
-      {"a control mask of 0.5 on a full map", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, "0.5", 255, PartWayToGuide, 0,
-       0.5},
-      {"a control mask of 0 keeps all", 1, "1.0", "rampUI(0,1,1)", "0.0", nullptr, "0.0", 255, PartWayToGuide, 0, 1},
+      {"id 0 leaves the primitive alone", 0, "1.0", "0.0", nullptr, nullptr, 0, Unchanged, 0, 0},
+      {"a guide id beyond the file", 2, "1.0", "0.0", nullptr, nullptr, 0, Unchanged, 1, 0},
+      {"clump 1 at scale 1", 1, "1.0", "0.0", nullptr, nullptr, 0, OnGuide, 0, 0},
+      {"flatness 1", 1, "0.0", "1.0", nullptr, nullptr, 0, FlatAlongB, 0, 0},
+      {"half a turn of twist: flat along A", 1, "0.0", "1.0", "0.5", nullptr, 0, FlatAlongA, 0, 0},
+      {"control map 0.2 keeps 0.8", 1, "1.0", "0.0", nullptr, "1.0", 51, PartWayToGuide, 0, 0.8},
+      {"control mask 0.5, full map", 1, "1.0", "0.0", nullptr, "0.5", 255, PartWayToGuide, 0, 0.5},
+      {"control mask 0 keeps all", 1, "1.0", "0.0", nullptr, "0.0", 255, PartWayToGuide, 0, 1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -221,7 +218,7 @@ TEST(VrClumpingFXModule, StagesAgainstHandValues) {
     scene.guides({{5, 0.5, 0.5}});
     scene.regions([&](int) { return c.id; });
     scene.clump->setAttr("clump", c.clump, "expr");
-    scene.clump->setAttr("clumpScale", c.clumpScale, "rampUI");
+    scene.clump->setAttr("clumpScale", "rampUI(0,1,1)", "rampUI");
     scene.clump->setAttr("flatness", c.flatness, "expr");
     scene.clump->setAttr("flatnessScale", "rampUI(0,1,1)", "rampUI");
     scene.clump->setAttr("cvAttr", "true", "bool");
@@ -290,8 +287,7 @@ TEST(VrClumpingFXModule, MissingFilesLeaveTheModuleWithoutGuides) {
   scene.spline->initDescription();
   EXPECT_EQ(scene.clump->numClumpGuides(), 0u);
   EXPECT_EQ(log.warnings(), std::vector<std::string>{"Skipping body since no vuv file found for it."});
-  std::filesystem::create_directories(scene.dir.file("points"));
-  std::ofstream(scene.dir.file("points/body.vuv")) << "not a point file";
+  scene.dir.write("points/body.vuv", "not a point file");
   log.messages.clear();
   vrutil::clearFileCache();
   scene.spline->initDescription();

@@ -12,8 +12,7 @@
 #include "support/CVRecorder.h"
 #include "support/CaptureLogger.h"
 #include "support/ExpectNear.h"
-#include "support/GridSurface.h"
-#include "support/PatchScene.h"
+#include "support/ShapeScene.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -27,28 +26,20 @@
 namespace {
 
 using Vec = SgVec3T<double>;
-using Attrs = std::vector<std::pair<const char*, const char*>>;
+using Attrs = vrtest::ShapeScene::Attrs;
 
-struct MeshScene : vrtest::PatchScene {
-  explicit MeshScene(const std::vector<vrtest::PolyMesh>& meshes) : PatchScene(vrtest::gridSurface(4), nullptr, "hair") {
-    palette->setAttr("name", "coll");
+struct MeshScene : vrtest::ShapeScene {
+  explicit MeshScene(const std::vector<vrtest::PolyMesh>& meshes) : ShapeScene(nullptr, {}) {
     palette->setFrame(1.0);
-    description->setActive("SplinePrimitive");
-    spline = static_cast<VrSplinePrimitive*>(description->activePrimitive());
-    spline->setAttr("fxCVCount", "8", "int");
-    spline->setAttr("length", "2.0", "expr");
     meshPath = dir.file("mesh.abc");
     if (!meshes.empty()) {
       EXPECT_TRUE(vrtest::writeMeshFile(meshPath, meshes));
     }
   }
-  VrFXModule* add(const char* type, const Attrs& attrs) {
-    VrFXModule* module = spline->addFXModule(type);
-    std::string old, kind;
-    if (module->getAttr("meshFile", old, kind)) module->setAttr("meshFile", meshPath, kind);
-    for (const auto& [name, value] : attrs)
-      if (module->getAttr(name, old, kind)) module->setAttr(name, value, kind);
-    return module;
+  // Appends a module of `type` reading the scene's mesh file, when it has one.
+  VrFXModule* add(const char* type, Attrs attrs) {
+    attrs.emplace_back("meshFile", meshPath.c_str());
+    return ShapeScene::add(type, attrs);
   }
   // The spline at the middle of `face` as the whole stack leaves it.
   std::vector<Vec> build(int face) {
@@ -56,13 +47,6 @@ struct MeshScene : vrtest::PatchScene {
     context.setActivePatchFace(patch, face);
     spline->makeGeometry(0.5, 0.5, nullptr);
     return context.cGeom();
-  }
-  // A random spread of leaning splines of lengths 1 to 2 over the whole patch.
-  void spread() {
-    description->setActive("RandomGenerator");
-    description->activeGenerator()->setAttr("density", "40");
-    spline->setAttr("length", "1.0 + $u", "expr");
-    spline->setAttr("offU", "0.6 * $v", "expr");
   }
   // Splines shaped by two guides, at faces 5 and 10, leaning towards -x and +x.
   void leaningGuides() {
@@ -80,7 +64,6 @@ struct MeshScene : vrtest::PatchScene {
   }
   vrtest::TempDir dir;
   std::string meshPath;
-  VrSplinePrimitive* spline = nullptr;
 };
 
 // A box whose face x = 1.4 stands 0.1 beside the spline of face 5, from height 0.3 up: CV 1
@@ -306,7 +289,7 @@ TEST(VrMeshCutFXModule, BakedCutsRepeatTheLiveCuts) {
   for (const char* cutType : {"0", "1", "2"}) {
     SCOPED_TRACE(cutType);
     MeshScene scene({vrtest::boxMesh(Vec(-1, -1, 0.8), Vec(2, 5, 1.2))});
-    scene.spread();
+    scene.scatter();
     scene.palette->setAttr("vrDataPath", scene.dir.path() + "/", "string");  // where the bake goes
     VrFXModule* cut = scene.add("MeshCutFXModule", {{"cutType", cutType}, {"bakeDir", "bake/"}});
     ASSERT_TRUE(cut->setBake(true));
@@ -340,7 +323,7 @@ TEST(VrMeshFXModules, AMissingOrBrokenMeshFileDeactivatesTheModuleAndTheRenderGo
       vrtest::CaptureLogger log;
       MeshScene scene({});
       if (broken) scene.dir.write("mesh.abc", "not an archive at all");
-      scene.spread();
+      scene.scatter();
       VrFXModule* module = scene.add(type, {});
       vrtest::CVRecorder renderer(scene.description);
       scene.description->setActiveRenderer(&renderer);
@@ -360,7 +343,7 @@ TEST(VrMeshFXModules, RendersOnOneAndTwoThreadsAreIdentical) {
     SCOPED_TRACE(resolveType);
     vrtest::CaptureLogger quiet;
     MeshScene scene({vrtest::boxMesh(Vec(1.9, -1, 0.3), Vec(4.5, 5, 3)), vrtest::boxMesh(Vec(-1, -1, 1.6), Vec(1.5, 5, 2))});
-    scene.spread();
+    scene.scatter();
     scene.leaningGuides();
     scene.add("AnimWiresFXModule", {});
     scene.add("CollisionFXModule", {{"resolveType", resolveType}});

@@ -18,14 +18,9 @@
 #include <utility>
 #include <vector>
 
-namespace {
-
 using Vec = SgVec3T<double>;
-using Attrs = std::vector<std::pair<const char*, const char*>>;
-
 using vrtest::ShapeScene;
-
-}  // namespace
+using Attrs = ShapeScene::Attrs;
 
 TEST(VrNoiseFXModule, DisplacementStaysWithinHalfTheWidthAndLengthIsKeptWhenAsked) {
   struct Case {

@@ -82,6 +82,16 @@ bool writeStreamed(const std::string& path, const Groom& groom, bool withWidths,
   return intoArchive ? out.writeInto(archive) && archive.close() : out.close();
 }
 
+// The curves `object` of the archive `file`; the handles keep the archive open.
+VrAbcCurves curvesIn(const std::string& file, const std::string& object) {
+  VrAbcArchive archive;
+  VrAbcObject found;
+  VrAbcCurves curves;
+  EXPECT_TRUE(archive.open(file) && archive.findObject(object, found) && curves.open(found))
+      << file << object;
+  return curves;
+}
+
 }  // namespace
 
 TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
@@ -97,7 +107,6 @@ TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
       const std::string streamed = dir.file("streamed" + std::to_string(batch) + (widths ? "_w" : "") + ".abc");
       ASSERT_TRUE(writeStreamed(streamed, groom, widths, 12.0, batch));
       EXPECT_EQ(readText(streamed), readText(whole));
-      EXPECT_EQ(vrtest::dumpWithoutFileLine(streamed), vrtest::dumpWithoutFileLine(whole));
     }
   }
   // More than a read-back piece (1 MiB) of points: 60000 curves, 240000 points, 2.9 MB.
@@ -112,12 +121,8 @@ TEST(AbcCurvesStreamWriter, StreamedFileEqualsTheOnePieceFile) {
   ASSERT_TRUE(writeStreamed(intoArchive, big, true, 3.0, 4999, true));
   EXPECT_EQ(std::filesystem::file_size(intoArchive), std::filesystem::file_size(bigWhole));
   EXPECT_EQ(vrtest::dumpWithoutFileLine(intoArchive), vrtest::dumpWithoutFileLine(bigWhole));
-  VrAbcArchive archive;
-  VrAbcObject object;
-  VrAbcCurves curves;
   VrAbcCurves::Sample sample;
-  ASSERT_TRUE(archive.open(intoArchive) && archive.findObject("/hair", object) && curves.open(object) &&
-              curves.read(0, sample));
+  ASSERT_TRUE(curvesIn(intoArchive, "/hair").read(0, sample));
   EXPECT_TRUE(sample.points.positions == big.points);
   // Nothing but the outputs is left in the folder (spools are unlinked at once).
   const auto entries = std::filesystem::directory_iterator(dir.path());
@@ -239,7 +244,6 @@ TEST(AbcCurvesStreamWriter, MotionSamplesShareTopologyAndStandAtTheirTimes) {
   options.framesPerSecond = 25.0;
   options.sampleOffsets = {-0.25, 0.0, 0.5};
   ASSERT_TRUE(out.open(path, options));
-  EXPECT_EQ(out.numSamples(), 3u);
   size_t point = 0;
   for (size_t first = 0; first < groom.counts.size(); first += 7) {
     const size_t n = std::min<size_t>(7, groom.counts.size() - first);
@@ -252,12 +256,7 @@ TEST(AbcCurvesStreamWriter, MotionSamplesShareTopologyAndStandAtTheirTimes) {
   }
   ASSERT_TRUE(out.close());
 
-  VrAbcArchive archive;
-  ASSERT_TRUE(archive.open(path));
-  VrAbcObject object;
-  ASSERT_TRUE(archive.findObject("/hair", object));
-  VrAbcCurves curves;
-  ASSERT_TRUE(curves.open(object));
+  const VrAbcCurves curves = curvesIn(path, "/hair");
   ASSERT_EQ(curves.numSamples(), 3u);
   // (12 - 0.25) / 25, 12 / 25, (12 + 0.5) / 25 seconds.
   const double times[3] = {0.47, 0.48, 0.5};
@@ -295,21 +294,12 @@ TEST(AbcCurvesStreamWriter, OneOffsetIsAStillOutputAtItsFrame) {
   {
     VrAbcCurvesStreamWriter out;
     ASSERT_TRUE(out.open(path, options));
-    EXPECT_EQ(out.numSamples(), 1u);
     ASSERT_TRUE(out.append(groom.points.data(), 9, groom.counts.data(), 3, nullptr));
     ASSERT_TRUE(out.close());
   }
   const std::string still = dir.file("still.abc");
   ASSERT_TRUE(writeWhole(still, groom, false, 12.0));
-  VrAbcArchive a, b;
-  ASSERT_TRUE(a.open(path));
-  ASSERT_TRUE(b.open(still));
-  VrAbcObject ca, cb;
-  ASSERT_TRUE(a.findObject("/curves", ca));
-  ASSERT_TRUE(b.findObject("/hair", cb));
-  VrAbcCurves sa, sb;
-  ASSERT_TRUE(sa.open(ca));
-  ASSERT_TRUE(sb.open(cb));
-  EXPECT_TRUE(sa.timeSampling() == sb.timeSampling());
-  EXPECT_EQ(sa.numSamples(), 1u);
+  const VrAbcCurves written = curvesIn(path, "/curves");
+  EXPECT_TRUE(written.timeSampling() == curvesIn(still, "/hair").timeSampling());
+  EXPECT_EQ(written.numSamples(), 1u);
 }

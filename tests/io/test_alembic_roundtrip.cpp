@@ -13,6 +13,7 @@
 #include "io/alembic/VrAbcMeshWriter.h"
 #include "io/alembic/VrAbcNuPatchWriter.h"
 #include "support/CaptureLogger.h"
+#include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
@@ -99,18 +100,12 @@ using vrtest::cubeIndices;
 using vrtest::cubePoints;
 using vrtest::moved;
 
-class ScratchArchive {
- public:
-  explicit ScratchArchive(const std::string& name) : path(vrtest::scratchFile(name)) {}
-  ~ScratchArchive() { std::remove(path.c_str()); }
-  const std::string path;
-};
-
 }  // namespace
 
 TEST(AlembicRoundTrip, CurvesWithWidthsOrdersAndKnotsReadBack) {
   vrtest::CaptureLogger log;
-  ScratchArchive file("curves.abc");
+  vrtest::TempDir dir;
+  const std::string path = dir.file("curves.abc");
   const std::vector<int32_t> counts = {4, 5};
   std::vector<float> points, widths;
   for (int i = 0; i < 9; ++i) {
@@ -121,7 +116,7 @@ TEST(AlembicRoundTrip, CurvesWithWidthsOrdersAndKnotsReadBack) {
   const std::vector<float> knots = {0, 0, 0, 0, 1, 1, 1, 1, 0, 0, 0, 0.5f, 1, 1, 1, 1};
   {
     VrAbcArchiveWriter writer;
-    ASSERT_TRUE(writer.open(file.path, VrAbcArchiveWriter::Options()));
+    ASSERT_TRUE(writer.open(path, VrAbcArchiveWriter::Options()));
     const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(0.5, 0.0));
     VrAbcCurvesWriter curves;
     ASSERT_TRUE(curves.create(writer.top(), "guides", ts));
@@ -143,7 +138,7 @@ TEST(AlembicRoundTrip, CurvesWithWidthsOrdersAndKnotsReadBack) {
   }
   VrAbcArchive archive;
   VrAbcObject object;
-  ASSERT_TRUE(archive.open(file.path));
+  ASSERT_TRUE(archive.open(path));
   ASSERT_TRUE(archive.findObject("/guides", object));
   VrAbcCurves curves;
   ASSERT_TRUE(curves.open(object));
@@ -288,9 +283,8 @@ bool writeCheckedArchive(const std::string& path) {
 
 TEST(AlembicRoundTrip, WrittenArchiveDumpsAsCheckedByHand) {
   vrtest::CaptureLogger log;
-  const std::filesystem::path folder = vrtest::scratchFile("written");
-  std::filesystem::create_directories(folder);
-  const std::string path = (folder / "vorn_written.abc").string();
+  vrtest::TempDir dir;
+  const std::string path = dir.file("vorn_written.abc");
   ASSERT_TRUE(writeCheckedArchive(path));
   VrAbcDump::Result result;
   const std::string dump = vrtest::dumpText(path, &result);
@@ -301,9 +295,7 @@ TEST(AlembicRoundTrip, WrittenArchiveDumpsAsCheckedByHand) {
   // another library's choice.
   EXPECT_EQ(dump, expected);
   // Written twice, the archive is the same to the byte.
-  const std::string again = (folder / "again.abc").string();
-  ASSERT_TRUE(writeCheckedArchive(again));
-  EXPECT_EQ(vrtest::readText(again), vrtest::readText(path));
-  std::filesystem::remove_all(folder);
+  ASSERT_TRUE(writeCheckedArchive(dir.file("again.abc")));
+  EXPECT_EQ(vrtest::readText(dir.file("again.abc")), vrtest::readText(path));
   EXPECT_TRUE(log.errors().empty());
 }

@@ -1,30 +1,16 @@
 // The Ptex reader against dumps made with the format's reference library, and `vorn inspect`
 // choosing the reader by a file's contents.
 
+#include "io/AlembicTestSupport.h"
 #include "io/PtexTestSupport.h"
 #include "io/ptex/VrPtexTexture.h"
 #include "support/CaptureLogger.h"
 #include "support/RunCommand.h"
-#include "support/Examples.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
-namespace {
-
 using vrtest::readText;
-
-// The first line where two line lists differ, for failure messages.
-std::string firstDifference(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-  const auto at = std::mismatch(a.begin(), a.end(), b.begin(), b.end());
-  return "line " + std::to_string(at.first - a.begin() + 1) + ":\n  got      " +
-         (at.first == a.end() ? "<end>" : *at.first) + "\n  expected " + (at.second == b.end() ? "<end>" : *at.second);
-}
-
-}  // namespace
 
 TEST(PtexReference, EveryShippedTextureDumpsLikeTheReferenceLibrary) {
   vrtest::CaptureLogger log;
@@ -36,7 +22,7 @@ TEST(PtexReference, EveryShippedTextureDumpsLikeTheReferenceLibrary) {
     const std::vector<std::string> got = vrtest::ptexComparedLines(vrtest::ptexDump(file, &result));
     const std::vector<std::string> expected = vrtest::ptexComparedLines(readText(file + ".ref.txt"));
     EXPECT_EQ(result, VrPtexDump::Result::Ok);
-    EXPECT_TRUE(got == expected) << firstDifference(got, expected);
+    EXPECT_TRUE(got == expected) << vrtest::firstDifference(got, expected);
   }
   EXPECT_TRUE(log.errors().empty());
 }
@@ -61,7 +47,7 @@ TEST(PtexReference, InspectChoosesTheReaderByTheFileContents) {
   vrtest::TempDir dir;
   const std::string texture = dir.write("map.abc", readText(vrtest::ptexData("tri_quad.ptx")));
   const std::string archive =
-      dir.write("cube.ptx", readText(std::string(VORN_TEST_DATA_DIR) + "/alembic/valid/cube.abc"));
+      dir.write("cube.ptx", readText(vrtest::alembicData("valid/cube.abc")));
   const auto ptex = vrtest::runCommand(vrtest::vornCli() + " inspect " + texture + " 2>&1");
   EXPECT_EQ(ptex.exitCode, 0);
   EXPECT_EQ(ptex.output.rfind("format: ptex-ref-v1\nfile: map.abc\nopen: ok\n", 0), 0u) << ptex.output;

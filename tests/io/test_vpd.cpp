@@ -77,8 +77,8 @@ std::unique_ptr<VpdWriter> openLocations(const std::string& path, const std::vec
                          0.0f, 1, {}, why);
 }
 
-// A small point file: faces 3 and 1 with records, face 7 named but empty.
-std::string writeSmallPointFile(const vrtest::TempDir& dir) {
+// A point file: faces 3 and 1, in that order, with `count` records each, face 7 named but empty.
+std::string writePointFile(const vrtest::TempDir& dir, int count = 5) {
   const std::string path = dir.file("pPlaneShape1.vuv");
   std::string why;
   auto writer = openLocations(path, {3, 1, 7}, &why);
@@ -86,7 +86,8 @@ std::string writeSmallPointFile(const vrtest::TempDir& dir) {
   for (int face : {3, 1}) {
     EXPECT_TRUE(writer->startFace(face));
     EXPECT_TRUE(writer->startBlock(Vpd::LocationBlock));
-    for (const auto& [id, values] : locations(face, 5)) EXPECT_TRUE(writer->writePrim(id, values));
+    for (const auto& [id, values] : locations(face, count))
+      EXPECT_TRUE(writer->writePrim(id, values));
   }
   EXPECT_TRUE(writer->close()) << writer->error();
   return path;
@@ -98,8 +99,6 @@ bool onlyEntryIs(const std::string& dir, const std::string& name) {
     names.push_back(entry.path().filename().string());
   return names == std::vector<std::string>{name};
 }
-
-bool isEmptyDir(const std::string& dir) { return std::filesystem::is_empty(dir); }
 
 // Why the file cannot be opened; "opened" when it can.
 std::string openError(const std::string& path) {
@@ -117,20 +116,9 @@ std::string refusal(bool accepted, const File& file) {
 
 TEST(VpdFile, LocationFileRoundTrip) {
   vrtest::TempDir dir;
-  const std::string path = dir.file("pPlaneShape1.vuv");
-  std::string why;
-  auto writer = openLocations(path, {3, 1, 7}, &why);
-  ASSERT_TRUE(writer) << why;
-  // Faces in any order; face 7 stays empty.
-  for (int face : {3, 1}) {
-    ASSERT_TRUE(writer->startFace(face));
-    ASSERT_TRUE(writer->startBlock(0));
-    for (const auto& [id, values] : locations(face, 200))
-      ASSERT_TRUE(writer->writePrim(id, values));
-  }
-  ASSERT_TRUE(writer->close()) << writer->error();
+  const std::string path = writePointFile(dir, 200);
   EXPECT_TRUE(onlyEntryIs(dir.path(), "pPlaneShape1.vuv"));
-
+  std::string why;
   auto reader = VpdReader::open(path, &why);
   ASSERT_TRUE(reader) << why;
   EXPECT_EQ(reader->primType(), Vpd::PointPrimitive);
@@ -263,7 +251,7 @@ TEST(VpdFile, FloatsKeepTheirBits) {
 
 TEST(VpdFile, LittleEndianLayout) {
   vrtest::TempDir dir;
-  const std::string bytes = readText(writeSmallPointFile(dir));
+  const std::string bytes = readText(writePointFile(dir));
   EXPECT_EQ(bytes.substr(0, 8), std::string("\x89VPD\r\n\x1a\n", 8));
   EXPECT_EQ(bytes[8], 1);  // major version, low byte first
   EXPECT_EQ(bytes[9], 0);
@@ -333,7 +321,7 @@ TEST(VpdFile, InvalidHeadersAreRefused) {
     EXPECT_FALSE(VpdWriter::open(path, h, &why));
     EXPECT_EQ(why, Vpd::invalidHeaderMessage(path, reason));
   }
-  EXPECT_TRUE(isEmptyDir(dir.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 TEST(VpdFile, FailedOrAbandonedWritersLeaveNoFile) {
@@ -351,13 +339,13 @@ TEST(VpdFile, FailedOrAbandonedWritersLeaveNoFile) {
     ASSERT_TRUE(writer->startBlock(0));
     ASSERT_TRUE(writer->writePrim(1, {0.1f, 0.2f}));
   }  // destroyed without close
-  EXPECT_TRUE(isEmptyDir(dir.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 
   auto discarded = openLocations(path, {0}, &why);
   ASSERT_TRUE(discarded);
   discarded->discard();
   EXPECT_FALSE(discarded->close());
-  EXPECT_TRUE(isEmptyDir(dir.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 
   // A file already in place survives a writer that is given up.
   writeBytes(path, "keep me");
@@ -383,7 +371,7 @@ TEST(VpdFile, FailedOrAbandonedWritersLeaveNoFile) {
 
 TEST(VpdFile, TruncatedAtEveryLengthFailsWithItsMessage) {
   vrtest::TempDir dir;
-  const std::string whole = readText(writeSmallPointFile(dir));
+  const std::string whole = readText(writePointFile(dir));
   const std::string path = dir.file("cut.vuv");
   for (std::size_t length = 0; length < whole.size(); ++length) {
     writeBytes(path, whole.substr(0, length));
@@ -407,7 +395,7 @@ TEST(VpdFile, ForeignAndMissingFiles) {
 
 TEST(VpdFile, AnyChangedHeaderOrIndexByteIsCaught) {
   vrtest::TempDir dir;
-  const std::string original = readText(writeSmallPointFile(dir));
+  const std::string original = readText(writePointFile(dir));
   const std::size_t headerSize = u32At(original, 12);
   const std::size_t indexOffset = static_cast<std::size_t>(u64At(original, 24));
   const std::string path = dir.file("flip.vuv");
@@ -430,7 +418,7 @@ TEST(VpdFile, AnyChangedHeaderOrIndexByteIsCaught) {
 
 TEST(VpdFile, HostileCountsAndOffsetsAreRefusedBeforeUse) {
   vrtest::TempDir dir;
-  const std::string original = readText(writeSmallPointFile(dir));
+  const std::string original = readText(writePointFile(dir));
   const std::string path = dir.file("hostile.vuv");
   const std::string damaged = "Damaged Vorn point/primitive file: " + path;
   const std::size_t index = static_cast<std::size_t>(u64At(original, 24));
@@ -465,7 +453,7 @@ TEST(VpdFile, HostileCountsAndOffsetsAreRefusedBeforeUse) {
 
 TEST(VpdFile, DamagedRecordsFailWhenRead) {
   vrtest::TempDir dir;
-  const std::string original = readText(writeSmallPointFile(dir));
+  const std::string original = readText(writePointFile(dir));
   const std::size_t first = u32At(original, 12);  // face 3's first record
   const std::string path = dir.file("records.vuv");
   for (std::uint32_t count : {6u, 4u, 0xFFFFFFFFu}) {
@@ -491,7 +479,7 @@ TEST(VpdFile, DamagedRecordsFailWhenRead) {
 
 TEST(VpdFile, FileShortenedAfterOpeningFailsOnRead) {
   vrtest::TempDir dir;
-  const std::string path = writeSmallPointFile(dir);
+  const std::string path = writePointFile(dir);
   auto reader = VpdReader::open(path);
   ASSERT_TRUE(reader);
   std::filesystem::resize_file(path, 70);

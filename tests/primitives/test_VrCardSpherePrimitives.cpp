@@ -1,18 +1,17 @@
 #include "primitives/VrCardPrimitive.h"
 #include "primitives/VrSpherePrimitive.h"
 
-#include "base/VrModules.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
+#include "support/ExpectNear.h"
 #include "support/GridSurface.h"
 #include "support/PatchScene.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -42,50 +41,14 @@ struct Scene : vrtest::PatchScene {
 Vec local(double x, double y, double z) { return Vec(x, z, y); }
 
 void expectPoints(const std::vector<Vec>& got, const std::vector<Vec>& want, const std::string& what) {
-  ASSERT_EQ(got.size(), want.size()) << what;
-  for (size_t i = 0; i < want.size(); ++i) {
-    EXPECT_NEAR(got[i].x, want[i].x, 1e-9) << what << " CV " << i;
-    EXPECT_NEAR(got[i].y, want[i].y, 1e-9) << what << " CV " << i;
-    EXPECT_NEAR(got[i].z, want[i].z, 1e-9) << what << " CV " << i;
-  }
+  SCOPED_TRACE(what);
+  ASSERT_EQ(got.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i) vrtest::expectNear(got[i], want[i], 1e-9);
 }
 
 const double r = std::sqrt(0.5);
 
 }  // namespace
-
-TEST(VrCardSpherePrimitives, RegisteredWithTheirControlPointCounts) {
-  Scene scene;
-  struct Row {
-    const char* kind;
-    unsigned count;
-    std::vector<std::string> own;
-  };
-  const Row rows[] = {
-      {"CardPrimitive", 5, {"twist", "bendU", "bendV", "bendParamU", "bendParamV", "faceCamera"}},
-      {"SpherePrimitive", 4, {"twist"}},
-  };
-  for (const Row& row : rows) {
-    std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject(row.kind, scene.description)));
-    auto* primitive = dynamic_cast<VrPrimitive*>(made.get());
-    ASSERT_NE(primitive, nullptr) << row.kind;
-    EXPECT_EQ(primitive->typeName(), row.kind);
-    EXPECT_EQ(primitive->finalCVCount(), row.count);
-    const std::vector<std::string>& names = primitive->attrNames();
-    ASSERT_EQ(names.size(), 14u + row.own.size()) << row.kind;
-    for (size_t i = 0; i < row.own.size(); ++i) EXPECT_EQ(names[14 + i], row.own[i]);
-    for (const std::string& name : row.own) {
-      if (name != "faceCamera") {
-        EXPECT_NE(primitive->attrExpression(name), nullptr) << name;
-      }
-    }
-    primitive->context().setActivePatchFace(scene.patch, 5);
-    primitive->makeGeometry(0.5, 0.5, nullptr);
-    EXPECT_EQ(primitive->context().cGeom().size(), row.count) << row.kind;
-    // A clone for a worker is of the kind.
-    EXPECT_EQ(primitive->cloneContext(primitive->context())->cGeom().size(), row.count);
-  }
-}
 
 // Control points by hand: W = L = 1 unless set, bend parameters 0.5, no lean.
 TEST(VrCardSpherePrimitives, CardBendsAndTwistAsComputedByHand) {

@@ -74,25 +74,6 @@ class ProbeFXModule : public VrFXModule {
 void* createProbe(VrDescription* description) { return static_cast<VrObject*>(new ProbeFXModule(description)); }
 const bool probeRegistered = VrRegisterModule("TestProbeFXModule", &createProbe);
 
-// A context that counts evaluations of the displaced slots.
-class CountingContext : public VrPrimitiveContext {
- public:
-  using VrPrimitiveContext::VrPrimitiveContext;
-  int displaced = 0;
-  int lengths = 0;
-
- protected:
-  bool evalGeomWithDisplacement(int slot, double u, double v) override {
-    ++displaced;
-    return VrPrimitiveContext::evalGeomWithDisplacement(slot, u, v);
-  }
-  double computeLength() override {
-    ++lengths;
-    return 7.0;
-  }
-  VrBasePrimitiveContext* cloneContextImp() const override { return new CountingContext(*this); }
-};
-
 // One description with a 4 x 4 patch whose animated surface lies one unit above the reference.
 struct Scene : vrtest::PatchScene {
   Scene() : PatchScene(vrtest::gridSurface(4, 1.0f), vrtest::gridSurface(4, 0.0f)) {}
@@ -190,25 +171,9 @@ TEST(VrPrimitiveContext, PipeDataModuleRecordsAndClones) {
 
 // Attributes
 
-TEST(VrPrimitive, AttributeDefaultsAndCopies) {
+TEST(VrPrimitive, CopiedAttributesAndAnInvalidInterpolationMethod) {
   Scene scene;
   ProbePrimitive primitive(scene.description);
-  // The names and their order: VrapiAttributes.CustomAttributesAreAddedAndRemoved lists a card's.
-  std::string value;
-  ASSERT_TRUE(primitive.getAttr("length", value));
-  EXPECT_EQ(value, "$a=1.0;#0.05,5.0\\n$a");
-  ASSERT_TRUE(primitive.getAttr("iMethod", value));
-  EXPECT_EQ(value, "0");
-  EXPECT_EQ(primitive.iMethod(), 0);
-  ASSERT_TRUE(primitive.getAttr("cacheFileName", value));
-  EXPECT_EQ(value, "${DESC}/guides.abc");
-  EXPECT_TRUE(primitive.liveMode());
-  EXPECT_FALSE(primitive.useCache());
-
-  ASSERT_NE(primitive.attrExpression("offU"), nullptr);
-  EXPECT_EQ(primitive.attrExpression("offU")->expression(), "$a=0.0;#-2.0,2.0\\n$a");
-  EXPECT_EQ(primitive.attrExpression("regionMap"), nullptr);
-
   primitive.setAttr("length", "3.5");
   ProbePrimitive copy(scene.description);
   copy.copyAttrs(&primitive);

@@ -161,11 +161,7 @@ TEST(VrPrimitiveStack, PresetsCarryOnlyTheModulesThatAskForIt) {
   noise->exportObjAsPreset(expected);
   cut->exportObjAsPreset(expected);
   EXPECT_EQ(out.str(), expected.str());
-  EXPECT_EQ(out.str().find("TestPrivateFXModule"), std::string::npos);
-  // Two blocks, each opened by its type word and closed by "endAttrs".
-  EXPECT_EQ(out.str().rfind("\nNoiseFXModule\n", 0), 0u);
-  EXPECT_NE(out.str().find("\nCutFXModule\n"), std::string::npos);
-  EXPECT_NE(out.str().find("\tname\t"), std::string::npos);
+  EXPECT_EQ(out.str().rfind("\nNoiseFXModule\n", 0), 0u);  // the first block
 
   std::ostringstream broken;
   broken.setstate(std::ios::badbit);
@@ -205,7 +201,6 @@ TEST(VrPrimitiveStack, AnimatableAttributesAreThePointKind) {
 TEST(VrPrimitiveStack, BasePackingIsWidthThenDepth) {
   Scene scene;
   PlainPrimitive plain(scene.description);
-  EXPECT_EQ(plain.versionAttrs(), 1u);
   EXPECT_EQ(plain.packedAttrCount(), 2u);
   VrPrimitiveContext& c = plain.context();
   c.overrideCWidth(0.25);

@@ -1,10 +1,6 @@
-// The GL previewer's emission (no GL needed): what it caches for a render does not depend on the
-// thread count, the limit and the culled outlines keep their promises, older attribute names
-// still work, and the shader channels stop at the first empty one. Its selection: boxes in the
-// picture pick primitives as their root-to-tip lines cross them, culling takes the picked ones out
-// of the next render, and promoting writes one instance for each picked archive and culls exactly
-// those. Archives share one proxy of their file, kept within the cache's bound, and fall back to
-// their box when it is full, when unit cubes are asked for or when the file does not read.
+// The GL previewer without GL: its caches on any thread count, the limit, culled outlines, older
+// attribute names and shader channels; picking, culling, isolating and promoting a selection; and
+// the proxies archives share, or the boxes they fall back to.
 
 #include "geometry/VrPatch.h"
 #include "renderers/BakeScene.h"

@@ -34,16 +34,11 @@ size_t culledCount(const VrPatch& patch) {
   return n;
 }
 
-// The numbers of a line of text.
-std::vector<double> numbersOf(const std::string& line) {
-  std::istringstream in(line);
-  std::vector<double> out;
-  for (double x; in >> x;) out.push_back(x);
-  return out;
-}
-
+// Expects the numbers of a line of text; `any` matches every number.
 void expectNumbers(const std::string& line, const std::vector<double>& expected) {
-  const std::vector<double> got = numbersOf(line);
+  std::istringstream in(line);
+  std::vector<double> got;
+  for (double x; in >> x;) got.push_back(x);
   ASSERT_EQ(got.size(), expected.size()) << line;
   for (size_t i = 0; i < got.size(); ++i)
     if (!std::isnan(expected[i])) {
@@ -107,8 +102,6 @@ TEST(VrPromoteRenderer, OneRecordPerArchiveAndEachIsCulled) {
   const size_t n = promote.totalEmitCount();
   ASSERT_GT(n, 20u);
   ASSERT_EQ(lines.size(), 14u + 14u * n);
-  EXPECT_EQ(lines[0], "# px py pz (position)");
-  EXPECT_EQ(lines[13], "");
   for (size_t at = 14; at < lines.size(); at += 14) {
     expectNumbers(lines[at], {any, any, 0.0});
     expectNumbers(lines[at + 1], {0.0, 0.0, 1.0});
@@ -141,8 +134,6 @@ TEST(VrParticleRenderer, MaskChoosesWhatBecomesAParticle) {
   vrtest::TempDir dir;
   vrtest::BakeScene scene("ParticleRenderer");
   auto& particles = scene.renderer<VrParticleRenderer>();
-  std::string text;
-  EXPECT_TRUE(particles.getAttr("particleFile", text) && text == "${DESC}/particles.pdb");
   scene.palette->setAttr("vrDataPath", dir.path());
   particles.setAttr("particleFile", "fur.pdb");
 

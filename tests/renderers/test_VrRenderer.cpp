@@ -7,7 +7,6 @@
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "generators/VrGenerator.h"
-#include "generators/VrRandomGenerator.h"
 #include "geometry/SgSubdSurface.h"
 #include "geometry/VrSubdPatch.h"
 #include "primitives/VrPrimitive.h"
@@ -37,21 +36,17 @@ struct Record {
 };
 using Records = std::vector<Record>;
 
-// A null renderer that also records (face, id, u, v) of sample 0 and reaches `reach` * u above
-// the face's box, so that the bound depends on every primitive. `emit` false refuses all.
+// A null renderer that also records (face, id, u, v) of sample 0.
 class RecordingRenderer : public VrNullRenderer {
  public:
   explicit RecordingRenderer(VrDescription* description) : VrNullRenderer(description) {}
-  bool okToEmit(int, double, double) override { return emit; }
   void emitPrimitive(int sample, double u, double v, int face, const std::vector<VrPatch*>& patches) override {
     VrNullRenderer::emitPrimitive(sample, u, v, face, patches);
-    mergeEmittedBox(reached(patches[static_cast<size_t>(sample)], face, u));
     if (sample == 0) records.push_back({face, description()->activePrimitive()->context().id(), u, v});
   }
   void emitPrimitiveInParallel(VrPrimitiveContext& context, int sample, double u, double v, int face,
                                const std::vector<VrPatch*>& patches) override {
     VrNullRenderer::emitPrimitiveInParallel(context, sample, u, v, face, patches);
-    context.rendererContext()->mergeEmittedBox(reached(patches[static_cast<size_t>(sample)], face, u));
     if (sample != 0) return;
     std::lock_guard<std::mutex> lock(mutex);
     records.push_back({face, context.id(), u, v});
@@ -62,18 +57,10 @@ class RecordingRenderer : public VrNullRenderer {
     std::sort(out.begin(), out.end());
     return out;
   }
-  using VrRenderer::raisedBound;
 
   Records records;
-  bool emit = true;
-  double reach = 0.0;
 
  private:
-  SgBox3T<double> reached(const VrPatch* patch, int face, double u) const {
-    SgBox3T<double> box = patch->boundingBox(face, false);
-    box.extend(box.maxCorner() + SgVec3T<double>(0.0, 0.0, reach * u));
-    return box;
-  }
   std::mutex mutex;
 };
 
@@ -83,8 +70,7 @@ struct Scene {
     palette.reset(new VrPalette);
     palette->setAttr("name", "renderGroom");
     description = add(*palette, n, m);
-    generator = dynamic_cast<VrRandomGenerator*>(description->activeGenerator());
-    generator->setAttr("density", "40");
+    description->activeGenerator()->setAttr("density", "40");
     renderer = std::make_unique<RecordingRenderer>(description);
     description->setActiveRenderer(renderer.get());
   }
@@ -145,7 +131,6 @@ struct Scene {
   std::unique_ptr<VrPalette> palette;
   std::vector<VrDescription*> motion;
   VrDescription* description = nullptr;
-  VrRandomGenerator* generator = nullptr;
   std::unique_ptr<RecordingRenderer> renderer;
 };
 
@@ -201,8 +186,6 @@ TEST(VrRendererWindow, GeneratorIsGivenTheWindowCutAtOne) {
   scene.renderer->setAttr("percent", "40");
   scene.renderFace(0);
   EXPECT_EQ(spy->window, std::make_pair(0.3, 0.4));
-  // The attributes keep their values.
-  EXPECT_EQ(scene.renderer->percent(), 0.4);
   scene.description->setActive("RandomGenerator");
 }
 
@@ -378,8 +361,6 @@ TEST(VrGuideRenderer, GuidesReplaceOrFollowAndMatchInParallel) {
   Scene scene(3, 2);
   std::unique_ptr<VrObject> object(static_cast<VrObject*>(VrCreateObject("GuideRenderer", scene.description)));
   ASSERT_NE(dynamic_cast<VrGuideRenderer*>(object.get()), nullptr);
-  EXPECT_EQ(object->attrNames(), (std::vector<std::string>{"percent", "startPercent", "inCameraOnly",
-                                                         "inCameraMargin", "replace", "applyFX"}));
   VrGuideRenderer& guides = *dynamic_cast<VrGuideRenderer*>(object.get());
   EXPECT_TRUE(guides.replace() && guides.applyFX() && guides.canRunInParallel());
   scene.description->setActiveRenderer(&guides);

@@ -45,11 +45,19 @@ inline double polylineLength(const RenderedPrim& prim) {
   return length;
 }
 
-/// Answers the camera questions of a colour pass: a perspective camera with a 90 degree view
-/// looking down -z, placed by `cameraXform` (16 numbers, camera to world).
-class CameraCallbacks : public VornRenderAPI::ProceduralCallbacks {
+/// Answers the camera questions of a colour pass (a perspective camera with a 90 degree view at
+/// (0, 0, 10) looking down -z) and the shutter questions from its fields; records every flush.
+class RecordingCallbacks : public VornRenderAPI::ProceduralCallbacks {
  public:
-  explicit CameraCallbacks(const char* cameraXform = "1,0,0,0,0,1,0,0,0,0,1,0,0,0,10,1") : xform(cameraXform) {}
+  using Cache = VornRenderAPI::PrimitiveCache;
+
+  struct Batch {
+    std::string name;
+    unsigned count = 0;
+    unsigned limit = 0;
+    unsigned samples = 0;
+  };
+
   const char* getString(EStringAttribute key) override {
     switch (key) {
       case EStringAttribute::RenderCam:
@@ -59,31 +67,13 @@ class CameraCallbacks : public VornRenderAPI::ProceduralCallbacks {
       case EStringAttribute::RenderCamRatio:
         return "1";
       case EStringAttribute::RenderCamXform:
-        return xform;
+        return "1,0,0,0,0,1,0,0,0,0,1,0,0,0,10,1";
       case EStringAttribute::Phase:
         return "Final";
       default:
         return "";
     }
   }
-
- private:
-  const char* xform;
-};
-
-/// Answers the camera and shutter questions from its fields and records every flush.
-class RecordingCallbacks : public CameraCallbacks {
- public:
-  using Cache = VornRenderAPI::PrimitiveCache;
-
-  struct Batch {
-    std::string name;
-    unsigned count = 0;
-    unsigned limit = 0;
-    unsigned samples = 0;
-    std::string type;
-  };
-
   void flush(const char* geomName, Cache* cache) override {
     std::lock_guard<std::mutex> lock(mutex);
     Batch batch;
@@ -91,7 +81,6 @@ class RecordingCallbacks : public CameraCallbacks {
     batch.count = cache->getUInt(Cache::EUIntAttribute::BatchCount);
     batch.limit = cache->getUInt(Cache::EUIntAttribute::BatchLimit);
     batch.samples = cache->getUInt(Cache::EUIntAttribute::SampleCount);
-    batch.type = cache->getString();
     batches.push_back(batch);
 
     const int* ids = cache->getIntArray(Cache::EIntArrayAttribute::PrimitiveId);
@@ -147,10 +136,6 @@ class RecordingCallbacks : public CameraCallbacks {
     std::vector<RenderedPrim> out = prims;
     std::sort(out.begin(), out.end());
     return out;
-  }
-  void clear() {
-    batches.clear();
-    prims.clear();
   }
 
   std::map<int, std::vector<float>> arrays;

@@ -23,6 +23,7 @@
 #include "renderers/renderapi/RenderAPITestSupport.h"
 #include "renderers/renderapi/VornRenderAPI.h"
 #include "renderers/renderapi/VornRenderAPIRenderer.h"
+#include "support/BoxMesh.h"
 #include "support/CaptureLogger.h"
 #include "support/TempDir.h"
 
@@ -298,22 +299,8 @@ TEST_F(RenderAPIChannels, PlacementsAndAMatchingShutterRenderEverySample) {
 // -0.5) to (0.5, 1, 0.5); `archiveSize` 2 halves every axis.
 TEST_F(RenderAPIChannels, ArchivesArriveWithRangesFilesAndBoxes) {
   const std::string rock = dir.file("rock.abc");
-  {
-    VrAbcArchiveWriter writer;
-    ASSERT_TRUE(writer.open(rock, VrAbcArchiveWriter::Options()));
-    const uint32_t ts = writer.addTimeSampling(VrAbcTimeSampling::uniform(1.0 / 24.0, 1.0));
-    VrAbcMeshWriter mesh;
-    ASSERT_TRUE(mesh.create(writer.top(), "rock", VrAbcMeshWriter::Kind::PolyMesh, ts));
-    std::vector<float> points;
-    for (int k = 0; k < 8; ++k) points.insert(points.end(), {(k & 1) - 0.5f, float((k >> 1) & 1), ((k >> 2) & 1) - 0.5f});
-    const std::vector<int32_t> counts(6, 4);
-    const std::vector<int32_t> indices = {0, 1, 3, 2, 4, 6, 7, 5, 0, 4, 5, 1, 2, 3, 7, 6, 0, 2, 6, 4, 1, 5, 7, 3};
-    VrAbcMeshWriter::Sample sample;
-    sample.positions = points;
-    sample.faceCounts = counts;
-    sample.faceIndices = indices;
-    ASSERT_TRUE(mesh.write(sample) && writer.close());
-  }
+  ASSERT_TRUE(vrtest::writeMeshFile(rock, {vrtest::boxMesh(SgVec3T<double>(-0.5, 0, -0.5),
+                                                           SgVec3T<double>(0.5, 1, 0.5))}));
   newCollection();
   std::string text = vrtest::collectionText(name, "\taddU\t\ttrue\n", "10.0");
   for (size_t at = text.find("SplinePrimitive"); at != std::string::npos; at = text.find("SplinePrimitive", at))
