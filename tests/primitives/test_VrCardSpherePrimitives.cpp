@@ -1,6 +1,7 @@
 #include "primitives/VrCardPrimitive.h"
 #include "primitives/VrSpherePrimitive.h"
 
+#include "base/VrModules.h"
 #include "document/VrDescription.h"
 #include "document/VrPalette.h"
 #include "geometry/SgSubdSurface.h"
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -49,6 +51,23 @@ void expectPoints(const std::vector<Vec>& got, const std::vector<Vec>& want, con
 const double r = std::sqrt(0.5);
 
 }  // namespace
+
+// The kinds' own attributes follow the base primitive's 14, in the order saved files list them.
+TEST(VrCardSpherePrimitives, OwnAttributesFollowTheBaseOnesInOrder) {
+  Scene scene;
+  const std::pair<const char*, std::vector<std::string>> kinds[] = {
+      {"CardPrimitive", {"twist", "bendU", "bendV", "bendParamU", "bendParamV", "faceCamera"}},
+      {"SpherePrimitive", {"twist"}},
+  };
+  for (const auto& [kind, own] : kinds) {
+    std::unique_ptr<VrObject> made(static_cast<VrObject*>(VrCreateObject(kind, scene.description)));
+    auto* primitive = dynamic_cast<VrPrimitive*>(made.get());
+    ASSERT_NE(primitive, nullptr) << kind;
+    const std::vector<std::string>& names = primitive->attrNames();
+    ASSERT_EQ(names.size(), 14u + own.size()) << kind;
+    EXPECT_EQ(std::vector<std::string>(names.begin() + 14, names.end()), own) << kind;
+  }
+}
 
 // Control points by hand: W = L = 1 unless set, bend parameters 0.5, no lean.
 TEST(VrCardSpherePrimitives, CardBendsAndTwistAsComputedByHand) {

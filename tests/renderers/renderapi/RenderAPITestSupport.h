@@ -45,9 +45,34 @@ inline double polylineLength(const RenderedPrim& prim) {
   return length;
 }
 
-/// Answers the camera questions of a colour pass (a perspective camera with a 90 degree view at
-/// (0, 0, 10) looking down -z) and the shutter questions from its fields; records every flush.
-class RecordingCallbacks : public VornRenderAPI::ProceduralCallbacks {
+/// Answers the camera questions of a colour pass: a perspective camera with a 90 degree view
+/// looking down -z, placed by `cameraXform` (16 numbers, camera to world).
+class CameraCallbacks : public VornRenderAPI::ProceduralCallbacks {
+ public:
+  explicit CameraCallbacks(const char* cameraXform = "1,0,0,0,0,1,0,0,0,0,1,0,0,0,10,1") : xform(cameraXform) {}
+  const char* getString(EStringAttribute key) override {
+    switch (key) {
+      case EStringAttribute::RenderCam:
+        return "persp,0,0,-1";
+      case EStringAttribute::RenderCamFOV:
+        return "90,90";
+      case EStringAttribute::RenderCamRatio:
+        return "1";
+      case EStringAttribute::RenderCamXform:
+        return xform;
+      case EStringAttribute::Phase:
+        return "Final";
+      default:
+        return "";
+    }
+  }
+
+ private:
+  const char* xform;
+};
+
+/// Answers the camera and shutter questions from its fields and records every flush.
+class RecordingCallbacks : public CameraCallbacks {
  public:
   using Cache = VornRenderAPI::PrimitiveCache;
 
@@ -58,22 +83,6 @@ class RecordingCallbacks : public VornRenderAPI::ProceduralCallbacks {
     unsigned samples = 0;
   };
 
-  const char* getString(EStringAttribute key) override {
-    switch (key) {
-      case EStringAttribute::RenderCam:
-        return "persp,0,0,-1";
-      case EStringAttribute::RenderCamFOV:
-        return "90,90";
-      case EStringAttribute::RenderCamRatio:
-        return "1";
-      case EStringAttribute::RenderCamXform:
-        return "1,0,0,0,0,1,0,0,0,0,1,0,0,0,10,1";
-      case EStringAttribute::Phase:
-        return "Final";
-      default:
-        return "";
-    }
-  }
   void flush(const char* geomName, Cache* cache) override {
     std::lock_guard<std::mutex> lock(mutex);
     Batch batch;
