@@ -459,6 +459,20 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
   rebuildInto(pts, source.data(), source.size(), count, uniform, widths);
 }
 
+void SgCurve::rebuildLine(Points& pts, const Vec& first, const Vec& last, int count) {
+  const size_t m = static_cast<size_t>(std::max(count, 3));
+  pts.resize(m);
+  const Vec span = last - first;
+  const double step = 1.0 / toDouble(m - 1);
+  for (size_t k = 1; k + 1 < m; ++k) {
+    // As the spline's evaluation, parameters within 1e-7 of an end give the end itself.
+    const double t = toDouble(k) * step;
+    pts[k] = t < 1e-7 ? first : t > 0.9999999 ? last : first + span * t;
+  }
+  pts[0] = first;
+  pts[m - 1] = last;
+}
+
 void SgCurve::subdivide(Points& pts, int levels) {
   const size_t n = pts.size();
   if (levels < 1 || n < 2) return;

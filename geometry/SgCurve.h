@@ -54,6 +54,10 @@ class SgCurve {
   /// As above, reading `source` and writing `pts`.
   static void rebuild(Points& pts, const Points& source, int count, bool uniform,
                       std::vector<float>* widths = nullptr);
+  /// `rebuild` of points evenly spaced on the line from `first` to `last`, either way, in closed
+  /// form: the spline through such points is the line itself, so the result is the line's
+  /// max(count, 3) evenly spaced points (to the lowest bits of the spline's arithmetic).
+  static void rebuildLine(Points& pts, const Vec& first, const Vec& last, int count);
 
   /// Refines by quadratic pieces between segment midpoints, `levels` + 1 points per interior point;
   /// the ends stay. Nothing for levels < 1 or fewer than two points.

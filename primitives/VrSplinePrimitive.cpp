@@ -71,6 +71,13 @@ bool turnsAnywhere(const std::vector<SgVec3T<double>>& cvs) {
   return false;
 }
 
+// Whether the first `segments` steps between the bend positions `p` are all the same.
+bool evenlySpread(const std::vector<double>& p, unsigned segments) {
+  for (unsigned i = 1; i < segments; ++i)
+    if (p[i + 1] - p[i] != p[1] - p[0]) return false;
+  return true;
+}
+
 }  // namespace
 
 /// One bend of the attribute shape: where along the length, and the lean there.
@@ -423,10 +430,16 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
     }
   }
   // A chain that never turns is a straight line, and so is its spline: it already has the
-  // length asked for, and measuring it would only confirm that.
-  if (turnsAnywhere(chain)) SgCurve::setLength(chain, length, -1.0);
+  // length asked for, and measuring it would only confirm that. Evenly spaced on its line (the
+  // usual hair, shaped by its modules afterwards), it resamples in closed form.
   // Resampled into the geometry, which mostly keeps its size from the primitive before: the
   // chain is built apart so that the geometry need not shrink to it and grow back.
+  if (turnsAnywhere(chain)) {
+    SgCurve::setLength(chain, length, -1.0);
+  } else if (segments > 0 && evenlySpread(p, segments)) {
+    SgCurve::rebuildLine(context.getGeom(), chain.front(), chain.back(), static_cast<int>(fxCVs));
+    return;
+  }
   SgCurve::rebuild(context.getGeom(), chain, static_cast<int>(fxCVs), uniform, nullptr);
 }
 

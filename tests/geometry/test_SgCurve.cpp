@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "geometry/SgCurve.h"
@@ -67,6 +68,27 @@ TEST(SgCurve, RebuildInPlaceAgreesWithRebuildFromASource) {
     Points aliased = bent;
     SgCurve::rebuild(aliased, aliased, 6 + round, round != 1);
     EXPECT_EQ(aliased, fromSource);
+  }
+}
+
+TEST(SgCurve, RebuildLineIsTheRebuildOfEvenlySpacedPointsOnIt) {
+  const Vec first(0.25, -1.5, 2.0), last(0.3, 0.75, 2.5);
+  for (int n : {2, 3, 7}) {
+    Points source;
+    for (int i = 0; i < n; ++i) source.push_back(first + (last - first) * (i / (n - 1.0)));
+    source.back() = last;
+    for (int count : {1, 3, 8, 41}) {
+      for (bool uniform : {true, false}) {
+        SCOPED_TRACE(std::to_string(n) + " points to " + std::to_string(count) + (uniform ? " by arc" : ""));
+        Points spline, closed = {Vec(9, 9, 9)};
+        SgCurve::rebuild(spline, source, count, uniform);
+        SgCurve::rebuildLine(closed, first, last, count);
+        ASSERT_EQ(closed.size(), spline.size());
+        EXPECT_EQ(closed.front(), first);
+        EXPECT_EQ(closed.back(), last);
+        for (size_t k = 0; k < closed.size(); ++k) expectNear(closed[k], spline[k], 1e-14);
+      }
+    }
   }
 }
 
