@@ -464,11 +464,10 @@ void SgCurve::rebuildLine(Points& pts, const Vec& first, const Vec& last, int co
   pts.resize(m);
   const Vec span = last - first;
   const double step = 1.0 / toDouble(m - 1);
-  for (size_t k = 1; k + 1 < m; ++k) {
-    // As the spline's evaluation, parameters within 1e-7 of an end give the end itself.
-    const double t = toDouble(k) * step;
-    pts[k] = t < 1e-7 ? first : t > 0.9999999 ? last : first + span * t;
-  }
+  // The spline's evaluation gives an end itself for a parameter within 1e-7 of it; no interior
+  // parameter comes that close below ten million points, and past that it would be a move of
+  // less than 1e-7 of the line.
+  for (size_t k = 1; k + 1 < m; ++k) pts[k] = first + span * (toDouble(k) * step);
   pts[0] = first;
   pts[m - 1] = last;
 }
