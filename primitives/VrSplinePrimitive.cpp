@@ -430,16 +430,16 @@ void VrSplinePrimitive::mkGeometryFromAttrs(VrPrimitiveContext& context, double 
     }
   }
   // A chain that never turns is a straight line, and so is its spline: it already has the
-  // length asked for, and measuring it would only confirm that. Evenly spaced on its line (the
+  // length asked for, and measuring it would only confirm that; evenly spaced on its line (the
   // usual hair, shaped by its modules afterwards), it resamples in closed form.
-  // Resampled into the geometry, which mostly keeps its size from the primitive before: the
-  // chain is built apart so that the geometry need not shrink to it and grow back.
   if (turnsAnywhere(chain)) {
     SgCurve::setLength(chain, length, -1.0);
   } else if (segments > 0 && evenlySpread(p, segments)) {
     SgCurve::rebuildLine(context.getGeom(), chain.front(), chain.back(), static_cast<int>(fxCVs));
     return;
   }
+  // Resampled into the geometry, which mostly keeps its size from the primitive before: the
+  // chain is built apart so that the geometry need not shrink to it and grow back.
   SgCurve::rebuild(context.getGeom(), chain, static_cast<int>(fxCVs), uniform, nullptr);
 }
 
