@@ -515,7 +515,12 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
       for (float& w : widths) w = static_cast<float>(context.cWidth());
     }
     float* width = grow(batch.widths[static_cast<size_t>(sample)], widths.size());
-    for (float w : widths) *width++ = static_cast<float>(w * hammer.width);
+    // Most renders hammer nothing: a factor of 1 gives every width back to the bit.
+    if (hammer.width == 1.0) {
+      std::copy(widths.begin(), widths.end(), width);
+    } else {
+      for (float w : widths) *width++ = static_cast<float>(w * hammer.width);
+    }
     if (splineContext && !flag(Flag::FaceCamera)) {
       // Ribbons: the normal of each CV is square to its segment and to the sideways direction.
       Batch::Row& normals = batch.normals[static_cast<size_t>(sample)];
