@@ -386,6 +386,9 @@ void SgCurve::normalize(Points& pts) {
 
 namespace {
 
+// The number of points a rebuild to `count` gives: never fewer than 3.
+size_t rebuiltCount(int count) { return static_cast<size_t>(std::max(count, 3)); }
+
 // rebuild of the n points at `source` into `out`, which may be the vector that holds them: the
 // source is read into the row and the segment lengths before `out` is touched.
 void rebuildInto(SgCurve::Points& out, const Vec* source, size_t n, int count, bool uniform,
@@ -394,7 +397,7 @@ void rebuildInto(SgCurve::Points& out, const Vec* source, size_t n, int count, b
     out.clear();
     return;
   }
-  const size_t m = static_cast<size_t>(std::max(count, 3));
+  const size_t m = rebuiltCount(count);
   const bool withWidths = widths && widths->size() == n;
   std::vector<float> newWidths;
   if (withWidths) newWidths.resize(m);
@@ -460,7 +463,7 @@ void SgCurve::rebuild(Points& pts, const Points& source, int count, bool uniform
 }
 
 void SgCurve::rebuildLine(Points& pts, const Vec& first, const Vec& last, int count) {
-  const size_t m = static_cast<size_t>(std::max(count, 3));
+  const size_t m = rebuiltCount(count);
   pts.resize(m);
   const Vec span = last - first;
   const double step = 1.0 / toDouble(m - 1);
