@@ -196,7 +196,9 @@ std::unique_ptr<SgSubdEvaluatorImpl> SgSubdEvaluatorImpl::build(const Cage& cage
     }
   }
   impl->patchOffsets[size_t(cage.nFaces)] = points;
-  impl->patchPoints.reset(new double[points * 3]);
+  // One double of padding: evalUniformBSpline reads each point as four.
+  impl->patchPoints.reset(new double[points * 3 + 1]);
+  impl->patchPoints[points * 3] = 0.0;
   impl->preparePatchPoints();
   impl->findUniformBSplineFaces();
   impl->computeLimitVerts();
@@ -300,18 +302,29 @@ constexpr int regularPatchPointsMax = 20;
 constexpr int bsplinePatchPoints = 16;
 typedef double Stencil[3][regularPatchPointsMax];
 
-/// The stencil of an interior bicubic B-spline patch at uv: the weights of position and of the
-/// derivatives in u and v for its 4 x 4 points, row by row in v. The basis of each direction is
-/// worked out with the operations, in the order, of Bfr's own, s and t side by side in one
-/// vector, so that each weight is Bfr's to the bit; findUniformBSplineFaces checks that against
-/// Bfr before any face uses it.
-void uniformBSplineStencil(const double uv[2], Stencil w) {
+/// The basis of an interior bicubic B-spline patch at uv, for position (b) and derivative (d),
+/// s and t side by side in one vector. It is worked out with the operations, in the order, of
+/// Bfr's own, so that each weight made from it is Bfr's to the bit; findUniformBSplineFaces
+/// checks that against Bfr before any face uses it.
+inline void bsplineBasis(const double uv[2], Pair b[4], Pair d[4]) {
   const Pair x{uv[0], uv[1]};
   const Pair x2 = x * x, x3 = x * x2;
   const double sixth = 1.0 / 6.0;
-  const Pair b[4] = {sixth * (1.0 - 3.0 * (x - x2) - x3), sixth * (4.0 - 6.0 * x2 + 3.0 * x3),
-                     sixth * (1.0 + 3.0 * (x + x2 - x3)), sixth * x3};
-  const Pair d[4] = {-0.5 * x2 + x - 0.5, 1.5 * x2 - 2.0 * x, -1.5 * x2 + x + 0.5, 0.5 * x2};
+  b[0] = sixth * (1.0 - 3.0 * (x - x2) - x3);
+  b[1] = sixth * (4.0 - 6.0 * x2 + 3.0 * x3);
+  b[2] = sixth * (1.0 + 3.0 * (x + x2 - x3));
+  b[3] = sixth * x3;
+  d[0] = -0.5 * x2 + x - 0.5;
+  d[1] = 1.5 * x2 - 2.0 * x;
+  d[2] = -1.5 * x2 + x + 0.5;
+  d[3] = 0.5 * x2;
+}
+
+/// The stencil of an interior bicubic B-spline patch at uv: the weights of position and of the
+/// derivatives in u and v for its 4 x 4 points, row by row in v.
+void uniformBSplineStencil(const double uv[2], Stencil w) {
+  Pair b[4], d[4];
+  bsplineBasis(uv, b, d);
   for (int row = 0; row < 4; ++row)
     for (int col = 0; col < 4; ++col) {
       w[0][4 * row + col] = b[col][0] * b[row][1];
@@ -355,6 +368,37 @@ void applyStencil(const Stencil w, int n, const double* pts, double P[3], double
   Dv[0] = dvXY[0], Dv[1] = dvXY[1], Dv[2] = dvZ;
 }
 
+typedef double Quad __attribute__((vector_size(32)));
+
+/// Position and first derivatives of an interior bicubic B-spline patch: uniformBSplineStencil's
+/// weights applied as applyStencil applies them, each weight made where it is used rather than
+/// stored and read back, and x, y and z of a point in one vector of four. Every product and sum
+/// is the same operation on the same operands in the same order, so the result is the same to
+/// the bit. It is built twice, for processors with 256-bit vectors (AVX: one instruction does
+/// all three coordinates) and for those without, and the loader picks one. A point is read as
+/// four doubles, the fourth being the next point's or the padding after the last patch's.
+__attribute__((target_clones("avx", "default"))) void evalUniformBSpline(const double uv[2], const double* pts,
+                                                                          double P[3], double Du[3],
+                                                                          double Dv[3]) {
+  Pair b[4], d[4];
+  bsplineBasis(uv, b, d);
+  Quad q;
+  std::memcpy(&q, pts, sizeof q);
+  Quad p = (b[0][0] * b[0][1]) * q, du = (d[0][0] * b[0][1]) * q, dv = (b[0][0] * d[0][1]) * q;
+  for (int i = 1; i < bsplinePatchPoints; ++i) {
+    const int row = i / 4, col = i % 4;
+    std::memcpy(&q, pts + 3 * i, sizeof q);
+    p += (b[col][0] * b[row][1]) * q;
+    du += (d[col][0] * b[row][1]) * q;
+    dv += (b[col][0] * d[row][1]) * q;
+  }
+  for (int k = 0; k < 3; ++k) {
+    P[k] = p[k];
+    Du[k] = du[k];
+    Dv[k] = dv[k];
+  }
+}
+
 }  // namespace
 
 bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3], double Du[3],
@@ -366,8 +410,7 @@ bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3],
   if (Duu) {
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv, Duu, Duv, Dvv);
   } else if (uniformBSpline[size_t(face)]) {
-    uniformBSplineStencil(uv, w);
-    applyStencil(w, bsplinePatchPoints, pts, P, Du, Dv);
+    evalUniformBSpline(uv, pts, P, Du, Dv);
   } else if (surface.IsRegular() && surface.GetNumControlPoints() <= regularPatchPointsMax) {
     applyStencil(w, surface.EvaluateStencil(uv, w[0], w[1], w[2]), pts, P, Du, Dv);
   } else {

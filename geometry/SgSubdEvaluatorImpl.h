@@ -143,8 +143,8 @@ class SgSubdEvaluatorImpl {
   std::vector<float> faceVertUVs;    // 2 per face-vertex, empty without UVs
   std::vector<Surface> surfaces;     // per logical face; invalid where no limit surface exists
   std::vector<size_t> patchOffsets;  // per logical face + 1, in points, into patchPoints
-  // 3 per patch point; not zeroed first, so that its pages are first touched on the threads that
-  // fill them
+  // 3 per patch point and one of padding; not zeroed first, so that its pages are first touched
+  // on the threads that fill them
   std::unique_ptr<double[]> patchPoints;
   std::vector<char> uniformBSpline;  // per logical face: an interior bicubic B-spline patch
   std::vector<int> vertexFace;       // per cage vertex: an incident face with a limit, or -1

@@ -4,6 +4,9 @@
 #include "support/ExpectNear.h"
 
 #include <gtest/gtest.h>
+#include <opensubdiv/bfr/refinerSurfaceFactory.h>
+#include <opensubdiv/far/topologyDescriptor.h>
+#include <opensubdiv/far/topologyRefinerFactory.h>
 
 #include <array>
 #include <cmath>
@@ -227,6 +230,51 @@ TEST(SgSubdSurfaceLimit, RegularGridReproducesTheParaboloid) {
         EXPECT_NEAR(k2, 2 * b, 1e-5);
       }
     }
+}
+
+// Interior regular faces are evaluated by the surface's own B-spline code; the subdivision
+// library's evaluation of the same face is the truth it must give to the bit.
+TEST(SgSubdSurfaceLimit, RegularFacesGiveTheSubdivisionLibrarysValuesToTheBit) {
+  using namespace OpenSubdiv;
+  Cage cage = paraboloidGrid(0.3, -0.2);
+  for (size_t i = 0; i < cage.verts.size(); ++i) cage.verts[i] += float(0.01 * std::sin(7.0 * double(i)));
+  const SgSubdSurface ours = cage.build();
+
+  Far::TopologyDescriptor desc;
+  desc.numVertices = cage.nVerts();
+  desc.numFaces = int(cage.counts.size());
+  desc.numVertsPerFace = cage.counts.data();
+  desc.vertIndicesPerFace = cage.faceVerts.data();
+  Sdc::Options scheme;
+  scheme.SetVtxBoundaryInterpolation(Sdc::Options::VTX_BOUNDARY_EDGE_AND_CORNER);
+  using Factory = Far::TopologyRefinerFactory<Far::TopologyDescriptor>;
+  std::unique_ptr<Far::TopologyRefiner> refiner(
+      Factory::Create(desc, Factory::Options(Sdc::SCHEME_CATMARK, scheme)));
+  ASSERT_TRUE(refiner);
+  const Bfr::RefinerSurfaceFactory<> factory(*refiner);
+  const std::vector<double> positions(cage.verts.begin(), cage.verts.end());
+  const Bfr::Surface<double>::PointDescriptor point(3);
+
+  for (int face : {6, 12, 18}) {  // the interior of the 5 x 5 grid
+    Bfr::Surface<double> surface;
+    ASSERT_TRUE(factory.InitVertexSurface(face, &surface));
+    std::vector<double> patch(size_t(surface.GetNumPatchPoints()) * 3);
+    surface.GatherControlPoints(positions.data(), point, patch.data(), point);
+    surface.ComputePatchPoints(patch.data(), point);
+    for (double u : {0.0, 0.13, 0.5, 0.77, 1.0})
+      for (double v : {0.0, 0.29, 0.61, 1.0}) {
+        const double uv[2] = {u, v};
+        double P[3], Du[3], Dv[3];
+        surface.Evaluate(uv, patch.data(), point, P, Du, Dv);
+        const Eval e(ours, face, u, v);
+        ASSERT_TRUE(e.ok);
+        for (int k = 0; k < 3; ++k) {
+          EXPECT_EQ(e.P[k], P[k]) << face << " " << u << " " << v;
+          EXPECT_EQ(e.du[k], Du[k]) << face << " " << u << " " << v;
+          EXPECT_EQ(e.dv[k], Dv[k]) << face << " " << u << " " << v;
+        }
+      }
+  }
 }
 
 TEST(SgSubdSurfaceLimit, DerivativesMatchFiniteDifferences) {
