@@ -523,14 +523,14 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
     }
     if (splineContext && !flag(Flag::FaceCamera)) {
       // Ribbons: the normal of each CV is square to its segment and to the sideways direction.
-      Batch::Row& normals = batch.normals[static_cast<size_t>(sample)];
       const SgVec3T<double>& sideways = splineContext->widthVec();
+      float* normal = grow(batch.normals[static_cast<size_t>(sample)], 3 * cvs.size());
       for (size_t i = 0; i < cvs.size(); ++i) {
         const SgVec3T<double> t =
             i + 1 < cvs.size() ? cvs[i + 1] - cvs[i] : (i > 0 ? cvs[i] - cvs[i - 1] : SgVec3T<double>());
         SgVec3T<double> n = t.cross(sideways);
         n.normalize();
-        push(normals, n);
+        normal = put(normal, n);
       }
     }
     if (sample == 0) ints(batch, I1::CVCount).push_back(static_cast<int>(cvs.size()));
