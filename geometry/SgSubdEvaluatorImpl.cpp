@@ -374,12 +374,10 @@ typedef double Quad __attribute__((vector_size(32)));
 /// weights applied as applyStencil applies them, each weight made where it is used rather than
 /// stored and read back, and x, y and z of a point in one vector of four. Every product and sum
 /// is the same operation on the same operands in the same order, so the result is the same to
-/// the bit. It is built twice, for processors with 256-bit vectors (AVX: one instruction does
-/// all three coordinates) and for those without, and the loader picks one. A point is read as
-/// four doubles, the fourth being the next point's or the padding after the last patch's.
-__attribute__((target_clones("avx", "default"))) void evalUniformBSpline(const double uv[2], const double* pts,
-                                                                          double P[3], double Du[3],
-                                                                          double Dv[3]) {
+/// the bit. A point is read as four doubles, the fourth being the next point's or the padding
+/// after the last patch's.
+inline __attribute__((always_inline)) void sumUniformBSpline(const double uv[2], const double* pts, double P[3],
+                                                             double Du[3], double Dv[3]) {
   Pair b[4], d[4];
   bsplineBasis(uv, b, d);
   Quad q;
@@ -398,6 +396,28 @@ __attribute__((target_clones("avx", "default"))) void evalUniformBSpline(const d
     Dv[k] = dv[k];
   }
 }
+
+// The sum built twice: for processors with 256-bit vectors (AVX: one instruction does all three
+// coordinates) and for those without. The choice is made once, when the library is loaded, by
+// a plain test of the processor rather than an ifunc, whose resolver would run before the
+// sanitizers' runtimes are ready.
+__attribute__((target("avx"))) void evalUniformBSplineAvx(const double uv[2], const double* pts, double P[3],
+                                                          double Du[3], double Dv[3]) {
+  sumUniformBSpline(uv, pts, P, Du, Dv);
+}
+
+void evalUniformBSplinePlain(const double uv[2], const double* pts, double P[3], double Du[3], double Dv[3]) {
+  sumUniformBSpline(uv, pts, P, Du, Dv);
+}
+
+using UniformBSplineEval = void (*)(const double*, const double*, double*, double*, double*);
+
+UniformBSplineEval pickUniformBSplineEval() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx") ? evalUniformBSplineAvx : evalUniformBSplinePlain;
+}
+
+const UniformBSplineEval evalUniformBSpline = pickUniformBSplineEval();
 
 }  // namespace
 
