@@ -196,7 +196,7 @@ std::unique_ptr<SgSubdEvaluatorImpl> SgSubdEvaluatorImpl::build(const Cage& cage
     }
   }
   impl->patchOffsets[size_t(cage.nFaces)] = points;
-  // One double of padding: evalUniformBSpline reads each point as four.
+  // One double of padding: sumPatchPoints reads each point as four.
   impl->patchPoints.reset(new double[points * 3 + 1]);
   impl->patchPoints[points * 3] = 0.0;
   impl->preparePatchPoints();
@@ -320,17 +320,38 @@ inline void bsplineBasis(const double uv[2], Pair b[4], Pair d[4]) {
   d[3] = 0.5 * x2;
 }
 
-/// The stencil of an interior bicubic B-spline patch at uv: the weights of position and of the
-/// derivatives in u and v for its 4 x 4 points, row by row in v.
-void uniformBSplineStencil(const double uv[2], Stencil w) {
+/// The weights of an interior bicubic B-spline patch at uv, made one point at a time: those of
+/// position and of the derivatives in u and v for point i of its 4 x 4, row by row in v.
+struct BSplineWeights {
   Pair b[4], d[4];
-  bsplineBasis(uv, b, d);
-  for (int row = 0; row < 4; ++row)
-    for (int col = 0; col < 4; ++col) {
-      w[0][4 * row + col] = b[col][0] * b[row][1];
-      w[1][4 * row + col] = d[col][0] * b[row][1];
-      w[2][4 * row + col] = b[col][0] * d[row][1];
-    }
+  explicit BSplineWeights(const double uv[2]) { bsplineBasis(uv, b, d); }
+  static constexpr int count() { return bsplinePatchPoints; }
+  void operator()(int i, double w[3]) const {
+    const int row = i / 4, col = i % 4;
+    w[0] = b[col][0] * b[row][1];
+    w[1] = d[col][0] * b[row][1];
+    w[2] = b[col][0] * d[row][1];
+  }
+};
+
+/// The weights of a stencil that Bfr worked out.
+struct StencilWeights {
+  const Stencil& stencil;
+  int n;
+  int count() const { return n; }
+  void operator()(int i, double w[3]) const {
+    for (int k = 0; k < 3; ++k) w[k] = stencil[k][i];
+  }
+};
+
+/// The stencil of an interior bicubic B-spline patch at uv.
+void uniformBSplineStencil(const double uv[2], Stencil w) {
+  const BSplineWeights weights(uv);
+  for (int i = 0; i < bsplinePatchPoints; ++i) {
+    double point[3];
+    weights(i, point);
+    for (int k = 0; k < 3; ++k) w[k][i] = point[k];
+  }
 }
 
 bool sameStencil(const Stencil a, const Stencil b, int n) {
@@ -339,56 +360,28 @@ bool sameStencil(const Stencil a, const Stencil b, int n) {
   return true;
 }
 
-/// Position and first derivatives of a regular patch: the stencil's n weights applied to its
-/// control points, which are its patch points. Each sum runs point by point in the order Bfr's own
-/// evaluation uses, so the result is the same to the bit; the sums stay in registers, x and y of
-/// a point side by side in one vector, rather than being written through the result pointers
-/// after every point, which is where Bfr's generic combination spends its time.
-void applyStencil(const Stencil w, int n, const double* pts, double P[3], double Du[3], double Dv[3]) {
-  const auto xyOf = [pts](int i) {
-    Pair xy;
-    std::memcpy(&xy, pts + 3 * i, sizeof xy);
-    return xy;
-  };
-  const Pair xy0 = xyOf(0);
-  Pair pXY = w[0][0] * xy0, duXY = w[1][0] * xy0, dvXY = w[2][0] * xy0;
-  double pZ = w[0][0] * pts[2], duZ = w[1][0] * pts[2], dvZ = w[2][0] * pts[2];
-  for (int i = 1; i < n; ++i) {
-    const Pair xy = xyOf(i);
-    const double z = pts[3 * i + 2];
-    pXY += w[0][i] * xy;
-    duXY += w[1][i] * xy;
-    dvXY += w[2][i] * xy;
-    pZ += w[0][i] * z;
-    duZ += w[1][i] * z;
-    dvZ += w[2][i] * z;
-  }
-  P[0] = pXY[0], P[1] = pXY[1], P[2] = pZ;
-  Du[0] = duXY[0], Du[1] = duXY[1], Du[2] = duZ;
-  Dv[0] = dvXY[0], Dv[1] = dvXY[1], Dv[2] = dvZ;
-}
-
 typedef double Quad __attribute__((vector_size(32)));
 
-/// Position and first derivatives of an interior bicubic B-spline patch: uniformBSplineStencil's
-/// weights applied as applyStencil applies them, each weight made where it is used rather than
-/// stored and read back, and x, y and z of a point in one vector of four. Every product and sum
-/// is the same operation on the same operands in the same order, so the result is the same to
-/// the bit. A point is read as four doubles, the fourth being the next point's or the padding
-/// after the last patch's.
-inline __attribute__((always_inline)) void sumUniformBSpline(const double uv[2], const double* pts, double P[3],
-                                                             double Du[3], double Dv[3]) {
-  Pair b[4], d[4];
-  bsplineBasis(uv, b, d);
+/// Position and first derivatives of a regular patch: its weights applied to its control points,
+/// which are its patch points. Each sum runs point by point in the order Bfr's own evaluation
+/// uses, so the result is the same to the bit; the sums stay in registers, x, y and z of a point
+/// side by side in one vector of four, rather than being written through the result pointers
+/// after every point, which is where Bfr's generic combination spends its time. A point is read
+/// as four doubles, the fourth being the next point's or the padding after the last patch's.
+template <typename Weights>
+inline __attribute__((always_inline)) void sumPatchPoints(const Weights& weights, const double* pts,
+                                                          double P[3], double Du[3], double Dv[3]) {
+  double w[3];
+  weights(0, w);
   Quad q;
   std::memcpy(&q, pts, sizeof q);
-  Quad p = (b[0][0] * b[0][1]) * q, du = (d[0][0] * b[0][1]) * q, dv = (b[0][0] * d[0][1]) * q;
-  for (int i = 1; i < bsplinePatchPoints; ++i) {
-    const int row = i / 4, col = i % 4;
+  Quad p = w[0] * q, du = w[1] * q, dv = w[2] * q;
+  for (int i = 1; i < weights.count(); ++i) {
+    weights(i, w);
     std::memcpy(&q, pts + 3 * i, sizeof q);
-    p += (b[col][0] * b[row][1]) * q;
-    du += (d[col][0] * b[row][1]) * q;
-    dv += (b[col][0] * d[row][1]) * q;
+    p += w[0] * q;
+    du += w[1] * q;
+    dv += w[2] * q;
   }
   for (int k = 0; k < 3; ++k) {
     P[k] = p[k];
@@ -398,26 +391,35 @@ inline __attribute__((always_inline)) void sumUniformBSpline(const double uv[2],
 }
 
 // The sum built twice: for processors with 256-bit vectors (AVX: one instruction does all three
-// coordinates) and for those without. The choice is made once, when the library is loaded, by
-// a plain test of the processor rather than an ifunc, whose resolver would run before the
-// sanitizers' runtimes are ready.
-__attribute__((target("avx"))) void evalUniformBSplineAvx(const double uv[2], const double* pts, double P[3],
-                                                          double Du[3], double Dv[3]) {
-  sumUniformBSpline(uv, pts, P, Du, Dv);
+// coordinates) and for those without. The choice is made once, when the library is loaded, by a
+// plain test of the processor rather than an ifunc, whose resolver would run before the
+// sanitizers' runtimes are ready. The weights are made inside each build, from what they come
+// from, so that they are worked out and kept in its registers.
+template <typename Weights, typename Source>
+__attribute__((target("avx"))) void sumPatchPointsAvx(const Source& source, const double* pts, double P[3],
+                                                      double Du[3], double Dv[3]) {
+  sumPatchPoints(Weights(source), pts, P, Du, Dv);
 }
 
-void evalUniformBSplinePlain(const double uv[2], const double* pts, double P[3], double Du[3], double Dv[3]) {
-  sumUniformBSpline(uv, pts, P, Du, Dv);
+template <typename Weights, typename Source>
+void sumPatchPointsPlain(const Source& source, const double* pts, double P[3], double Du[3], double Dv[3]) {
+  sumPatchPoints(Weights(source), pts, P, Du, Dv);
 }
 
-using UniformBSplineEval = void (*)(const double*, const double*, double*, double*, double*);
-
-UniformBSplineEval pickUniformBSplineEval() {
+bool processorHasAvx() {
   __builtin_cpu_init();
-  return __builtin_cpu_supports("avx") ? evalUniformBSplineAvx : evalUniformBSplinePlain;
+  return __builtin_cpu_supports("avx");
 }
 
-const UniformBSplineEval evalUniformBSpline = pickUniformBSplineEval();
+const bool hasAvx = processorHasAvx();
+
+template <typename Weights, typename Source>
+void applyWeights(const Source& source, const double* pts, double P[3], double Du[3], double Dv[3]) {
+  if (hasAvx)
+    sumPatchPointsAvx<Weights>(source, pts, P, Du, Dv);
+  else
+    sumPatchPointsPlain<Weights>(source, pts, P, Du, Dv);
+}
 
 }  // namespace
 
@@ -426,13 +428,14 @@ bool SgSubdEvaluatorImpl::evalSurface(int face, const double uv[2], double P[3],
                                       double Dvv[3]) const {
   const Surface& surface = surfaces[size_t(face)];
   const double* pts = patchPoints.get() + patchOffsets[size_t(face)] * 3;
-  Stencil w;
   if (Duu) {
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv, Duu, Duv, Dvv);
   } else if (uniformBSpline[size_t(face)]) {
-    evalUniformBSpline(uv, pts, P, Du, Dv);
+    applyWeights<BSplineWeights>(uv, pts, P, Du, Dv);
   } else if (surface.IsRegular() && surface.GetNumControlPoints() <= regularPatchPointsMax) {
-    applyStencil(w, surface.EvaluateStencil(uv, w[0], w[1], w[2]), pts, P, Du, Dv);
+    Stencil w;
+    const int n = surface.EvaluateStencil(uv, w[0], w[1], w[2]);
+    applyWeights<StencilWeights>(StencilWeights{w, n}, pts, P, Du, Dv);
   } else {
     surface.Evaluate(uv, pts, PointDescriptor(3), P, Du, Dv);
   }

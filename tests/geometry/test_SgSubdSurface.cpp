@@ -232,8 +232,9 @@ TEST(SgSubdSurfaceLimit, RegularGridReproducesTheParaboloid) {
     }
 }
 
-// Interior regular faces are evaluated by the surface's own B-spline code; the subdivision
-// library's evaluation of the same face is the truth it must give to the bit.
+// Regular faces are evaluated by the surface's own sums, interior ones with its own B-spline
+// weights; the subdivision library's evaluation of the same face is the truth it must give to
+// the bit, on the boundary as inside.
 TEST(SgSubdSurfaceLimit, RegularFacesGiveTheSubdivisionLibrarysValuesToTheBit) {
   using namespace OpenSubdiv;
   Cage cage = paraboloidGrid(0.3, -0.2);
@@ -255,7 +256,7 @@ TEST(SgSubdSurfaceLimit, RegularFacesGiveTheSubdivisionLibrarysValuesToTheBit) {
   const std::vector<double> positions(cage.verts.begin(), cage.verts.end());
   const Bfr::Surface<double>::PointDescriptor point(3);
 
-  for (int face : {6, 12, 18}) {  // the interior of the 5 x 5 grid
+  for (int face = 0; face < desc.numFaces; ++face) {
     Bfr::Surface<double> surface;
     ASSERT_TRUE(factory.InitVertexSurface(face, &surface));
     std::vector<double> patch(size_t(surface.GetNumPatchPoints()) * 3);
