@@ -548,7 +548,10 @@ void VrSplinePrimitive::calcWidthVec(const SgVec3T<double>& T0, const SgVec3T<do
 
 void VrSplinePrimitive::calcCVWidths(const VrSplinePrimitiveContext& context, std::vector<float>& widths) const {
   if (widths.empty()) widths.resize(context.cGeom().size());
-  const size_t n = widths.size();
+  calcCVWidths(context, widths.data(), widths.size());
+}
+
+void VrSplinePrimitive::calcCVWidths(const VrSplinePrimitiveContext& context, float* widths, size_t n) const {
   const double taper = context.taper, start = context.taperStart;
   // A flat ramp (the default) needs no look-up per CV.
   float flatValue = 0.0f;
@@ -556,7 +559,7 @@ void VrSplinePrimitive::calcCVWidths(const VrSplinePrimitiveContext& context, st
   const double width = context.cWidth();
   // Without taper every factor f below is exactly 1, so a flat ramp gives one width for all CVs.
   if (taper == 0.0 && flat) {
-    std::fill(widths.begin(), widths.end(), static_cast<float>(width * flatValue));
+    std::fill_n(widths, n, static_cast<float>(width * flatValue));
     return;
   }
   for (size_t i = 0; i < n; ++i) {

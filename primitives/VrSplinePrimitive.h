@@ -100,6 +100,8 @@ class VrSplinePrimitive : public VrPrimitive {
   /// s = i/(n−1), f = 1 − ((s − taperStart)/(1 − taperStart))·taper past taperStart, else 1;
   /// width_i = f · cWidth · ramp(s).
   void calcCVWidths(const VrSplinePrimitiveContext& context, std::vector<float>& widths) const;
+  /// The same into the `n` floats at `widths`.
+  void calcCVWidths(const VrSplinePrimitiveContext& context, float* widths, size_t n) const;
   /// @}
 
   /// @name Attributes

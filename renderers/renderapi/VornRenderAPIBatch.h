@@ -32,7 +32,6 @@ struct Batch {
   std::vector<float> vec3s[Vec3Channels];        ///< by PrimitiveCache::EVec3ArrayAttribute
   std::vector<Row> customFloats;                 ///< per custom channel
   std::vector<std::vector<int>> customInts;      ///< per custom channel
-  std::vector<float> scratch;                    ///< per-CV work space of the emitting thread
   /// Per archive: the box of its files (6 doubles as `cachedBound` gives them) and whether it
   /// has one.
   std::vector<double> archiveBoxes;

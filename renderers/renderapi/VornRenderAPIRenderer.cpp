@@ -505,22 +505,18 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
     // Rows grow by a whole primitive at a time and are written through a pointer.
     float* point = grow(points, 3 * cvs.size());
     for (const SgVec3T<double>& cv : cvs) point = put(point, root + (cv - root) * hammer.length);
-    std::vector<float>& widths = batch.scratch;
-    widths.resize(cvs.size());
+    // The widths are worked out in the row itself; most renders hammer nothing, and a factor of
+    // 1 would give every width back to the bit.
+    float* width = grow(batch.widths[static_cast<size_t>(sample)], cvs.size());
     auto* spline = vrExactCast<VrSplinePrimitive>(primitive);
     auto* splineContext = vrExactCast<VrSplinePrimitiveContext>(&context);
-    if (spline && splineContext && !widths.empty()) {
-      spline->calcCVWidths(*splineContext, widths);
+    if (spline && splineContext) {
+      spline->calcCVWidths(*splineContext, width, cvs.size());
     } else {
-      for (float& w : widths) w = static_cast<float>(context.cWidth());
+      std::fill_n(width, cvs.size(), static_cast<float>(context.cWidth()));
     }
-    float* width = grow(batch.widths[static_cast<size_t>(sample)], widths.size());
-    // Most renders hammer nothing: a factor of 1 gives every width back to the bit.
-    if (hammer.width == 1.0) {
-      std::copy(widths.begin(), widths.end(), width);
-    } else {
-      for (float w : widths) *width++ = static_cast<float>(w * hammer.width);
-    }
+    if (hammer.width != 1.0)
+      for (size_t i = 0; i < cvs.size(); ++i) width[i] = static_cast<float>(width[i] * hammer.width);
     if (splineContext && !flag(Flag::FaceCamera)) {
       // Ribbons: the normal of each CV is square to its segment and to the sideways direction.
       const SgVec3T<double>& sideways = splineContext->widthVec();
