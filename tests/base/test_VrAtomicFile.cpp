@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -65,4 +66,25 @@ TEST(VrAtomicFile, CommitReplacesTheOldFileAndLeavesNoTemporary) {
   VrAtomicFile missing(dir.file("no/such/folder.txt"));
   EXPECT_FALSE(missing.ok());
   EXPECT_FALSE(missing.commit());
+}
+
+// A copy from another file lands between what was written before and after it, whole, however
+// many pieces the copy takes (it is handed to the disk a few megabytes at a time).
+TEST(VrAtomicFile, AppendFromCopiesTheRangeInPlace) {
+  const vrtest::TempDir dir;
+  std::string source((9 << 20) + 12345, '\0');
+  for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<char>(i * 7 % 251);
+  std::ofstream(dir.file("source.bin"), std::ios::binary) << source;
+  const int fd = ::open(dir.file("source.bin").c_str(), O_RDONLY);
+  ASSERT_GE(fd, 0);
+  const uint64_t offset = 1000;
+  {
+    VrAtomicFile file(dir.file("out.bin"));
+    ASSERT_TRUE(file.write("head", 4));
+    ASSERT_TRUE(file.appendFrom(fd, offset, source.size() - offset));
+    ASSERT_TRUE(file.write("tail", 4));
+    ASSERT_TRUE(file.commit());
+  }
+  ::close(fd);
+  EXPECT_TRUE(vrtest::readText(dir.file("out.bin")) == "head" + source.substr(offset) + "tail");
 }
