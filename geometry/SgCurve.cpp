@@ -34,23 +34,32 @@ struct Turn {
   }
 };
 
-// One step of the parallel transport shared by frame and spaceCurve: the tangent of segment i
-// (or the previous tangent where there is none, or it is shorter than 1e-6), and the rotation
-// taking the previous tangent onto it. Returns false when there is nothing to rotate: the
-// tangents (anti)parallel to within a sine of 1e-6. Inlined into both walks: as a call, each
-// step spilled the walk's vectors to the stack and back.
-inline __attribute__((always_inline)) bool transportStep(const std::vector<Vec>& pts, size_t i,
-                                                         const Vec& prevTangent, Vec& tangent, Turn& turn) {
-  tangent = prevTangent;
-  if (i + 1 < pts.size()) {
-    Vec d = pts[i + 1] - pts[i];
-    if (d.normalize() >= 1e-6) tangent = d;
-  }
-  turn.axis = prevTangent.cross(tangent);
+// The rotation taking the unit tangent `from` onto `to`; false when there is nothing to rotate:
+// the tangents (anti)parallel to within a sine of 1e-6.
+inline __attribute__((always_inline)) bool turnBetween(const Vec& from, const Vec& to, Turn& turn) {
+  turn.axis = from.cross(to);
   turn.sin = turn.axis.normalize();
   if (turn.sin < 1e-6) return false;
-  turn.cos = std::min(1.0, std::max(-1.0, prevTangent.dot(tangent)));
+  turn.cos = std::min(1.0, std::max(-1.0, from.dot(to)));
   return true;
+}
+
+// The unit tangent of segment i; `previous` where there is none or it is shorter than 1e-6.
+inline __attribute__((always_inline)) Vec segmentTangent(const std::vector<Vec>& pts, size_t i, const Vec& previous) {
+  if (i + 1 < pts.size()) {
+    Vec d = pts[i + 1] - pts[i];
+    if (d.normalize() >= 1e-6) return d;
+  }
+  return previous;
+}
+
+// One step of the parallel transport of spaceCurve: the tangent of segment i and the turn onto
+// it from the previous one. Inlined: as a call, each step spilled the walk's vectors to the
+// stack and back.
+inline __attribute__((always_inline)) bool transportStep(const std::vector<Vec>& pts, size_t i,
+                                                         const Vec& prevTangent, Vec& tangent, Turn& turn) {
+  tangent = segmentTangent(pts, i, prevTangent);
+  return turnBetween(prevTangent, tangent, turn);
 }
 
 // Counts and indices as doubles, and back, through signed integers: the same values for any
@@ -298,26 +307,39 @@ void SgCurve::frame(const Points& pts, const Vec& tangent0, const Vec& normal0, 
   const size_t n = pts.size();
   normals.resize(n);
   binormals.resize(n);
+  // Three walks of the same steps: the square roots and divisions of one point do not wait for
+  // those of the point before, so each walk's steps overlap in the processor, where one long walk
+  // would wait on every result in turn. Only the carried normal goes from one point to the next.
+  //
+  // 1. The tangent of each segment, kept in `binormals` until the last walk replaces it.
   Vec tangent = tangent0;
   tangent.normalize();
-  // The normal is carried unnormalised and normalised on the way out: turns keep its length, and
-  // the square root and division then stay off the chain from one point to the next.
-  Vec carried = normal0;
-  bool turned = false;
+  const Vec first = tangent;
   for (size_t i = 0; i < n; ++i) {
-    Vec next;
+    tangent = segmentTangent(pts, i, tangent);
+    binormals[i] = tangent;
+  }
+  // 2. The normal, carried unnormalised by the turn from each tangent to the next: turns keep
+  // its length, and the square root and division then stay off the chain. Until the first turn
+  // it is the starting normal as it was given.
+  Vec carried = normal0;
+  size_t firstTurn = n;
+  for (size_t i = 0; i < n; ++i) {
     Turn turn;
-    if (transportStep(pts, i, tangent, next, turn)) {
+    if (turnBetween(i > 0 ? binormals[i - 1] : first, binormals[i], turn)) {
       carried = turn.apply(carried);
-      turned = true;
+      firstTurn = std::min(firstTurn, i);
     }
-    Vec normal = carried;
-    if (turned) normal.normalize();
+    normals[i] = carried;
+  }
+  // 3. Unit normals and binormals; a normal is normalised from the first turn on.
+  for (size_t i = 0; i < n; ++i) {
+    Vec normal = normals[i];
+    if (i >= firstTurn) normal.normalize();
     normals[i] = normal;
-    Vec b = normal.cross(next);
+    Vec b = normal.cross(binormals[i]);
     b.normalize();
     binormals[i] = b;
-    tangent = next;
   }
 }
 
