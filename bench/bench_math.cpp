@@ -1,4 +1,5 @@
-// Math kit hot paths: spline evaluation and resampling of spines, the random stream, and noise.
+// Math kit hot paths: spline evaluation, resampling and transport frames of spines, the random
+// stream, and noise.
 
 #include "geometry/SgCurve.h"
 #include "geometry/vrutilMath.h"
@@ -41,6 +42,19 @@ void BM_CurveRebuild(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_CurveRebuild)->ArgName("uniform")->Arg(0)->Arg(1);
+
+// The transport frame the shaping modules (noise, coil, wind) build for every spline: an 8-CV
+// hair that curls.
+void BM_CurveFrame(benchmark::State& state) {
+  const auto pts = makeSpine(8);
+  std::vector<SgVec3T<double>> normals, binormals;
+  for (auto _ : state) {
+    SgCurve::frame(pts, SgVec3T<double>(0, 1, 0), SgVec3T<double>(1, 0, 0), normals, binormals);
+    benchmark::DoNotOptimize(binormals.data());
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_CurveFrame);
 
 void BM_PRNGRandom01(benchmark::State& state) {
   vrutil::PRNG prng(uint64_t{12345});
