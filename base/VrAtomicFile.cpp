@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr uint64_t copyPiece = uint64_t(4) << 20;
+// What is handed to the disk at a time, written or copied: a few megabytes.
+constexpr std::streamoff handOverBytes = std::streamoff(2) << 20;
 
 // Forces the contents of `path` (a file or a folder) to the disk. Without it a crash soon after
 // the rename may leave the new name pointing at an empty or partial file on some file systems.
@@ -52,21 +53,18 @@ bool VrAtomicFile::appendFrom(int fd, uint64_t offset, uint64_t bytes) {
   if (start < 0 || !openSyncHandle()) return false;
   auto from = static_cast<off_t>(offset);
   auto to = static_cast<off_t>(start);
-  if (start > handedOver) ::sync_file_range(syncHandle, handedOver, start - handedOver, SYNC_FILE_RANGE_WRITE);
-  handedOver = start;
+  handOver(start);
   uint64_t left = bytes;
   // The kernel copies page to page; where it cannot (another file system, an old kernel), the
   // bytes go through a buffer. The copy goes a few megabytes at a time, each handed to the disk
   // as soon as it is in, so that the disk writes one piece while the next is copied and
   // `commit` waits for the last piece only.
   while (left > 0) {
-    const size_t piece = static_cast<size_t>(std::min<uint64_t>(left, copyPiece));
-    const off_t pieceStart = to;
+    const size_t piece = static_cast<size_t>(std::min<uint64_t>(left, handOverBytes));
     const ssize_t copied = ::copy_file_range(fd, &from, syncHandle, &to, piece, 0);
     if (copied <= 0) break;
-    ::sync_file_range(syncHandle, pieceStart, copied, SYNC_FILE_RANGE_WRITE);
+    handOver(to);
     left -= static_cast<uint64_t>(copied);
-    handedOver = to;
   }
   std::vector<char> piece(left ? size_t(1) << 20 : 0);
   while (left > 0) {
@@ -83,12 +81,16 @@ bool VrAtomicFile::appendFrom(int fd, uint64_t offset, uint64_t bytes) {
 }
 
 void VrAtomicFile::writeBehind() {
-  constexpr std::streamoff step = 2 << 20;
-  if (!stream.is_open() || appended < handedOver + step) return;
+  if (!stream.is_open() || appended < handedOver + handOverBytes) return;
   if (!openSyncHandle()) return;
   stream.flush();
-  ::sync_file_range(syncHandle, handedOver, appended - handedOver, SYNC_FILE_RANGE_WRITE);
-  handedOver = appended;
+  handOver(appended);
+}
+
+void VrAtomicFile::handOver(std::streamoff upTo) {
+  if (upTo <= handedOver) return;
+  ::sync_file_range(syncHandle, handedOver, upTo - handedOver, SYNC_FILE_RANGE_WRITE);
+  handedOver = upTo;
 }
 
 bool VrAtomicFile::commit() {

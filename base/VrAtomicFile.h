@@ -38,6 +38,9 @@ class VrAtomicFile {
 
  private:
   bool openSyncHandle();
+  /// Starts the disk writing what lies between `handedOver` and `upTo` (flushed, through the sync
+  /// handle), without waiting for it.
+  void handOver(std::streamoff upTo);
 
   std::string target;
   std::string temporary;

@@ -505,8 +505,7 @@ bool Renderer::emitInto(Batch& batch, VrPrimitiveContext& context, VrPrimitiveCo
     // Rows grow by a whole primitive at a time and are written through a pointer.
     float* point = grow(points, 3 * cvs.size());
     for (const SgVec3T<double>& cv : cvs) point = put(point, root + (cv - root) * hammer.length);
-    // The widths are worked out in the row itself; most renders hammer nothing, and a factor of
-    // 1 would give every width back to the bit.
+    // The widths are worked out in the row itself, then scaled there by a width hammer if any.
     float* width = grow(batch.widths[static_cast<size_t>(sample)], cvs.size());
     auto* spline = vrExactCast<VrSplinePrimitive>(primitive);
     auto* splineContext = vrExactCast<VrSplinePrimitiveContext>(&context);
